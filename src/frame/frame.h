@@ -1,0 +1,46 @@
+// Internal interface of the library frame: the per-thread context and the
+// narrow platform layer beneath it.
+#pragma once
+
+#include <cstddef>
+
+#include "moxpx.h"
+
+namespace mox {
+
+// The template every new thread context is copied from.
+extern const MoxContext contextTemplate;
+
+// The calling thread's context; a thread without one ends the process.
+MoxContext* context();
+
+// Texts shared by the status table and the header fault text. The fault text
+// builder hands these constants out in place of an allocated block, and
+// moxFree knows them.
+extern const char kOutOfMemoryText[];
+extern const char kUnknownFaultText[];
+
+}  // namespace mox
+
+namespace mox::platform {
+
+// Buttons and answers of the message box, with the system's values.
+enum : unsigned {
+  kBoxOk = 0x0, kBoxOkCancel = 0x1, kBoxYesNo = 0x4, kBoxSystemModal = 0x1000,
+};
+enum : int { kIdOk = 1, kIdCancel = 2, kIdYes = 6, kIdNo = 7 };
+
+// The calling thread's context slot; null when the thread has none.
+MoxContext* contextSlot();
+// Shows a box and returns the button chosen.
+int messageBox(const char* text, const char* caption, unsigned style);
+// Ends the process through the system's fatal-exit service.
+[[noreturn]] void fatalExit(const char* text);
+// Ends the process with an exit code.
+[[noreturn]] void exitProcess(int code);
+// True on the old 16-bit-hosted subsystem (top bit of the version word).
+bool win32s();
+// Formats into buf (never more than size bytes, always terminated).
+void format(char* buf, std::size_t size, const char* fmt, ...);
+
+}  // namespace mox::platform

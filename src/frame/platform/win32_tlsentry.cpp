@@ -1,0 +1,16 @@
+// Linked into an executable (the test programs) instead of the library's
+// entry point: the loader's TLS callbacks bring the same attach and detach
+// notifications.
+#if defined(_WIN32)
+#include <windows.h>
+
+namespace mox::platform {
+BOOL entry(DWORD reason);
+}
+
+extern "C" {
+static void NTAPI ownTlsEntry(PVOID, DWORD reason, PVOID) { mox::platform::entry(reason); }
+__attribute__((section(".CRT$XLM"), used)) extern const PIMAGE_TLS_CALLBACK ownTlsEntryPointer;
+const PIMAGE_TLS_CALLBACK ownTlsEntryPointer = ownTlsEntry;
+}
+#endif

@@ -1,0 +1,44 @@
+// Internal interface of the image model: the layout rule of the header,
+// the creation check and the report sites every operation shares.
+#pragma once
+
+#include "moxpx.h"
+
+namespace mox {
+
+// Bits per channel value: the depth without its sign flag.
+inline unsigned depthBits(unsigned depth) { return depth & ~MOX_DEPTH_SIGN; }
+inline bool isSigned(unsigned depth) { return (depth & MOX_DEPTH_SIGN) != 0; }
+bool isValidDepth(unsigned depth);
+
+// The row step and block size of the layout rule. Returns false when either
+// does not fit in a signed 32-bit number; then nothing is written.
+bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOrder, int align,
+                int* widthStep, int* imageSize);
+
+// The creation check of a header's own fields (0 = good).
+unsigned creationFaults(const MoxImage* image);
+
+// A place that reports: the exported function, its source family and a line.
+struct Site {
+  const char* func;
+  const char* file;
+  int line;
+};
+
+// Reports message at the site through moxError.
+void report(const Site& at, const char* message, int status = MOX_StsBadArgument);
+
+// One step of the compact chain: reports the header's fault text at the site
+// and returns true when the header is not usable.
+bool badHeader(const MoxImage* image, const Site& at);
+
+// The full chain for one image argument called `name`: reports the first
+// failing test at the site and returns true.
+bool failsFullChain(const MoxImage* image, const char* name, const Site& at);
+
+}  // namespace mox
+
+// The fault text of a set of header faults: fixed-width lines, from
+// moxMalloc (or a constant); release with moxFree.
+char* moxHeaderFaultText(unsigned int faults);

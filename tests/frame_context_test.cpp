@@ -1,0 +1,7 @@
+#include <gtest/gtest.h>
+
+#include "moxpx.h"
+
+TEST(Context, DefaultsOfANewThread) {
+  EXPECT_EQ(moxGetErrStatus(), 0);
+}
