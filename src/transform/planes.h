@@ -36,16 +36,16 @@ inline bool layoutHolds(const MoxImage* image) {
          static_cast<long long>(image->widthStep) * image->height * planes <= image->imageSize;
 }
 
+// Clamped first (rounding commutes with clamping to integer bounds), then
+// rounded half away from zero through truncation and the exact remainder.
 template <typename T>
 T roundSaturate(double v) {
   constexpr double lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
-  if (!(v > lo)) return std::numeric_limits<T>::min();
-  if (v >= hi) return std::numeric_limits<T>::max();
-  long long t = static_cast<long long>(v);
+  v = v < lo ? lo : v;
+  v = v > hi ? hi : v;
+  const std::int32_t t = static_cast<std::int32_t>(v);
   const double f = v - static_cast<double>(t);
-  if (f >= 0.5) ++t;
-  else if (f <= -0.5) --t;
-  return static_cast<T>(t);
+  return static_cast<T>(t + (f >= 0.5) - (f <= -0.5));
 }
 
 // Where channel `channel` (0-based) of row y of the rectangle starts, and the
@@ -82,7 +82,10 @@ void storePlane(const double* m, std::ptrdiff_t mStep, double scale, MoxImage* i
     std::ptrdiff_t step;
     T* d = channelRow<T>(image, channel, r.y + y, r.x, &step);
     const double* s = m + y * mStep;
-    for (int x = 0; x < r.width; ++x) d[x * step] = roundSaturate<T>(s[x] * scale);
+    if (step == 1)
+      for (int x = 0; x < r.width; ++x) d[x] = roundSaturate<T>(s[x] * scale);
+    else
+      for (int x = 0; x < r.width; ++x) d[x * step] = roundSaturate<T>(s[x] * scale);
   }
 }
 
