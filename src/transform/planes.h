@@ -9,6 +9,10 @@
 
 #include "image/image.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace mox::transform {
 
 // A rectangle of an image.
@@ -36,16 +40,34 @@ inline bool layoutHolds(const MoxImage* image) {
          static_cast<long long>(image->widthStep) * image->height * planes <= image->imageSize;
 }
 
-// Clamped first (rounding commutes with clamping to integer bounds), then
-// rounded half away from zero through truncation and the exact remainder.
-template <typename T>
-T roundSaturate(double v) {
-  constexpr double lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
-  v = v < lo ? lo : v;
-  v = v > hi ? hi : v;
-  const std::int32_t t = static_cast<std::int32_t>(v);
-  const double f = v - static_cast<double>(t);
-  return static_cast<T>(t + (f >= 0.5) - (f <= -0.5));
+// n values scaled by `scale`, rounded half away from zero and saturated to
+// [lo, hi] (integers) into 32-bit integers. Clamping first is exact, since
+// rounding commutes with clamping to integer bounds; rounding truncates and
+// looks at the exact remainder.
+inline void roundRun(const double* s, int n, double scale, double lo, double hi, std::int32_t* out) {
+  int x = 0;
+#if defined(__SSE2__)
+  const __m128d vs = _mm_set1_pd(scale), vlo = _mm_set1_pd(lo), vhi = _mm_set1_pd(hi);
+  const __m128d half = _mm_set1_pd(0.5), mhalf = _mm_set1_pd(-0.5), one = _mm_set1_pd(1.0);
+  for (; x + 2 <= n; x += 2) {
+    __m128d v = _mm_mul_pd(_mm_loadu_pd(s + x), vs);
+    v = _mm_min_pd(_mm_max_pd(v, vlo), vhi);
+    const __m128d t = _mm_cvtepi32_pd(_mm_cvttpd_epi32(v));
+    const __m128d f = _mm_sub_pd(v, t);
+    const __m128d up = _mm_and_pd(_mm_cmpge_pd(f, half), one);
+    const __m128d down = _mm_and_pd(_mm_cmple_pd(f, mhalf), one);
+    const __m128i r = _mm_cvttpd_epi32(_mm_sub_pd(_mm_add_pd(t, up), down));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + x), r);
+  }
+#endif
+  for (; x < n; ++x) {
+    double v = s[x] * scale;
+    v = v < lo ? lo : v;
+    v = v > hi ? hi : v;
+    const std::int32_t t = static_cast<std::int32_t>(v);
+    const double f = v - static_cast<double>(t);
+    out[x] = t + (f >= 0.5) - (f <= -0.5);
+  }
 }
 
 // Where channel `channel` (0-based) of row y of the rectangle starts, and the
@@ -82,10 +104,17 @@ void storePlane(const double* m, std::ptrdiff_t mStep, double scale, MoxImage* i
     std::ptrdiff_t step;
     T* d = channelRow<T>(image, channel, r.y + y, r.x, &step);
     const double* s = m + y * mStep;
-    if (step == 1)
-      for (int x = 0; x < r.width; ++x) d[x] = roundSaturate<T>(s[x] * scale);
-    else
-      for (int x = 0; x < r.width; ++x) d[x * step] = roundSaturate<T>(s[x] * scale);
+    constexpr double lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
+    std::int32_t run[256];
+    for (int x0 = 0; x0 < r.width; x0 += 256) {
+      const int n = r.width - x0 < 256 ? r.width - x0 : 256;
+      roundRun(s + x0, n, scale, lo, hi, run);
+      T* dx = d + static_cast<std::ptrdiff_t>(x0) * step;
+      if (step == 1)
+        for (int x = 0; x < n; ++x) dx[x] = static_cast<T>(run[x]);
+      else
+        for (int x = 0; x < n; ++x) dx[x * step] = static_cast<T>(run[x]);
+    }
   }
 }
 
