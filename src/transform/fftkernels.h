@@ -314,7 +314,7 @@ template <int B>
 void gather(const double* s, std::ptrdiff_t es, std::ptrdiff_t ls, int nl, std::size_t n,
             double* z, std::ptrdiff_t os = 1) {
   const std::ptrdiff_t aes = es < 0 ? -es : es, als = ls < 0 ? -ls : ls;
-  if (aes <= als) {
+  if (B == 1 && aes <= als) {
     for (int j = 0; j < nl; ++j) {
       const double* sj = s + j * ls;
       for (std::size_t e = 0; e < n; ++e) z[static_cast<std::ptrdiff_t>(e) * os * B + j] = sj[e * es];
@@ -336,7 +336,7 @@ template <int B>
 void scatter(const double* z, double* d, std::ptrdiff_t es, std::ptrdiff_t ls, int nl,
              std::size_t n, std::ptrdiff_t os = 1) {
   const std::ptrdiff_t aes = es < 0 ? -es : es, als = ls < 0 ? -ls : ls;
-  if (aes <= als) {
+  if (B == 1 && aes <= als) {
     for (int j = 0; j < nl; ++j) {
       double* dj = d + j * ls;
       for (std::size_t e = 0; e < n; ++e) dj[e * es] = z[static_cast<std::ptrdiff_t>(e) * os * B + j];
