@@ -69,11 +69,12 @@ extern "C" MOX_API void MOX_CALL moxDCT2D(const MoxImage* srcImage, MoxImage* ds
   const bool inverse = flags & MOX_DCT_INVERSE;
   bool done = false;
   try {
-    double* m = engine.matrix(r.height, r.width);
+    const std::ptrdiff_t step = matrixStep(r.width);
+    double* m = engine.matrix(r.height, step);
     for (int c = first; c <= last; ++c) {
-      load(srcImage, c - 1, r, m, r.width);
-      engine.cosine2D(m, r.height, r.width, r.width, inverse);
-      store(m, r.width, 1.0, dstImage, c - 1, r);
+      load(srcImage, c - 1, r, m, step);
+      engine.cosine2D(m, r.height, r.width, step, inverse);
+      store(m, step, 1.0, dstImage, c - 1, r);
     }
     done = true;
   } catch (const std::bad_alloc&) {

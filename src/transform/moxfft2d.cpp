@@ -65,19 +65,11 @@ bool flagsFit(int flags) {
 // sides are then at most 128, powers of two or not).
 bool smallSize(const Rect& r) { return static_cast<long long>(r.width) * r.height < 129; }
 
-// Row step of the work matrix: whole cache lines, and never a large power of
-// two, so that walking down a column does not keep hitting the same sets.
-std::ptrdiff_t matrixStep(int width) {
-  std::ptrdiff_t step = (static_cast<std::ptrdiff_t>(width) + 7) & ~std::ptrdiff_t(7);
-  if (step % 128 == 0) step += 8;
-  return step;
-}
-
 // Transforms every processed channel; false when the tables could not be had.
 bool runChannels(Engine& engine, const Setup& su, bool fromPacked, const MoxImage* src,
                  MoxImage* dst, const Rect& r, int first, int last, int skip, bool narrow) {
   try {
-    const std::ptrdiff_t step = matrixStep(r.width);
+    const std::ptrdiff_t step = mox::transform::matrixStep(r.width);
     double* m = engine.matrix(r.height, step);
     const double scale = su.scale ? 1.0 / (static_cast<double>(r.width) * r.height) : 1.0;
     for (int c = first; c <= last; ++c) {

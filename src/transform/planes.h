@@ -20,6 +20,14 @@ struct Rect {
   int x, y, width, height;
 };
 
+// Row step of the work matrix: whole cache lines, and never a large power of
+// two, so that walking down a column does not keep hitting the same sets.
+inline std::ptrdiff_t matrixStep(int width) {
+  std::ptrdiff_t step = (static_cast<std::ptrdiff_t>(width) + 7) & ~std::ptrdiff_t(7);
+  if (step % 128 == 0) step += 8;
+  return step;
+}
+
 // Bytes per channel value for the depths the transforms take.
 inline int depthBytes(unsigned depth) { return static_cast<int>(depthBits(depth) / 8); }
 
