@@ -163,38 +163,35 @@ const CosinePlan& Engine::cosinePlan(int n) {
 
 // ------------------------------------------------------------------ drivers
 
+void Engine::rowPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool inverse,
+                     bool narrow) {
+  if (cols < 2) return;
+  const RealPlan& R = realPlan(cols, sign);
+  double* s = scratch(scratchFor(R.fft->n, *R.fft, cols, narrow ? 1 : kLanes));
+  kernels().realRows(R, m, rows, step, inverse, narrow, s);
+}
+
+void Engine::columnPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
+                        bool inverse, bool narrow) {
+  if (rows < 2) return;
+  const int B = narrow ? 1 : kLanes;
+  const RealPlan& R = realPlan(rows, sign);
+  const Plan& P = plan(rows, sign);
+  double* s = scratch(std::max(scratchFor(R.fft->n, *R.fft, rows, B), scratchFor(rows, P, 0, B)));
+  kernels().realColumns(R, m, cols, step, inverse, narrow, s);
+  kernels().complexColumns(P, m, cols, step, narrow, s);
+}
+
 void Engine::realToPacked(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
                           bool narrow) {
-  const Kernels& k = kernels();
-  const int B = narrow ? 1 : kLanes;
-  if (cols > 1) {
-    const RealPlan& R = realPlan(cols, sign);
-    k.realRows(R, m, rows, step, false, narrow, scratch(scratchFor(R.fft->n, *R.fft, cols, B)));
-  }
-  if (rows > 1) {
-    const RealPlan& R = realPlan(rows, sign);
-    const Plan& P = plan(rows, sign);
-    double* s = scratch(std::max(scratchFor(R.fft->n, *R.fft, rows, B), scratchFor(rows, P, 0, B)));
-    k.realColumns(R, m, cols, step, false, narrow, s);
-    k.complexColumns(P, m, cols, step, narrow, s);
-  }
+  rowPass(m, rows, cols, step, sign, false, narrow);
+  columnPass(m, rows, cols, step, sign, false, narrow);
 }
 
 void Engine::packedToReal(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
                           bool narrow) {
-  const Kernels& k = kernels();
-  const int B = narrow ? 1 : kLanes;
-  if (rows > 1) {
-    const RealPlan& R = realPlan(rows, sign);
-    const Plan& P = plan(rows, sign);
-    double* s = scratch(std::max(scratchFor(R.fft->n, *R.fft, rows, B), scratchFor(rows, P, 0, B)));
-    k.realColumns(R, m, cols, step, true, narrow, s);
-    k.complexColumns(P, m, cols, step, narrow, s);
-  }
-  if (cols > 1) {
-    const RealPlan& R = realPlan(cols, sign);
-    k.realRows(R, m, rows, step, true, narrow, scratch(scratchFor(R.fft->n, *R.fft, cols, B)));
-  }
+  columnPass(m, rows, cols, step, sign, true, narrow);
+  rowPass(m, rows, cols, step, sign, true, narrow);
 }
 
 void Engine::cosine2D(double* m, int rows, int cols, std::ptrdiff_t step, bool inverse) {

@@ -55,6 +55,11 @@ class Engine {
   const RealPlan& realPlan(int n, int sign);
   const CosinePlan& cosinePlan(int n);
   double* scratch(std::size_t count);
+  // The row transforms, and the column transforms, of a packed spectrum.
+  void rowPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool inverse,
+               bool narrow);
+  void columnPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool inverse,
+                  bool narrow);
 
   std::vector<std::unique_ptr<Plan>> plans_;
   std::vector<std::unique_ptr<RealPlan>> realPlans_;

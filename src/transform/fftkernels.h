@@ -264,6 +264,18 @@ void runPasses(const Plan& P, double*& r, double*& i, double*& wr, double*& wi) 
   }
 }
 
+// (yr, yi)[e][j] = (xr, xi)[e][j] * (wr, wi)[e] for n elements (in place allowed).
+template <int B>
+void multiplyLanes(const double* xr, const double* xi, const double* wr, const double* wi,
+                   double* yr, double* yi, std::size_t n) {
+  for (std::size_t e = 0; e < n; ++e)
+    for (int j = 0; j < B; ++j) {
+      const double a = xr[e * B + j], b = xi[e * B + j];
+      yr[e * B + j] = a * wr[e] - b * wi[e];
+      yi[e * B + j] = a * wi[e] + b * wr[e];
+    }
+}
+
 // The transform of B lanes held in (r, i) [n][B]; work holds P.work() * B
 // values in each of wr and wi. The result is left in (r, i) or in the work
 // block: the returned pair says where.
@@ -276,34 +288,13 @@ std::pair<double*, double*> run(const Plan& P, double* r, double* i, double* wr,
   // Chirp convolution: X[q] = w[q] sum_t (x[t] w[t]) conj(w[q - t]).
   const std::size_t n = P.n, M = P.m;
   double *ur = wr, *ui = wi, *vr = wr + M * B, *vi = wi + M * B;
-  for (std::size_t t = 0; t < n; ++t) {
-    const double cr = P.chirpRe[t], ci = P.chirpIm[t];
-    for (int j = 0; j < B; ++j) {
-      const double xr = r[t * B + j], xi = i[t * B + j];
-      ur[t * B + j] = xr * cr - xi * ci;
-      ui[t * B + j] = xr * ci + xi * cr;
-    }
-  }
+  multiplyLanes<B>(r, i, P.chirpRe.data(), P.chirpIm.data(), ur, ui, n);
   std::fill(ur + n * B, ur + M * B, 0.0);
   std::fill(ui + n * B, ui + M * B, 0.0);
   runPasses<B>(*P.up, ur, ui, vr, vi);
-  for (std::size_t k = 0; k < M; ++k) {
-    const double kr = P.kernRe[k], ki = P.kernIm[k];
-    for (int j = 0; j < B; ++j) {
-      const double xr = ur[k * B + j], xi = ui[k * B + j];
-      ur[k * B + j] = xr * kr - xi * ki;
-      ui[k * B + j] = xr * ki + xi * kr;
-    }
-  }
+  multiplyLanes<B>(ur, ui, P.kernRe.data(), P.kernIm.data(), ur, ui, M);
   runPasses<B>(*P.down, ur, ui, vr, vi);
-  for (std::size_t q = 0; q < n; ++q) {
-    const double cr = P.chirpRe[q], ci = P.chirpIm[q];
-    for (int j = 0; j < B; ++j) {
-      const double xr = ur[q * B + j], xi = ui[q * B + j];
-      r[q * B + j] = xr * cr - xi * ci;
-      i[q * B + j] = xr * ci + xi * cr;
-    }
-  }
+  multiplyLanes<B>(ur, ui, P.chirpRe.data(), P.chirpIm.data(), r, i, n);
   return {r, i};
 }
 
