@@ -1,0 +1,206 @@
+// The per-value rules of the arithmetic and logic operations. Each rule is
+// written once; the kernels of every depth, including packed bits, come from
+// the templates of the point-operation layer.
+#pragma once
+
+#include <cstdint>
+
+#include "image/pointop.h"
+
+namespace mox::arith {
+
+#if defined(__SSE2__)
+// Runs f over 16-byte groups of two sources into a destination; returns how
+// many values were done. Each group is loaded before it is stored, so the
+// destination may be one of the sources.
+template <class T, class F>
+inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
+  constexpr std::size_t step = 16 / sizeof(T);
+  std::size_t j = 0;
+  for (; j + step <= n; j += step) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + j));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + j));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), f(x, y));
+  }
+  return j;
+}
+#endif
+
+// Saturating sum and difference of 8- and 16-bit values are single SSE2
+// instructions.
+struct Add : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return D::sat(typename D::Sum(a) + b);
+  }
+  template <class D, class T>
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
+#if defined(__SSE2__)
+    if constexpr (std::is_same_v<D, U8>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epu8(x, y); });
+    if constexpr (std::is_same_v<D, S8>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epi8(x, y); });
+    if constexpr (std::is_same_v<D, U16>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epu16(x, y); });
+    if constexpr (std::is_same_v<D, S16>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epi16(x, y); });
+#endif
+    (void)a, (void)b, (void)d, (void)n;
+    return 0;
+  }
+};
+
+struct Subtract : Rule {
+  static constexpr bool reversible = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return D::sat(typename D::Sum(a) - b);
+  }
+  template <class D, class T>
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
+#if defined(__SSE2__)
+    if constexpr (std::is_same_v<D, U8>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epu8(x, y); });
+    if constexpr (std::is_same_v<D, S8>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epi8(x, y); });
+    if constexpr (std::is_same_v<D, U16>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epu16(x, y); });
+    if constexpr (std::is_same_v<D, S16>)
+      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epi16(x, y); });
+#endif
+    (void)a, (void)b, (void)d, (void)n;
+    return 0;
+  }
+};
+
+struct Multiply : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return D::sat(typename D::Product(a) * b);
+  }
+};
+
+// The logic rules work on the stored bits, so one kernel per storage size
+// serves both signs.
+struct And : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return static_cast<typename D::T>(a & b);
+  }
+};
+
+struct Or : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return static_cast<typename D::T>(a | b);
+  }
+};
+
+struct Xor : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return static_cast<typename D::T>(a ^ b);
+  }
+};
+
+// ---------------------------------------------------------------- scalar
+
+// The scalar is a signed 32-bit number; sums and products are taken in 64
+// bits and clamped.
+struct AddS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::sat(static_cast<long long>(a) + s.value);
+  }
+};
+
+struct SubtractS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return s.reverse ? D::sat(static_cast<long long>(s.value) - a)
+                     : D::sat(static_cast<long long>(a) - s.value);
+  }
+};
+
+struct MultiplyS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::sat(static_cast<long long>(a) * s.value);
+  }
+};
+
+// The scalar is cut to the storage size (to the low bit for packed bits).
+struct AndS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::cut(a & D::cut(s.value));
+  }
+};
+
+struct OrS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::cut(a | D::cut(s.value));
+  }
+};
+
+struct XorS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::cut(a ^ D::cut(s.value));
+  }
+};
+
+// The stored bits shifted left in a 32-bit register; the low bits are kept.
+// On packed bits any count but 0 (mod 32) clears the pixel.
+struct LShiftS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    using U = std::make_unsigned_t<typename D::T>;
+    return D::cut(static_cast<std::uint32_t>(static_cast<U>(a)) << (s.shift & 31));
+  }
+};
+
+// Unsigned values shift logically; 8- and 16-bit signed values are sign
+// extended to 32 bits and shifted logically, so from 25 (8S) or 17 (16S)
+// upward zeros reach the stored bits; 32-bit values shift arithmetically.
+struct RShiftS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    const unsigned n = s.shift & 31;
+    if constexpr (D::isSigned && D::bits == 32)
+      return static_cast<typename D::T>(a >> n);
+    else
+      return D::cut(static_cast<std::uint32_t>(static_cast<std::int32_t>(a)) >> n);
+  }
+};
+
+struct Square : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs&) {
+    return D::sat(typename D::Product(a) * a);
+  }
+};
+
+// (A + m) XOR m with m the sign mask, stored without saturation, so the most
+// negative value stays. Unsigned values are their own absolute value.
+struct Abs : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs&) {
+    if constexpr (D::isSigned) {
+      const long long m = a < 0 ? -1 : 0;
+      return D::cut((static_cast<long long>(a) + m) ^ m);
+    } else {
+      return a;
+    }
+  }
+};
+
+}  // namespace mox::arith
