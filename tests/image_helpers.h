@@ -1,0 +1,248 @@
+// Test helpers: images with random pixels, pixel access by coordinates,
+// tiled copies of images served by a test call-back, and report capture.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "image/image.h"
+#include "moxpx.h"
+
+namespace testimg {
+
+using ll = long long;
+
+// ---------------------------------------------------------------- reports
+
+struct Report {
+  int status;
+  std::string func, message, file;
+  int line;
+};
+
+inline std::vector<Report>& reports() {
+  static std::vector<Report> r;
+  return r;
+}
+
+inline int MOX_CALL captureReport(int status, const char* func, const char* message,
+                                  const char* file, int line) {
+  reports().push_back({status, func ? func : "", message ? message : "", file ? file : "", line});
+  return status;
+}
+
+// Installs the capturing report function in Parent mode for one test.
+class Capture {
+ public:
+  Capture() : old_(moxRedirectError(captureReport)), mode_(moxGetErrMode()) {
+    moxSetErrMode(MOX_ErrorModeParent);
+    moxSetErrStatus(0);
+    reports().clear();
+  }
+  ~Capture() {
+    moxRedirectError(old_);
+    moxSetErrMode(mode_);
+    moxSetErrStatus(0);
+  }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+ private:
+  MoxErrorCallBack old_;
+  int mode_;
+};
+
+// ---------------------------------------------------------------- pixels
+
+inline ll wrap(unsigned depth, ll v) {
+  switch (depth) {
+    case MOX_DEPTH_1U: return v & 1;
+    case MOX_DEPTH_8U: return v & 0xFF;
+    case MOX_DEPTH_8S: return static_cast<signed char>(v & 0xFF);
+    case MOX_DEPTH_16U: return v & 0xFFFF;
+    case MOX_DEPTH_16S: return static_cast<short>(v & 0xFFFF);
+    default: return static_cast<int>(static_cast<unsigned>(v & 0xFFFFFFFF));
+  }
+}
+
+// Address and bit of value (x, y, c) in a block laid out like the image
+// (or like one of its tiles: width `w`, rows `step` apart, `rows` rows).
+struct Spot {
+  unsigned char* byte;
+  int bit;
+};
+
+inline Spot spot(const MoxImage* im, char* base, int step, int rows, int x, int y, int c) {
+  const unsigned bits = im->depth & ~MOX_DEPTH_SIGN;
+  char* row = base + ll(y) * step + (im->dataOrder == 1 ? ll(c) * step * rows : 0);
+  if (bits == 1) return {reinterpret_cast<unsigned char*>(row + x / 8), 7 - x % 8};
+  const ll index = im->dataOrder == 1 ? x : ll(x) * im->nChannels + c;
+  return {reinterpret_cast<unsigned char*>(row + index * (bits / 8)), 0};
+}
+
+inline ll load(unsigned depth, Spot s) {
+  ll v = 0;
+  switch (depth & ~MOX_DEPTH_SIGN) {
+    case 1: return (*s.byte >> s.bit) & 1;
+    case 8: v = *s.byte; break;
+    case 16: { unsigned short u; std::memcpy(&u, s.byte, 2); v = u; break; }
+    default: { unsigned u; std::memcpy(&u, s.byte, 4); v = u; break; }
+  }
+  return wrap(depth, v);
+}
+
+inline void store(unsigned depth, Spot s, ll v) {
+  switch (depth & ~MOX_DEPTH_SIGN) {
+    case 1: *s.byte = static_cast<unsigned char>((*s.byte & ~(1 << s.bit)) | ((v & 1) << s.bit)); break;
+    case 8: *s.byte = static_cast<unsigned char>(v); break;
+    case 16: { unsigned short u = static_cast<unsigned short>(v); std::memcpy(s.byte, &u, 2); break; }
+    default: { unsigned u = static_cast<unsigned>(v); std::memcpy(s.byte, &u, 4); break; }
+  }
+}
+
+inline ll get(const MoxImage* im, int x, int y, int c = 0) {
+  return load(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c));
+}
+inline void set(MoxImage* im, int x, int y, int c, ll v) {
+  store(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c), v);
+}
+
+// ---------------------------------------------------------------- images
+
+struct Shape {
+  unsigned depth = MOX_DEPTH_8U;
+  int nChannels = 1;
+  int dataOrder = 0;
+  int height = 8;
+  int width = 8;
+};
+
+// An allocated image with random pixels and an optional ROI.
+class Image {
+ public:
+  explicit Image(const Shape& s, unsigned seed = 1) {
+    im_ = moxCreateImageHeader(s.nChannels, 0, s.depth, "RGB", "RGB", s.dataOrder, 0, 4, s.height,
+                               s.width, nullptr, nullptr, nullptr);
+    moxAllocateImage(im_, 0);
+    std::mt19937 rng(seed);
+    for (int i = 0; i < im_->imageSize; ++i) im_->imageData[i] = static_cast<char>(rng());
+  }
+  ~Image() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI); }
+  Image(const Image&) = delete;
+  Image& operator=(const Image&) = delete;
+
+  Image& roi(int coi, int x, int y, int h, int w) {
+    if (im_->roi) moxDeleteROI(im_->roi);
+    im_->roi = moxCreateROI(coi, x, y, h, w);
+    return *this;
+  }
+  MoxImage* operator->() const { return im_; }
+  operator MoxImage*() const { return im_; }
+  std::vector<char> bytes() const { return {im_->imageData, im_->imageData + im_->imageSize}; }
+
+ private:
+  MoxImage* im_;
+};
+
+// ---------------------------------------------------------------- tiles
+
+// A tiled twin of an image: same geometry and ROI, pixels kept in separate
+// tile blocks that the test call-back hands out. The call-back records every
+// request and can be told to misbehave.
+class Tiled {
+ public:
+  Tiled(const MoxImage* plain, int tileWidth, int tileHeight) : plain_(plain) {
+    info_ = moxCreateTileInfo(&callBack, 0, tileWidth, tileHeight);
+    im_ = moxCreateImageHeader(plain->nChannels, 0, plain->depth, "RGB", "RGB", plain->dataOrder,
+                               0, plain->align, plain->height, plain->width, nullptr, this, info_);
+    if (plain->roi)
+      im_->roi = moxCreateROI(plain->roi->coi, plain->roi->xOffset, plain->roi->yOffset,
+                              plain->roi->height, plain->roi->width);
+    mox::layoutSize(tileWidth, tileHeight, plain->depth, plain->nChannels, plain->dataOrder,
+                    plain->align, &step_, &size_);
+    across_ = (plain->width + tileWidth - 1) / tileWidth;
+    down_ = (plain->height + tileHeight - 1) / tileHeight;
+    tiles_.assign(static_cast<size_t>(across_ * down_), std::vector<char>(size_, 0));
+    forEach([&](Spot t, Spot p) { store(plain->depth, t, load(plain->depth, p)); });
+  }
+  ~Tiled() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_ROI | MOX_FREE_TILEINFO); }
+  Tiled(const Tiled&) = delete;
+  Tiled& operator=(const Tiled&) = delete;
+
+  // Copies the tiles' pixels into an image of the same shape.
+  void gather(MoxImage* into) {
+    forEach([&](Spot t, Spot p) { store(into->depth, p, load(into->depth, t)); });
+  }
+
+  MoxImage* operator->() const { return im_; }
+  operator MoxImage*() const { return im_; }
+
+  struct Call {
+    const MoxImage* image;
+    int x, y, mode;
+  };
+  std::vector<Call> calls;
+  int nullOnGet = -1;     // the get with this number (from 0) leaves tileData null
+  int keepOnRelease = -1; // the release with this number leaves tileData set
+  int gets = 0, releases = 0;
+  bool badIndex = false;  // a request named a tile outside the image
+
+ private:
+  static void MOX_CALL callBack(const MoxImage* image, int x, int y, int mode) {
+    Tiled* self = static_cast<Tiled*>(image->imageId);
+    self->calls.push_back({image, x, y, mode});
+    MoxTileInfo* info = image->tileInfo;
+    if (mode == MOX_RELEASE_TILE) {
+      if (self->releases++ != self->keepOnRelease) info->tileData = nullptr;
+      return;
+    }
+    if (x < 0 || y < 0 || x >= self->across_ || y >= self->down_) {
+      self->badIndex = true;
+      info->tileData = nullptr;
+      return;
+    }
+    info->tileData = self->gets++ == self->nullOnGet
+                         ? nullptr
+                         : self->tiles_[static_cast<size_t>(y * self->across_ + x)].data();
+  }
+
+  template <class F>
+  void forEach(F f) {
+    const MoxImage* p = plain_;
+    const int tw = info_->width, th = info_->height;
+    const int channels = p->depth == MOX_DEPTH_1U ? 1 : p->nChannels;
+    for (int y = 0; y < p->height; ++y)
+      for (int x = 0; x < p->width; ++x)
+        for (int c = 0; c < channels; ++c) {
+          char* tile = tiles_[static_cast<size_t>((y / th) * across_ + x / tw)].data();
+          f(spot(p, tile, step_, th, x % tw, y % th, c),
+            spot(p, p->imageData, p->widthStep, p->height, x, y, c));
+        }
+  }
+
+  const MoxImage* plain_;
+  MoxTileInfo* info_;
+  MoxImage* im_;
+  int step_ = 0, size_ = 0, across_ = 0, down_ = 0;
+  std::vector<std::vector<char>> tiles_;
+};
+
+// The six depths.
+inline const unsigned kDepths[] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_8S,
+                                   MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S};
+
+inline ll lowest(unsigned d) {
+  return d == MOX_DEPTH_1U ? 0 : d == MOX_DEPTH_8S ? -128 : d == MOX_DEPTH_16S ? -32768
+         : d == MOX_DEPTH_32S ? -2147483648LL : 0;
+}
+inline ll highest(unsigned d) {
+  return d == MOX_DEPTH_1U ? 1 : d == MOX_DEPTH_8U ? 255 : d == MOX_DEPTH_8S ? 127
+         : d == MOX_DEPTH_16U ? 65535 : d == MOX_DEPTH_16S ? 32767 : 2147483647LL;
+}
+inline ll clampTo(unsigned d, ll v) { return v < lowest(d) ? lowest(d) : v > highest(d) ? highest(d) : v; }
+
+}  // namespace testimg
