@@ -155,7 +155,7 @@ class Image {
 // request and can be told to misbehave.
 class Tiled {
  public:
-  Tiled(const MoxImage* plain, int tileWidth, int tileHeight) : plain_(plain) {
+  Tiled(const MoxImage* plain, int tileWidth, int tileHeight) {
     info_ = moxCreateTileInfo(&callBack, 0, tileWidth, tileHeight);
     im_ = moxCreateImageHeader(plain->nChannels, 0, plain->depth, "RGB", "RGB", plain->dataOrder,
                                0, plain->align, plain->height, plain->width, nullptr, this, info_);
@@ -167,7 +167,7 @@ class Tiled {
     across_ = (plain->width + tileWidth - 1) / tileWidth;
     down_ = (plain->height + tileHeight - 1) / tileHeight;
     tiles_.assign(static_cast<size_t>(across_ * down_), std::vector<char>(size_, 0));
-    forEach([&](Spot t, Spot p) { store(plain->depth, t, load(plain->depth, p)); });
+    forEach(plain, [&](Spot t, Spot p) { store(plain->depth, t, load(plain->depth, p)); });
   }
   ~Tiled() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_ROI | MOX_FREE_TILEINFO); }
   Tiled(const Tiled&) = delete;
@@ -175,7 +175,7 @@ class Tiled {
 
   // Copies the tiles' pixels into an image of the same shape.
   void gather(MoxImage* into) {
-    forEach([&](Spot t, Spot p) { store(into->depth, p, load(into->depth, t)); });
+    forEach(into, [&](Spot t, Spot p) { store(into->depth, p, load(into->depth, t)); });
   }
 
   MoxImage* operator->() const { return im_; }
@@ -210,9 +210,10 @@ class Tiled {
                          : self->tiles_[static_cast<size_t>(y * self->across_ + x)].data();
   }
 
+  // Visits every value of the tiles with its place in p, an image of the
+  // same shape.
   template <class F>
-  void forEach(F f) {
-    const MoxImage* p = plain_;
+  void forEach(const MoxImage* p, F f) {
     const int tw = info_->width, th = info_->height;
     const int channels = p->depth == MOX_DEPTH_1U ? 1 : p->nChannels;
     for (int y = 0; y < p->height; ++y)
@@ -224,7 +225,6 @@ class Tiled {
         }
   }
 
-  const MoxImage* plain_;
   MoxTileInfo* info_;
   MoxImage* im_;
   int step_ = 0, size_ = 0, across_ = 0, down_ = 0;
