@@ -108,27 +108,43 @@ struct Xor : Rule {
 
 // ---------------------------------------------------------------- scalar
 
-// The scalar is a signed 32-bit number; sums and products are taken in 64
-// bits and clamped.
+// The scalar is a signed 32-bit number. Below 32 bits it is first limited to
+// twice the depth's span, which saturates every value (also value - A) just
+// as the full scalar would, so sums and products stay in the narrow working type
+// and the loops vectorise.
+template <class D, class W>
+inline W scalar(int v) {
+  if constexpr (D::bits >= 32) {
+    return v;
+  } else {
+    constexpr int bound = static_cast<int>(2 * (D::hi - D::lo + 1));
+    return static_cast<W>(v < -bound ? -bound : v > bound ? bound : v);
+  }
+}
+
 struct AddS : Rule {
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
-    return D::sat(static_cast<long long>(a) + s.value);
+    using W = typename D::Sum;
+    return D::sat(W(a) + scalar<D, W>(s.value));
   }
 };
 
 struct SubtractS : Rule {
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
-    return s.reverse ? D::sat(static_cast<long long>(s.value) - a)
-                     : D::sat(static_cast<long long>(a) - s.value);
+    using W = typename D::Sum;
+    // value - A is -(A - value); a sign factor keeps the loop free of branches
+    const W sign = s.reverse ? -1 : 1;
+    return D::sat(sign * (W(a) - scalar<D, W>(s.value)));
   }
 };
 
 struct MultiplyS : Rule {
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
-    return D::sat(static_cast<long long>(a) * s.value);
+    using W = typename D::Product;
+    return D::sat(W(a) * scalar<D, W>(s.value));
   }
 };
 
