@@ -6,6 +6,10 @@
 
 #include "image.h"
 
+// The published record sizes of 32-bit targets.
+static_assert(sizeof(void*) != 4 || sizeof(MoxImage) == 112, "MoxImage is 28 words");
+static_assert(sizeof(void*) != 4 || sizeof(MoxContext) == 1652, "MoxContext is 413 words");
+
 namespace mox {
 
 bool isValidDepth(unsigned depth) {
