@@ -94,6 +94,12 @@ TEST(Records, HeaderFieldsAndDefaults) {
   EXPECT_EQ(image->headerId, 0);
   EXPECT_EQ(std::memcmp(image->colorModel, "RGBA", 4), 0);
   EXPECT_EQ(std::memcmp(image->channelSeq, "BGRA", 4), 0);
+  MoxImage* shortNames = moxCreateImageHeader(1, 0, 8, "G", "", 0, 0, 4, 1, 1, nullptr, nullptr,
+                                              nullptr);
+  ASSERT_NE(shortNames, nullptr);
+  EXPECT_EQ(std::memcmp(shortNames->colorModel, "G\0\0\0", 4), 0);
+  EXPECT_EQ(std::memcmp(shortNames->channelSeq, "\0\0\0\0", 4), 0);
+  moxDeallocateHeader(shortNames);
   EXPECT_EQ(image->roi, roi);
   EXPECT_EQ(image->imageId, &id);
   EXPECT_EQ(image->maskRoi, nullptr);
