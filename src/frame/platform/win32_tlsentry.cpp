@@ -4,9 +4,7 @@
 #if defined(_WIN32)
 #include <windows.h>
 
-namespace mox::platform {
-BOOL entry(DWORD reason);
-}
+#include "../frame.h"
 
 extern "C" {
 static void NTAPI ownTlsEntry(PVOID, DWORD reason, PVOID) { mox::platform::entry(reason); }
