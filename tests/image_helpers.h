@@ -1,5 +1,5 @@
-// Test helpers: images with random pixels, pixel access by coordinates,
-// tiled copies of images served by a test call-back, and report capture.
+// Test helpers: images with random pixels, pixel access by coordinates, and
+// tiled copies of images served by a test call-back.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "capture.h"
 #include "image/image.h"
 #include "moxpx.h"
 
@@ -16,45 +17,9 @@ namespace testimg {
 
 using ll = long long;
 
-// ---------------------------------------------------------------- reports
-
-struct Report {
-  int status;
-  std::string func, message, file;
-  int line;
-};
-
-inline std::vector<Report>& reports() {
-  static std::vector<Report> r;
-  return r;
-}
-
-inline int MOX_CALL captureReport(int status, const char* func, const char* message,
-                                  const char* file, int line) {
-  reports().push_back({status, func ? func : "", message ? message : "", file ? file : "", line});
-  return status;
-}
-
-// Installs the capturing report function in Parent mode for one test.
-class Capture {
- public:
-  Capture() : old_(moxRedirectError(captureReport)), mode_(moxGetErrMode()) {
-    moxSetErrMode(MOX_ErrorModeParent);
-    moxSetErrStatus(0);
-    reports().clear();
-  }
-  ~Capture() {
-    moxRedirectError(old_);
-    moxSetErrMode(mode_);
-    moxSetErrStatus(0);
-  }
-  Capture(const Capture&) = delete;
-  Capture& operator=(const Capture&) = delete;
-
- private:
-  MoxErrorCallBack old_;
-  int mode_;
-};
+using moxtest::Capture;
+using moxtest::Report;
+using moxtest::reports;
 
 // ---------------------------------------------------------------- pixels
 
