@@ -27,49 +27,51 @@ inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
 #endif
 
 // Saturating sum and difference of 8- and 16-bit values are single SSE2
-// instructions.
+// instructions: I names one per depth.
+template <class D, class I, class T>
+inline std::size_t saturatingBlock(const T* a, const T* b, T* d, std::size_t n) {
+#if defined(__SSE2__)
+  if constexpr (std::is_same_v<D, U8>) return sse2Pairs(a, b, d, n, I::u8);
+  if constexpr (std::is_same_v<D, S8>) return sse2Pairs(a, b, d, n, I::s8);
+  if constexpr (std::is_same_v<D, U16>) return sse2Pairs(a, b, d, n, I::u16);
+  if constexpr (std::is_same_v<D, S16>) return sse2Pairs(a, b, d, n, I::s16);
+#endif
+  (void)a, (void)b, (void)d, (void)n;
+  return 0;
+}
+
 struct Add : Rule {
+#if defined(__SSE2__)
+  static __m128i u8(__m128i x, __m128i y) { return _mm_adds_epu8(x, y); }
+  static __m128i s8(__m128i x, __m128i y) { return _mm_adds_epi8(x, y); }
+  static __m128i u16(__m128i x, __m128i y) { return _mm_adds_epu16(x, y); }
+  static __m128i s16(__m128i x, __m128i y) { return _mm_adds_epi16(x, y); }
+#endif
   template <class D>
   static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
     return D::sat(typename D::Sum(a) + b);
   }
   template <class D, class T>
   static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
-#if defined(__SSE2__)
-    if constexpr (std::is_same_v<D, U8>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epu8(x, y); });
-    if constexpr (std::is_same_v<D, S8>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epi8(x, y); });
-    if constexpr (std::is_same_v<D, U16>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epu16(x, y); });
-    if constexpr (std::is_same_v<D, S16>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_adds_epi16(x, y); });
-#endif
-    (void)a, (void)b, (void)d, (void)n;
-    return 0;
+    return saturatingBlock<D, Add>(a, b, d, n);
   }
 };
 
 struct Subtract : Rule {
   static constexpr bool reversible = true;
+#if defined(__SSE2__)
+  static __m128i u8(__m128i x, __m128i y) { return _mm_subs_epu8(x, y); }
+  static __m128i s8(__m128i x, __m128i y) { return _mm_subs_epi8(x, y); }
+  static __m128i u16(__m128i x, __m128i y) { return _mm_subs_epu16(x, y); }
+  static __m128i s16(__m128i x, __m128i y) { return _mm_subs_epi16(x, y); }
+#endif
   template <class D>
   static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
     return D::sat(typename D::Sum(a) - b);
   }
   template <class D, class T>
   static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
-#if defined(__SSE2__)
-    if constexpr (std::is_same_v<D, U8>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epu8(x, y); });
-    if constexpr (std::is_same_v<D, S8>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epi8(x, y); });
-    if constexpr (std::is_same_v<D, U16>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epu16(x, y); });
-    if constexpr (std::is_same_v<D, S16>)
-      return sse2Pairs(a, b, d, n, [](__m128i x, __m128i y) { return _mm_subs_epi16(x, y); });
-#endif
-    (void)a, (void)b, (void)d, (void)n;
-    return 0;
+    return saturatingBlock<D, Subtract>(a, b, d, n);
   }
 };
 

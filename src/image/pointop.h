@@ -270,38 +270,18 @@ void pointKernel(const View* v, const void* arg) {
 // rules use the unsigned kernel of each storage size for both signs.
 template <class Op, int N>
 Kernel pickKernel(unsigned depth) {
+  auto of = [](auto signedDepth, auto unsignedDepth) -> Kernel {
+    using D = std::conditional_t<Op::bitwise, decltype(unsignedDepth), decltype(signedDepth)>;
+    return &pointKernel<Op, D, N>;
+  };
   switch (depth) {
-    case MOX_DEPTH_1U:
-      return &pointKernel<Op, Bit, N>;
-    case MOX_DEPTH_8U:
-      return &pointKernel<Op, U8, N>;
-    case MOX_DEPTH_16U:
-      return &pointKernel<Op, U16, N>;
-    default:
-      break;
-  }
-  if constexpr (Op::bitwise) {
-    switch (depth) {
-      case MOX_DEPTH_8S:
-        return &pointKernel<Op, U8, N>;
-      case MOX_DEPTH_16S:
-        return &pointKernel<Op, U16, N>;
-      case MOX_DEPTH_32S:
-        return &pointKernel<Op, U32, N>;
-      default:
-        return nullptr;
-    }
-  } else {
-    switch (depth) {
-      case MOX_DEPTH_8S:
-        return &pointKernel<Op, S8, N>;
-      case MOX_DEPTH_16S:
-        return &pointKernel<Op, S16, N>;
-      case MOX_DEPTH_32S:
-        return &pointKernel<Op, S32, N>;
-      default:
-        return nullptr;
-    }
+    case MOX_DEPTH_1U: return of(Bit{}, Bit{});
+    case MOX_DEPTH_8U: return of(U8{}, U8{});
+    case MOX_DEPTH_16U: return of(U16{}, U16{});
+    case MOX_DEPTH_8S: return of(S8{}, U8{});
+    case MOX_DEPTH_16S: return of(S16{}, U16{});
+    case MOX_DEPTH_32S: return of(S32{}, U32{});
+    default: return nullptr;
   }
 }
 
