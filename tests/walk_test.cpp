@@ -5,6 +5,7 @@
 #include <climits>
 #include <memory>
 
+#include "image/walk.h"
 #include "op_cases.h"
 
 using namespace testimg;
@@ -205,4 +206,58 @@ TEST(Walk, EmptyRectanglesRequestNoTileOutsideTheImage) {
   EXPECT_FALSE(ta.badIndex);
   EXPECT_FALSE(td.badIndex);
   for (const auto& call : td.calls) EXPECT_EQ(call.mode, MOX_RELEASE_TILE);
+}
+
+namespace {
+
+struct Piece {
+  int width, height;
+};
+
+
+void notePiece(const mox::View* views, const void* arg) {
+  auto* pieces = static_cast<std::vector<Piece>*>(const_cast<void*>(arg));
+  pieces->push_back({views[0].width, views[0].height});
+}
+
+const mox::WalkLines kNoLines{{1, 2, 3, 4}, {5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}};
+
+}  // namespace
+
+TEST(Walk, KernelRunsOncePerPieceOverWholeBands) {
+  Capture capture;
+  Image a({MOX_DEPTH_8U, 1, 0, 64, 64}, 1), d({MOX_DEPTH_8U, 1, 0, 64, 64}, 2);
+  Tiled ta(a, 24, 8), td(d, 16, 16);
+  const mox::WalkSpec spec{"walk", "walk", &kNoLines, true};
+  const mox::WalkImage images[2] = {{ta, "a", false}, {td, "d", true}};
+  std::vector<Piece> pieces;
+  ASSERT_TRUE(mox::walk(spec, images, 2, nullptr, &notePiece, &pieces));
+  // Column edges at 16, 24, 32, 48 (and 64): 5 pieces a band; bands of 8 rows.
+  ASSERT_EQ(pieces.size(), 5u * 8u);
+  int area = 0;
+  for (const Piece& p : pieces) {
+    EXPECT_EQ(p.height, 8);
+    area += p.width * p.height;
+  }
+  EXPECT_EQ(area, 64 * 64);
+  // The destination's tiles are asked for once per band they span, each
+  // after the one before was released.
+  int gets = 0, releases = 0;
+  for (const auto& c : td.calls) (c.mode == MOX_RELEASE_TILE ? releases : gets)++;
+  EXPECT_EQ(gets, 4 * 8);
+  EXPECT_EQ(releases, gets);
+
+  // One destination tile: one request for it, one release at the end.
+  pieces.clear();
+  td.calls.clear();
+  const int mapping[2] = {1, 2};
+  ASSERT_TRUE(mox::walk(spec, images, 2, mapping, &notePiece, &pieces));
+  ASSERT_EQ(td.calls.size(), 2u);
+  EXPECT_EQ(td.calls[0].x, 1);
+  EXPECT_EQ(td.calls[0].y, 2);
+  EXPECT_EQ(td.calls[0].mode, MOX_GET_TILE_TO_WRITE);
+  EXPECT_EQ(td.calls[1].mode, MOX_RELEASE_TILE);
+  int tileArea = 0;
+  for (const Piece& p : pieces) tileArea += p.width * p.height;
+  EXPECT_EQ(tileArea, 16 * 16);
 }
