@@ -28,62 +28,47 @@ inline ll rshiftRef(unsigned d, ll a, unsigned n) {
   return a >> n;
 }
 
+// One case: the call (a, b, d, m) and the reference (depth d, values a, b).
+#define OP_CASE(name, sources, call, ref)                                                \
+  OpCase {                                                                              \
+    name, sources, [=](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { (void)b; call; }, \
+        [=](unsigned d, ll a, ll b) -> ll { (void)b; return ref; }                      \
+  }
+
 inline std::vector<OpCase> allOps() {
-  using D = unsigned;
   std::vector<OpCase> v = {
-      {"Add", 2, [](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { moxAdd(a, b, d, m); },
-       [](D d, ll a, ll b) { return clampTo(d, a + b); }},
-      {"Subtract", 2,
-       [](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { moxSubtract(a, b, d, 0, m); },
-       [](D d, ll a, ll b) { return clampTo(d, a - b); }},
-      {"SubtractReverse", 2,
-       [](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { moxSubtract(a, b, d, 7, m); },
-       [](D d, ll a, ll b) { return clampTo(d, b - a); }},
-      {"Multiply", 2,
-       [](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { moxMultiply(a, b, d, m); },
-       [](D d, ll a, ll b) { return clampTo(d, a * b); }},
-      {"And", 2, [](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { moxAnd(a, b, d, m); },
-       [](D d, ll a, ll b) { return wrap(d, a & b); }},
-      {"Or", 2, [](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { moxOr(a, b, d, m); },
-       [](D d, ll a, ll b) { return wrap(d, a | b); }},
-      {"Xor", 2, [](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { moxXor(a, b, d, m); },
-       [](D d, ll a, ll b) { return wrap(d, a ^ b); }},
-      {"Square", 1, [](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxSquare(a, d, m); },
-       [](D d, ll a, ll) { return clampTo(d, a * a); }},
-      {"Abs", 1, [](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxAbs(a, d, m); },
-       [](D d, ll a, ll) { return a < 0 ? wrap(d, -a) : a; }},
-      {"Not", 1, [](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxNot(a, d, m); },
-       [](D d, ll a, ll) { return wrap(d, ~a); }},
+      OP_CASE("Add", 2, moxAdd(a, b, d, m), clampTo(d, a + b)),
+      OP_CASE("Subtract", 2, moxSubtract(a, b, d, 0, m), clampTo(d, a - b)),
+      OP_CASE("SubtractReverse", 2, moxSubtract(a, b, d, 7, m), clampTo(d, b - a)),
+      OP_CASE("Multiply", 2, moxMultiply(a, b, d, m), clampTo(d, a * b)),
+      OP_CASE("And", 2, moxAnd(a, b, d, m), wrap(d, a & b)),
+      OP_CASE("Or", 2, moxOr(a, b, d, m), wrap(d, a | b)),
+      OP_CASE("Xor", 2, moxXor(a, b, d, m), wrap(d, a ^ b)),
+      OP_CASE("Square", 1, moxSquare(a, d, m), clampTo(d, a * a)),
+      OP_CASE("Abs", 1, moxAbs(a, d, m), a < 0 ? wrap(d, -a) : a),
+      OP_CASE("Not", 1, moxNot(a, d, m), wrap(d, ~a)),
   };
   for (int value : {77, -300, 3, INT_MAX}) {
-    v.push_back({"AddS", 1, [value](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxAddS(a, d, value, m); },
-                 [value](D d, ll a, ll) { return clampTo(d, a + value); }});
-    v.push_back({"MultiplyS", 1,
-                 [value](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxMultiplyS(a, d, value, m); },
-                 [value](D d, ll a, ll) { return clampTo(d, a * value); }});
+    v.push_back(OP_CASE("AddS", 1, moxAddS(a, d, value, m), clampTo(d, a + value)));
+    v.push_back(OP_CASE("MultiplyS", 1, moxMultiplyS(a, d, value, m), clampTo(d, a * value)));
   }
   for (int reverse : {0, 1})
-    for (int value : {1000, 5, -70000}) {
-      v.push_back({"SubtractS", 1,
-                   [=](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxSubtractS(a, d, value, reverse, m); },
-                   [=](D d, ll a, ll) { return clampTo(d, reverse ? value - a : a - value); }});
-    }
+    for (int value : {1000, 5, -70000})
+      v.push_back(OP_CASE("SubtractS", 1, moxSubtractS(a, d, value, reverse, m),
+                          clampTo(d, reverse ? value - a : a - value)));
   for (int value : {0x1F5, -7, 0x10F0F}) {
-    v.push_back({"AndS", 1, [value](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxAndS(a, d, value, m); },
-                 [value](D d, ll a, ll) { return wrap(d, a & value); }});
-    v.push_back({"OrS", 1, [value](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxOrS(a, d, value, m); },
-                 [value](D d, ll a, ll) { return wrap(d, a | value); }});
-    v.push_back({"XorS", 1, [value](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxXorS(a, d, value, m); },
-                 [value](D d, ll a, ll) { return wrap(d, a ^ value); }});
+    v.push_back(OP_CASE("AndS", 1, moxAndS(a, d, value, m), wrap(d, a & value)));
+    v.push_back(OP_CASE("OrS", 1, moxOrS(a, d, value, m), wrap(d, a | value)));
+    v.push_back(OP_CASE("XorS", 1, moxXorS(a, d, value, m), wrap(d, a ^ value)));
   }
   for (unsigned n : {0u, 1u, 2u, 9u, 17u, 25u, 31u, 33u}) {
-    v.push_back({"LShiftS", 1, [n](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxLShiftS(a, d, n, m); },
-                 [n](D d, ll a, ll) { return wrap(d, static_cast<ll>(static_cast<unsigned>(storedBits(d, a)) << (n & 31))); }});
-    v.push_back({"RShiftS", 1, [n](MoxImage* a, MoxImage*, MoxImage* d, const int* m) { moxRShiftS(a, d, n, m); },
-                 [n](D d, ll a, ll) { return rshiftRef(d, a, n); }});
+    v.push_back(OP_CASE("LShiftS", 1, moxLShiftS(a, d, n, m),
+                        wrap(d, static_cast<ll>(static_cast<unsigned>(storedBits(d, a)) << (n & 31)))));
+    v.push_back(OP_CASE("RShiftS", 1, moxRShiftS(a, d, n, m), rshiftRef(d, a, n)));
   }
   return v;
 }
+#undef OP_CASE
 
 struct Rect {
   int x, y, w, h;
