@@ -20,8 +20,8 @@ void exchangeKernel(const mox::View* v, const void*) {
 void exchangeBits(const mox::View* v, const void*) {
   unsigned char a[mox::kBitChunk], b[mox::kBitChunk];
   for (int y = 0; y < v[1].height; ++y) {
-    for (int x0 = 0; x0 < v[1].width; x0 += mox::kBitChunk * 8) {
-      const int w = std::min(v[1].width - x0, mox::kBitChunk * 8);
+    for (int x0 = 0, w = 0; x0 < v[1].width; x0 += w) {
+      w = std::min(v[1].width - x0, mox::kBitChunk * 8);
       mox::readBits(v[0], y, x0, w, a);
       mox::readBits(v[1], y, x0, w, b);
       mox::writeBits(v[0], y, x0, w, b);

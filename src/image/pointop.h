@@ -222,8 +222,8 @@ void bitKernel(const View* v, const OpArgs& a) {
   unsigned char out[kBitChunk];
   const View& d = v[N - 1];
   for (int y = 0; y < d.height; ++y) {
-    for (int x0 = 0; x0 < d.width; x0 += kBitChunk * 8) {
-      const int w = d.width - x0 < kBitChunk * 8 ? d.width - x0 : kBitChunk * 8;
+    for (int x0 = 0, w = 0; x0 < d.width; x0 += w) {
+      w = d.width - x0 < kBitChunk * 8 ? d.width - x0 : kBitChunk * 8;
       for (int s = 0; s < S; ++s) readBits(v[s], y, x0, w, in[s]);
       for (int j = 0; j < (w + 7) / 8; ++j) {
         unsigned r = t[0];
