@@ -23,15 +23,21 @@ using moxtest::reports;
 
 // ---------------------------------------------------------------- pixels
 
+inline unsigned bitsOf(unsigned depth) { return depth & ~MOX_DEPTH_SIGN; }
+inline bool signedDepth(unsigned depth) { return (depth & MOX_DEPTH_SIGN) != 0; }
+
+// The value that the low bits of v stand for at the depth.
 inline ll wrap(unsigned depth, ll v) {
-  switch (depth) {
-    case MOX_DEPTH_1U: return v & 1;
-    case MOX_DEPTH_8U: return v & 0xFF;
-    case MOX_DEPTH_8S: return static_cast<signed char>(v & 0xFF);
-    case MOX_DEPTH_16U: return v & 0xFFFF;
-    case MOX_DEPTH_16S: return static_cast<short>(v & 0xFFFF);
-    default: return static_cast<int>(static_cast<unsigned>(v & 0xFFFFFFFF));
-  }
+  const unsigned bits = bitsOf(depth);
+  const ll u = v & ((1LL << bits) - 1);
+  return signedDepth(depth) && (u >> (bits - 1)) ? u - (1LL << bits) : u;
+}
+inline ll lowest(unsigned d) { return signedDepth(d) ? -(1LL << (bitsOf(d) - 1)) : 0; }
+inline ll highest(unsigned d) {
+  return signedDepth(d) ? (1LL << (bitsOf(d) - 1)) - 1 : (1LL << bitsOf(d)) - 1;
+}
+inline ll clampTo(unsigned d, ll v) {
+  return v < lowest(d) ? lowest(d) : v > highest(d) ? highest(d) : v;
 }
 
 // Address and bit of value (x, y, c) in a block laid out like the image
@@ -42,31 +48,28 @@ struct Spot {
 };
 
 inline Spot spot(const MoxImage* im, char* base, int step, int rows, int x, int y, int c) {
-  const unsigned bits = im->depth & ~MOX_DEPTH_SIGN;
+  const unsigned bits = bitsOf(im->depth);
   char* row = base + ll(y) * step + (im->dataOrder == 1 ? ll(c) * step * rows : 0);
   if (bits == 1) return {reinterpret_cast<unsigned char*>(row + x / 8), 7 - x % 8};
   const ll index = im->dataOrder == 1 ? x : ll(x) * im->nChannels + c;
   return {reinterpret_cast<unsigned char*>(row + index * (bits / 8)), 0};
 }
 
+// Values are stored little-endian, packed bits from the most significant.
 inline ll load(unsigned depth, Spot s) {
-  ll v = 0;
-  switch (depth & ~MOX_DEPTH_SIGN) {
-    case 1: return (*s.byte >> s.bit) & 1;
-    case 8: v = *s.byte; break;
-    case 16: { unsigned short u; std::memcpy(&u, s.byte, 2); v = u; break; }
-    default: { unsigned u; std::memcpy(&u, s.byte, 4); v = u; break; }
-  }
-  return wrap(depth, v);
+  if (bitsOf(depth) == 1) return (*s.byte >> s.bit) & 1;
+  unsigned u = 0;
+  std::memcpy(&u, s.byte, bitsOf(depth) / 8);
+  return wrap(depth, u);
 }
 
 inline void store(unsigned depth, Spot s, ll v) {
-  switch (depth & ~MOX_DEPTH_SIGN) {
-    case 1: *s.byte = static_cast<unsigned char>((*s.byte & ~(1 << s.bit)) | ((v & 1) << s.bit)); break;
-    case 8: *s.byte = static_cast<unsigned char>(v); break;
-    case 16: { unsigned short u = static_cast<unsigned short>(v); std::memcpy(s.byte, &u, 2); break; }
-    default: { unsigned u = static_cast<unsigned>(v); std::memcpy(s.byte, &u, 4); break; }
+  if (bitsOf(depth) == 1) {
+    *s.byte = static_cast<unsigned char>((*s.byte & ~(1 << s.bit)) | ((v & 1) << s.bit));
+    return;
   }
+  const unsigned u = static_cast<unsigned>(v);
+  std::memcpy(s.byte, &u, bitsOf(depth) / 8);
 }
 
 inline ll get(const MoxImage* im, int x, int y, int c = 0) {
@@ -122,8 +125,8 @@ class Tiled {
  public:
   Tiled(const MoxImage* plain, int tileWidth, int tileHeight) {
     info_ = moxCreateTileInfo(&callBack, 0, tileWidth, tileHeight);
-    im_ = moxCreateImageHeader(plain->nChannels, 0, plain->depth, "RGB", "RGB", plain->dataOrder,
-                               0, plain->align, plain->height, plain->width, nullptr, this, info_);
+    im_ = moxCreateImageHeader(plain->nChannels, 0, plain->depth, "RGB", "RGB", plain->dataOrder, 0,
+                               plain->align, plain->height, plain->width, nullptr, this, info_);
     if (plain->roi)
       im_->roi = moxCreateROI(plain->roi->coi, plain->roi->xOffset, plain->roi->yOffset,
                               plain->roi->height, plain->roi->width);
@@ -151,8 +154,8 @@ class Tiled {
     int x, y, mode;
   };
   std::vector<Call> calls;
-  int nullOnGet = -1;     // the get with this number (from 0) leaves tileData null
-  int keepOnRelease = -1; // the release with this number leaves tileData set
+  int nullOnGet = -1;      // the get with this number (from 0) leaves tileData null
+  int keepOnRelease = -1;  // the release with this number leaves tileData set
   int gets = 0, releases = 0;
   bool badIndex = false;  // a request named a tile outside the image
 
@@ -197,17 +200,7 @@ class Tiled {
 };
 
 // The six depths.
-inline const unsigned kDepths[] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_8S,
+inline const unsigned kDepths[] = {MOX_DEPTH_1U,  MOX_DEPTH_8U,  MOX_DEPTH_8S,
                                    MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S};
-
-inline ll lowest(unsigned d) {
-  return d == MOX_DEPTH_1U ? 0 : d == MOX_DEPTH_8S ? -128 : d == MOX_DEPTH_16S ? -32768
-         : d == MOX_DEPTH_32S ? -2147483648LL : 0;
-}
-inline ll highest(unsigned d) {
-  return d == MOX_DEPTH_1U ? 1 : d == MOX_DEPTH_8U ? 255 : d == MOX_DEPTH_8S ? 127
-         : d == MOX_DEPTH_16U ? 65535 : d == MOX_DEPTH_16S ? 32767 : 2147483647LL;
-}
-inline ll clampTo(unsigned d, ll v) { return v < lowest(d) ? lowest(d) : v > highest(d) ? highest(d) : v; }
 
 }  // namespace testimg

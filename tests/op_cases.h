@@ -16,11 +16,6 @@ struct OpCase {
   std::function<ll(unsigned depth, ll a, ll b)> ref;
 };
 
-inline ll storedBits(unsigned d, ll v) {
-  const unsigned bits = d & ~MOX_DEPTH_SIGN;
-  return bits == 32 ? (v & 0xFFFFFFFFLL) : (v & ((1LL << bits) - 1));
-}
-
 inline ll rshiftRef(unsigned d, ll a, unsigned n) {
   n &= 31;
   if (d == MOX_DEPTH_32S) return a >> n;
@@ -29,10 +24,17 @@ inline ll rshiftRef(unsigned d, ll a, unsigned n) {
 }
 
 // One case: the call (a, b, d, m) and the reference (depth d, values a, b).
-#define OP_CASE(name, sources, call, ref)                                                \
-  OpCase {                                                                              \
-    name, sources, [=](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { (void)b; call; }, \
-        [=](unsigned d, ll a, ll b) -> ll { (void)b; return ref; }                      \
+#define OP_CASE(name, sources, call, ref)                          \
+  OpCase {                                                         \
+    name, sources,                                                 \
+        [=](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { \
+          (void)b;                                                 \
+          call;                                                    \
+        },                                                         \
+        [=](unsigned d, ll a, ll b) -> ll {                        \
+          (void)b;                                                 \
+          return ref;                                              \
+        }                                                          \
   }
 
 inline std::vector<OpCase> allOps() {
@@ -63,7 +65,7 @@ inline std::vector<OpCase> allOps() {
   }
   for (unsigned n : {0u, 1u, 2u, 9u, 17u, 25u, 31u, 33u}) {
     v.push_back(OP_CASE("LShiftS", 1, moxLShiftS(a, d, n, m),
-                        wrap(d, static_cast<ll>(static_cast<unsigned>(storedBits(d, a)) << (n & 31)))));
+                        wrap(d, static_cast<unsigned>(a) << (n & 31))));
     v.push_back(OP_CASE("RShiftS", 1, moxRShiftS(a, d, n, m), rshiftRef(d, a, n)));
   }
   return v;
@@ -84,7 +86,9 @@ inline Rect clippedRoi(const MoxImage* im) {
 inline int workChannels(const MoxImage* im) {
   return im->roi && im->roi->coi ? 1 : (im->depth == MOX_DEPTH_1U ? 1 : im->nChannels);
 }
-inline int channelOf(const MoxImage* im, int k) { return im->roi && im->roi->coi ? im->roi->coi - 1 : k; }
+inline int channelOf(const MoxImage* im, int k) {
+  return im->roi && im->roi->coi ? im->roi->coi - 1 : k;
+}
 
 // The pixel values of the destination after f over the common rectangle of
 // the images (sources first, destination last); nothing else changes.
@@ -104,7 +108,9 @@ inline std::vector<ll> expected(const std::vector<MoxImage*>& images,
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {
       const int dx = dr.x + x, dy = dr.y + y;
-      if (dx < limit.x || dy < limit.y || dx >= limit.x + ll(limit.w) || dy >= limit.y + ll(limit.h)) continue;
+      if (dx < limit.x || dy < limit.y || dx >= limit.x + ll(limit.w) ||
+          dy >= limit.y + ll(limit.h))
+        continue;
       for (int k = 0; k < workChannels(d); ++k) {
         ll values[3];
         for (size_t i = 0; i + 1 < images.size(); ++i) {
@@ -132,10 +138,25 @@ inline void checkCase(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d) {
   std::vector<MoxImage*> images = {a};
   if (c.sources == 2) images.push_back(b);
   images.push_back(d);
-  const auto want = expected(images, [&](const ll* v) { return c.ref(depth, v[0], c.sources == 2 ? v[1] : 0); });
+  const auto want =
+      expected(images, [&](const ll* v) { return c.ref(depth, v[0], c.sources == 2 ? v[1] : 0); });
   c.run(a, b, d, nullptr);
   EXPECT_EQ(moxGetErrStatus(), 0) << c.name;
   EXPECT_EQ(pixels(d), want) << c.name << " depth " << std::hex << depth;
+}
+
+// Exactly one report, a bad argument with this function, text (header
+// fault texts without their padding), line and, when given, file.
+inline void expectReport(const char* func, const std::string& message, int line,
+                         const char* file = nullptr) {
+  ASSERT_EQ(reports().size(), 1u) << func << " " << message;
+  const Report& r = reports()[0];
+  EXPECT_EQ(r.status, MOX_StsBadArgument);
+  EXPECT_EQ(r.func, func);
+  EXPECT_EQ(r.file, file ? file : r.file);
+  EXPECT_EQ(r.message.substr(0, r.message.find_last_not_of(" \n") + 1), message);
+  EXPECT_EQ(r.line, line) << func << " " << message;
+  reports().clear();
 }
 
 }  // namespace testimg

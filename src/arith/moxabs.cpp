@@ -7,6 +7,6 @@ constexpr mox::OpTable kTable = mox::unaryTable("moxAbs", "moxabs", 404, 406, 42
 }  // namespace
 
 extern "C" MOX_API void MOX_CALL moxAbs(const MoxImage* srcImage, MoxImage* dstImage,
-                                   const int* mapping) {
+                                        const int* mapping) {
   mox::runUnary<mox::arith::Abs>(kTable, srcImage, dstImage, mapping);
 }

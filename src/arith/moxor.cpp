@@ -7,6 +7,6 @@ constexpr mox::OpTable kTable = mox::binaryTable("moxOr", "moxor", 719, 722, 743
 }  // namespace
 
 extern "C" MOX_API void MOX_CALL moxOr(const MoxImage* srcImageA, const MoxImage* srcImageB,
-                                   MoxImage* dstImage, const int* mapping) {
+                                       MoxImage* dstImage, const int* mapping) {
   mox::runBinary<mox::arith::Or>(kTable, srcImageA, srcImageB, dstImage, mapping);
 }

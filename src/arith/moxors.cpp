@@ -7,7 +7,7 @@ constexpr mox::OpTable kTable = mox::unaryTable("moxOrS", "moxors", 676, 678, 69
 }  // namespace
 
 extern "C" MOX_API void MOX_CALL moxOrS(const MoxImage* srcImage, MoxImage* dstImage, int value,
-                                   const int* mapping) {
+                                        const int* mapping) {
   mox::OpArgs args;
   args.value = value;
   mox::runUnary<mox::arith::OrS>(kTable, srcImage, dstImage, mapping, args);

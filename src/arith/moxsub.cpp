@@ -2,8 +2,10 @@
 #include "arith/arith.h"
 
 namespace {
-constexpr int kTileLines[12] = {1810, 1829, 1848, 1873, 1879, 1894, 1900, 1915, 1921, 1939, 1944, 1949};
-constexpr mox::OpTable kTable = mox::binaryTable("moxSubtract", "moxsub", 1673, 1676, 1697, 1758, kTileLines);
+constexpr int kTileLines[12] = {1810, 1829, 1848, 1873, 1879, 1894,
+                                1900, 1915, 1921, 1939, 1944, 1949};
+constexpr mox::OpTable kTable =
+    mox::binaryTable("moxSubtract", "moxsub", 1673, 1676, 1697, 1758, kTileLines);
 }  // namespace
 
 extern "C" MOX_API void MOX_CALL moxSubtract(const MoxImage* srcImageA, const MoxImage* srcImageB,

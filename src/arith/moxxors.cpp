@@ -3,11 +3,12 @@
 
 namespace {
 constexpr int kTileLines[8] = {791, 810, 831, 837, 852, 858, 880, 885};
-constexpr mox::OpTable kTable = mox::unaryTable("moxXorS", "moxxors", 677, 679, 693, 746, kTileLines);
+constexpr mox::OpTable kTable =
+    mox::unaryTable("moxXorS", "moxxors", 677, 679, 693, 746, kTileLines);
 }  // namespace
 
 extern "C" MOX_API void MOX_CALL moxXorS(const MoxImage* srcImage, MoxImage* dstImage, int value,
-                                   const int* mapping) {
+                                         const int* mapping) {
   mox::OpArgs args;
   args.value = value;
   mox::runUnary<mox::arith::XorS>(kTable, srcImage, dstImage, mapping, args);

@@ -44,8 +44,15 @@ mox::Kernel pickExchange(unsigned depth) {
 }
 
 constexpr int kTileLines[8] = {131, 135, 142, 144, 149, 151, 159, 161};
-constexpr mox::OpTable kTable{"moxExchange", "moxexch", 2, {"imageA", "imageB", nullptr},
-                              {"nChA", "nChB", nullptr}, {60, 61, 0}, {63, 0}, {64, 0}, {70, 0},
+constexpr mox::OpTable kTable{"moxExchange",
+                              "moxexch",
+                              2,
+                              {"imageA", "imageB", nullptr},
+                              {"nChA", "nChB", nullptr},
+                              {60, 61, 0},
+                              {63, 0},
+                              {64, 0},
+                              {70, 0},
                               {{121, 122, 123, 124}, {}}};
 
 constexpr mox::OpTable withTileLines(mox::OpTable t) {

@@ -20,8 +20,15 @@ struct Set : mox::Rule {
   }
 };
 
-constexpr mox::OpTable kTable{"moxSet", "moxset", 1, {"image", nullptr, nullptr},
-                              {"nChImage", nullptr, nullptr}, {52, 0, 0}, {}, {}, {},
+constexpr mox::OpTable kTable{"moxSet",
+                              "moxset",
+                              1,
+                              {"image", nullptr, nullptr},
+                              {"nChImage", nullptr, nullptr},
+                              {52, 0, 0},
+                              {},
+                              {},
+                              {},
                               {{80, 81, 82, 83}, {101, 106, 108, 112}}};
 
 }  // namespace

@@ -136,10 +136,12 @@ inline unsigned bits8(const unsigned char* p, std::ptrdiff_t bit, std::ptrdiff_t
 // Reads w pixels of row y of a 1-bit view from column x0 into out, packed
 // from bit 7 of out[0].
 inline void readBits(const View& v, int y, int x0, int w, unsigned char* out) {
-  const auto* row = reinterpret_cast<const unsigned char*>(v.data + std::ptrdiff_t(y) * v.widthStep);
+  const auto* row =
+      reinterpret_cast<const unsigned char*>(v.data + std::ptrdiff_t(y) * v.widthStep);
   const std::ptrdiff_t bit = std::ptrdiff_t(v.bitOffset) + x0;
   const std::ptrdiff_t rowBytes = (bit + w + 7) / 8;
-  for (int j = 0; j < (w + 7) / 8; ++j) out[j] = static_cast<unsigned char>(bits8(row, bit + 8 * j, rowBytes));
+  for (int j = 0; j < (w + 7) / 8; ++j)
+    out[j] = static_cast<unsigned char>(bits8(row, bit + 8 * j, rowBytes));
 }
 
 // Writes w packed pixels of in to row y of a 1-bit view from column x0; the
@@ -275,13 +277,20 @@ Kernel pickKernel(unsigned depth) {
     return &pointKernel<Op, D, N>;
   };
   switch (depth) {
-    case MOX_DEPTH_1U: return of(Bit{}, Bit{});
-    case MOX_DEPTH_8U: return of(U8{}, U8{});
-    case MOX_DEPTH_16U: return of(U16{}, U16{});
-    case MOX_DEPTH_8S: return of(S8{}, U8{});
-    case MOX_DEPTH_16S: return of(S16{}, U16{});
-    case MOX_DEPTH_32S: return of(S32{}, U32{});
-    default: return nullptr;
+    case MOX_DEPTH_1U:
+      return of(Bit{}, Bit{});
+    case MOX_DEPTH_8U:
+      return of(U8{}, U8{});
+    case MOX_DEPTH_16U:
+      return of(U16{}, U16{});
+    case MOX_DEPTH_8S:
+      return of(S8{}, U8{});
+    case MOX_DEPTH_16S:
+      return of(S16{}, U16{});
+    case MOX_DEPTH_32S:
+      return of(S32{}, U32{});
+    default:
+      return nullptr;
   }
 }
 
@@ -336,9 +345,16 @@ void runUnary(const OpTable& t, const MoxImage* s, MoxImage* d, const int* mappi
 // consecutive.
 constexpr OpTable binaryTable(const char* func, const char* file, int headerB, int depthA,
                               int channelsA, int request, const int (&tile)[12]) {
-  OpTable t{func, file, 3, {"srcImageA", "srcImageB", "dstImage"}, {"nChSrcA", "nChSrcB", "nChDst"},
-            {headerB - 1, headerB, headerB + 1}, {depthA, depthA + 1}, {depthA + 2, depthA + 3},
-            {channelsA, channelsA + 1}, {{request, request + 1, request + 2, request + 3}, {}}};
+  OpTable t{func,
+            file,
+            3,
+            {"srcImageA", "srcImageB", "dstImage"},
+            {"nChSrcA", "nChSrcB", "nChDst"},
+            {headerB - 1, headerB, headerB + 1},
+            {depthA, depthA + 1},
+            {depthA + 2, depthA + 3},
+            {channelsA, channelsA + 1},
+            {{request, request + 1, request + 2, request + 3}, {}}};
   for (int i = 0; i < 12; ++i) t.walk.tileData[i] = tile[i];
   return t;
 }
@@ -347,8 +363,15 @@ constexpr OpTable binaryTable(const char* func, const char* file, int headerB, i
 // the data order line follows the depth line.
 constexpr OpTable unaryTable(const char* func, const char* file, int headerDst, int depth,
                              int channels, int request, const int (&tile)[8]) {
-  OpTable t{func, file, 2, {"srcImage", "dstImage", nullptr}, {"nChSrc", "nChDst", nullptr},
-            {headerDst - 1, headerDst, 0}, {depth, 0}, {depth + 1, 0}, {channels, 0},
+  OpTable t{func,
+            file,
+            2,
+            {"srcImage", "dstImage", nullptr},
+            {"nChSrc", "nChDst", nullptr},
+            {headerDst - 1, headerDst, 0},
+            {depth, 0},
+            {depth + 1, 0},
+            {channels, 0},
             {{request, request + 1, request + 2, request + 3}, {}}};
   for (int i = 0; i < 8; ++i) t.walk.tileData[i] = tile[i];
   return t;

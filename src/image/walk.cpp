@@ -89,8 +89,9 @@ bool flatViews(const WalkImage* images, int n, View* views) {
   if (elements > 0x7fffffff) return false;
   for (int i = 0; i < n; ++i) {
     const MoxImage* im = images[i].image;
-    views[i] = View{im->imageData, im->imageSize, static_cast<int>(elements), 1, 1, 0, 0,
-                    im->depth, 0, im->imageSize};
+    views[i] =
+        View{im->imageData, im->imageSize, static_cast<int>(elements), 1, 1, 0, 0, im->depth, 0,
+             im->imageSize};
   }
   return true;
 }
@@ -105,14 +106,15 @@ class Walker {
  private:
   bool report(int line, const char* name, const char* test) {
     char message[160];
-    std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name,
-                  test);
+    std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name, test);
     mox::report(Site{spec_.func, spec_.file, line}, message);
     return false;
   }
   int line(int k) const { return spec_.lines->tileData[k]; }
   bool acquire(int i, int tx, int ty);
   bool cutToTile(const int* mapping);
+  bool walkPieces(Kernel kernel, const void* arg);
+  bool releaseAll();
 
   const WalkSpec& spec_;
   const WalkImage* images_;
@@ -160,6 +162,12 @@ bool Walker::cutToTile(const int* mapping) {
   return true;
 }
 
+// The view of a rectangle of an untiled image.
+View plainView(const MoxImage* im, i64 x, i64 y, i64 w, i64 h) {
+  const Layout l{im->imageData, im->widthStep, i64(im->widthStep) * im->height};
+  return viewAt(im, l, 0, 0, x, y, w, h);
+}
+
 bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
   bool tiled = false;
   w_ = h_ = 0x7fffffff;
@@ -183,24 +191,23 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
   View views[3];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
-    if (spec_.wholeImage && flatViews(images_, n_, views)) {
-      kernel(views, arg);
-      return true;
-    }
-    for (int i = 0; i < n_; ++i) {
-      const MoxImage* im = parts_[i].image;
-      const Layout l{im->imageData, im->widthStep, i64(im->widthStep) * im->height};
-      views[i] = viewAt(im, l, 0, 0, parts_[i].x, parts_[i].y, w_, h_);
-    }
+    if (!spec_.wholeImage || !flatViews(images_, n_, views))
+      for (int i = 0; i < n_; ++i)
+        views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
     kernel(views, arg);
     return true;
   }
-
   if (mapping && parts_[n_ - 1].tile) {
     firstWalk_ = true;
     if (!cutToTile(mapping)) return false;
   }
+  return walkPieces(kernel, arg) && releaseAll();
+}
 
+// Bands of rows end where any image's tile row ends; pieces of a band end
+// where any image's tile column ends.
+bool Walker::walkPieces(Kernel kernel, const void* arg) {
+  View views[3];
   i64 band = 0, piece = 0;
   for (i64 ry = 0; ry < h_; ry += band) {
     band = h_ - ry;
@@ -216,9 +223,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
         const Part& p = parts_[i];
         const i64 x = p.x + rx, y = p.y + ry;
         if (!p.tile) {
-          const Layout l{p.image->imageData, p.image->widthStep,
-                         i64(p.image->widthStep) * p.image->height};
-          views[i] = viewAt(p.image, l, 0, 0, x, y, piece, band);
+          views[i] = plainView(p.image, x, y, piece, band);
           continue;
         }
         const int tx = static_cast<int>(x / p.tile->width);
@@ -231,7 +236,10 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
       kernel(views, arg);
     }
   }
+  return true;
+}
 
+bool Walker::releaseAll() {
   for (int i = 0; i < n_; ++i) {
     const Part& p = parts_[i];
     if (!p.tile) continue;
