@@ -26,6 +26,21 @@ inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
 }
 #endif
 
+// Saturating 32-bit sum and difference without a wider type, so the loops
+// vectorise: the result overflowed when its sign differs from the sign that
+// both operands (of a sum) or the minuend (of a difference) force.
+inline std::int32_t limitOf(std::int32_t a) { return (a >> 31) ^ 0x7FFFFFFF; }
+inline std::int32_t addSat32(std::int32_t a, std::int32_t b) {
+  const auto s =
+      static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+  return ((a ^ s) & (b ^ s)) < 0 ? limitOf(a) : s;
+}
+inline std::int32_t subSat32(std::int32_t a, std::int32_t b) {
+  const auto s =
+      static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
+  return ((a ^ b) & (a ^ s)) < 0 ? limitOf(a) : s;
+}
+
 // Saturating sum and difference of 8- and 16-bit values are single SSE2
 // instructions: I names one per depth.
 template <class D, class I, class T>
@@ -49,6 +64,7 @@ struct Add : Rule {
 #endif
   template <class D>
   static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    if constexpr (std::is_same_v<D, S32>) return addSat32(a, b);
     return D::sat(typename D::Sum(a) + b);
   }
   template <class D, class T>
@@ -67,6 +83,7 @@ struct Subtract : Rule {
 #endif
   template <class D>
   static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    if constexpr (std::is_same_v<D, S32>) return subSat32(a, b);
     return D::sat(typename D::Sum(a) - b);
   }
   template <class D, class T>
@@ -128,6 +145,7 @@ struct AddS : Rule {
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
     using W = typename D::Sum;
+    if constexpr (std::is_same_v<D, S32>) return addSat32(a, s.value);
     return D::sat(W(a) + scalar<D, W>(s.value));
   }
 };
@@ -136,6 +154,8 @@ struct SubtractS : Rule {
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
     using W = typename D::Sum;
+    if constexpr (std::is_same_v<D, S32>)
+      return s.reverse ? subSat32(s.value, a) : subSat32(a, s.value);
     // value - A is -(A - value); a sign factor keeps the loop free of branches
     const W sign = s.reverse ? -1 : 1;
     return D::sat(sign * (W(a) - scalar<D, W>(s.value)));
