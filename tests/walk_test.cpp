@@ -230,10 +230,10 @@ TEST(Walk, KernelRunsOncePerPieceOverWholeBands) {
   Capture capture;
   Image a({MOX_DEPTH_8U, 1, 0, 64, 64}, 1), d({MOX_DEPTH_8U, 1, 0, 64, 64}, 2);
   Tiled ta(a, 24, 8), td(d, 16, 16);
-  const mox::WalkSpec spec{"walk", "walk", &kNoLines, true};
+  const mox::WalkPlan plan{"walk", "walk", &kNoLines, true};
   const mox::WalkImage images[2] = {{ta, "a", false}, {td, "d", true}};
   std::vector<Piece> pieces;
-  ASSERT_TRUE(mox::walk(spec, images, 2, nullptr, &notePiece, &pieces));
+  ASSERT_TRUE(mox::walk(plan, images, 2, nullptr, &notePiece, &pieces));
   // Column edges at 16, 24, 32, 48 (and 64): 5 pieces a band; bands of 8 rows.
   ASSERT_EQ(pieces.size(), 5u * 8u);
   int area = 0;
@@ -253,7 +253,7 @@ TEST(Walk, KernelRunsOncePerPieceOverWholeBands) {
   pieces.clear();
   td.calls.clear();
   const int mapping[2] = {1, 2};
-  ASSERT_TRUE(mox::walk(spec, images, 2, mapping, &notePiece, &pieces));
+  ASSERT_TRUE(mox::walk(plan, images, 2, mapping, &notePiece, &pieces));
   ASSERT_EQ(td.calls.size(), 2u);
   EXPECT_EQ(td.calls[0].x, 1);
   EXPECT_EQ(td.calls[0].y, 2);

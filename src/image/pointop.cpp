@@ -40,8 +40,8 @@ void runPointOp(const OpTable& t, const MoxImage* const* images, const int* mapp
   if (!checkImages(t, images)) return;
   WalkImage walked[3];
   for (int i = 0; i < t.n; ++i) walked[i] = {images[i], t.names[i], writeAll || i == t.n - 1};
-  const WalkSpec spec{t.func, t.file, &t.walk, true};
-  walk(spec, walked, t.n, mapping, pick(images[t.n - 1]->depth), &args);
+  const WalkPlan plan{t.func, t.file, &t.walk, true};
+  walk(plan, walked, t.n, mapping, pick(images[t.n - 1]->depth), &args);
 }
 
 }  // namespace mox

@@ -98,8 +98,8 @@ bool flatViews(const WalkImage* images, int n, View* views) {
 
 class Walker {
  public:
-  Walker(const WalkSpec& spec, const WalkImage* images, int n)
-      : spec_(spec), images_(images), n_(n) {}
+  Walker(const WalkPlan& plan, const WalkImage* images, int n)
+      : plan_(plan), images_(images), n_(n) {}
 
   bool run(const int* mapping, Kernel kernel, const void* arg);
 
@@ -107,16 +107,16 @@ class Walker {
   bool report(int line, const char* name, const char* test) {
     char message[160];
     std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name, test);
-    mox::report(Site{spec_.func, spec_.file, line}, message);
+    mox::report(Site{plan_.func, plan_.file, line}, message);
     return false;
   }
-  int line(int k) const { return spec_.lines->tileData[k]; }
+  int line(int k) const { return plan_.lines->tileData[k]; }
   bool acquire(int i, int tx, int ty);
   bool cutToTile(const int* mapping);
   bool walkPieces(Kernel kernel, const void* arg);
   bool releaseAll();
 
-  const WalkSpec& spec_;
+  const WalkPlan& plan_;
   const WalkImage* images_;
   int n_;
   Part parts_[3];
@@ -150,7 +150,7 @@ bool Walker::cutToTile(const int* mapping) {
   const bool fails[4] = {begX > d.x + w_, begY > d.y + h_, endX < d.x, endY < d.y};
   for (int k = 0; k < 4; ++k) {
     if (!fails[k]) continue;
-    mox::report(Site{spec_.func, spec_.file, spec_.lines->request[k]}, kTexts[k]);
+    mox::report(Site{plan_.func, plan_.file, plan_.lines->request[k]}, kTexts[k]);
     return false;
   }
   const i64 dx = std::max<i64>(begX - d.x, 0), dy = std::max<i64>(begY - d.y, 0);
@@ -191,7 +191,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
   View views[3];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
-    if (!spec_.wholeImage || !flatViews(images_, n_, views))
+    if (!plan_.wholeImage || !flatViews(images_, n_, views))
       for (int i = 0; i < n_; ++i)
         views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
     kernel(views, arg);
@@ -251,9 +251,9 @@ bool Walker::releaseAll() {
 
 }  // namespace
 
-bool walk(const WalkSpec& spec, const WalkImage* images, int n, const int* mapping, Kernel kernel,
+bool walk(const WalkPlan& plan, const WalkImage* images, int n, const int* mapping, Kernel kernel,
           const void* arg) {
-  Walker walker(spec, images, n);
+  Walker walker(plan, images, n);
   return walker.run(mapping, kernel, arg);
 }
 

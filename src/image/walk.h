@@ -74,7 +74,7 @@ struct WalkLines {
   int tileData[12];
 };
 
-struct WalkSpec {
+struct WalkPlan {
   const char* func;
   const char* file;
   const WalkLines* lines;
@@ -83,7 +83,7 @@ struct WalkSpec {
 
 // Walks n (1..3) images. Returns false after a report (tile request or tile
 // data); the kernel may then have run on part of the rectangle.
-bool walk(const WalkSpec& spec, const WalkImage* images, int n, const int* mapping, Kernel kernel,
+bool walk(const WalkPlan& plan, const WalkImage* images, int n, const int* mapping, Kernel kernel,
           const void* arg);
 
 // Checks that an untiled image's step and size hold the rows its width and
