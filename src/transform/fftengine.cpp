@@ -167,14 +167,14 @@ void Engine::rowPass(double* m, int rows, int cols, std::ptrdiff_t step, int sig
                      bool narrow) {
   if (cols < 2) return;
   const RealPlan& R = realPlan(cols, sign);
-  double* s = scratch(scratchFor(R.fft->n, *R.fft, cols, narrow ? 1 : kLanes));
+  double* s = scratch(scratchFor(R.fft->n, *R.fft, cols, kLanes));
   kernels().realRows(R, m, rows, step, inverse, narrow, s);
 }
 
 void Engine::columnPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
                         bool inverse, bool narrow) {
   if (rows < 2) return;
-  const int B = narrow ? 1 : kLanes;
+  constexpr int B = kLanes;
   const RealPlan& R = realPlan(rows, sign);
   const Plan& P = plan(rows, sign);
   double* s = scratch(std::max(scratchFor(R.fft->n, *R.fft, rows, B), scratchFor(rows, P, 0, B)));

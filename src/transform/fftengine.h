@@ -7,7 +7,8 @@
 // gathered from a matrix into split real/imaginary buffers laid out element
 // by element ([n][lanes]), transformed together, and scattered back. Every
 // lane runs exactly the same arithmetic whatever the batch width, so the
-// one-sequence-at-a-time schedule gives bit-identical results.
+// one-sequence-at-a-time schedule (one busy lane per batch) gives
+// bit-identical results.
 #pragma once
 
 #include <cstddef>

@@ -500,58 +500,42 @@ void cosineLanes(const CosinePlan& C, Seq s, int nl, bool inverse, double* scrat
   }
 }
 
+// The batches below hold `per` sequences each: kLanes in the general
+// schedule, one in the narrow one. Both run the same code on every lane, so
+// their results are identical bit for bit.
+
 // Column 0 and, for an even width, the last column: the real columns of a
-// packed spectrum, as one batch of lanes.
-template <int B>
-void realColumns(const RealPlan& R, double* m, int cols, std::ptrdiff_t step, bool inverse,
-                 double* scratch) {
+// packed spectrum.
+void realColumnsK(const RealPlan& R, double* m, int cols, std::ptrdiff_t step, bool inverse,
+                  bool narrow, double* scratch) {
   const bool two = cols % 2 == 0;
-  if (B == 1 || !two) {
-    for (int c = 0; c < (two ? 2 : 1); ++c) {
-      const Seq s{m + (c ? cols - 1 : 0), step, 0};
-      if (inverse) realInverse<B>(R, s, 1, scratch);
-      else realForward<B>(R, s, 1, scratch);
-    }
-    return;
+  const Seq both{m, step, cols - 1};
+  const int nl = two ? 2 : 1;
+  for (int c = 0; c < nl; c += narrow ? 1 : nl) {
+    const Seq s = narrow ? Seq{m + (c ? cols - 1 : 0), step, 0} : both;
+    const int lanes = narrow ? 1 : nl;
+    if (inverse) realInverse<kLanes>(R, s, lanes, scratch);
+    else realForward<kLanes>(R, s, lanes, scratch);
   }
-  const Seq s{m, step, cols - 1};
-  if (inverse) realInverse<B>(R, s, 2, scratch);
-  else realForward<B>(R, s, 2, scratch);
 }
 
-template <int B>
-void complexColumns(const Plan& P, double* m, int cols, std::ptrdiff_t step, double* scratch) {
-  const int pairs = (cols - 1) / 2;
-  for (int k = 1; k <= pairs; k += B)
-    complexLanes<B>(P, {m + 2 * k - 1, step, 2}, m + 2 * k, std::min(B, pairs - k + 1), scratch);
-}
-
-template <int B>
-void realRowsT(const RealPlan& R, double* m, int rows, std::ptrdiff_t step, bool inverse,
-               double* scratch) {
-  for (int r = 0; r < rows; r += B) {
-    const Seq s{m + r * step, 1, step};
-    if (inverse) realInverse<B>(R, s, std::min(B, rows - r), scratch);
-    else realForward<B>(R, s, std::min(B, rows - r), scratch);
-  }
+// The column pairs (2k - 1, 2k), k >= 1, as complex sequences.
+void complexColumnsK(const Plan& P, double* m, int cols, std::ptrdiff_t step, bool narrow,
+                     double* scratch) {
+  const int pairs = (cols - 1) / 2, per = narrow ? 1 : kLanes;
+  for (int k = 1; k <= pairs; k += per)
+    complexLanes<kLanes>(P, {m + 2 * k - 1, step, 2}, m + 2 * k, std::min(per, pairs - k + 1),
+                         scratch);
 }
 
 void realRowsK(const RealPlan& R, double* m, int rows, std::ptrdiff_t step, bool inverse,
                bool narrow, double* scratch) {
-  if (narrow) realRowsT<1>(R, m, rows, step, inverse, scratch);
-  else realRowsT<kLanes>(R, m, rows, step, inverse, scratch);
-}
-
-void realColumnsK(const RealPlan& R, double* m, int cols, std::ptrdiff_t step, bool inverse,
-                  bool narrow, double* scratch) {
-  if (narrow) realColumns<1>(R, m, cols, step, inverse, scratch);
-  else realColumns<kLanes>(R, m, cols, step, inverse, scratch);
-}
-
-void complexColumnsK(const Plan& P, double* m, int cols, std::ptrdiff_t step, bool narrow,
-                     double* scratch) {
-  if (narrow) complexColumns<1>(P, m, cols, step, scratch);
-  else complexColumns<kLanes>(P, m, cols, step, scratch);
+  const int per = narrow ? 1 : kLanes;
+  for (int r = 0; r < rows; r += per) {
+    const Seq s{m + r * step, 1, step};
+    if (inverse) realInverse<kLanes>(R, s, std::min(per, rows - r), scratch);
+    else realForward<kLanes>(R, s, std::min(per, rows - r), scratch);
+  }
 }
 
 void cosineLinesK(const CosinePlan& C, double* m, int count, std::ptrdiff_t es, std::ptrdiff_t ls,

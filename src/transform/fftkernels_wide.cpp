@@ -8,7 +8,7 @@
 #include "fftplan.h"
 
 #if defined(MOX_FFT_HAVE_WIDE)
-#pragma GCC target("avx2")
+#pragma GCC target("avx2,fpmath=sse")
 #define MOX_FFT_KERNELS kWideKernels
 #include "fftkernels.h"
 #endif
