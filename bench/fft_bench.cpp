@@ -68,7 +68,7 @@ void BM_floor_RealFft2D(benchmark::State& state) {
     for (std::size_t i = 0; i < v.size(); ++i) work[i] = v[i];
     benchmark::ClobberMemory();
     for (std::size_t i = 0; i < v.size(); ++i)
-      out[i] = static_cast<std::int32_t>(std::lround(work[i] * 0.5));
+      out[i] = static_cast<std::int32_t>(work[i] * 0.5);
     benchmark::DoNotOptimize(out.data());
   }
   setCounters(state, n);
