@@ -152,20 +152,20 @@ TEST(RealFft2D, RoundTripThroughAnIntegerSpectrumIsExact) {
   std::mt19937 rng(9);
   for (const Size s : {Size{64, 48}, Size{100, 75}, Size{3, 3}, Size{256, 256}, Size{1, 97},
                        Size{210, 1}, Size{127, 130}}) {
-    Image img(s.h, s.w, MOX_DEPTH_8U), spec(s.h, s.w, MOX_DEPTH_32S), back(s.h, s.w, MOX_DEPTH_8U);
+    Image img(s.h, s.w, MOX_DEPTH_8U), spectrum(s.h, s.w, MOX_DEPTH_32S), back(s.h, s.w, MOX_DEPTH_8U);
     img.fill(rng, 0, 255);
-    ASSERT_EQ(moxRealFft2D(img.get(), spec.get(), MOX_FFT_FORWARD, nullptr), 0);
-    ASSERT_EQ(moxCcsFft2D(spec.get(), back.get(), MOX_FFT_INVERSE, nullptr), 0);
+    ASSERT_EQ(moxRealFft2D(img.get(), spectrum.get(), MOX_FFT_FORWARD, nullptr), 0);
+    ASSERT_EQ(moxCcsFft2D(spectrum.get(), back.get(), MOX_FFT_INVERSE, nullptr), 0);
     EXPECT_EQ(img.bytes(), back.bytes()) << s.h << "x" << s.w;
   }
 }
 
 TEST(RealFft2D, RowOfOnes) {
-  Image ones(1, 8, MOX_DEPTH_8U), spec(1, 8, MOX_DEPTH_32S), back(1, 8, MOX_DEPTH_8U);
+  Image ones(1, 8, MOX_DEPTH_8U), spectrum(1, 8, MOX_DEPTH_32S), back(1, 8, MOX_DEPTH_8U);
   for (int x = 0; x < 8; ++x) ones.set(0, x, 1);
-  ASSERT_EQ(moxRealFft2D(ones.get(), spec.get(), MOX_FFT_FORWARD, nullptr), 0);
-  EXPECT_EQ(spec.plane(), (std::vector<double>{8, 0, 0, 0, 0, 0, 0, 0}));
-  ASSERT_EQ(moxCcsFft2D(spec.get(), back.get(), MOX_FFT_INVERSE, nullptr), 0);
+  ASSERT_EQ(moxRealFft2D(ones.get(), spectrum.get(), MOX_FFT_FORWARD, nullptr), 0);
+  EXPECT_EQ(spectrum.plane(), (std::vector<double>{8, 0, 0, 0, 0, 0, 0, 0}));
+  ASSERT_EQ(moxCcsFft2D(spectrum.get(), back.get(), MOX_FFT_INVERSE, nullptr), 0);
   EXPECT_EQ(back.plane(), std::vector<double>(8, 1.0));
 }
 
@@ -375,11 +375,11 @@ TEST(RealFft2D, ThreadsTransformAtOnce) {
   ASSERT_EQ(moxRealFft2D(a.get(), wantA.get(), MOX_FFT_FORWARD, nullptr), 0);
   ASSERT_EQ(moxRealFft2D(b.get(), wantB.get(), MOX_FFT_INVERSE, nullptr), 0);
   const auto work = [](const Image* src, const Image* want, int flags, bool* ok) {
-    Image spec((*src)->height, (*src)->width, MOX_DEPTH_32S);
+    Image spectrum((*src)->height, (*src)->width, MOX_DEPTH_32S);
     *ok = true;
     for (int i = 0; i < 20; ++i) {
-      *ok &= moxRealFft2D(src->get(), spec.get(), flags | MOX_FFT_SAVE, nullptr) == 0;
-      *ok &= spec.bytes() == want->bytes();
+      *ok &= moxRealFft2D(src->get(), spectrum.get(), flags | MOX_FFT_SAVE, nullptr) == 0;
+      *ok &= spectrum.bytes() == want->bytes();
     }
     moxRealFft2D(nullptr, nullptr, MOX_FFT_FREE, nullptr);
   };

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <new>
 #include <utility>
 
 namespace mox::fft {
@@ -81,8 +82,10 @@ const Plan& Engine::plan(int n, int sign) {
   if (rest > 1) {
     // A prime factor too large for a direct butterfly: chirp convolution of
     // a power-of-two length of at least 2n - 1.
-    int m = 1;
-    while (m < 2 * n - 1) m *= 2;
+    long long wide = 1;
+    while (wide < 2LL * n - 1) wide *= 2;
+    if (wide > (1LL << 30)) throw std::bad_alloc();  // beyond any block we could hold
+    const int m = static_cast<int>(wide);
     P->m = m;
     P->up = &plan(m, 1);
     P->down = &plan(m, -1);
