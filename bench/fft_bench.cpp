@@ -8,7 +8,6 @@
 //   opencv: 8U converted to CV_64F (timed), then cv::dft.
 #include <benchmark/benchmark.h>
 
-#include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
