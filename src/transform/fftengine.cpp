@@ -70,13 +70,8 @@ const Plan& Engine::plan(int n, int sign) {
   P->sign = sign;
   std::vector<int> radices;
   int rest = n;
-  // Powers of two: radix 8 passes, finished with 4, 4 + 4 or 2.
-  int twos = 0;
-  while (rest % 2 == 0) ++twos, rest /= 2;
-  const int eights = twos % 3 == 1 && twos > 3 ? twos / 3 - 1 : twos / 3;
-  for (int k = 0; k < eights; ++k) radices.push_back(8);
-  for (int left = twos - 3 * eights; left > 0; left -= left >= 2 ? 2 : 1)
-    radices.push_back(left >= 2 ? 4 : 2);
+  while (rest % 4 == 0) radices.push_back(4), rest /= 4;
+  if (rest % 2 == 0) radices.push_back(2), rest /= 2;
   for (int p = 3; rest > 1 && p <= kLargestRadix; p += 2)
     while (rest % p == 0) radices.push_back(p), rest /= p;
   if (rest > 1) {
@@ -116,7 +111,7 @@ const Plan& Engine::plan(int n, int sign) {
           P->twRe.push_back(re);
           P->twIm.push_back(im);
         }
-      if (p == 7 || p > 8) {
+      if (p > 5) {
         s.gen = P->genCos.size();
         for (int j = 0; j < p; ++j) {
           double re, im;

@@ -97,64 +97,6 @@ void pass4(const Stage& s, const double* tr, const double* ti, const double* __r
   }
 }
 
-// Radix 8: two 4-point transforms (even and odd inputs) joined by the
-// eighth roots of unity.
-template <int B, int S, bool Tw>
-void pass8(const Stage& s, const double* tr, const double* ti, const double* __restrict xr,
-           const double* __restrict xi, double* __restrict yr, double* __restrict yi) {
-  const std::size_t run = static_cast<std::size_t>(s.m) * B, L = s.L;
-  constexpr double h = 0.70710678118654752440;  // 1 / sqrt(2)
-  for (std::size_t q = 0; q < L; ++q) {
-    double wr[8] = {1, 1, 1, 1, 1, 1, 1, 1}, wi[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-    if (Tw)
-      for (int a = 1; a < 8; ++a) wr[a] = tr[7 * q + a - 1], wi[a] = ti[7 * q + a - 1];
-    const double* a0r = xr + 8 * q * run;
-    const double* a0i = xi + 8 * q * run;
-    double* y0r = yr + q * run;
-    double* y0i = yi + q * run;
-    const std::size_t o = L * run;
-#pragma GCC ivdep
-    for (std::size_t i = 0; i < run; ++i) {
-      double br[8], bi[8];
-      for (int a = 0; a < 8; ++a) {
-        br[a] = a0r[a * run + i];
-        bi[a] = a0i[a * run + i];
-        if (Tw && a) {
-          const double t = br[a] * wr[a] - bi[a] * wi[a];
-          bi[a] = br[a] * wi[a] + bi[a] * wr[a];
-          br[a] = t;
-        }
-      }
-      // 4-point transforms of (b0, b2, b4, b6) and (b1, b3, b5, b7).
-      double er[4], ei[4], orr[4], oi[4];
-      for (int k = 0; k < 2; ++k) {
-        double* zr = k ? orr : er;
-        double* zi = k ? oi : ei;
-        const double s02r = br[k] + br[k + 4], s02i = bi[k] + bi[k + 4];
-        const double d02r = br[k] - br[k + 4], d02i = bi[k] - bi[k + 4];
-        const double s13r = br[k + 2] + br[k + 6], s13i = bi[k + 2] + bi[k + 6];
-        const double d13r = br[k + 2] - br[k + 6], d13i = bi[k + 2] - bi[k + 6];
-        zr[0] = s02r + s13r, zi[0] = s02i + s13i;
-        zr[2] = s02r - s13r, zi[2] = s02i - s13i;
-        zr[1] = d02r - S * d13i, zi[1] = d02i + S * d13r;
-        zr[3] = d02r + S * d13i, zi[3] = d02i - S * d13r;
-      }
-      // Odd terms times exp(S 2 pi i k / 8).
-      const double o1r = h * (orr[1] - S * oi[1]), o1i = h * (oi[1] + S * orr[1]);
-      const double o2r = -S * oi[2], o2i = S * orr[2];
-      const double o3r = h * (-orr[3] - S * oi[3]), o3i = h * (-oi[3] + S * orr[3]);
-      y0r[i] = er[0] + orr[0], y0i[i] = ei[0] + oi[0];
-      y0r[4 * o + i] = er[0] - orr[0], y0i[4 * o + i] = ei[0] - oi[0];
-      y0r[o + i] = er[1] + o1r, y0i[o + i] = ei[1] + o1i;
-      y0r[5 * o + i] = er[1] - o1r, y0i[5 * o + i] = ei[1] - o1i;
-      y0r[2 * o + i] = er[2] + o2r, y0i[2 * o + i] = ei[2] + o2i;
-      y0r[6 * o + i] = er[2] - o2r, y0i[6 * o + i] = ei[2] - o2i;
-      y0r[3 * o + i] = er[3] + o3r, y0i[3 * o + i] = ei[3] + o3i;
-      y0r[7 * o + i] = er[3] - o3r, y0i[7 * o + i] = ei[3] - o3i;
-    }
-  }
-}
-
 template <int B>
 void pass3(const Stage& s, int sign, const double* tr, const double* ti,
            const double* __restrict xr, const double* __restrict xi, double* __restrict yr,
@@ -301,15 +243,6 @@ void runStage(const Plan& P, const Stage& s, const double* xr, const double* xi,
       } else {
         if (s.L == 1) pass4<B, -1, false>(s, tr, ti, xr, xi, yr, yi);
         else pass4<B, -1, true>(s, tr, ti, xr, xi, yr, yi);
-      }
-      break;
-    case 8:
-      if (P.sign > 0) {
-        if (s.L == 1) pass8<B, 1, false>(s, tr, ti, xr, xi, yr, yi);
-        else pass8<B, 1, true>(s, tr, ti, xr, xi, yr, yi);
-      } else {
-        if (s.L == 1) pass8<B, -1, false>(s, tr, ti, xr, xi, yr, yi);
-        else pass8<B, -1, true>(s, tr, ti, xr, xi, yr, yi);
       }
       break;
     case 3: pass3<B>(s, P.sign, tr, ti, xr, xi, yr, yi); break;
