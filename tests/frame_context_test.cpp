@@ -1,7 +1,136 @@
+// The per-thread context: status, mode, report function and status texts.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstddef>
+#include <thread>
+#include <vector>
+
+#include "capture.h"
 #include "moxpx.h"
 
-TEST(Context, DefaultsOfANewThread) {
-  EXPECT_EQ(moxGetErrStatus(), 0);
+namespace {
+
+using moxtest::Capture;
+
+TEST(Context, ANewThreadStartsFromTheTemplate) {
+  std::thread([] {
+    EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
+    EXPECT_EQ(moxGetErrMode(), MOX_ErrorModeLeaf);
+    MoxContext* ctx = moxUndContext();
+    ASSERT_NE(ctx, nullptr);
+    EXPECT_EQ(ctx->reportFn, &moxGuiBoxReport);
+    for (int word : ctx->reserved) EXPECT_EQ(word, 0);
+    EXPECT_EQ(ctx->errorText[0], '\0');
+  }).join();
 }
+
+TEST(Context, RecordLayout) {
+  EXPECT_EQ(offsetof(MoxContext, errorText) + 80, sizeof(MoxContext));
+  if (sizeof(void*) == 4) {
+    EXPECT_EQ(sizeof(MoxContext), 1652u);
+    EXPECT_EQ(sizeof(MoxImage), 112u);
+  }
+}
+
+TEST(Context, ModeAndStatusAreStoredAsGiven) {
+  Capture capture;
+  for (int mode : {MOX_ErrorModeLeaf, MOX_ErrorModeSilent, 7, -3, MOX_ErrorModeParent}) {
+    moxSetErrMode(mode);
+    EXPECT_EQ(moxGetErrMode(), mode);
+  }
+  moxSetErrStatus(-42);
+  EXPECT_EQ(moxGetErrStatus(), -42);
+  EXPECT_EQ(moxUndContext()->status, -42);
+}
+
+TEST(Context, ErrorStoresAndReportsByStatus) {
+  Capture capture;
+  moxSetErrStatus(-5);
+  EXPECT_EQ(moxError(MOX_StsNoError, "f", "m", "file", 3), 0);
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
+  EXPECT_TRUE(capture.empty());
+
+  moxSetErrStatus(MOX_StsOutOfMemory);
+  for (int trace : {MOX_StsBacktrace, MOX_StsAutotraceCall}) {
+    EXPECT_EQ(moxError(trace, "f", "m", "file", 3), trace);
+    EXPECT_EQ(moxGetErrStatus(), MOX_StsOutOfMemory) << trace;
+  }
+  EXPECT_EQ(capture.all().size(), 2u);
+
+  EXPECT_EQ(moxError(MOX_StsBadArgument, "moxAdd", "(x)", "moxadd", 1091), MOX_StsBadArgument);
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsBadArgument);
+  const moxtest::Report r = capture.last();
+  EXPECT_EQ(r.func, "moxAdd");
+  EXPECT_EQ(r.message, "(x)");
+  EXPECT_EQ(r.file, "moxadd");
+  EXPECT_EQ(r.line, 1091);
+  // A positive status is stored and reported like any other.
+  moxError(12, "f", "m", "file", 1);
+  EXPECT_EQ(moxGetErrStatus(), 12);
+  EXPECT_EQ(capture.all().size(), 4u);
+}
+
+TEST(Context, StatusTexts) {
+  const struct {
+    int status;
+    const char* text;
+  } cases[] = {
+      {0, "No Error"},
+      {-1, "Backtrace"},
+      {-2, "Unknown error"},
+      {-3, "Internal error (bad state)"},
+      {-4, "Out of memory"},
+      {-5, "Bad argument"},
+      {-6, "Unsupported function"},
+      {-7, "Iteration convergence failed"},
+      {-8, "Autotrace call"},
+      {1, "Unknown status code 1"},
+      {-9, "Unknown error code -9"},
+      {2147483647, "Unknown status code 2147483647"},
+      {-2147483647 - 1, "Unknown error code -2147483648"},
+  };
+  for (const auto& c : cases) EXPECT_STREQ(moxErrorStr(c.status), c.text) << c.status;
+  // Unknown codes are built in the thread's own buffer.
+  EXPECT_EQ(moxErrorStr(99), moxUndContext()->errorText);
+}
+
+TEST(Context, RedirectReturnsThePreviousFunction) {
+  const MoxErrorCallBack original = moxRedirectError(moxStdErrReport);
+  EXPECT_EQ(moxRedirectError(moxNulDevReport), &moxStdErrReport);
+  EXPECT_EQ(moxRedirectError(nullptr), &moxNulDevReport);
+  EXPECT_EQ(moxUndContext()->reportFn, &moxGuiBoxReport);
+  moxRedirectError(original);
+}
+
+// Each thread keeps its own status, mode and report function while the
+// others change theirs.
+TEST(Context, ThreadsAreIndependent) {
+  constexpr int kThreads = 4;
+  std::atomic<int> arrived{0};
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t, &arrived, &failures] {
+      const int mode = t % 3;
+      const MoxErrorCallBack fn = t % 2 ? moxNulDevReport : moxStdErrReport;
+      moxSetErrMode(mode);
+      moxSetErrStatus(-100 - t);
+      moxRedirectError(fn);
+      ++arrived;
+      while (arrived.load() < kThreads) std::this_thread::yield();
+      for (int i = 0; i < 1000; ++i) {
+        if (moxGetErrMode() != mode || moxGetErrStatus() != -100 - t ||
+            moxUndContext()->reportFn != fn)
+          ++failures;
+        moxSetErrStatus(-100 - t);
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_EQ(moxGetErrMode(), MOX_ErrorModeLeaf);
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
+}
+
+}  // namespace

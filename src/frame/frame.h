@@ -43,4 +43,10 @@ bool win32s();
 // Formats into buf (never more than size bytes, always terminated).
 void format(char* buf, std::size_t size, const char* fmt, ...);
 
+#if defined(_WIN32)
+// The module entry: process and thread attach and detach (the system's
+// reason codes); nonzero on success.
+int entry(unsigned long reason);
+#endif
+
 }  // namespace mox::platform

@@ -6,6 +6,10 @@
 
 #include "image.h"
 
+// The published record sizes of 32-bit targets.
+static_assert(sizeof(void*) != 4 || sizeof(MoxImage) == 112, "MoxImage is 28 words");
+static_assert(sizeof(void*) != 4 || sizeof(MoxContext) == 1652, "MoxContext is 413 words");
+
 namespace mox {
 
 bool isValidDepth(unsigned depth) {
@@ -51,6 +55,14 @@ unsigned creationFaults(const MoxImage* image) {
 
 namespace {
 
+// Copies a 4-character name; a shorter text ends at its terminator and the
+// rest is zero, so that short literals ("RGB") are never read past.
+void copyName(char* to, const char* from) {
+  int i = 0;
+  for (; i < 4 && from[i]; ++i) to[i] = from[i];
+  for (; i < 4; ++i) to[i] = '\0';
+}
+
 // The 32-bit pattern that fills a new block.
 std::uint32_t fillPattern(unsigned depth, int fillValue) {
   const std::uint32_t v = static_cast<std::uint32_t>(fillValue);
@@ -78,8 +90,8 @@ MOX_API MoxImage* MOX_CALL moxCreateImageHeader(int nChannels, int alphaChannel,
   image->nChannels = nChannels;
   image->alphaChannel = alphaChannel;
   image->depth = depth;
-  std::memcpy(image->colorModel, colorModel, 4);
-  std::memcpy(image->channelSeq, channelSeq, 4);
+  copyName(image->colorModel, colorModel);
+  copyName(image->channelSeq, channelSeq);
   image->dataOrder = dataOrder;
   image->origin = origin;
   image->align = align;

@@ -35,8 +35,7 @@ void threadDetach() {
 
 }  // namespace
 
-// The module entry: process and thread attach and detach.
-BOOL entry(DWORD reason) {
+int entry(unsigned long reason) {
   switch (reason) {
     case DLL_PROCESS_ATTACH:
       if (attachCount == 0) {

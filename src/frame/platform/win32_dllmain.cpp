@@ -3,9 +3,7 @@
 #if defined(_WIN32)
 #include <windows.h>
 
-namespace mox::platform {
-BOOL entry(DWORD reason);
-}
+#include "../frame.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
   return mox::platform::entry(reason);

@@ -4,13 +4,12 @@
 #if defined(_WIN32)
 #include <windows.h>
 
-namespace mox::platform {
-BOOL entry(DWORD reason);
-}
+#include "../frame.h"
 
 extern "C" {
 static void NTAPI ownTlsEntry(PVOID, DWORD reason, PVOID) { mox::platform::entry(reason); }
-__attribute__((section(".CRT$XLM"), used)) extern const PIMAGE_TLS_CALLBACK ownTlsEntryPointer;
-const PIMAGE_TLS_CALLBACK ownTlsEntryPointer = ownTlsEntry;
+extern const PIMAGE_TLS_CALLBACK ownTlsEntryPointer;
+__attribute__((section(".CRT$XLM"), used)) const PIMAGE_TLS_CALLBACK ownTlsEntryPointer =
+    ownTlsEntry;
 }
 #endif

@@ -1,0 +1,32 @@
+# Writes the module-definition file from the implemented list. On 32-bit
+# Windows the entries carry their __stdcall decoration (name@bytes, read
+# from the core's objects) so that the import library resolves callers'
+# decorated references, while --kill-at exports the plain names.
+#   cmake -DNM=<nm> -DOBJECTS=<obj;...> -DLIST=<exports.txt> -DOUT=<moxpx.def> -DDECORATED=ON|OFF -P make_def.cmake
+file(STRINGS ${LIST} names REGEX "^mox")
+set(symbols "")
+if(DECORATED)
+  execute_process(COMMAND ${NM} --defined-only -g ${OBJECTS} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "could not read the core's symbols")
+  endif()
+  string(REGEX MATCHALL " T _mox[A-Za-z0-9]+@[0-9]+" symbols "${dump}")
+endif()
+set(body "LIBRARY moxpx.dll\nEXPORTS\n")
+foreach(name ${names})
+  set(entry ${name})
+  if(DECORATED)
+    set(entry "")
+    foreach(sym ${symbols})
+      if(sym MATCHES " T _${name}@([0-9]+)$")
+        set(entry "${name}@${CMAKE_MATCH_1}")
+      endif()
+    endforeach()
+    if(NOT entry)
+      message(FATAL_ERROR "${name} is listed as implemented but not defined")
+    endif()
+  endif()
+  string(APPEND body "  ${entry}\n")
+endforeach()
+file(WRITE ${OUT}.tmp "${body}")
+execute_process(COMMAND ${CMAKE_COMMAND} -E copy_if_different ${OUT}.tmp ${OUT})

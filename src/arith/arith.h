@@ -1,0 +1,244 @@
+// The per-value rules of the arithmetic and logic operations. Each rule is
+// written once; the kernels of every depth, including packed bits, come from
+// the templates of the point-operation layer.
+#pragma once
+
+#include <cstdint>
+
+#include "image/pointop.h"
+
+namespace mox::arith {
+
+#if defined(__SSE2__)
+// Runs f over 16-byte groups of two sources into a destination; returns how
+// many values were done. Each group is loaded before it is stored, so the
+// destination may be one of the sources.
+template <class T, class F>
+inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
+  constexpr std::size_t step = 16 / sizeof(T);
+  std::size_t j = 0;
+  for (; j + step <= n; j += step) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + j));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + j));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), f(x, y));
+  }
+  return j;
+}
+#endif
+
+// Saturating 32-bit sum and difference without a wider type, so the loops
+// vectorise: the result overflowed when its sign differs from the sign that
+// both operands (of a sum) or the minuend (of a difference) force.
+inline std::int32_t limitOf(std::int32_t a) { return (a >> 31) ^ 0x7FFFFFFF; }
+inline std::int32_t addSat32(std::int32_t a, std::int32_t b) {
+  const auto s =
+      static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+  return ((a ^ s) & (b ^ s)) < 0 ? limitOf(a) : s;
+}
+inline std::int32_t subSat32(std::int32_t a, std::int32_t b) {
+  const auto s =
+      static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
+  return ((a ^ b) & (a ^ s)) < 0 ? limitOf(a) : s;
+}
+
+// Saturating sum and difference of 8- and 16-bit values are single SSE2
+// instructions: I names one per depth.
+template <class D, class I, class T>
+inline std::size_t saturatingBlock(const T* a, const T* b, T* d, std::size_t n) {
+#if defined(__SSE2__)
+  if constexpr (std::is_same_v<D, U8>) return sse2Pairs(a, b, d, n, I::u8);
+  if constexpr (std::is_same_v<D, S8>) return sse2Pairs(a, b, d, n, I::s8);
+  if constexpr (std::is_same_v<D, U16>) return sse2Pairs(a, b, d, n, I::u16);
+  if constexpr (std::is_same_v<D, S16>) return sse2Pairs(a, b, d, n, I::s16);
+#endif
+  (void)a, (void)b, (void)d, (void)n;
+  return 0;
+}
+
+struct Add : Rule {
+#if defined(__SSE2__)
+  static __m128i u8(__m128i x, __m128i y) { return _mm_adds_epu8(x, y); }
+  static __m128i s8(__m128i x, __m128i y) { return _mm_adds_epi8(x, y); }
+  static __m128i u16(__m128i x, __m128i y) { return _mm_adds_epu16(x, y); }
+  static __m128i s16(__m128i x, __m128i y) { return _mm_adds_epi16(x, y); }
+#endif
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    if constexpr (std::is_same_v<D, S32>) return addSat32(a, b);
+    return D::sat(typename D::Sum(a) + b);
+  }
+  template <class D, class T>
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
+    return saturatingBlock<D, Add>(a, b, d, n);
+  }
+};
+
+struct Subtract : Rule {
+  static constexpr bool reversible = true;
+#if defined(__SSE2__)
+  static __m128i u8(__m128i x, __m128i y) { return _mm_subs_epu8(x, y); }
+  static __m128i s8(__m128i x, __m128i y) { return _mm_subs_epi8(x, y); }
+  static __m128i u16(__m128i x, __m128i y) { return _mm_subs_epu16(x, y); }
+  static __m128i s16(__m128i x, __m128i y) { return _mm_subs_epi16(x, y); }
+#endif
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    if constexpr (std::is_same_v<D, S32>) return subSat32(a, b);
+    return D::sat(typename D::Sum(a) - b);
+  }
+  template <class D, class T>
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
+    return saturatingBlock<D, Subtract>(a, b, d, n);
+  }
+};
+
+struct Multiply : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return D::sat(typename D::Product(a) * b);
+  }
+};
+
+// The logic rules work on the stored bits, so one kernel per storage size
+// serves both signs.
+struct And : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return static_cast<typename D::T>(a & b);
+  }
+};
+
+struct Or : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return static_cast<typename D::T>(a | b);
+  }
+};
+
+struct Xor : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
+    return static_cast<typename D::T>(a ^ b);
+  }
+};
+
+// ---------------------------------------------------------------- scalar
+
+// The scalar is a signed 32-bit number. Below 32 bits it is first limited to
+// twice the depth's span, which saturates every value (also value - A) just
+// as the full scalar would, so sums and products stay in the narrow working type
+// and the loops vectorise.
+template <class D, class W>
+inline W scalar(int v) {
+  if constexpr (D::bits >= 32) {
+    return v;
+  } else {
+    constexpr int bound = static_cast<int>(2 * (D::hi - D::lo + 1));
+    return static_cast<W>(v < -bound ? -bound : v > bound ? bound : v);
+  }
+}
+
+struct AddS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    using W = typename D::Sum;
+    if constexpr (std::is_same_v<D, S32>) return addSat32(a, s.value);
+    return D::sat(W(a) + scalar<D, W>(s.value));
+  }
+};
+
+struct SubtractS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    using W = typename D::Sum;
+    if constexpr (std::is_same_v<D, S32>)
+      return s.reverse ? subSat32(s.value, a) : subSat32(a, s.value);
+    // value - A is -(A - value); a sign factor keeps the loop free of branches
+    const W sign = s.reverse ? -1 : 1;
+    return D::sat(sign * (W(a) - scalar<D, W>(s.value)));
+  }
+};
+
+struct MultiplyS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    using W = typename D::Product;
+    return D::sat(W(a) * scalar<D, W>(s.value));
+  }
+};
+
+// The scalar is cut to the storage size (to the low bit for packed bits).
+struct AndS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::cut(a & D::cut(s.value));
+  }
+};
+
+struct OrS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::cut(a | D::cut(s.value));
+  }
+};
+
+struct XorS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    return D::cut(a ^ D::cut(s.value));
+  }
+};
+
+// The stored bits shifted left in a 32-bit register; the low bits are kept.
+// On packed bits any count but 0 (mod 32) clears the pixel.
+struct LShiftS : Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    using U = std::make_unsigned_t<typename D::T>;
+    return D::cut(static_cast<std::uint32_t>(static_cast<U>(a)) << (s.shift & 31));
+  }
+};
+
+// Unsigned values shift logically; 8- and 16-bit signed values are sign
+// extended to 32 bits and shifted logically, so from 25 (8S) or 17 (16S)
+// upward zeros reach the stored bits; 32-bit values shift arithmetically.
+struct RShiftS : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs& s) {
+    const unsigned n = s.shift & 31;
+    if constexpr (D::isSigned && D::bits == 32)
+      return static_cast<typename D::T>(a >> n);
+    else
+      return D::cut(static_cast<std::uint32_t>(static_cast<std::int32_t>(a)) >> n);
+  }
+};
+
+struct Square : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs&) {
+    return D::sat(typename D::Product(a) * a);
+  }
+};
+
+// (A + m) XOR m with m the sign mask, stored without saturation, so the most
+// negative value stays. Unsigned values are their own absolute value.
+struct Abs : Rule {
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs&) {
+    if constexpr (D::isSigned) {
+      const long long m = a < 0 ? -1 : 0;
+      return D::cut((static_cast<long long>(a) + m) ^ m);
+    } else {
+      return a;
+    }
+  }
+};
+
+}  // namespace mox::arith

@@ -1,0 +1,29 @@
+// moxCopy: the ROI of one image into the ROI of another.
+#include <cstring>
+
+#include "image/pointop.h"
+
+namespace {
+
+struct Copy : mox::Rule {
+  static constexpr bool bitwise = true;
+  template <class D>
+  static typename D::T apply(typename D::T a, const mox::OpArgs&) {
+    return a;
+  }
+  template <class D, class T>
+  static std::size_t block(const T* s, T* d, std::size_t n, const mox::OpArgs&) {
+    if (s != d) std::memmove(d, s, n * sizeof(T));
+    return n;
+  }
+};
+
+constexpr int kTileLines[8] = {130, 134, 141, 143, 148, 150, 158, 160};
+constexpr mox::OpTable kTable = mox::unaryTable("moxCopy", "moxcopy", 61, 63, 70, 120, kTileLines);
+
+}  // namespace
+
+extern "C" MOX_API void MOX_CALL moxCopy(const MoxImage* srcImage, MoxImage* dstImage,
+                                         const int* mapping) {
+  mox::runUnary<Copy>(kTable, srcImage, dstImage, mapping);
+}

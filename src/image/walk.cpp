@@ -1,0 +1,284 @@
+// The ROI/tile walk: common rectangle, tile request, tile pieces, release.
+#include "image/walk.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace mox {
+namespace {
+
+using i64 = long long;
+
+// Where an image's pixels start and how they step: the image's own block, or
+// the tile it currently holds.
+struct Layout {
+  char* base;
+  i64 step;
+  i64 planeStep;
+};
+
+struct Part {
+  const MoxImage* image;
+  const MoxTileInfo* tile;  // null for an untiled image
+  i64 x, y;                 // start of the image's rectangle
+  i64 tileStep;             // row step inside a tile
+  bool held;
+  int heldX, heldY;
+};
+
+// The ROI rectangle clipped to the image; empty sizes become 0.
+void clipped(const MoxImage* im, i64& x, i64& y, i64& w, i64& h) {
+  x = 0, y = 0, w = im->width, h = im->height;
+  if (const MoxROI* roi = im->roi) {
+    x = std::max(roi->xOffset, 0);
+    y = std::max(roi->yOffset, 0);
+    w = std::min<i64>(roi->width, im->width - x);
+    h = std::min<i64>(roi->height, im->height - y);
+  }
+  w = std::max<i64>(w, 0);
+  h = std::max<i64>(h, 0);
+}
+
+// The view of the rectangle (x, y, w, h) of an image whose layout starts at
+// pixel (ox, oy).
+View viewAt(const MoxImage* im, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i64 w, i64 h) {
+  const unsigned bits = depthBits(im->depth);
+  const i64 col = x - ox;
+  i64 byte;
+  int bitOffset = 0;
+  if (bits == 1) {
+    byte = col >> 3;
+    bitOffset = static_cast<int>(col & 7);
+  } else {
+    byte = col * (bits / 8) * (im->dataOrder == 0 ? im->nChannels : 1);
+  }
+  View v;
+  v.data = l.base + (y - oy) * l.step + byte;
+  v.widthStep = static_cast<int>(l.step);
+  v.width = static_cast<int>(w);
+  v.height = static_cast<int>(h);
+  v.nChannels = im->nChannels;
+  v.coi = im->roi ? im->roi->coi : 0;
+  v.dataOrder = im->dataOrder;
+  v.depth = im->depth;
+  v.bitOffset = bitOffset;
+  v.planeStep = static_cast<std::ptrdiff_t>(l.planeStep);
+  return v;
+}
+
+bool coversWhole(const MoxImage* im) {
+  const MoxROI* roi = im->roi;
+  if (!roi) return true;
+  i64 x, y, w, h;
+  clipped(im, x, y, w, h);
+  return x == 0 && y == 0 && w == im->width && h == im->height &&
+         (roi->coi == 0 || (roi->coi == 1 && im->nChannels == 1));
+}
+
+// The flat whole-image views, or false when the images do not qualify.
+bool flatViews(const WalkImage* images, int n, View* views) {
+  const MoxImage* d = images[n - 1].image;
+  for (int i = 0; i < n; ++i) {
+    const MoxImage* im = images[i].image;
+    if (im->width != d->width || im->height != d->height || im->imageSize != d->imageSize ||
+        im->widthStep != d->widthStep || !coversWhole(im))
+      return false;
+  }
+  const unsigned bits = depthBits(d->depth);
+  i64 elements = bits == 1 ? i64(d->imageSize) * 8 : d->imageSize / (bits / 8);
+  if (elements > 0x7fffffff) return false;
+  for (int i = 0; i < n; ++i) {
+    const MoxImage* im = images[i].image;
+    views[i] =
+        View{im->imageData, im->imageSize, static_cast<int>(elements), 1, 1, 0, 0, im->depth, 0,
+             im->imageSize};
+  }
+  return true;
+}
+
+class Walker {
+ public:
+  Walker(const WalkPlan& plan, const WalkImage* images, int n)
+      : plan_(plan), images_(images), n_(n) {}
+
+  bool run(const int* mapping, Kernel kernel, const void* arg);
+
+ private:
+  bool report(int line, const char* name, const char* test) {
+    char message[160];
+    std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name, test);
+    mox::report(Site{plan_.func, plan_.file, line}, message);
+    return false;
+  }
+  int line(int k) const { return plan_.lines->tileData[k]; }
+  bool acquire(int i, int tx, int ty);
+  bool cutToTile(const int* mapping);
+  bool walkPieces(Kernel kernel, const void* arg);
+  bool releaseAll();
+
+  const WalkPlan& plan_;
+  const WalkImage* images_;
+  int n_;
+  Part parts_[3];
+  i64 w_ = 0, h_ = 0;
+  bool firstWalk_ = false;
+};
+
+bool Walker::acquire(int i, int tx, int ty) {
+  Part& p = parts_[i];
+  if (p.held && p.heldX == tx && p.heldY == ty) return true;
+  const MoxImage* im = p.image;
+  MoxTileInfo* tile = im->tileInfo;
+  const char* name = images_[i].name;
+  if (!firstWalk_ && p.held) {
+    tile->callBack(im, p.heldX, p.heldY, MOX_RELEASE_TILE);
+    if (tile->tileData) return report(line(n_ + 2 * i), name, "!=");
+  }
+  tile->callBack(im, tx, ty, images_[i].write ? MOX_GET_TILE_TO_WRITE : MOX_GET_TILE_TO_READ);
+  p.held = true, p.heldX = tx, p.heldY = ty;
+  if (!tile->tileData) return report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, "==");
+  return true;
+}
+
+// Cuts the rectangle down to the destination tile named by the request.
+bool Walker::cutToTile(const int* mapping) {
+  Part& d = parts_[n_ - 1];
+  const i64 begX = i64(mapping[0]) * d.tile->width, endX = begX + d.tile->width;
+  const i64 begY = i64(mapping[1]) * d.tile->height, endY = begY + d.tile->height;
+  static const char* const kTexts[4] = {"(dTile.begX > dRoi.endX)", "(dTile.begY > dRoi.endY)",
+                                        "(dTile.endX < dRoi.begX)", "(dTile.endY < dRoi.begY)"};
+  const bool fails[4] = {begX > d.x + w_, begY > d.y + h_, endX < d.x, endY < d.y};
+  for (int k = 0; k < 4; ++k) {
+    if (!fails[k]) continue;
+    mox::report(Site{plan_.func, plan_.file, plan_.lines->request[k]}, kTexts[k]);
+    return false;
+  }
+  const i64 dx = std::max<i64>(begX - d.x, 0), dy = std::max<i64>(begY - d.y, 0);
+  const i64 w = std::min(d.x + w_, endX) - (d.x + dx);
+  const i64 h = std::min(d.y + h_, endY) - (d.y + dy);
+  for (int i = 0; i < n_; ++i) parts_[i].x += dx, parts_[i].y += dy;
+  w_ = std::max<i64>(w, 0);
+  h_ = std::max<i64>(h, 0);
+  return true;
+}
+
+// The view of a rectangle of an untiled image.
+View plainView(const MoxImage* im, i64 x, i64 y, i64 w, i64 h) {
+  const Layout l{im->imageData, im->widthStep, i64(im->widthStep) * im->height};
+  return viewAt(im, l, 0, 0, x, y, w, h);
+}
+
+bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
+  bool tiled = false;
+  w_ = h_ = 0x7fffffff;
+  for (int i = 0; i < n_; ++i) {
+    Part& p = parts_[i];
+    p.image = images_[i].image;
+    p.tile = p.image->tileInfo;
+    p.held = false;
+    i64 w, h;
+    clipped(p.image, p.x, p.y, w, h);
+    w_ = std::min(w_, w);
+    h_ = std::min(h_, h);
+    if (p.tile) {
+      tiled = true;
+      int step = 0, size = 0;
+      layoutSize(p.tile->width, p.tile->height, p.image->depth, p.image->nChannels,
+                 p.image->dataOrder, p.image->align, &step, &size);
+      p.tileStep = step;
+    }
+  }
+  View views[3];
+  if (!tiled) {
+    if (w_ == 0 || h_ == 0) return true;
+    if (!plan_.wholeImage || !flatViews(images_, n_, views))
+      for (int i = 0; i < n_; ++i)
+        views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
+    kernel(views, arg);
+    return true;
+  }
+  if (mapping && parts_[n_ - 1].tile) {
+    firstWalk_ = true;
+    if (!cutToTile(mapping)) return false;
+  }
+  return walkPieces(kernel, arg) && releaseAll();
+}
+
+// Bands of rows end where any image's tile row ends; pieces of a band end
+// where any image's tile column ends.
+bool Walker::walkPieces(Kernel kernel, const void* arg) {
+  View views[3];
+  i64 band = 0, piece = 0;
+  for (i64 ry = 0; ry < h_; ry += band) {
+    band = h_ - ry;
+    for (int i = 0; i < n_; ++i)
+      if (const MoxTileInfo* t = parts_[i].tile)
+        band = std::min<i64>(band, t->height - (parts_[i].y + ry) % t->height);
+    for (i64 rx = 0; rx < w_; rx += piece) {
+      piece = w_ - rx;
+      for (int i = 0; i < n_; ++i)
+        if (const MoxTileInfo* t = parts_[i].tile)
+          piece = std::min<i64>(piece, t->width - (parts_[i].x + rx) % t->width);
+      for (int i = 0; i < n_; ++i) {
+        const Part& p = parts_[i];
+        const i64 x = p.x + rx, y = p.y + ry;
+        if (!p.tile) {
+          views[i] = plainView(p.image, x, y, piece, band);
+          continue;
+        }
+        const int tx = static_cast<int>(x / p.tile->width);
+        const int ty = static_cast<int>(y / p.tile->height);
+        if (!acquire(i, tx, ty)) return false;
+        const Layout l{p.tile->tileData, p.tileStep, p.tileStep * p.tile->height};
+        views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
+                          piece, band);
+      }
+      kernel(views, arg);
+    }
+  }
+  return true;
+}
+
+bool Walker::releaseAll() {
+  for (int i = 0; i < n_; ++i) {
+    const Part& p = parts_[i];
+    if (!p.tile) continue;
+    p.tile->callBack(p.image, p.held ? p.heldX : 0, p.held ? p.heldY : 0, MOX_RELEASE_TILE);
+    if (p.tile->tileData) return report(line(3 * n_ + i), images_[i].name, "!=");
+  }
+  return true;
+}
+
+}  // namespace
+
+bool walk(const WalkPlan& plan, const WalkImage* images, int n, const int* mapping, Kernel kernel,
+          const void* arg) {
+  Walker walker(plan, images, n);
+  return walker.run(mapping, kernel, arg);
+}
+
+bool badLayout(const MoxImage* image, const char* name, const Site& at) {
+  const char* pattern = nullptr;
+  const unsigned bits = depthBits(image->depth);
+  if (const MoxTileInfo* tile = image->tileInfo) {
+    int step = 0, size = 0;
+    if (!layoutSize(tile->width, tile->height, image->depth, image->nChannels, image->dataOrder,
+                    image->align, &step, &size))
+      pattern = "(%s->tileInfo->width * %s->tileInfo->height is too large)";
+  } else {
+    const bool plane = image->dataOrder == 1;
+    const i64 rowBytes = (i64(image->width) * bits * (plane ? 1 : image->nChannels) + 7) / 8;
+    const i64 rows = i64(image->height) * (plane ? image->nChannels : 1);
+    if (image->widthStep < rowBytes)
+      pattern = "(%s->widthStep < the bytes of %s->width pixels)";
+    else if (i64(image->widthStep) * (rows - 1) + rowBytes > image->imageSize)
+      pattern = "(%s->imageSize < the bytes of %s->height rows)";
+  }
+  if (!pattern) return false;
+  char message[160];
+  std::snprintf(message, sizeof message, pattern, name, name);
+  report(at, message);
+  return true;
+}
+
+}  // namespace mox

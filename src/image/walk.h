@@ -1,0 +1,99 @@
+// The ROI/tile walk that every point operation shares.
+//
+// An operation names its images in argument order (sources first, the
+// destination last), a table of its report lines and a kernel. The walk
+// works out the common rectangle of the images' ROIs (each ROI clipped to its
+// image; all images take the smallest width and height, each keeps its own
+// start), honours the caller's `mapping` tile request, asks tiled images for
+// their tiles through the caller's call-back (which always gets the caller's
+// own header pointer) and runs the kernel on plain views of the pixels.
+//
+// How the tile-data lines are read:
+//  - first walk: a `mapping` names one destination tile of a tiled
+//    destination. Every tiled image asks its call-back for the tile that holds
+//    the next piece and checks that tileData is set (lines `firstGet`); a new
+//    request takes the place of the tile held before.
+//  - second walk: no `mapping` (or an untiled destination): the whole common
+//    rectangle. When an image moves on to another tile it first releases the
+//    tile it holds and checks that tileData is cleared (`secondRelease`),
+//    then asks for the next one and checks that tileData is set (`secondGet`).
+//  - release pass: when the walk ends every tiled image is released and the
+//    walk checks that tileData is cleared (`finalRelease`).
+// The rectangle is cut into pieces at every tile edge of every tiled image; a
+// piece spans all rows of the current band of tiles, so the kernel runs once
+// per piece, never once per pixel or row. An image asks again only when the
+// piece lies in another tile than the one it holds.
+//
+// Without tiled images the kernel runs once over the whole rectangle. With
+// the whole-image option it runs once over the flat pixel blocks when every
+// image has the same size and step as the destination and a ROI that covers
+// the whole image with all channels; row padding is then processed too.
+#pragma once
+
+#include <cstddef>
+
+#include "image/image.h"
+
+namespace mox {
+
+// A rectangle of one image as a kernel sees it. `data` is the first byte of
+// the rectangle's first row (channel 1, plane 1); rows are `widthStep` apart
+// and planes (plane order) `planeStep` apart. For depth 1, `data` is the byte
+// holding the first pixel and `bitOffset` its bit, counted from the most
+// significant bit.
+struct View {
+  char* data;
+  int widthStep;
+  int width;
+  int height;
+  int nChannels;
+  int coi;
+  int dataOrder;
+  unsigned depth;
+  int bitOffset;
+  std::ptrdiff_t planeStep;
+};
+
+// Runs on the views of one piece, in argument order; `arg` is the
+// operation's own argument block.
+using Kernel = void (*)(const View* views, const void* arg);
+
+// One image of the walk. `write` asks for tiles to write (the destination,
+// or both images of an exchange).
+struct WalkImage {
+  const MoxImage* image;
+  const char* name;  // argument name used in the reports, e.g. "srcImageA"
+  bool write;
+};
+
+// Lines of one operation's walk reports. For n images the tile-data lines
+// are 4n numbers in this order: n first-walk gets; n pairs (release, get) of
+// the second walk; n final releases.
+struct WalkLines {
+  int request[4];  // begX > endX, begY > endY, endX < begX, endY < begY
+  int tileData[12];
+};
+
+struct WalkPlan {
+  const char* func;
+  const char* file;
+  const WalkLines* lines;
+  bool wholeImage;  // allow the flat whole-image path
+};
+
+// Walks n (1..3) images. Returns false after a report (tile request or tile
+// data); the kernel may then have run on part of the rectangle.
+bool walk(const WalkPlan& plan, const WalkImage* images, int n, const int* mapping, Kernel kernel,
+          const void* arg);
+
+// Checks that an untiled image's step and size hold the rows its width and
+// height need, and that a tiled image's tile layout fits in 32 bits; reports
+// at the site and returns true when not.
+bool badLayout(const MoxImage* image, const char* name, const Site& at);
+
+// Channels an operation works on: 1 with a channel of interest, else all.
+inline int workChannels(const MoxImage* image) {
+  return image->roi && image->roi->coi != 0 ? 1 : image->nChannels;
+}
+
+}  // namespace mox

@@ -1,0 +1,203 @@
+// The three report functions: exact texts, modes, buttons and exits.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "moxpx.h"
+
+#if defined(__linux__)
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+const char kDepthMessage[] = "(srcImageA->depth != dstImage->depth)";
+const char kDepthReport[] =
+    "\nMOX Library Error: Bad argument \n\tin function [moxadd:1091]:moxAdd(): "
+    "(srcImageA->depth != dstImage->depth)\n";
+
+// Sets mode and report function for one test and puts them back after.
+class Reporting : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    mode_ = moxGetErrMode();
+    fn_ = moxRedirectError(moxStdErrReport);
+  }
+  void TearDown() override {
+    moxRedirectError(fn_);
+    moxSetErrMode(mode_);
+    moxSetErrStatus(0);
+  }
+  static std::string stderrOf(int mode, int status, const char* func, const char* message,
+                              const char* file, int line) {
+    moxSetErrMode(mode);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(moxError(status, func, message, file, line), status);
+    return ::testing::internal::GetCapturedStderr();
+  }
+
+ private:
+  int mode_ = 0;
+  MoxErrorCallBack fn_ = nullptr;
+};
+
+TEST_F(Reporting, StandardErrorTextsInParentMode) {
+  const struct {
+    int status;
+    const char *func, *message, *file;
+    int line;
+    const char* text;
+  } cases[] = {
+      {-5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
+      {-1, "moxRotate", "", "moxRotat", 87, "\tcalled from [moxRotat:87]:moxRotate(): \n"},
+      {-1, "outer", "m", nullptr, 0, "\tcalled from:outer(): m\n"},
+      {-8, "traced", "arg", "f", 2, "\tcalled from [f:2]:traced(arg)\n"},
+      {-4, nullptr, nullptr, nullptr, 5,
+       "\nMOX Library Error: Out of memory \n\tin function [:5]:<unknown>\n"},
+      {3, "f", "m", "x", 0, "\nMOX Library Error: Unknown status code 3 \n\tin function [x:0]:f(): m\n"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(stderrOf(MOX_ErrorModeParent, c.status, c.func, c.message, c.file, c.line), c.text)
+        << c.status;
+}
+
+TEST_F(Reporting, QuietModesAndNulDevice) {
+  EXPECT_EQ(stderrOf(MOX_ErrorModeSilent, -5, "moxAdd", kDepthMessage, "moxadd", 1091), "");
+  // A mode of no known value reports but never ends the process.
+  EXPECT_EQ(stderrOf(9, -5, "moxAdd", kDepthMessage, "moxadd", 1091), kDepthReport);
+  moxRedirectError(moxNulDevReport);
+  EXPECT_EQ(stderrOf(MOX_ErrorModeParent, -5, "moxAdd", kDepthMessage, "moxadd", 1091), "");
+  // The message box is not shown outside Leaf and Parent mode.
+  for (int mode : {MOX_ErrorModeSilent, 5}) {
+    moxSetErrMode(mode);
+    EXPECT_EQ(moxGuiBoxReport(-5, "f", "m", "file", 1), -5);
+  }
+}
+
+// Runs a Leaf-mode report in a child process whose standard error goes to a
+// file, and returns that file's bytes after the child has ended with code 1.
+std::string leafReport(MoxErrorCallBack fn) {
+  const std::string path = ::testing::TempDir() + "moxpx_leaf_report.txt";
+  std::remove(path.c_str());
+  EXPECT_EXIT(
+      {
+        if (!std::freopen(path.c_str(), "w", stderr)) std::exit(3);
+        moxSetErrMode(MOX_ErrorModeLeaf);
+        moxRedirectError(fn);
+        moxError(-5, "moxAdd", kDepthMessage, "moxadd", 1091);
+        std::exit(2);
+      },
+      ::testing::ExitedWithCode(1), "");
+  std::ifstream in(path);  // as text: the C runtime may write CRLF line ends
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+TEST(ReportDeathTest, LeafModeEndsTheProcessWithCodeOne) {
+  EXPECT_EQ(leafReport(moxStdErrReport),
+            std::string(kDepthReport) +
+                "MOX Library Error\nErrMode=MOX_ErrModeLeaf\nterminating the application");
+  EXPECT_EQ(leafReport(moxNulDevReport), "");
+}
+
+#if defined(__linux__)
+// The message box on a terminal: a child gets a new pseudo-terminal as its
+// controlling terminal, the test answers the prompt and reads the screen.
+struct BoxRun {
+  std::string screen;
+  int waitStatus = 0;
+};
+
+BoxRun runBox(int mode, int stored, int status, const char* answer) {
+  BoxRun run;
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return run;
+  const std::string slave = ptsname(master);
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    setsid();
+    if (open(slave.c_str(), O_RDWR) < 0) _exit(5);
+    const int null = open("/dev/null", O_WRONLY);
+    dup2(null, 2);
+    moxSetErrMode(mode);
+    moxSetErrStatus(stored);
+    const int r = moxGuiBoxReport(status, "moxAdd", kDepthMessage, "moxadd", 1091);
+    _exit(r == status ? 0 : 9);
+  }
+  char buf[512];
+  bool answered = false;
+  for (;;) {
+    const ssize_t n = read(master, buf, sizeof buf);
+    if (n <= 0) break;
+    run.screen.append(buf, static_cast<std::size_t>(n));
+    if (!answered && run.screen.find("] ") != std::string::npos &&
+        run.screen.rfind("? [") != std::string::npos) {
+      answered = true;
+      if (write(master, answer, std::char_traits<char>::length(answer)) < 0) break;
+    }
+  }
+  waitpid(pid, &run.waitStatus, 0);
+  close(master);
+  std::string plain;
+  for (char c : run.screen)
+    if (c != '\r') plain += c;
+  run.screen = plain;
+  return run;
+}
+
+const std::string kBoxBody =
+    "in function [moxadd:1091]:moxAdd():\n(srcImageA->depth != dstImage->depth)";
+
+TEST(MessageBox, LeafModeAsksWhetherToTerminate) {
+  const BoxRun no = runBox(MOX_ErrorModeLeaf, -5, -5, "n\n");
+  EXPECT_EQ(no.screen, "\n[MOX Library Error: Bad argument]\n" + kBoxBody +
+                           "\n\nErrMode=MOX_ErrorModeLeaf\n\nTerminate the application?\n"
+                           "Yes or No? [Y/n] n\n");
+  EXPECT_TRUE(WIFEXITED(no.waitStatus) && WEXITSTATUS(no.waitStatus) == 0);
+  const BoxRun yes = runBox(MOX_ErrorModeLeaf, -5, -5, "y\n");
+  EXPECT_TRUE(WIFSIGNALED(yes.waitStatus) && WTERMSIG(yes.waitStatus) == SIGABRT);
+}
+
+TEST(MessageBox, ParentModeOffersToEndAndShowsTheStoredStatus) {
+  // A backtrace report shows the failure stored before it in the caption.
+  const BoxRun ok = runBox(MOX_ErrorModeParent, -4, -1, "\n");
+  EXPECT_EQ(ok.screen, "\n[MOX Library Error: Out of memory]\ncalled from [moxadd:1091]:moxAdd():\n"
+                       "(srcImageA->depth != dstImage->depth)\n\nErrMode=MOX_ErrorModeParent\n\n"
+                       "Continue?\nOK or Cancel? [O/c] \n");
+  EXPECT_TRUE(WIFEXITED(ok.waitStatus) && WEXITSTATUS(ok.waitStatus) == 0);
+  const BoxRun cancel = runBox(MOX_ErrorModeParent, -5, -8, "c\n");
+  EXPECT_NE(cancel.screen.find("called from [moxadd:1091]:\nmoxAdd((srcImageA->depth"),
+            std::string::npos);
+  EXPECT_TRUE(WIFSIGNALED(cancel.waitStatus) && WTERMSIG(cancel.waitStatus) == SIGABRT);
+}
+
+TEST(MessageBoxDeathTest, WithoutATerminalTheDefaultButtonIsTaken) {
+  // Leaf mode: Yes, so the process ends through the fatal exit.
+  EXPECT_DEATH(
+      {
+        setsid();
+        moxSetErrMode(MOX_ErrorModeLeaf);
+        moxGuiBoxReport(-5, "f", "m", "file", 1);
+      },
+      "MOX Library:\nterminating the application");
+  // Parent mode: OK, so the call returns.
+  EXPECT_EXIT(
+      {
+        setsid();
+        moxSetErrMode(MOX_ErrorModeParent);
+        std::exit(moxGuiBoxReport(-5, "f", "m", "file", 1) == -5 ? 7 : 8);
+      },
+      ::testing::ExitedWithCode(7), "");
+}
+#endif
+
+}  // namespace

@@ -1,0 +1,206 @@
+// Test helpers: images with random pixels, pixel access by coordinates, and
+// tiled copies of images served by a test call-back.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "capture.h"
+#include "image/image.h"
+#include "moxpx.h"
+
+namespace testimg {
+
+using ll = long long;
+
+using moxtest::Capture;
+using moxtest::Report;
+using moxtest::reports;
+
+// ---------------------------------------------------------------- pixels
+
+inline unsigned bitsOf(unsigned depth) { return depth & ~MOX_DEPTH_SIGN; }
+inline bool signedDepth(unsigned depth) { return (depth & MOX_DEPTH_SIGN) != 0; }
+
+// The value that the low bits of v stand for at the depth.
+inline ll wrap(unsigned depth, ll v) {
+  const unsigned bits = bitsOf(depth);
+  const ll u = v & ((1LL << bits) - 1);
+  return signedDepth(depth) && (u >> (bits - 1)) ? u - (1LL << bits) : u;
+}
+inline ll lowest(unsigned d) { return signedDepth(d) ? -(1LL << (bitsOf(d) - 1)) : 0; }
+inline ll highest(unsigned d) {
+  return signedDepth(d) ? (1LL << (bitsOf(d) - 1)) - 1 : (1LL << bitsOf(d)) - 1;
+}
+inline ll clampTo(unsigned d, ll v) {
+  return v < lowest(d) ? lowest(d) : v > highest(d) ? highest(d) : v;
+}
+
+// Address and bit of value (x, y, c) in a block laid out like the image
+// (or like one of its tiles: width `w`, rows `step` apart, `rows` rows).
+struct Spot {
+  unsigned char* byte;
+  int bit;
+};
+
+inline Spot spot(const MoxImage* im, char* base, int step, int rows, int x, int y, int c) {
+  const unsigned bits = bitsOf(im->depth);
+  char* row = base + ll(y) * step + (im->dataOrder == 1 ? ll(c) * step * rows : 0);
+  if (bits == 1) return {reinterpret_cast<unsigned char*>(row + x / 8), 7 - x % 8};
+  const ll index = im->dataOrder == 1 ? x : ll(x) * im->nChannels + c;
+  return {reinterpret_cast<unsigned char*>(row + index * (bits / 8)), 0};
+}
+
+// Values are stored little-endian, packed bits from the most significant.
+inline ll load(unsigned depth, Spot s) {
+  if (bitsOf(depth) == 1) return (*s.byte >> s.bit) & 1;
+  unsigned u = 0;
+  std::memcpy(&u, s.byte, bitsOf(depth) / 8);
+  return wrap(depth, u);
+}
+
+inline void store(unsigned depth, Spot s, ll v) {
+  if (bitsOf(depth) == 1) {
+    *s.byte = static_cast<unsigned char>((*s.byte & ~(1 << s.bit)) | ((v & 1) << s.bit));
+    return;
+  }
+  const unsigned u = static_cast<unsigned>(v);
+  std::memcpy(s.byte, &u, bitsOf(depth) / 8);
+}
+
+inline ll get(const MoxImage* im, int x, int y, int c = 0) {
+  return load(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c));
+}
+inline void set(MoxImage* im, int x, int y, int c, ll v) {
+  store(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c), v);
+}
+
+// ---------------------------------------------------------------- images
+
+struct Shape {
+  unsigned depth = MOX_DEPTH_8U;
+  int nChannels = 1;
+  int dataOrder = 0;
+  int height = 8;
+  int width = 8;
+};
+
+// An allocated image with random pixels and an optional ROI.
+class Image {
+ public:
+  explicit Image(const Shape& s, unsigned seed = 1) {
+    im_ = moxCreateImageHeader(s.nChannels, 0, s.depth, "RGB", "RGB", s.dataOrder, 0, 4, s.height,
+                               s.width, nullptr, nullptr, nullptr);
+    moxAllocateImage(im_, 0);
+    std::mt19937 rng(seed);
+    for (int i = 0; i < im_->imageSize; ++i) im_->imageData[i] = static_cast<char>(rng());
+  }
+  ~Image() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI); }
+  Image(const Image&) = delete;
+  Image& operator=(const Image&) = delete;
+
+  Image& roi(int coi, int x, int y, int h, int w) {
+    if (im_->roi) moxDeleteROI(im_->roi);
+    im_->roi = moxCreateROI(coi, x, y, h, w);
+    return *this;
+  }
+  MoxImage* operator->() const { return im_; }
+  operator MoxImage*() const { return im_; }
+  std::vector<char> bytes() const { return {im_->imageData, im_->imageData + im_->imageSize}; }
+
+ private:
+  MoxImage* im_;
+};
+
+// ---------------------------------------------------------------- tiles
+
+// A tiled twin of an image: same geometry and ROI, pixels kept in separate
+// tile blocks that the test call-back hands out. The call-back records every
+// request and can be told to misbehave.
+class Tiled {
+ public:
+  Tiled(const MoxImage* plain, int tileWidth, int tileHeight) {
+    info_ = moxCreateTileInfo(&callBack, 0, tileWidth, tileHeight);
+    im_ = moxCreateImageHeader(plain->nChannels, 0, plain->depth, "RGB", "RGB", plain->dataOrder, 0,
+                               plain->align, plain->height, plain->width, nullptr, this, info_);
+    if (plain->roi)
+      im_->roi = moxCreateROI(plain->roi->coi, plain->roi->xOffset, plain->roi->yOffset,
+                              plain->roi->height, plain->roi->width);
+    mox::layoutSize(tileWidth, tileHeight, plain->depth, plain->nChannels, plain->dataOrder,
+                    plain->align, &step_, &size_);
+    across_ = (plain->width + tileWidth - 1) / tileWidth;
+    down_ = (plain->height + tileHeight - 1) / tileHeight;
+    tiles_.assign(static_cast<size_t>(across_ * down_), std::vector<char>(size_, 0));
+    forEach(plain, [&](Spot t, Spot p) { store(plain->depth, t, load(plain->depth, p)); });
+  }
+  ~Tiled() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_ROI | MOX_FREE_TILEINFO); }
+  Tiled(const Tiled&) = delete;
+  Tiled& operator=(const Tiled&) = delete;
+
+  // Copies the tiles' pixels into an image of the same shape.
+  void gather(MoxImage* into) {
+    forEach(into, [&](Spot t, Spot p) { store(into->depth, p, load(into->depth, t)); });
+  }
+
+  MoxImage* operator->() const { return im_; }
+  operator MoxImage*() const { return im_; }
+
+  struct Call {
+    const MoxImage* image;
+    int x, y, mode;
+  };
+  std::vector<Call> calls;
+  int nullOnGet = -1;      // the get with this number (from 0) leaves tileData null
+  int keepOnRelease = -1;  // the release with this number leaves tileData set
+  int gets = 0, releases = 0;
+  bool badIndex = false;  // a request named a tile outside the image
+
+ private:
+  static void MOX_CALL callBack(const MoxImage* image, int x, int y, int mode) {
+    Tiled* self = static_cast<Tiled*>(image->imageId);
+    self->calls.push_back({image, x, y, mode});
+    MoxTileInfo* info = image->tileInfo;
+    if (mode == MOX_RELEASE_TILE) {
+      if (self->releases++ != self->keepOnRelease) info->tileData = nullptr;
+      return;
+    }
+    if (x < 0 || y < 0 || x >= self->across_ || y >= self->down_) {
+      self->badIndex = true;
+      info->tileData = nullptr;
+      return;
+    }
+    info->tileData = self->gets++ == self->nullOnGet
+                         ? nullptr
+                         : self->tiles_[static_cast<size_t>(y * self->across_ + x)].data();
+  }
+
+  // Visits every value of the tiles with its place in p, an image of the
+  // same shape.
+  template <class F>
+  void forEach(const MoxImage* p, F f) {
+    const int tw = info_->width, th = info_->height;
+    const int channels = p->depth == MOX_DEPTH_1U ? 1 : p->nChannels;
+    for (int y = 0; y < p->height; ++y)
+      for (int x = 0; x < p->width; ++x)
+        for (int c = 0; c < channels; ++c) {
+          char* tile = tiles_[static_cast<size_t>((y / th) * across_ + x / tw)].data();
+          f(spot(p, tile, step_, th, x % tw, y % th, c),
+            spot(p, p->imageData, p->widthStep, p->height, x, y, c));
+        }
+  }
+
+  MoxTileInfo* info_;
+  MoxImage* im_;
+  int step_ = 0, size_ = 0, across_ = 0, down_ = 0;
+  std::vector<std::vector<char>> tiles_;
+};
+
+// The six depths.
+inline const unsigned kDepths[] = {MOX_DEPTH_1U,  MOX_DEPTH_8U,  MOX_DEPTH_8S,
+                                   MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S};
+
+}  // namespace testimg

@@ -1,0 +1,161 @@
+// Header validation: fault bits, the fixed-width fault text and the chains.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "capture.h"
+#include "image/image.h"
+#include "moxpx.h"
+
+namespace {
+
+using moxtest::Capture;
+
+void MOX_CALL noTiles(const MoxImage*, int, int, int) {}
+
+// A usable 8U header over a small static buffer.
+struct Good {
+  char pixels[64] = {};
+  MoxROI roi{0, 1, 1, 2, 2};
+  MoxTileInfo tile{noTiles, 0, nullptr, 8, 16};
+  MoxImage image{};
+  Good() {
+    image.headerSize = sizeof(MoxImage);
+    image.nChannels = 3;
+    image.depth = MOX_DEPTH_8U;
+    image.align = 4;
+    image.height = 4;
+    image.width = 4;
+    image.widthStep = 12;
+    image.imageSize = 48;
+    image.imageData = pixels;
+  }
+};
+
+std::string line(const char* text) {
+  std::string s(text);
+  s.resize(70, ' ');
+  return s + "\n";
+}
+
+TEST(Validation, EachFaultBit) {
+  const struct {
+    unsigned expected;
+    std::function<void(Good&)> spoil;
+  } cases[] = {
+      {0x0, [](Good&) {}},
+      {0x2, [](Good& g) { g.image.imageData = nullptr; }},
+      {0x2, [](Good& g) { g.image.tileInfo = &g.tile; }},
+      {0x4, [](Good& g) { g.image.imageSize = 0; }},
+      {0x4, [](Good& g) { g.image.height = 0; }},
+      {0x4, [](Good& g) { g.image.width = -3; }},
+      {0x10, [](Good& g) { g.image.widthStep = 0; }},
+      {0x20, [](Good& g) { g.image.nChannels = 0; }},
+      {0x20 | 0x100, [](Good& g) { g.image.nChannels = -1; }},
+      {0x40, [](Good& g) { g.image.depth = MOX_DEPTH_1U; }},
+      {0x80, [](Good& g) { g.image.depth = 12; }},
+      {0x80, [](Good& g) { g.image.depth = MOX_DEPTH_SIGN | 1; }},
+      {0x100, [](Good& g) { g.image.alphaChannel = 4; }},
+      {0x100, [](Good& g) { g.image.alphaChannel = -1; }},
+      {0x200, [](Good& g) { g.image.dataOrder = 2; }},
+      {0x400, [](Good& g) { g.image.origin = -1; }},
+      {0x800, [](Good& g) { g.image.align = 16; }},
+      {0x4000, [](Good& g) { g.roi.coi = 4; g.image.roi = &g.roi; }},
+      {0x4000, [](Good& g) { g.roi.coi = -1; g.image.roi = &g.roi; }},
+      {0x8000, [](Good& g) { g.roi.height = 0; g.image.roi = &g.roi; }},
+      {0x8000 | 0x8, [](Good& g) { g.roi.xOffset = -1; g.roi.width = 0; g.image.roi = &g.roi; }},
+      {0x8, [](Good& g) { g.roi.yOffset = -1; g.image.roi = &g.roi; }},
+      // A ROI wholly outside the image is not compared with the image here.
+      {0x0, [](Good& g) { g.roi.xOffset = 100; g.image.roi = &g.roi; }},
+      // A tiled image needs no size, step or data of its own.
+      {0x0, [](Good& g) { g.image.imageData = nullptr; g.image.tileInfo = &g.tile;
+                          g.image.imageSize = 0; g.image.widthStep = 0; }},
+      {0x1000, [](Good& g) { g.image.imageData = nullptr; g.image.tileInfo = &g.tile;
+                             g.tile.callBack = nullptr; }},
+      {0x2000, [](Good& g) { g.image.imageData = nullptr; g.image.tileInfo = &g.tile;
+                             g.tile.width = 12; }},
+      {0x2000, [](Good& g) { g.image.imageData = nullptr; g.image.tileInfo = &g.tile;
+                             g.tile.height = 0; }},
+  };
+  int n = 0;
+  for (const auto& c : cases) {
+    Good g;
+    c.spoil(g);
+    EXPECT_EQ(moxBadImageHeader(&g.image), c.expected) << "case " << n;
+    ++n;
+  }
+  EXPECT_EQ(moxBadImageHeader(nullptr), 0x1u);
+}
+
+TEST(Validation, FaultTextListsLinesInTableOrder) {
+  char* text = moxHeaderFaultText(0x804);
+  EXPECT_EQ(std::string(text), line("Image size is invalid") + line("Image align is invalid"));
+  moxFree(text);
+  text = moxHeaderFaultText(0x8008);
+  EXPECT_EQ(std::string(text), line("ROI size is invalid") + line("ROI offset is invalid"));
+  moxFree(text);
+
+  text = moxHeaderFaultText(0xFFFFFFFFu);
+  const std::string all(text);
+  moxFree(text);
+  EXPECT_EQ(all.size(), 16u * 71u);
+  EXPECT_EQ(all.substr(0, 71), line("Image header is null"));
+  EXPECT_EQ(all.substr(7 * 71, 71),
+            line("Image alpha channel's number is less zero or is more channel's number"));
+  EXPECT_EQ(all.substr(15 * 71), line("ROI offset is invalid"));
+
+  // No known bit: a constant text that moxFree accepts.
+  text = moxHeaderFaultText(0x10000);
+  EXPECT_STREQ(text, "Bad status: unknown error");
+  moxFree(text);
+}
+
+TEST(Validation, CompactChainReportsTheFaultText) {
+  Capture capture;
+  Good g;
+  EXPECT_FALSE(mox::badHeader(&g.image, {"moxAdd", "moxadd", 1087}));
+  EXPECT_TRUE(capture.empty());
+  g.image.align = 2;
+  g.image.height = 0;
+  EXPECT_TRUE(mox::badHeader(&g.image, {"moxAdd", "moxadd", 1088}));
+  const moxtest::Report r = capture.last();
+  EXPECT_EQ(r.status, MOX_StsBadArgument);
+  EXPECT_EQ(r.func, "moxAdd");
+  EXPECT_EQ(r.file, "moxadd");
+  EXPECT_EQ(r.line, 1088);
+  EXPECT_EQ(r.message, line("Image size is invalid") + line("Image align is invalid"));
+  EXPECT_TRUE(mox::badHeader(nullptr, {"moxAdd", "moxadd", 1089}));
+  EXPECT_EQ(capture.last().message, line("Image header is null"));
+}
+
+TEST(Validation, FullChainNamesTheFirstFailingTest) {
+  const struct {
+    const char* message;
+    std::function<void(Good&)> spoil;
+  } cases[] = {
+      {"moxBadImageHeader(dstImage) != 0", [](Good& g) { g.image.align = 1; }},
+      {"dstImage->roi->xOffset >= dstImage->width",
+       [](Good& g) { g.roi.xOffset = 4; g.image.roi = &g.roi; }},
+      {"dstImage->roi->yOffset >= dstImage->height",
+       [](Good& g) { g.roi.yOffset = 9; g.image.roi = &g.roi; }},
+  };
+  Capture capture;
+  for (const auto& c : cases) {
+    Good g;
+    c.spoil(g);
+    EXPECT_TRUE(mox::failsFullChain(&g.image, "dstImage", {"moxMultiplyScale", "moxalpha", 726}));
+    EXPECT_EQ(capture.last().message, c.message);
+    EXPECT_EQ(capture.last().line, 726);
+  }
+  EXPECT_TRUE(mox::failsFullChain(nullptr, "srcImageB", {"moxMultiplyScale", "moxalpha", 728}));
+  EXPECT_EQ(capture.last().message, "srcImageB==0");
+  Good g;
+  g.image.roi = &g.roi;
+  const std::size_t before = capture.all().size();
+  EXPECT_FALSE(mox::failsFullChain(&g.image, "srcImage", {"f", "f", 1}));
+  EXPECT_EQ(capture.all().size(), before);
+}
+
+}  // namespace
