@@ -157,6 +157,17 @@ def default_bench():
 
 
 def run_bench(args):
+    """Runs the program `passes` times; the entries of all passes together.
+
+    Separate passes spread the runs of one entry over the whole run, so a
+    burst of other work on the machine spoils one sample, not all of them."""
+    report = {"benchmarks": []}
+    for _ in range(args.passes):
+        report["benchmarks"] += run_pass(args)["benchmarks"]
+    return report
+
+
+def run_pass(args):
     fd, out_path = tempfile.mkstemp(suffix=".json")
     os.close(fd)
     cmd = [args.bench, "--benchmark_out=" + out_path, "--benchmark_out_format=json",
@@ -182,8 +193,11 @@ def main(argv=None):
     p.add_argument("--bench", default=None, help="the moxpx_bench program (default: build*/bench/)")
     p.add_argument("--json", help="read this --benchmark_format=json output instead of running")
     p.add_argument("--filter", help="regular expression of the entries to run")
-    p.add_argument("--min-time", type=float, default=0.05, help="seconds per entry (default 0.05)")
-    p.add_argument("--repetitions", type=int, default=3, help="runs per entry, best kept (default 3)")
+    p.add_argument("--min-time", type=float, default=0.03, help="seconds per entry (default 0.03)")
+    p.add_argument("--repetitions", type=int, default=2,
+                   help="runs per entry and pass (default 2)")
+    p.add_argument("--passes", type=int, default=3,
+                   help="runs of the whole program; the best run of an entry is kept (default 3)")
     p.add_argument("--time", choices=("cpu", "real"), default="cpu", help="which time to compare")
     p.add_argument("--markdown", action="store_true", help="print a Markdown table")
     p.add_argument("--check", action="store_true", help="exit with status 1 when a target is missed")
