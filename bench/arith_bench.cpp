@@ -1,7 +1,8 @@
 // Pixel arithmetic, logic and data movement. For every operation and image
 // the library runs on plain images and on tiled ones (64x64 and 256x256
 // tiles), beside a plain loop over the same bytes (the memory floor) and,
-// when installed, OpenCV's counterpart. Names: BM_<peer>_<Op>/<case>.
+// when installed, the peer library's counterpart. Names:
+// BM_<peer>_<Op>/<case>.
 //
 // Every entry checks its result once against the plain loop before it is
 // timed, so a fast number is never an early return or a wrong answer.
@@ -166,7 +167,7 @@ const std::vector<Op>& operations() {
       makeOp<NotRule>(
           "Not", [](const MoxImage* a, const MoxImage*, MoxImage* d) { moxNot(a, d, nullptr); },
           MOXPX_CV(cv::bitwise_not(a, d))),
-      // OpenCV has no shift of a whole matrix.
+      // The peer has no shift of a whole matrix.
       makeOp<RShiftSRule>(
           "RShiftS",
           [](const MoxImage* a, const MoxImage*, MoxImage* d) { moxRShiftS(a, d, kShift, nullptr); },
