@@ -42,10 +42,11 @@ void pass2(const Stage& s, const double* tr, const double* ti, const double* __r
   }
 }
 
-template <int B, int S, bool Tw>
+// Unit: the last pass (one sequence apart), whose runs are exactly B long.
+template <int B, int S, bool Tw, bool Unit = false>
 void pass4(const Stage& s, const double* tr, const double* ti, const double* __restrict xr,
            const double* __restrict xi, double* __restrict yr, double* __restrict yi) {
-  const std::size_t run = static_cast<std::size_t>(s.m) * B, L = s.L;
+  const std::size_t run = Unit ? B : static_cast<std::size_t>(s.m) * B, L = s.L;
   for (std::size_t q = 0; q < L; ++q) {
     double w1r = 1, w1i = 0, w2r = 1, w2i = 0, w3r = 1, w3i = 0;
     if (Tw) {
@@ -239,9 +240,11 @@ void runStage(const Plan& P, const Stage& s, const double* xr, const double* xi,
     case 4:
       if (P.sign > 0) {
         if (s.L == 1) pass4<B, 1, false>(s, tr, ti, xr, xi, yr, yi);
+        else if (s.m == 1) pass4<B, 1, true, true>(s, tr, ti, xr, xi, yr, yi);
         else pass4<B, 1, true>(s, tr, ti, xr, xi, yr, yi);
       } else {
         if (s.L == 1) pass4<B, -1, false>(s, tr, ti, xr, xi, yr, yi);
+        else if (s.m == 1) pass4<B, -1, true, true>(s, tr, ti, xr, xi, yr, yi);
         else pass4<B, -1, true>(s, tr, ti, xr, xi, yr, yi);
       }
       break;
