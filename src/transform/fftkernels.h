@@ -366,6 +366,20 @@ struct Seq {
   std::ptrdiff_t es, ls;
 };
 
+// Gathers even elements into zr and odd ones into zi, n of each.
+template <int B>
+void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
+  for (std::size_t e = 0; e < n; ++e) {
+    const double* se = s.at + static_cast<std::ptrdiff_t>(2 * e) * s.es;
+    for (int j = 0; j < nl; ++j) {
+      zr[e * B + j] = se[j * s.ls];
+      zi[e * B + j] = se[j * s.ls + s.es];
+    }
+    for (int j = nl; j < B; ++j) zr[e * B + j] = zi[e * B + j] = 0.0;
+  }
+}
+
+
 // Real sequences of length n into their packed spectra (in place allowed).
 template <int B>
 void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
@@ -374,8 +388,7 @@ void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
   const Blocks b = carve(scratch, P.n, P, B);
   if (n % 2 == 0) {
     const std::size_t h = n / 2;
-    gather<B>(s.at, 2 * s.es, s.ls, nl, h, b.zr);
-    gather<B>(s.at + s.es, 2 * s.es, s.ls, nl, h, b.zi);
+    gatherPairs<B>(s, nl, h, b.zr, b.zi);
     auto [Zr, Zi] = run<B>(P, b.zr, b.zi, b.wr, b.wi);
     double* pk = b.pk;
     for (int j = 0; j < B; ++j) {
