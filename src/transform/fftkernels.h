@@ -544,13 +544,17 @@ void complexColumnsK(const Plan& P, double* m, int cols, std::ptrdiff_t step, bo
                          scratch);
 }
 
+// Rows run in batches of four: a batch of a long row then still fits the
+// first-level cache.
+constexpr int kRowLanes = kLanes < 4 ? kLanes : 4;
+
 void realRowsK(const RealPlan& R, double* m, int rows, std::ptrdiff_t step, bool inverse,
                bool narrow, double* scratch) {
-  const int per = narrow ? 1 : kLanes;
+  const int per = narrow ? 1 : kRowLanes;
   for (int r = 0; r < rows; r += per) {
     const Seq s{m + r * step, 1, step};
-    if (inverse) realInverse<kLanes>(R, s, std::min(per, rows - r), scratch);
-    else realForward<kLanes>(R, s, std::min(per, rows - r), scratch);
+    if (inverse) realInverse<kRowLanes>(R, s, std::min(per, rows - r), scratch);
+    else realForward<kRowLanes>(R, s, std::min(per, rows - r), scratch);
   }
 }
 
