@@ -24,6 +24,19 @@ struct Plan;
 struct RealPlan;
 struct CosinePlan;
 
+// Moves a block of the work matrix between it and the images: load fills
+// rows [y, y + h) x columns [x, x + w) of the matrix before the transform
+// reads them, store takes them once they are final. The transforms call
+// these in pieces so that each piece moves while it is still in the cache.
+class Stream {
+ public:
+  virtual void load(int x, int y, int w, int h) = 0;
+  virtual void store(int x, int y, int w, int h) = 0;
+
+ protected:
+  ~Stream() = default;
+};
+
 // The scratch and tables of one thread. Building tables may throw
 // std::bad_alloc; the callers catch it at their boundary.
 class Engine {
@@ -44,9 +57,12 @@ class Engine {
   // place: every row packed, then column 0 (and the last column for an even
   // width) as real sequences and the other column pairs as complex
   // sequences. sign is the exponent's sign. narrow runs one sequence at a time.
-  void realToPacked(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool narrow);
+  // io loads the input and stores the result.
+  void realToPacked(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool narrow,
+                    Stream& io);
   // The reverse: a packed spectrum into real samples (no scaling).
-  void packedToReal(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool narrow);
+  void packedToReal(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool narrow,
+                    Stream& io);
 
   // Orthonormal two-dimensional DCT-II (forward) or its inverse, in place.
   void cosine2D(double* m, int rows, int cols, std::ptrdiff_t step, bool inverse);
@@ -57,8 +73,10 @@ class Engine {
   const CosinePlan& cosinePlan(int n);
   double* scratch(std::size_t count);
   // The row transforms, and the column transforms, of a packed spectrum.
+  // Rows are loaded just before their forward pass, or stored just after
+  // their inverse one.
   void rowPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool inverse,
-               bool narrow);
+               bool narrow, Stream& io);
   void columnPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool inverse,
                   bool narrow);
 

@@ -65,6 +65,33 @@ bool flagsFit(int flags) {
 // sides are then at most 128, powers of two or not).
 bool smallSize(const Rect& r) { return static_cast<long long>(r.width) * r.height < 129; }
 
+// One channel of the two images seen through the work matrix.
+class ChannelStream final : public mox::fft::Stream {
+ public:
+  ChannelStream(const MoxImage* src, MoxImage* dst, int channel, const Rect& r, double* m,
+                std::ptrdiff_t step, double scale)
+      : src_(src), dst_(dst), channel_(channel), r_(r), m_(m), step_(step), scale_(scale) {}
+
+  void load(int x, int y, int w, int h) override {
+    mox::transform::load(src_, channel_, part(x, y, w, h), at(x, y), step_);
+  }
+  void store(int x, int y, int w, int h) override {
+    mox::transform::store(at(x, y), step_, scale_, dst_, channel_, part(x, y, w, h));
+  }
+
+ private:
+  Rect part(int x, int y, int w, int h) const { return {r_.x + x, r_.y + y, w, h}; }
+  double* at(int x, int y) const { return m_ + y * step_ + x; }
+
+  const MoxImage* src_;
+  MoxImage* dst_;
+  int channel_;
+  Rect r_;
+  double* m_;
+  std::ptrdiff_t step_;
+  double scale_;
+};
+
 // Transforms every processed channel; false when the tables could not be had.
 bool runChannels(Engine& engine, const Setup& su, bool fromPacked, const MoxImage* src,
                  MoxImage* dst, const Rect& r, int first, int last, int skip, bool narrow) {
@@ -74,10 +101,9 @@ bool runChannels(Engine& engine, const Setup& su, bool fromPacked, const MoxImag
     const double scale = su.scale ? 1.0 / (static_cast<double>(r.width) * r.height) : 1.0;
     for (int c = first; c <= last; ++c) {
       if (c == skip) continue;
-      mox::transform::load(src, c - 1, r, m, step);
-      if (fromPacked) engine.packedToReal(m, r.height, r.width, step, su.sign, narrow);
-      else engine.realToPacked(m, r.height, r.width, step, su.sign, narrow);
-      mox::transform::store(m, step, scale, dst, c - 1, r);
+      ChannelStream io(src, dst, c - 1, r, m, step, scale);
+      if (fromPacked) engine.packedToReal(m, r.height, r.width, step, su.sign, narrow, io);
+      else engine.realToPacked(m, r.height, r.width, step, su.sign, narrow, io);
     }
     return true;
   } catch (const std::bad_alloc&) {
