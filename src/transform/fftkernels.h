@@ -4,7 +4,14 @@
 // MOX_FFT_KERNELS naming the table it defines.
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <utility>
+
+#if defined(__AVX2__)
+#include <immintrin.h>
+#elif defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "fftengine.h"
 #include "fftplan.h"
@@ -317,7 +324,10 @@ void gather(const double* s, std::ptrdiff_t es, std::ptrdiff_t ls, int nl, std::
     for (std::size_t e = 0; e < n; ++e) {
       const double* se = s + static_cast<std::ptrdiff_t>(e) * es;
       double* ze = z + static_cast<std::ptrdiff_t>(e) * os * B;
-      for (int j = 0; j < nl; ++j) ze[j] = se[j * ls];
+      if (nl == B)
+        for (int j = 0; j < B; ++j) ze[j] = se[j * ls];
+      else
+        for (int j = 0; j < nl; ++j) ze[j] = se[j * ls];
     }
   }
   if (nl < B)
@@ -334,6 +344,12 @@ void scatter(const double* z, double* d, std::ptrdiff_t es, std::ptrdiff_t ls, i
     for (int j = 0; j < nl; ++j) {
       double* dj = d + j * ls;
       for (std::size_t e = 0; e < n; ++e) dj[e * es] = z[static_cast<std::ptrdiff_t>(e) * os * B + j];
+    }
+  } else if (nl == B) {
+    for (std::size_t e = 0; e < n; ++e) {
+      double* de = d + static_cast<std::ptrdiff_t>(e) * es;
+      const double* ze = z + static_cast<std::ptrdiff_t>(e) * os * B;
+      for (int j = 0; j < B; ++j) de[j * ls] = ze[j];
     }
   } else {
     for (std::size_t e = 0; e < n; ++e) {
@@ -369,6 +385,16 @@ struct Seq {
 // Gathers even elements into zr and odd ones into zi, n of each.
 template <int B>
 void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
+  if (nl == B && s.es == 1) {  // whole batch of rows: fixed-width inner loops
+    for (std::size_t e = 0; e < n; ++e) {
+      const double* se = s.at + 2 * e;
+      for (int j = 0; j < B; ++j) {
+        zr[e * B + j] = se[j * s.ls];
+        zi[e * B + j] = se[j * s.ls + 1];
+      }
+    }
+    return;
+  }
   for (std::size_t e = 0; e < n; ++e) {
     const double* se = s.at + static_cast<std::ptrdiff_t>(2 * e) * s.es;
     for (int j = 0; j < nl; ++j) {
@@ -564,6 +590,49 @@ void cosineLinesK(const CosinePlan& C, double* m, int count, std::ptrdiff_t es, 
     cosineLanes<kLanes>(C, {m + j * ls, es, ls}, std::min(kLanes, count - j), inverse, scratch);
 }
 
+// Clamping first is exact, since rounding commutes with clamping to integer
+// bounds; rounding truncates and looks at the exact remainder. Every width
+// gives the same results.
+void roundRunK(const double* s, int n, double scale, double lo, double hi, std::int32_t* out) {
+  int x = 0;
+#if defined(__AVX2__)
+  const __m256d vs = _mm256_set1_pd(scale), vlo = _mm256_set1_pd(lo), vhi = _mm256_set1_pd(hi);
+  const __m256d half = _mm256_set1_pd(0.5), mhalf = _mm256_set1_pd(-0.5);
+  const __m256d one = _mm256_set1_pd(1.0);
+  for (; x + 4 <= n; x += 4) {
+    __m256d v = _mm256_mul_pd(_mm256_loadu_pd(s + x), vs);
+    v = _mm256_min_pd(_mm256_max_pd(v, vlo), vhi);
+    const __m256d t = _mm256_round_pd(v, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+    const __m256d f = _mm256_sub_pd(v, t);
+    const __m256d up = _mm256_and_pd(_mm256_cmp_pd(f, half, _CMP_GE_OQ), one);
+    const __m256d down = _mm256_and_pd(_mm256_cmp_pd(f, mhalf, _CMP_LE_OQ), one);
+    const __m128i r = _mm256_cvttpd_epi32(_mm256_sub_pd(_mm256_add_pd(t, up), down));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), r);
+  }
+#elif defined(__SSE2__)
+  const __m128d vs = _mm_set1_pd(scale), vlo = _mm_set1_pd(lo), vhi = _mm_set1_pd(hi);
+  const __m128d half = _mm_set1_pd(0.5), mhalf = _mm_set1_pd(-0.5), one = _mm_set1_pd(1.0);
+  for (; x + 2 <= n; x += 2) {
+    __m128d v = _mm_mul_pd(_mm_loadu_pd(s + x), vs);
+    v = _mm_min_pd(_mm_max_pd(v, vlo), vhi);
+    const __m128d t = _mm_cvtepi32_pd(_mm_cvttpd_epi32(v));
+    const __m128d f = _mm_sub_pd(v, t);
+    const __m128d up = _mm_and_pd(_mm_cmpge_pd(f, half), one);
+    const __m128d down = _mm_and_pd(_mm_cmple_pd(f, mhalf), one);
+    const __m128i r = _mm_cvttpd_epi32(_mm_sub_pd(_mm_add_pd(t, up), down));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + x), r);
+  }
+#endif
+  for (; x < n; ++x) {
+    double v = s[x] * scale;
+    v = v < lo ? lo : v;
+    v = v > hi ? hi : v;
+    const std::int32_t t = static_cast<std::int32_t>(v);
+    const double f = v - static_cast<double>(t);
+    out[x] = t + (f >= 0.5) - (f <= -0.5);
+  }
+}
+
 void runOneK(const Plan& P, double* r, double* i, double* wr, double* wi, double** outR,
              double** outI) {
   const auto out = run<1>(P, r, i, wr, wi);
@@ -574,6 +643,6 @@ void runOneK(const Plan& P, double* r, double* i, double* wr, double* wi, double
 }  // namespace
 
 extern const Kernels MOX_FFT_KERNELS = {realRowsK, realColumnsK, complexColumnsK, cosineLinesK,
-                                        runOneK};
+                                        roundRunK, runOneK};
 
 }  // namespace mox::fft

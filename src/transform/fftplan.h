@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace mox::fft {
@@ -72,6 +73,9 @@ struct Kernels {
   // count cosine transforms: element e of line j at m[e * es + j * ls].
   void (*cosineLines)(const CosinePlan&, double* m, int count, std::ptrdiff_t es,
                       std::ptrdiff_t ls, bool inverse, double* scratch);
+  // n values scaled by `scale`, rounded half away from zero and saturated to
+  // [lo, hi] (integers) into 32-bit integers.
+  void (*roundRun)(const double* s, int n, double scale, double lo, double hi, std::int32_t* out);
   // One sequence in (r, i); work in (wr, wi); the result pointers returned.
   void (*runOne)(const Plan&, double* r, double* i, double* wr, double* wi, double** outR,
                  double** outI);

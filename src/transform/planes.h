@@ -8,10 +8,8 @@
 #include <limits>
 
 #include "image/image.h"
+#include "fftplan.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace mox::transform {
 
@@ -46,36 +44,6 @@ inline bool layoutHolds(const MoxImage* image) {
   const long long planes = image->dataOrder == 0 ? 1 : image->nChannels;
   return image->widthStep >= row &&
          static_cast<long long>(image->widthStep) * image->height * planes <= image->imageSize;
-}
-
-// n values scaled by `scale`, rounded half away from zero and saturated to
-// [lo, hi] (integers) into 32-bit integers. Clamping first is exact, since
-// rounding commutes with clamping to integer bounds; rounding truncates and
-// looks at the exact remainder.
-inline void roundRun(const double* s, int n, double scale, double lo, double hi, std::int32_t* out) {
-  int x = 0;
-#if defined(__SSE2__)
-  const __m128d vs = _mm_set1_pd(scale), vlo = _mm_set1_pd(lo), vhi = _mm_set1_pd(hi);
-  const __m128d half = _mm_set1_pd(0.5), mhalf = _mm_set1_pd(-0.5), one = _mm_set1_pd(1.0);
-  for (; x + 2 <= n; x += 2) {
-    __m128d v = _mm_mul_pd(_mm_loadu_pd(s + x), vs);
-    v = _mm_min_pd(_mm_max_pd(v, vlo), vhi);
-    const __m128d t = _mm_cvtepi32_pd(_mm_cvttpd_epi32(v));
-    const __m128d f = _mm_sub_pd(v, t);
-    const __m128d up = _mm_and_pd(_mm_cmpge_pd(f, half), one);
-    const __m128d down = _mm_and_pd(_mm_cmple_pd(f, mhalf), one);
-    const __m128i r = _mm_cvttpd_epi32(_mm_sub_pd(_mm_add_pd(t, up), down));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + x), r);
-  }
-#endif
-  for (; x < n; ++x) {
-    double v = s[x] * scale;
-    v = v < lo ? lo : v;
-    v = v > hi ? hi : v;
-    const std::int32_t t = static_cast<std::int32_t>(v);
-    const double f = v - static_cast<double>(t);
-    out[x] = t + (f >= 0.5) - (f <= -0.5);
-  }
 }
 
 // Where channel `channel` (0-based) of row y of the rectangle starts, and the
@@ -113,6 +81,7 @@ void storePlane(const double* m, std::ptrdiff_t mStep, double scale, MoxImage* i
     T* d = channelRow<T>(image, channel, r.y + y, r.x, &step);
     const double* s = m + y * mStep;
     constexpr double lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
+    const auto roundRun = mox::fft::kernels().roundRun;
     std::int32_t run[256];
     for (int x0 = 0; x0 < r.width; x0 += 256) {
       const int n = r.width - x0 < 256 ? r.width - x0 : 256;
