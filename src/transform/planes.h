@@ -82,6 +82,12 @@ void storePlane(const double* m, std::ptrdiff_t mStep, double scale, MoxImage* i
     const double* s = m + y * mStep;
     constexpr double lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
     const auto roundRun = mox::fft::kernels().roundRun;
+    if constexpr (sizeof(T) == sizeof(std::int32_t)) {
+      if (step == 1) {  // packed 32-bit samples take the rounded run directly
+        roundRun(s, r.width, scale, lo, hi, reinterpret_cast<std::int32_t*>(d));
+        continue;
+      }
+    }
     std::int32_t run[256];
     for (int x0 = 0; x0 < r.width; x0 += 256) {
       const int n = r.width - x0 < 256 ? r.width - x0 : 256;
