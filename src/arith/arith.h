@@ -24,6 +24,94 @@ inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
   }
   return j;
 }
+
+// Runs f over 16-byte groups of one source into a destination; returns how
+// many values were done.
+template <class T, class F>
+inline std::size_t sse2Each(const T* a, T* d, std::size_t n, F f) {
+  constexpr std::size_t step = 16 / sizeof(T);
+  std::size_t j = 0;
+  for (; j + step <= n; j += step) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + j));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), f(x));
+  }
+  return j;
+}
+
+// Unsigned saturating steps of 8- and 16-bit lanes, chosen by the width.
+template <int Bits>
+struct Lanes {
+  static __m128i all(int v) { return Bits == 8 ? _mm_set1_epi8(char(v)) : _mm_set1_epi16(short(v)); }
+  static __m128i adds(__m128i x, __m128i y) {
+    return Bits == 8 ? _mm_adds_epu8(x, y) : _mm_adds_epu16(x, y);
+  }
+  static __m128i subs(__m128i x, __m128i y) {
+    return Bits == 8 ? _mm_subs_epu8(x, y) : _mm_subs_epu16(x, y);
+  }
+};
+
+// A + v (reverse: v - A) saturated, for 8- and 16-bit depths, with the
+// unsigned saturating steps: signed values are biased by half the range
+// first, which maps their range onto the unsigned one. Returns how many
+// values were done (0 for other depths).
+template <class D, class T>
+inline std::size_t offsetBlock(const T* a, T* d, std::size_t n, int v, bool reverse) {
+  if constexpr (D::bits == 8 || D::bits == 16) {
+    using L = Lanes<D::bits>;
+    constexpr long long max = D::hi - D::lo;
+    constexpr long long bias = D::isSigned ? -D::lo : 0;
+    const __m128i flip = L::all(int(bias));
+    if (!reverse) {
+      // Any |v| above max saturates every value alike.
+      const long long m = v < -max ? -max : v > max ? max : v;
+      const __m128i up = L::all(int(m > 0 ? m : 0)), down = L::all(int(m < 0 ? -m : 0));
+      return sse2Each(a, d, n, [=](__m128i x) {
+        return _mm_xor_si128(L::adds(L::subs(_mm_xor_si128(x, flip), down), up), flip);
+      });
+    }
+    // v - A on biased values is (v + 2 bias) - A', taken in [0, 2 max] as
+    // lo - (A' - hi) with lo up to max and hi the rest.
+    long long w = static_cast<long long>(v) + 2 * bias;
+    w = w < 0 ? 0 : w > 2 * max ? 2 * max : w;
+    const long long lo = w < max ? w : max;
+    const __m128i low = L::all(int(lo)), high = L::all(int(w - lo));
+    return sse2Each(a, d, n, [=](__m128i x) {
+      return _mm_xor_si128(L::subs(low, L::subs(_mm_xor_si128(x, flip), high)), flip);
+    });
+  }
+  (void)a, (void)d, (void)n, (void)v, (void)reverse;
+  return 0;
+}
+
+// A >> s for 8- and 16-bit depths with the 32-bit rule (unsigned values
+// shift logically; signed ones are sign extended, so counts from 8 (16) up
+// to 24 (16) repeat the sign and larger counts bring in zeros, which is left
+// to the scalar loop). Returns how many values were done.
+template <class D, class T>
+inline std::size_t shiftRightBlock(const T* a, T* d, std::size_t n, unsigned s) {
+  if constexpr (D::bits == 8) {
+    if (D::isSigned && s > 24) return 0;
+    // Logical shifts in 16-bit lanes, then the bits of the neighbour
+    // dropped; signed values: (A + 128) >> s, less 128 >> s.
+    const unsigned k = D::isSigned && s > 7 ? 7 : s;
+    const __m128i count = _mm_cvtsi32_si128(int(k));
+    const __m128i keep = _mm_set1_epi8(char(k > 7 ? 0 : 0xFF >> k));
+    const __m128i flip = _mm_set1_epi8(char(D::isSigned ? 0x80 : 0));
+    const __m128i back = _mm_set1_epi8(char(D::isSigned ? 0x80 >> k : 0));
+    return sse2Each(a, d, n, [=](__m128i x) {
+      const __m128i u = _mm_and_si128(_mm_srl_epi16(_mm_xor_si128(x, flip), count), keep);
+      return _mm_sub_epi8(u, back);
+    });
+  } else if constexpr (D::bits == 16) {
+    if (D::isSigned && s > 16) return 0;
+    const __m128i count = _mm_cvtsi32_si128(int(D::isSigned && s > 15 ? 15 : s));
+    return sse2Each(a, d, n, [=](__m128i x) {
+      return D::isSigned ? _mm_sra_epi16(x, count) : _mm_srl_epi16(x, count);
+    });
+  }
+  (void)a, (void)d, (void)n, (void)s;
+  return 0;
+}
 #endif
 
 // Saturating 32-bit sum and difference without a wider type, so the loops
@@ -142,6 +230,15 @@ inline W scalar(int v) {
 }
 
 struct AddS : Rule {
+  template <class D, class T>
+  static std::size_t block(const T* a, T* d, std::size_t n, const OpArgs& s) {
+#if defined(__SSE2__)
+    return offsetBlock<D>(a, d, n, s.value, false);
+#else
+    (void)a, (void)d, (void)n, (void)s;
+    return 0;
+#endif
+  }
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
     using W = typename D::Sum;
@@ -151,6 +248,17 @@ struct AddS : Rule {
 };
 
 struct SubtractS : Rule {
+  template <class D, class T>
+  static std::size_t block(const T* a, T* d, std::size_t n, const OpArgs& s) {
+#if defined(__SSE2__)
+    // A - v is A + (-v); any v below -max saturates like -max does.
+    if (s.reverse) return offsetBlock<D>(a, d, n, s.value, true);
+    return offsetBlock<D>(a, d, n, s.value < -0xFFFF ? 0xFFFF : -s.value, false);
+#else
+    (void)a, (void)d, (void)n, (void)s;
+    return 0;
+#endif
+  }
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
     using W = typename D::Sum;
@@ -210,11 +318,22 @@ struct LShiftS : Rule {
 // extended to 32 bits and shifted logically, so from 25 (8S) or 17 (16S)
 // upward zeros reach the stored bits; 32-bit values shift arithmetically.
 struct RShiftS : Rule {
+  template <class D, class T>
+  static std::size_t block(const T* a, T* d, std::size_t n, const OpArgs& s) {
+#if defined(__SSE2__)
+    return shiftRightBlock<D>(a, d, n, s.shift & 31);
+#else
+    (void)a, (void)d, (void)n, (void)s;
+    return 0;
+#endif
+  }
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
     const unsigned n = s.shift & 31;
     if constexpr (D::isSigned && D::bits == 32)
       return static_cast<typename D::T>(a >> n);
+    else if constexpr (!D::isSigned)
+      return n >= unsigned(D::bits) ? 0 : static_cast<typename D::T>(a >> n);
     else
       return D::cut(static_cast<std::uint32_t>(static_cast<std::int32_t>(a)) >> n);
   }
