@@ -112,6 +112,89 @@ inline std::size_t shiftRightBlock(const T* a, T* d, std::size_t n, unsigned s) 
   (void)a, (void)d, (void)n, (void)s;
   return 0;
 }
+
+// 8-bit values widened to two groups of 16-bit lanes, and 16-bit lanes
+// narrowed back to the depth's range.
+template <class D>
+inline void widen8(__m128i x, __m128i& lo, __m128i& hi) {
+  if constexpr (D::isSigned) {
+    lo = _mm_srai_epi16(_mm_unpacklo_epi8(x, x), 8);
+    hi = _mm_srai_epi16(_mm_unpackhi_epi8(x, x), 8);
+  } else {
+    lo = _mm_unpacklo_epi8(x, _mm_setzero_si128());
+    hi = _mm_unpackhi_epi8(x, _mm_setzero_si128());
+  }
+}
+template <class D>
+inline __m128i narrow8(__m128i lo, __m128i hi) {
+  if constexpr (D::isSigned) return _mm_packs_epi16(lo, hi);
+  // Unsigned 16-bit values above 255 become 255 before the pack.
+  const __m128i c = _mm_set1_epi16(255);
+  return _mm_packus_epi16(_mm_sub_epi16(lo, _mm_subs_epu16(lo, c)),
+                          _mm_sub_epi16(hi, _mm_subs_epu16(hi, c)));
+}
+
+// The saturated products of 16-bit lanes x and y, or of 8-bit lanes x
+// and y8 (y then holds the second operand widened, so a scalar beyond the
+// 8-bit range still fits).
+template <class D>
+inline __m128i productSat(__m128i x, __m128i yl, __m128i yh) {
+  if constexpr (D::bits == 8) {
+    __m128i xl, xh;
+    widen8<D>(x, xl, xh);
+    return narrow8<D>(_mm_mullo_epi16(xl, yl), _mm_mullo_epi16(xh, yh));
+  } else if constexpr (D::isSigned) {
+    (void)yh;
+    // The 32-bit products, packed with saturation.
+    const __m128i lo = _mm_mullo_epi16(x, yl), hi = _mm_mulhi_epi16(x, yl);
+    return _mm_packs_epi32(_mm_unpacklo_epi16(lo, hi), _mm_unpackhi_epi16(lo, hi));
+  } else {
+    (void)yh;
+    // All ones where the high half of the product is not zero.
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i fits = _mm_cmpeq_epi16(_mm_mulhi_epu16(x, yl), zero);
+    return _mm_or_si128(_mm_mullo_epi16(x, yl), _mm_xor_si128(fits, _mm_cmpeq_epi16(zero, zero)));
+  }
+}
+
+template <class D>
+inline __m128i productOf(__m128i x, __m128i y) {
+  if constexpr (D::bits == 8) {
+    __m128i yl, yh;
+    widen8<D>(y, yl, yh);
+    return productSat<D>(x, yl, yh);
+  } else {
+    return productSat<D>(x, y, y);
+  }
+}
+
+// Products of two sources (b null: of a with itself) for 8- and 16-bit
+// depths; returns how many values were done.
+template <class D, class T>
+inline std::size_t productBlock(const T* a, const T* b, T* d, std::size_t n) {
+  if constexpr (D::bits == 8 || D::bits == 16) {
+    if (b) return sse2Pairs(a, b, d, n, productOf<D>);
+    return sse2Each(a, d, n, [](__m128i x) { return productOf<D>(x, x); });
+  }
+  (void)a, (void)b, (void)d, (void)n;
+  return 0;
+}
+
+// Products with a scalar, limited so that it saturates every value as the
+// full one does: 0..max for unsigned depths, +-255 for 8S. A 16S scalar
+// outside the 16-bit range is left to the scalar loop (returns 0).
+template <class D, class T>
+inline std::size_t scalarProductBlock(const T* a, T* d, std::size_t n, int v) {
+  if constexpr (D::bits == 8 || D::bits == 16) {
+    constexpr long long lo = !D::isSigned ? 0 : D::bits == 8 ? -255 : D::lo;
+    constexpr long long hi = D::isSigned && D::bits == 8 ? 255 : D::hi;
+    if (D::bits == 16 && D::isSigned && (v < lo || v > hi)) return 0;
+    const __m128i y = _mm_set1_epi16(short(v < lo ? lo : v > hi ? hi : v));
+    return sse2Each(a, d, n, [=](__m128i x) { return productSat<D>(x, y, y); });
+  }
+  (void)a, (void)d, (void)n, (void)v;
+  return 0;
+}
 #endif
 
 // Saturating 32-bit sum and difference without a wider type, so the loops
@@ -181,6 +264,15 @@ struct Subtract : Rule {
 };
 
 struct Multiply : Rule {
+  template <class D, class T>
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
+#if defined(__SSE2__)
+    return productBlock<D>(a, b, d, n);
+#else
+    (void)a, (void)b, (void)d, (void)n;
+    return 0;
+#endif
+  }
   template <class D>
   static typename D::T apply(typename D::T a, typename D::T b, const OpArgs&) {
     return D::sat(typename D::Product(a) * b);
@@ -271,6 +363,15 @@ struct SubtractS : Rule {
 };
 
 struct MultiplyS : Rule {
+  template <class D, class T>
+  static std::size_t block(const T* a, T* d, std::size_t n, const OpArgs& s) {
+#if defined(__SSE2__)
+    return scalarProductBlock<D>(a, d, n, s.value);
+#else
+    (void)a, (void)d, (void)n, (void)s;
+    return 0;
+#endif
+  }
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs& s) {
     using W = typename D::Product;
@@ -340,6 +441,15 @@ struct RShiftS : Rule {
 };
 
 struct Square : Rule {
+  template <class D, class T>
+  static std::size_t block(const T* a, T* d, std::size_t n, const OpArgs&) {
+#if defined(__SSE2__)
+    return productBlock<D>(a, static_cast<const T*>(nullptr), d, n);
+#else
+    (void)a, (void)d, (void)n;
+    return 0;
+#endif
+  }
   template <class D>
   static typename D::T apply(typename D::T a, const OpArgs&) {
     return D::sat(typename D::Product(a) * a);
