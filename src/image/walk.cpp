@@ -96,6 +96,23 @@ bool flatViews(const WalkImage* images, int n, View* views) {
   return true;
 }
 
+// When every view's rows follow each other with no gap (pixel order, all
+// channels, row step equal to the row's bytes), the rows become one long
+// row, so the kernel runs one lane instead of one per row.
+void joinRows(View* views, int n) {
+  for (int i = 0; i < n; ++i) {
+    const View& v = views[i];
+    const unsigned bits = depthBits(v.depth);
+    if (bits == 1 || v.dataOrder != 0 || v.coi != 0 || v.height < 2 ||
+        i64(v.width) * v.nChannels * (bits / 8) != v.widthStep)
+      return;
+  }
+  for (int i = 0; i < n; ++i) {
+    views[i].width *= views[i].height;
+    views[i].height = 1;
+  }
+}
+
 class Walker {
  public:
   Walker(const WalkPlan& plan, const WalkImage* images, int n)
@@ -194,6 +211,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
     if (!plan_.wholeImage || !flatViews(images_, n_, views))
       for (int i = 0; i < n_; ++i)
         views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
+    joinRows(views, n_);
     kernel(views, arg);
     return true;
   }
@@ -233,6 +251,7 @@ bool Walker::walkPieces(Kernel kernel, const void* arg) {
         views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
                           piece, band);
       }
+      joinRows(views, n_);
       kernel(views, arg);
     }
   }
