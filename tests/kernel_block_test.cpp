@@ -87,3 +87,38 @@ TEST(KernelBlock, NarrowDepthsMatchTheRules) {
 }
 
 }  // namespace
+
+namespace {
+
+// Destinations large enough to be stored past the caches, starting off a
+// 16-byte boundary: every value right and nothing written around them.
+template <class D>
+void largeSum() {
+  using T = typename D::T;
+  const std::size_t n = mox::arith::kStreamBytes / sizeof(T) + 29;
+  std::vector<T> a(n), b(n), buffer(n + 8, T(0x5A));
+  for (std::size_t j = 0; j < n; ++j) {
+    a[j] = static_cast<T>(j * 7919u);
+    b[j] = static_cast<T>(j * 104729u + 13);
+  }
+  T* d = buffer.data() + 3;
+  T* p[3] = {a.data(), b.data(), d};
+  mox::runContiguous<mox::arith::Add, D, 3>(p, static_cast<int>(n), OpArgs{});
+  for (std::size_t j = 0; j < n; ++j) {
+    const T want = mox::arith::Add::apply<D>(a[j], b[j], OpArgs{});
+    if (d[j] != want) {
+      ADD_FAILURE() << D::bits << "-bit sum " << j << ": " << +d[j] << " != " << +want;
+      return;
+    }
+  }
+  for (std::size_t j : {std::size_t(0), std::size_t(1), std::size_t(2), n + 3, n + 7})
+    EXPECT_EQ(buffer[j], T(0x5A)) << "written outside the destination at " << j;
+}
+
+TEST(KernelBlock, LargeDestinationsMatchTheRule) {
+  largeSum<mox::U8>();
+  largeSum<mox::S8>();
+  largeSum<mox::U16>();
+}
+
+}  // namespace

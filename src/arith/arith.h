@@ -9,6 +9,9 @@
 
 namespace mox::arith {
 
+// Destinations of at least this many bytes are stored past the caches.
+constexpr std::size_t kStreamBytes = std::size_t(8) << 20;
+
 #if defined(__SSE2__)
 // Runs f over 16-byte groups of two sources into a destination; returns how
 // many values were done. Each group is loaded before it is stored, so the
@@ -17,6 +20,22 @@ template <class T, class F>
 inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
   constexpr std::size_t step = 16 / sizeof(T);
   std::size_t j = 0;
+  const auto at = reinterpret_cast<std::uintptr_t>(d);
+  if (n * sizeof(T) >= kStreamBytes && d != a && d != b && at % sizeof(T) == 0 && n >= 2 * step) {
+    // A destination far larger than the caches is written around them,
+    // which spares reading it in first. The first group is stored as
+    // usual; the rest from the first 16-byte boundary.
+    const __m128i first = f(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a)),
+                            _mm_loadu_si128(reinterpret_cast<const __m128i*>(b)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), first);
+    for (j = (16 - at % 16) % 16 / sizeof(T); j + step <= n; j += step) {
+      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + j));
+      const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + j));
+      _mm_stream_si128(reinterpret_cast<__m128i*>(d + j), f(x, y));
+    }
+    _mm_sfence();
+    return j;
+  }
   for (; j + step <= n; j += step) {
     const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + j));
     const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + j));
