@@ -60,7 +60,9 @@ inline std::size_t sse2Each(const T* a, T* d, std::size_t n, F f) {
 // Unsigned saturating steps of 8- and 16-bit lanes, chosen by the width.
 template <int Bits>
 struct Lanes {
-  static __m128i all(int v) { return Bits == 8 ? _mm_set1_epi8(char(v)) : _mm_set1_epi16(short(v)); }
+  static __m128i all(int v) {
+    return Bits == 8 ? _mm_set1_epi8(char(v)) : _mm_set1_epi16(short(v));
+  }
   static __m128i adds(__m128i x, __m128i y) {
     return Bits == 8 ? _mm_adds_epu8(x, y) : _mm_adds_epu16(x, y);
   }
