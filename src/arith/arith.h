@@ -21,7 +21,12 @@ inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
   constexpr std::size_t step = 16 / sizeof(T);
   std::size_t j = 0;
   const auto at = reinterpret_cast<std::uintptr_t>(d);
-  if (n * sizeof(T) >= kStreamBytes && d != a && d != b && at % sizeof(T) == 0 && n >= 2 * step) {
+  const std::uintptr_t bytes = n * sizeof(T);
+  auto apart = [&](const T* s) {
+    const auto from = reinterpret_cast<std::uintptr_t>(s);
+    return from + bytes <= at || at + bytes <= from;
+  };
+  if (bytes >= kStreamBytes && apart(a) && apart(b) && at % sizeof(T) == 0 && n >= 2 * step) {
     // A destination far larger than the caches is written around them,
     // which spares reading it in first. The first group is stored as
     // usual; the rest from the first 16-byte boundary.
