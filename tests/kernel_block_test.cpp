@@ -90,12 +90,12 @@ TEST(KernelBlock, NarrowDepthsMatchTheRules) {
 
 namespace {
 
-// Destinations large enough to be stored past the caches, starting off a
-// 16-byte boundary: every value right and nothing written around them.
+// Destinations stored past the caches (large ones, or parts of a large one),
+// starting off a 16-byte boundary: every value right and nothing written
+// around them.
 template <class D>
-void largeSum() {
+void streamedSum(std::size_t n, bool stream) {
   using T = typename D::T;
-  const std::size_t n = mox::arith::kStreamBytes / sizeof(T) + 29;
   std::vector<T> a(n), b(n), buffer(n + 8, T(0x5A));
   for (std::size_t j = 0; j < n; ++j) {
     a[j] = static_cast<T>(j * 7919u);
@@ -103,7 +103,9 @@ void largeSum() {
   }
   T* d = buffer.data() + 3;
   T* p[3] = {a.data(), b.data(), d};
-  mox::runContiguous<mox::arith::Add, D, 3>(p, static_cast<int>(n), OpArgs{});
+  OpArgs args;
+  args.stream = stream;
+  mox::runContiguous<mox::arith::Add, D, 3>(p, static_cast<int>(n), args);
   for (std::size_t j = 0; j < n; ++j) {
     const T want = mox::arith::Add::apply<D>(a[j], b[j], OpArgs{});
     if (d[j] != want) {
@@ -115,10 +117,15 @@ void largeSum() {
     EXPECT_EQ(buffer[j], T(0x5A)) << "written outside the destination at " << j;
 }
 
-TEST(KernelBlock, LargeDestinationsMatchTheRule) {
-  largeSum<mox::U8>();
-  largeSum<mox::S8>();
-  largeSum<mox::U16>();
+TEST(KernelBlock, StreamedDestinationsMatchTheRule) {
+  constexpr std::size_t large = mox::arith::kStreamBytes + 29;
+  streamedSum<mox::U8>(large, false);
+  streamedSum<mox::S8>(large, false);
+  streamedSum<mox::U16>(large / 2, false);
+  for (std::size_t n : {32, 33, 47, 1000}) {
+    streamedSum<mox::U8>(n, true);
+    streamedSum<mox::S16>(n, true);
+  }
 }
 
 }  // namespace

@@ -9,15 +9,17 @@
 
 namespace mox::arith {
 
-// Destinations of at least this many bytes are stored past the caches.
-constexpr std::size_t kStreamBytes = std::size_t(8) << 20;
+// Runs of at least this many bytes are stored past the caches.
+constexpr std::size_t kStreamBytes = std::size_t(kLargeBytes);
 
 #if defined(__SSE2__)
 // Runs f over 16-byte groups of two sources into a destination; returns how
 // many values were done. Each group is loaded before it is stored, so the
-// destination may be one of the sources.
+// destination may be one of the sources. Long runs, or any run with
+// `stream` (a part of a large destination), are stored past the caches.
 template <class T, class F>
-inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
+inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f,
+                             bool stream = false) {
   constexpr std::size_t step = 16 / sizeof(T);
   std::size_t j = 0;
   const auto at = reinterpret_cast<std::uintptr_t>(d);
@@ -26,7 +28,8 @@ inline std::size_t sse2Pairs(const T* a, const T* b, T* d, std::size_t n, F f) {
     const auto from = reinterpret_cast<std::uintptr_t>(s);
     return from + bytes <= at || at + bytes <= from;
   };
-  if (bytes >= kStreamBytes && apart(a) && apart(b) && at % sizeof(T) == 0 && n >= 2 * step) {
+  if ((stream || bytes >= kStreamBytes) && apart(a) && apart(b) && at % sizeof(T) == 0 &&
+      n >= 2 * step) {
     // A destination far larger than the caches is written around them,
     // which spares reading it in first. The first group is stored as
     // usual; the rest from the first 16-byte boundary.
@@ -197,12 +200,12 @@ inline __m128i productOf(__m128i x, __m128i y) {
 // Products of two sources (b null: of a with itself) for 8- and 16-bit
 // depths; returns how many values were done.
 template <class D, class T>
-inline std::size_t productBlock(const T* a, const T* b, T* d, std::size_t n) {
+inline std::size_t productBlock(const T* a, const T* b, T* d, std::size_t n, bool stream) {
   if constexpr (D::bits == 8 || D::bits == 16) {
-    if (b) return sse2Pairs(a, b, d, n, productOf<D>);
+    if (b) return sse2Pairs(a, b, d, n, productOf<D>, stream);
     return sse2Each(a, d, n, [](__m128i x) { return productOf<D>(x, x); });
   }
-  (void)a, (void)b, (void)d, (void)n;
+  (void)a, (void)b, (void)d, (void)n, (void)stream;
   return 0;
 }
 
@@ -241,14 +244,14 @@ inline std::int32_t subSat32(std::int32_t a, std::int32_t b) {
 // Saturating sum and difference of 8- and 16-bit values are single SSE2
 // instructions: I names one per depth.
 template <class D, class I, class T>
-inline std::size_t saturatingBlock(const T* a, const T* b, T* d, std::size_t n) {
+inline std::size_t saturatingBlock(const T* a, const T* b, T* d, std::size_t n, bool stream) {
 #if defined(__SSE2__)
-  if constexpr (std::is_same_v<D, U8>) return sse2Pairs(a, b, d, n, I::u8);
-  if constexpr (std::is_same_v<D, S8>) return sse2Pairs(a, b, d, n, I::s8);
-  if constexpr (std::is_same_v<D, U16>) return sse2Pairs(a, b, d, n, I::u16);
-  if constexpr (std::is_same_v<D, S16>) return sse2Pairs(a, b, d, n, I::s16);
+  if constexpr (std::is_same_v<D, U8>) return sse2Pairs(a, b, d, n, I::u8, stream);
+  if constexpr (std::is_same_v<D, S8>) return sse2Pairs(a, b, d, n, I::s8, stream);
+  if constexpr (std::is_same_v<D, U16>) return sse2Pairs(a, b, d, n, I::u16, stream);
+  if constexpr (std::is_same_v<D, S16>) return sse2Pairs(a, b, d, n, I::s16, stream);
 #endif
-  (void)a, (void)b, (void)d, (void)n;
+  (void)a, (void)b, (void)d, (void)n, (void)stream;
   return 0;
 }
 
@@ -265,8 +268,8 @@ struct Add : Rule {
     return D::sat(typename D::Sum(a) + b);
   }
   template <class D, class T>
-  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
-    return saturatingBlock<D, Add>(a, b, d, n);
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs& s) {
+    return saturatingBlock<D, Add>(a, b, d, n, s.stream);
   }
 };
 
@@ -284,18 +287,18 @@ struct Subtract : Rule {
     return D::sat(typename D::Sum(a) - b);
   }
   template <class D, class T>
-  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
-    return saturatingBlock<D, Subtract>(a, b, d, n);
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs& s) {
+    return saturatingBlock<D, Subtract>(a, b, d, n, s.stream);
   }
 };
 
 struct Multiply : Rule {
   template <class D, class T>
-  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs&) {
+  static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs& s) {
 #if defined(__SSE2__)
-    return productBlock<D>(a, b, d, n);
+    return productBlock<D>(a, b, d, n, s.stream);
 #else
-    (void)a, (void)b, (void)d, (void)n;
+    (void)a, (void)b, (void)d, (void)n, (void)s;
     return 0;
 #endif
   }
@@ -470,7 +473,7 @@ struct Square : Rule {
   template <class D, class T>
   static std::size_t block(const T* a, T* d, std::size_t n, const OpArgs&) {
 #if defined(__SSE2__)
-    return productBlock<D>(a, static_cast<const T*>(nullptr), d, n);
+    return productBlock<D>(a, static_cast<const T*>(nullptr), d, n, false);
 #else
     (void)a, (void)d, (void)n;
     return 0;

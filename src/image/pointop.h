@@ -31,6 +31,7 @@ struct OpArgs {
   int value = 0;
   int reverse = 0;
   unsigned shift = 0;
+  bool stream = false;  // the destination may be written past the caches
 };
 
 // A depth: the stored type, its bit count and its range.
@@ -248,7 +249,8 @@ void bitKernel(const View* v, const OpArgs& a) {
 // The kernel of a rule on one depth for N views (sources, then destination).
 template <class Op, class D, int N>
 void pointKernel(const View* v, const void* arg) {
-  const OpArgs a = *static_cast<const OpArgs*>(arg);
+  OpArgs a = *static_cast<const OpArgs*>(arg);
+  a.stream = v[N - 1].large;
   if constexpr (D::bits == 1) {
     bitKernel<Op, N>(v, a);
   } else {

@@ -132,6 +132,10 @@ class Walker {
   bool cutToTile(const int* mapping);
   bool walkPieces(Kernel kernel, const void* arg);
   bool releaseAll();
+  void mark(View* views) const {
+    joinRows(views, n_);
+    views[n_ - 1].large = large_;
+  }
 
   const WalkPlan& plan_;
   const WalkImage* images_;
@@ -139,6 +143,7 @@ class Walker {
   Part parts_[3];
   i64 w_ = 0, h_ = 0;
   bool firstWalk_ = false;
+  bool large_ = false;
 };
 
 bool Walker::acquire(int i, int tx, int ty) {
@@ -205,13 +210,15 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
       p.tileStep = step;
     }
   }
+  const MoxImage* d = parts_[n_ - 1].image;
+  large_ = w_ * h_ * workChannels(d) * depthBits(d->depth) / 8 >= kLargeBytes;
   View views[3];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
     if (!plan_.wholeImage || !flatViews(images_, n_, views))
       for (int i = 0; i < n_; ++i)
         views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
-    joinRows(views, n_);
+    mark(views);
     kernel(views, arg);
     return true;
   }
@@ -251,7 +258,7 @@ bool Walker::walkPieces(Kernel kernel, const void* arg) {
         views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
                           piece, band);
       }
-      joinRows(views, n_);
+      mark(views);
       kernel(views, arg);
     }
   }

@@ -54,7 +54,12 @@ struct View {
   unsigned depth;
   int bitOffset;
   std::ptrdiff_t planeStep;
+  // The destination's whole rectangle holds at least kLargeBytes: kernels
+  // may write it past the caches even when a piece is small.
+  bool large = false;
 };
+
+constexpr long long kLargeBytes = 8ll << 20;
 
 // Runs on the views of one piece, in argument order; `arg` is the
 // operation's own argument block.
