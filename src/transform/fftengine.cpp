@@ -1,0 +1,235 @@
+// The transform engine: self-sorting mixed-radix passes over batches of
+// sequences, a chirp convolution for lengths with a large prime factor, and
+// the real-input and cosine transforms built on the complex one.
+#include "fftengine.h"
+
+#include "fftplan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <new>
+#include <utility>
+
+namespace mox::fft {
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// exp(sign * 2 pi i k / n), with the index reduced to the half turn around 0.
+void unitRoot(long long k, long long n, int sign, double* re, double* im) {
+  k %= n;
+  if (k < 0) k += n;
+  if (2 * k > n) k -= n;
+  const double a = 2.0 * kPi * static_cast<double>(k) / static_cast<double>(n);
+  *re = std::cos(a);
+  *im = sign * std::sin(a);
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------ plans
+
+Engine::Engine() = default;
+Engine::~Engine() = default;
+
+void Engine::release() {
+  plans_.clear();
+  plans_.shrink_to_fit();
+  realPlans_.clear();
+  realPlans_.shrink_to_fit();
+  cosinePlans_.clear();
+  cosinePlans_.shrink_to_fit();
+  std::vector<double>().swap(scratch_);
+  std::vector<double>().swap(matrix_);
+}
+
+double* Engine::matrix(std::size_t rows, std::size_t cols) {
+  if (cols && rows > matrix_.max_size() / cols) throw std::bad_alloc();
+  if (matrix_.size() < rows * cols) {
+    std::vector<double>().swap(matrix_);
+    matrix_.resize(rows * cols);
+  }
+  return matrix_.data();
+}
+
+double* Engine::scratch(std::size_t count) {
+  if (scratch_.size() < count) {
+    std::vector<double>().swap(scratch_);
+    scratch_.resize(count);
+  }
+  return scratch_.data();
+}
+
+const Plan& Engine::plan(int n, int sign) {
+  for (const auto& p : plans_)
+    if (p->n == n && p->sign == sign) return *p;
+  auto P = std::make_unique<Plan>();
+  P->n = n;
+  P->sign = sign;
+  std::vector<int> radices;
+  int rest = n;
+  while (rest % 4 == 0) radices.push_back(4), rest /= 4;
+  if (rest % 2 == 0) radices.push_back(2), rest /= 2;
+  for (int p = 3; rest > 1 && p <= kLargestRadix; p += 2)
+    while (rest % p == 0) radices.push_back(p), rest /= p;
+  if (rest > 1) {
+    // A prime factor too large for a direct butterfly: chirp convolution of
+    // a power-of-two length of at least 2n - 1.
+    long long wide = 1;
+    while (wide < 2LL * n - 1) wide *= 2;
+    if (wide > (1LL << 30)) throw std::bad_alloc();  // beyond any block we could hold
+    const int m = static_cast<int>(wide);
+    P->m = m;
+    P->up = &plan(m, 1);
+    P->down = &plan(m, -1);
+    P->chirpRe.resize(n);
+    P->chirpIm.resize(n);
+    for (long long t = 0; t < n; ++t)  // exp(sign pi i t^2 / n)
+      unitRoot(t * t % (2LL * n), 2LL * n, sign, &P->chirpRe[t], &P->chirpIm[t]);
+    std::vector<double> br(static_cast<std::size_t>(m) * 1, 0.0), bi(br);
+    for (int t = 0; t < n; ++t) {
+      br[t] = P->chirpRe[t];
+      bi[t] = -P->chirpIm[t];
+      if (t) br[m - t] = br[t], bi[m - t] = bi[t];
+    }
+    std::vector<double> wr(2 * static_cast<std::size_t>(m)), wi(wr.size());
+    double *Kr, *Ki;
+    kernels().runOne(*P->up, br.data(), bi.data(), wr.data(), wi.data(), &Kr, &Ki);
+    P->kernRe.assign(Kr, Kr + m);
+    P->kernIm.assign(Ki, Ki + m);
+    for (int k = 0; k < m; ++k) P->kernRe[k] /= m, P->kernIm[k] /= m;
+  } else {
+    long long L = 1;
+    for (int p : radices) {
+      Stage s{p, static_cast<int>(L), static_cast<int>(n / (L * p)), P->twRe.size(), 0};
+      for (long long q = 0; q < L; ++q)
+        for (int a = 1; a < p; ++a) {
+          double re, im;
+          unitRoot(q * a, L * p, sign, &re, &im);
+          P->twRe.push_back(re);
+          P->twIm.push_back(im);
+        }
+      if (p > 5) {
+        s.gen = P->genCos.size();
+        for (int j = 0; j < p; ++j) {
+          double re, im;
+          unitRoot(j, p, sign, &re, &im);
+          P->genCos.push_back(re);
+          P->genSin.push_back(im);
+        }
+      }
+      P->stages.push_back(s);
+      L *= p;
+    }
+  }
+  plans_.push_back(std::move(P));
+  return *plans_.back();
+}
+
+const RealPlan& Engine::realPlan(int n, int sign) {
+  for (const auto& r : realPlans_)
+    if (r->n == n && r->fft->sign == sign) return *r;
+  auto R = std::make_unique<RealPlan>();
+  R->n = n;
+  R->fft = &plan(n % 2 ? n : n / 2, sign);
+  if (n % 2 == 0) {
+    R->wRe.resize(n / 2);
+    R->wIm.resize(n / 2);
+    for (int k = 0; k < n / 2; ++k) unitRoot(k, n, sign, &R->wRe[k], &R->wIm[k]);
+  }
+  realPlans_.push_back(std::move(R));
+  return *realPlans_.back();
+}
+
+const CosinePlan& Engine::cosinePlan(int n) {
+  for (const auto& c : cosinePlans_)
+    if (c->n == n) return *c;
+  auto C = std::make_unique<CosinePlan>();
+  C->n = n;
+  C->fwd = &plan(n, -1);
+  C->inv = &plan(n, 1);
+  C->c.resize(n);
+  C->s.resize(n);
+  C->fwdScale.resize(n);
+  C->invScale.resize(n);
+  for (int k = 0; k < n; ++k) {
+    unitRoot(k, 4LL * n, 1, &C->c[k], &C->s[k]);
+    const double f = std::sqrt((k ? 2.0 : 1.0) / n);
+    C->fwdScale[k] = f;
+    C->invScale[k] = 1.0 / (f * n);
+  }
+  cosinePlans_.push_back(std::move(C));
+  return *cosinePlans_.back();
+}
+
+// ------------------------------------------------------------------ drivers
+
+void Engine::rowPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign, bool inverse,
+                     bool narrow) {
+  if (cols < 2) return;
+  const RealPlan& R = realPlan(cols, sign);
+  double* s = scratch(scratchFor(R.fft->n, *R.fft, cols, kLanes));
+  kernels().realRows(R, m, rows, step, inverse, narrow, s);
+}
+
+void Engine::columnPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
+                        bool inverse, bool narrow) {
+  if (rows < 2) return;
+  constexpr int B = kLanes;
+  const RealPlan& R = realPlan(rows, sign);
+  const Plan& P = plan(rows, sign);
+  double* s = scratch(std::max(scratchFor(R.fft->n, *R.fft, rows, B), scratchFor(rows, P, 0, B)));
+  kernels().realColumns(R, m, cols, step, inverse, narrow, s);
+  kernels().complexColumns(P, m, cols, step, narrow, s);
+}
+
+void Engine::realToPacked(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
+                          bool narrow) {
+  rowPass(m, rows, cols, step, sign, false, narrow);
+  columnPass(m, rows, cols, step, sign, false, narrow);
+}
+
+void Engine::packedToReal(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
+                          bool narrow) {
+  columnPass(m, rows, cols, step, sign, true, narrow);
+  rowPass(m, rows, cols, step, sign, true, narrow);
+}
+
+void Engine::cosine2D(double* m, int rows, int cols, std::ptrdiff_t step, bool inverse) {
+  const Kernels& k = kernels();
+  if (cols > 1) {
+    const CosinePlan& C = cosinePlan(cols);
+    double* s = scratch(scratchFor(cols, inverse ? *C.inv : *C.fwd, cols, kLanes));
+    k.cosineLines(C, m, rows, 1, step, inverse, s);
+  }
+  if (rows > 1) {
+    const CosinePlan& C = cosinePlan(rows);
+    double* s = scratch(scratchFor(rows, inverse ? *C.inv : *C.fwd, rows, kLanes));
+    k.cosineLines(C, m, cols, step, 1, inverse, s);
+  }
+}
+
+const Kernels& kernels() {
+  static const Kernels* chosen = [] {
+#if defined(MOX_FFT_HAVE_WIDE)
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2")) return &kWideKernels;
+#endif
+    return &kBaselineKernels;
+  }();
+  return *chosen;
+}
+
+Engine& fourierEngine() {
+  thread_local Engine engine;
+  return engine;
+}
+
+Engine& cosineEngine() {
+  thread_local Engine engine;
+  return engine;
+}
+
+}  // namespace mox::fft
