@@ -263,3 +263,46 @@ TEST(Walk, KernelRunsOncePerPieceOverWholeBands) {
   for (const Piece& p : pieces) tileArea += p.width * p.height;
   EXPECT_EQ(tileArea, 16 * 16);
 }
+
+// Rows that follow each other with no gap in every image reach the kernel as
+// one long row; padding or a channel of interest keeps the rows apart.
+TEST(Walk, GaplessRowsJoinIntoOneRun) {
+  const mox::WalkPlan plan{"walk", "walk", &kNoLines, true};
+  struct Case {
+    const char* what;
+    Shape shape;
+    int tile;  // tile edge of both images; 0 = untiled
+    int coi;
+    int width, height;  // expected size of every piece
+    std::size_t pieces;
+  };
+  const Case cases[] = {
+      {"same tiles", {MOX_DEPTH_8U, 1, 0, 64, 64}, 16, 0, 256, 1, 16},
+      {"16-bit, 3 channels, same tiles", {MOX_DEPTH_16U, 3, 0, 32, 32}, 16, 0, 256, 1, 4},
+      {"whole rows of a ROI", {MOX_DEPTH_8U, 1, 0, 64, 64}, 0, 0, 64 * 37, 1, 1},
+      {"padded rows", {MOX_DEPTH_8U, 1, 0, 64, 30}, 0, 0, 30, 37, 1},
+      {"channel of interest", {MOX_DEPTH_8U, 3, 0, 64, 64}, 0, 2, 64, 37, 1},
+      {"plane order", {MOX_DEPTH_8U, 3, 1, 64, 64}, 0, 0, 64, 37, 1},
+  };
+  for (const Case& c : cases) {
+    Image a(c.shape, 1), d(c.shape, 2);
+    if (!c.tile) {
+      a.roi(c.coi, 0, 3, 37, c.shape.width);
+      d.roi(c.coi, 0, 5, 37, c.shape.width);
+    }
+    std::unique_ptr<Tiled> ta, td;
+    if (c.tile) {
+      ta = std::make_unique<Tiled>(a, c.tile, c.tile);
+      td = std::make_unique<Tiled>(d, c.tile, c.tile);
+    }
+    const mox::WalkImage images[2] = {{ta ? *ta : static_cast<MoxImage*>(a), "a", false},
+                                      {td ? *td : static_cast<MoxImage*>(d), "d", true}};
+    std::vector<Piece> pieces;
+    ASSERT_TRUE(mox::walk(plan, images, 2, nullptr, &notePiece, &pieces)) << c.what;
+    ASSERT_EQ(pieces.size(), c.pieces) << c.what;
+    for (const Piece& p : pieces) {
+      EXPECT_EQ(p.width, c.width) << c.what;
+      EXPECT_EQ(p.height, c.height) << c.what;
+    }
+  }
+}

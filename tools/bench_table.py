@@ -183,7 +183,11 @@ def run_pass(args):
         if done.returncode != 0:
             sys.exit("bench_table: %s ended with status %d" % (args.bench, done.returncode))
         with open(out_path) as f:
-            return json.load(f)
+            text = f.read()
+        if not text.strip():
+            sys.exit("bench_table: no benchmark matched" +
+                     (" the filter %r" % args.filter if args.filter else ""))
+        return json.loads(text)
     finally:
         os.unlink(out_path)
 

@@ -12,11 +12,29 @@ struct Set : mox::Rule {
   static typename D::T apply(const mox::OpArgs& s) {
     return D::cut(s.value);
   }
+  // Byte values, and wider values whose bytes are all equal, are a
+  // memset; other wide values are written in 16-byte groups.
   template <class D, class T>
   static std::size_t block(T* d, std::size_t n, const mox::OpArgs& s) {
-    if constexpr (sizeof(T) != 1) return 0;
-    std::memset(d, static_cast<unsigned char>(s.value), n);
-    return n;
+    const T v = D::cut(s.value);
+    const auto byte = static_cast<unsigned char>(v);
+    T same;
+    std::memset(&same, byte, sizeof same);
+    if (same == v) {
+      std::memset(d, byte, n * sizeof(T));
+      return n;
+    }
+#if defined(__SSE2__)
+    if constexpr (sizeof(T) > 1) {
+      const __m128i all = sizeof(T) == 2 ? _mm_set1_epi16(static_cast<short>(v))
+                                         : _mm_set1_epi32(static_cast<int>(v));
+      constexpr std::size_t step = 16 / sizeof(T);
+      std::size_t j = 0;
+      for (; j + step <= n; j += step) _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), all);
+      return j;
+    }
+#endif
+    return 0;
   }
 };
 

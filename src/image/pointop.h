@@ -31,6 +31,7 @@ struct OpArgs {
   int value = 0;
   int reverse = 0;
   unsigned shift = 0;
+  bool stream = false;  // the destination may be written past the caches
 };
 
 // A depth: the stored type, its bit count and its range.
@@ -176,8 +177,10 @@ inline typename D::T applyRule(typename D::T* const* p, std::ptrdiff_t j, const 
 
 // Contiguous runs: a loop the compiler can vectorise, after the rule's own
 // block if it has one.
+// The arguments come by value: stores through a uint8_t pointer may alias
+// any object, so arguments behind a reference would be reloaded per value.
 template <class Op, class D, int N>
-inline void runContiguous(typename D::T* const* p, int count, const OpArgs& a) {
+inline void runContiguous(typename D::T* const* p, int count, const OpArgs a) {
   using T = typename D::T;
   std::size_t j = 0;
   const std::size_t n = static_cast<std::size_t>(count);
@@ -246,12 +249,13 @@ void bitKernel(const View* v, const OpArgs& a) {
 // The kernel of a rule on one depth for N views (sources, then destination).
 template <class Op, class D, int N>
 void pointKernel(const View* v, const void* arg) {
-  const OpArgs& a = *static_cast<const OpArgs*>(arg);
+  OpArgs a = *static_cast<const OpArgs*>(arg);
+  a.stream = v[N - 1].large;
   if constexpr (D::bits == 1) {
     bitKernel<Op, N>(v, a);
   } else {
     using T = typename D::T;
-    forEachLane<T, N>(v, [&a](T** p, int* stride, int count) {
+    forEachLane<T, N>(v, [a](T** p, int* stride, int count) {
       if constexpr (N == 3) {
         if (Op::reversible && a.reverse) std::swap(p[0], p[1]), std::swap(stride[0], stride[1]);
       }

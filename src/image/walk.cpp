@@ -96,6 +96,23 @@ bool flatViews(const WalkImage* images, int n, View* views) {
   return true;
 }
 
+// When every view's rows follow each other with no gap (pixel order, all
+// channels, row step equal to the row's bytes), the rows become one long
+// row, so the kernel runs one lane instead of one per row.
+void joinRows(View* views, int n) {
+  for (int i = 0; i < n; ++i) {
+    const View& v = views[i];
+    const unsigned bits = depthBits(v.depth);
+    if (bits == 1 || v.dataOrder != 0 || v.coi != 0 || v.height < 2 ||
+        i64(v.width) * v.nChannels * (bits / 8) != v.widthStep)
+      return;
+  }
+  for (int i = 0; i < n; ++i) {
+    views[i].width *= views[i].height;
+    views[i].height = 1;
+  }
+}
+
 class Walker {
  public:
   Walker(const WalkPlan& plan, const WalkImage* images, int n)
@@ -115,6 +132,10 @@ class Walker {
   bool cutToTile(const int* mapping);
   bool walkPieces(Kernel kernel, const void* arg);
   bool releaseAll();
+  void mark(View* views) const {
+    joinRows(views, n_);
+    views[n_ - 1].large = large_;
+  }
 
   const WalkPlan& plan_;
   const WalkImage* images_;
@@ -122,6 +143,7 @@ class Walker {
   Part parts_[3];
   i64 w_ = 0, h_ = 0;
   bool firstWalk_ = false;
+  bool large_ = false;
 };
 
 bool Walker::acquire(int i, int tx, int ty) {
@@ -188,12 +210,15 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
       p.tileStep = step;
     }
   }
+  const MoxImage* d = parts_[n_ - 1].image;
+  large_ = w_ * h_ * workChannels(d) * depthBits(d->depth) / 8 >= kLargeBytes;
   View views[3];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
     if (!plan_.wholeImage || !flatViews(images_, n_, views))
       for (int i = 0; i < n_; ++i)
         views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
+    mark(views);
     kernel(views, arg);
     return true;
   }
@@ -233,6 +258,7 @@ bool Walker::walkPieces(Kernel kernel, const void* arg) {
         views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
                           piece, band);
       }
+      mark(views);
       kernel(views, arg);
     }
   }

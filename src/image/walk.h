@@ -22,7 +22,9 @@
 // The rectangle is cut into pieces at every tile edge of every tiled image; a
 // piece spans all rows of the current band of tiles, so the kernel runs once
 // per piece, never once per pixel or row. An image asks again only when the
-// piece lies in another tile than the one it holds.
+// piece lies in another tile than the one it holds. When the rows of every
+// image's piece follow each other with no gap (pixel order, all channels,
+// row step equal to the row's bytes), the kernel sees them as one long row.
 //
 // Without tiled images the kernel runs once over the whole rectangle. With
 // the whole-image option it runs once over the flat pixel blocks when every
@@ -52,7 +54,12 @@ struct View {
   unsigned depth;
   int bitOffset;
   std::ptrdiff_t planeStep;
+  // The destination's whole rectangle holds at least kLargeBytes: kernels
+  // may write it past the caches even when a piece is small.
+  bool large = false;
 };
+
+constexpr long long kLargeBytes = 8ll << 20;
 
 // Runs on the views of one piece, in argument order; `arg` is the
 // operation's own argument block.
