@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <utility>
 
-#if defined(__AVX2__)
+// MOX_FFT_WIDE_BODY marks the copy compiled for 256-bit vectors (a target
+// pragma does not announce itself to the preprocessor in C++).
+#if defined(MOX_FFT_WIDE_BODY)
 #include <immintrin.h>
 #elif defined(__SSE2__)
 #include <emmintrin.h>
@@ -595,7 +597,7 @@ void cosineLinesK(const CosinePlan& C, double* m, int count, std::ptrdiff_t es, 
 // gives the same results.
 void roundRunK(const double* s, int n, double scale, double lo, double hi, std::int32_t* out) {
   int x = 0;
-#if defined(__AVX2__)
+#if defined(MOX_FFT_WIDE_BODY)
   const __m256d vs = _mm256_set1_pd(scale), vlo = _mm256_set1_pd(lo), vhi = _mm256_set1_pd(hi);
   const __m256d half = _mm256_set1_pd(0.5), mhalf = _mm256_set1_pd(-0.5);
   const __m256d one = _mm256_set1_pd(1.0);
