@@ -19,6 +19,9 @@ namespace mox::fft {
 
 // Widest batch of the general schedule.
 constexpr int kLanes = 8;
+// The batch of the column pairs: four long columns stay in the second-level
+// cache while their passes run.
+constexpr int kColumnLanes = 4;
 
 struct Plan;
 struct RealPlan;

@@ -51,57 +51,72 @@ void pass2(const Stage& s, const double* tr, const double* ti, const double* __r
   }
 }
 
-// Unit: the last pass (one sequence apart), whose runs are exactly B long.
-template <int B, int S, bool Tw, bool Unit = false>
-void pass4(const Stage& s, const double* tr, const double* ti, const double* __restrict xr,
-           const double* __restrict xi, double* __restrict yr, double* __restrict yi) {
+// The 4-point transform in the exponent's sign S of the points
+// p[off + k * st], k < 4, into c[0..3].
+template <int S>
+inline void dft4(const double* pr, const double* pi, int off, int st, double* cr, double* ci) {
+  const double s02r = pr[off] + pr[off + 2 * st], s02i = pi[off] + pi[off + 2 * st];
+  const double d02r = pr[off] - pr[off + 2 * st], d02i = pi[off] - pi[off + 2 * st];
+  const double s13r = pr[off + st] + pr[off + 3 * st], s13i = pi[off + st] + pi[off + 3 * st];
+  const double d13r = pr[off + st] - pr[off + 3 * st], d13i = pi[off + st] - pi[off + 3 * st];
+  cr[0] = s02r + s13r, ci[0] = s02i + s13i;
+  cr[2] = s02r - s13r, ci[2] = s02i - s13i;
+  cr[1] = d02r - S * d13i, ci[1] = d02i + S * d13r;
+  cr[3] = d02r + S * d13i, ci[3] = d02i - S * d13r;
+}
+
+// Radix R = 4 or 8 (the latter as two 4-point transforms of the even and
+// odd points joined by the eighth roots of unity). Unit: the last pass (one
+// sequence apart), whose runs are exactly B long.
+template <int B, int R, int S, bool Tw, bool Unit = false>
+void passPow2(const Stage& s, const double* tr, const double* ti, const double* __restrict xr,
+              const double* __restrict xi, double* __restrict yr, double* __restrict yi) {
   const std::size_t run = Unit ? B : static_cast<std::size_t>(s.m) * B, L = s.L;
+  const std::size_t out = L * run;
+  constexpr double h = 0.70710678118654752440;  // sqrt(1/2)
   for (std::size_t q = 0; q < L; ++q) {
-    double w1r = 1, w1i = 0, w2r = 1, w2i = 0, w3r = 1, w3i = 0;
-    if (Tw) {
-      w1r = tr[3 * q], w1i = ti[3 * q];
-      w2r = tr[3 * q + 1], w2i = ti[3 * q + 1];
-      w3r = tr[3 * q + 2], w3i = ti[3 * q + 2];
-    }
-    const double *a0r = xr + 4 * q * run, *a0i = xi + 4 * q * run;
-    const double *a1r = a0r + run, *a1i = a0i + run;
-    const double *a2r = a1r + run, *a2i = a1i + run;
-    const double *a3r = a2r + run, *a3i = a2i + run;
-    double *y0r = yr + q * run, *y0i = yi + q * run;
-    double *y1r = y0r + L * run, *y1i = y0i + L * run;
-    double *y2r = y1r + L * run, *y2i = y1i + L * run;
-    double *y3r = y2r + L * run, *y3i = y2i + L * run;
+    double wr[R], wi[R];
+    for (int a = 1; a < R; ++a)
+      wr[a] = Tw ? tr[(R - 1) * q + a - 1] : 1.0, wi[a] = Tw ? ti[(R - 1) * q + a - 1] : 0.0;
+    const double* a0r = xr + R * q * run;
+    const double* a0i = xi + R * q * run;
+    double* y0r = yr + q * run;
+    double* y0i = yi + q * run;
     #pragma GCC ivdep
     for (std::size_t i = 0; i < run; ++i) {
-      const double b0r = a0r[i], b0i = a0i[i];
-      double b1r = a1r[i], b1i = a1i[i], b2r = a2r[i], b2i = a2i[i], b3r = a3r[i], b3i = a3i[i];
-      if (Tw) {
-        double t = b1r * w1r - b1i * w1i;
-        b1i = b1r * w1i + b1i * w1r;
-        b1r = t;
-        t = b2r * w2r - b2i * w2i;
-        b2i = b2r * w2i + b2i * w2r;
-        b2r = t;
-        t = b3r * w3r - b3i * w3i;
-        b3i = b3r * w3i + b3i * w3r;
-        b3r = t;
+      double br[R], bi[R];
+      for (int a = 0; a < R; ++a) {
+        br[a] = a0r[a * run + i], bi[a] = a0i[a * run + i];
+        if (Tw && a) {
+          const double t = br[a] * wr[a] - bi[a] * wi[a];
+          bi[a] = br[a] * wi[a] + bi[a] * wr[a];
+          br[a] = t;
+        }
       }
-      const double s02r = b0r + b2r, s02i = b0i + b2i, d02r = b0r - b2r, d02i = b0i - b2i;
-      const double s13r = b1r + b3r, s13i = b1i + b3i, d13r = b1r - b3r, d13i = b1i - b3i;
-      y0r[i] = s02r + s13r;
-      y0i[i] = s02i + s13i;
-      y2r[i] = s02r - s13r;
-      y2i[i] = s02i - s13i;
-      if (S > 0) {
-        y1r[i] = d02r - d13i;
-        y1i[i] = d02i + d13r;
-        y3r[i] = d02r + d13i;
-        y3i[i] = d02i - d13r;
+      if constexpr (R == 4) {
+        double cr[4], ci[4];
+        dft4<S>(br, bi, 0, 1, cr, ci);
+        for (int k = 0; k < 4; ++k) y0r[k * out + i] = cr[k], y0i[k * out + i] = ci[k];
       } else {
-        y1r[i] = d02r + d13i;
-        y1i[i] = d02i - d13r;
-        y3r[i] = d02r - d13i;
-        y3i[i] = d02i + d13r;
+        double er[4], ei[4], orr[4], oi[4];
+        dft4<S>(br, bi, 0, 2, er, ei);
+        dft4<S>(br, bi, 1, 2, orr, oi);
+        // o[k] times exp(S 2 pi i k / 8).
+        double t = h * (orr[1] - S * oi[1]);
+        oi[1] = h * (oi[1] + S * orr[1]);
+        orr[1] = t;
+        t = -S * oi[2];
+        oi[2] = S * orr[2];
+        orr[2] = t;
+        t = h * (-orr[3] - S * oi[3]);
+        oi[3] = h * (-oi[3] + S * orr[3]);
+        orr[3] = t;
+        for (int k = 0; k < 4; ++k) {
+          y0r[k * out + i] = er[k] + orr[k];
+          y0i[k * out + i] = ei[k] + oi[k];
+          y0r[(k + 4) * out + i] = er[k] - orr[k];
+          y0i[(k + 4) * out + i] = ei[k] - oi[k];
+        }
       }
     }
   }
@@ -236,6 +251,23 @@ void passGeneric(const Stage& s, const double* gc, const double* gs, const doubl
   }
 }
 
+// Radix 4 or 8 in the exponent's sign, without twiddles on the first pass
+// and with fixed runs on the last.
+template <int B, int R, int S>
+void powerPassSigned(const Stage& s, const double* tr, const double* ti, const double* xr,
+                     const double* xi, double* yr, double* yi) {
+  if (s.L == 1) passPow2<B, R, S, false>(s, tr, ti, xr, xi, yr, yi);
+  else if (s.m == 1) passPow2<B, R, S, true, true>(s, tr, ti, xr, xi, yr, yi);
+  else passPow2<B, R, S, true>(s, tr, ti, xr, xi, yr, yi);
+}
+
+template <int B, int R>
+void powerPass(const Plan& P, const Stage& s, const double* tr, const double* ti,
+               const double* xr, const double* xi, double* yr, double* yi) {
+  if (P.sign > 0) powerPassSigned<B, R, 1>(s, tr, ti, xr, xi, yr, yi);
+  else powerPassSigned<B, R, -1>(s, tr, ti, xr, xi, yr, yi);
+}
+
 template <int B>
 void runStage(const Plan& P, const Stage& s, const double* xr, const double* xi, double* yr,
               double* yi) {
@@ -246,17 +278,8 @@ void runStage(const Plan& P, const Stage& s, const double* xr, const double* xi,
       if (s.L == 1) pass2<B, false>(s, tr, ti, xr, xi, yr, yi);
       else pass2<B, true>(s, tr, ti, xr, xi, yr, yi);
       break;
-    case 4:
-      if (P.sign > 0) {
-        if (s.L == 1) pass4<B, 1, false>(s, tr, ti, xr, xi, yr, yi);
-        else if (s.m == 1) pass4<B, 1, true, true>(s, tr, ti, xr, xi, yr, yi);
-        else pass4<B, 1, true>(s, tr, ti, xr, xi, yr, yi);
-      } else {
-        if (s.L == 1) pass4<B, -1, false>(s, tr, ti, xr, xi, yr, yi);
-        else if (s.m == 1) pass4<B, -1, true, true>(s, tr, ti, xr, xi, yr, yi);
-        else pass4<B, -1, true>(s, tr, ti, xr, xi, yr, yi);
-      }
-      break;
+    case 4: powerPass<B, 4>(P, s, tr, ti, xr, xi, yr, yi); break;
+    case 8: powerPass<B, 8>(P, s, tr, ti, xr, xi, yr, yi); break;
     case 3: pass3<B>(s, P.sign, tr, ti, xr, xi, yr, yi); break;
     case 5: pass5<B>(s, P.sign, tr, ti, xr, xi, yr, yi); break;
     default:
@@ -368,12 +391,13 @@ struct Blocks {
 };
 
 Blocks carve(double* base, std::size_t points, const Plan& P, int B) {
+  constexpr std::size_t pad = kBlockPad;
   Blocks b;
   b.zr = base;
-  b.zi = b.zr + points * B;
-  b.wr = b.zi + points * B;
-  b.wi = b.wr + P.work() * B;
-  b.pk = b.wi + P.work() * B;
+  b.zi = b.zr + points * B + pad;
+  b.wr = b.zi + points * B + pad;
+  b.wi = b.wr + P.work() * B + pad;
+  b.pk = b.wi + P.work() * B + pad;
   return b;
 }
 
@@ -566,10 +590,10 @@ void realColumnsK(const RealPlan& R, double* m, int cols, std::ptrdiff_t step, b
 // The column pairs (2k - 1, 2k), k >= 1, as complex sequences.
 void complexColumnsK(const Plan& P, double* m, int cols, std::ptrdiff_t step, bool narrow,
                      double* scratch) {
-  const int pairs = (cols - 1) / 2, per = narrow ? 1 : kLanes;
+  const int pairs = (cols - 1) / 2, per = narrow ? 1 : kColumnLanes;
   for (int k = 1; k <= pairs; k += per)
-    complexLanes<kLanes>(P, {m + 2 * k - 1, step, 2}, m + 2 * k, std::min(per, pairs - k + 1),
-                         scratch);
+    complexLanes<kColumnLanes>(P, {m + 2 * k - 1, step, 2}, m + 2 * k,
+                               std::min(per, pairs - k + 1), scratch);
 }
 
 // Rows run in batches of four: a batch of a long row then still fits the
