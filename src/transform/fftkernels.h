@@ -8,8 +8,11 @@
 #include <utility>
 
 // MOX_FFT_WIDE_BODY marks the copy compiled for 256-bit vectors (a target
-// pragma does not announce itself to the preprocessor in C++).
-#if defined(MOX_FFT_WIDE_BODY)
+// pragma does not announce itself to the preprocessor in C++). Its
+// intrinsics are used on x86-64 only: 32-bit builds keep x87 arithmetic by
+// default, and the intrinsics would not inline into the SSE code.
+#if defined(MOX_FFT_WIDE_BODY) && defined(__x86_64__)
+#define MOX_FFT_WIDE_INTRINSICS 1
 #include <immintrin.h>
 #elif defined(__SSE2__)
 #include <emmintrin.h>
@@ -621,7 +624,7 @@ void cosineLinesK(const CosinePlan& C, double* m, int count, std::ptrdiff_t es, 
 // gives the same results.
 void roundRunK(const double* s, int n, double scale, double lo, double hi, std::int32_t* out) {
   int x = 0;
-#if defined(MOX_FFT_WIDE_BODY)
+#if defined(MOX_FFT_WIDE_INTRINSICS)
   const __m256d vs = _mm256_set1_pd(scale), vlo = _mm256_set1_pd(lo), vhi = _mm256_set1_pd(hi);
   const __m256d half = _mm256_set1_pd(0.5), mhalf = _mm256_set1_pd(-0.5);
   const __m256d one = _mm256_set1_pd(1.0);
