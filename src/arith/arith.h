@@ -75,6 +75,7 @@ inline std::size_t runBlock(const Blocks& t, int id, const void* a, const void* 
 // A rule whose blocks are entry `Id` of the table.
 template <int Id>
 struct Laned : Rule {
+  static constexpr int lane = Id;
   template <class D, class T>
   static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs& args) {
     return runBlock<D>(blocks(), Id, a, b, d, n, args);
