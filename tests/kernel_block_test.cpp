@@ -147,7 +147,7 @@ TEST(KernelBlock, EveryRuleAndDepthMatchesTheRule) {
 template <class Op, class D>
 void everyPlace(const Table& t, const OpArgs& args, const std::string& what) {
   using T = typename D::T;
-  for (std::size_t n = 0; n < 100; ++n) {
+  for (std::size_t n = 0; n < 160; ++n) {
     for (int place = 0; place < 9; ++place) {
       const bool inPlace = place == 8, stream = place >= 4 && place < 8;
       std::vector<T> a(n + 8), b(n + 8), buffer(n + 8, T(0x5A));

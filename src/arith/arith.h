@@ -64,6 +64,16 @@ extern const Blocks kWideBlocks;
 // The table for this processor.
 const Blocks& blocks();
 
+// Parts of a large destination shorter than this many bytes (tiles of 64x64
+// values, say) take the build's own blocks: streamed in such short runs, the
+// 256-bit blocks ran at half the speed of the 128-bit ones.
+constexpr std::size_t kShortStream = 32 << 10;
+
+// The table for a run of `bytes` bytes.
+inline const Blocks& blocksFor(std::size_t bytes, const OpArgs& args) {
+  return args.stream && bytes < kShortStream ? kBaseBlocks : blocks();
+}
+
 // Runs the block of rule `id` for depth D from table t.
 template <class D>
 inline std::size_t runBlock(const Blocks& t, int id, const void* a, const void* b, void* d,
@@ -78,11 +88,11 @@ struct Laned : Rule {
   static constexpr int lane = Id;
   template <class D, class T>
   static std::size_t block(const T* a, const T* b, T* d, std::size_t n, const OpArgs& args) {
-    return runBlock<D>(blocks(), Id, a, b, d, n, args);
+    return runBlock<D>(blocksFor(n * sizeof(T), args), Id, a, b, d, n, args);
   }
   template <class D, class T>
   static std::size_t block(const T* a, T* d, std::size_t n, const OpArgs& args) {
-    return runBlock<D>(blocks(), Id, a, nullptr, d, n, args);
+    return runBlock<D>(blocksFor(n * sizeof(T), args), Id, a, nullptr, d, n, args);
   }
 };
 

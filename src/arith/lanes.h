@@ -33,16 +33,22 @@ constexpr std::size_t kVector = sizeof(R);
 inline R load(const void* p) { return MOX_SI(loadu)(static_cast<const R*>(p)); }
 inline void store(void* p, R x) { MOX_SI(storeu)(static_cast<R*>(p), x); }
 
+// The destination's cache line: lines written past the caches are written
+// whole, and no other store touches them.
+constexpr std::size_t kLine = 64;
+
 // Runs f over vectors of the sources (one or two) into d; returns how many
-// values were done. Both vectors of a step are loaded before either is
-// stored, so d may be one of the sources. When d lies apart from the
-// sources, its vectors are stored from a boundary of their size on (the
-// first one unaligned, overlapping the next); long runs, or any run with
-// `stream` (a part of a large destination), are stored past the caches.
+// values were done. Each vector is loaded before it is stored, so d may be
+// one of the sources. When d lies apart from the
+// sources, its vectors are stored from a boundary of their size on, and the
+// unaligned head and the tail are vectors overlapping their neighbours. Long
+// runs, or any run with `stream` (a part of a large destination, whose
+// kernel fences the stores), are then stored past the caches, whole lines
+// at a time, which spares reading them in first.
 template <class T, class F, class... S>
 inline std::size_t sweep(F f, bool stream, std::size_t n, T* d, const S*... s) {
-  constexpr std::size_t step = kVector / sizeof(T);
-  if (n < 2 * step) return n < step ? 0 : (store(d, f(load(s)...)), step);
+  constexpr std::size_t step = kVector / sizeof(T), line = kLine / sizeof(T);
+  if (n < step) return 0;
   const auto at = reinterpret_cast<std::uintptr_t>(d);
   const std::uintptr_t bytes = n * sizeof(T);
   auto apart = [&](const void* p) {
@@ -50,24 +56,24 @@ inline std::size_t sweep(F f, bool stream, std::size_t n, T* d, const S*... s) {
     return from + bytes <= at || at + bytes <= from;
   };
   std::size_t j = 0;
-  if ((apart(s) && ...) && at % sizeof(T) == 0) {
-    store(d, f(load(s)...));
+  const bool aligns = (apart(s) && ...) && at % sizeof(T) == 0;
+  if (aligns) {
     j = (kVector - at % kVector) % kVector / sizeof(T);
+    if (j) store(d, f(load(s)...));
     if (stream || bytes >= kStreamBytes) {
-      // A destination far larger than the caches is written around them,
-      // which spares reading it in first.
-      for (; j + step <= n; j += step)
-        MOX_SI(stream)(reinterpret_cast<R*>(d + j), f(load(s + j)...));
-      _mm_sfence();
-      return j;
+      // The lines the head touched are stored as usual; a line is streamed
+      // when the run ends with it or leaves at least a vector after it.
+      std::size_t k = (kLine - at % kLine) % kLine / sizeof(T);
+      if (j && k < step) k += line;
+      for (; j < k && j + step <= n; j += step) store(d + j, f(load(s + j)...));
+      for (; j + line == n || j + line + step <= n; j += line)
+        for (std::size_t i = j; i < j + line; i += step)
+          MOX_SI(stream)(reinterpret_cast<R*>(d + i), f(load(s + i)...));
+      if (!stream) _mm_sfence();
     }
   }
-  for (; j + 2 * step <= n; j += 2 * step) {
-    const R x = f(load(s + j)...), y = f(load(s + j + step)...);
-    store(d + j, x);
-    store(d + j + step, y);
-  }
-  if (j + step <= n) store(d + j, f(load(s + j)...)), j += step;
+  for (; j + step <= n; j += step) store(d + j, f(load(s + j)...));
+  if (aligns && j < n) store(d + n - step, f(load(s + n - step)...)), j = n;
   return j;
 }
 

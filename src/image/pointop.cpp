@@ -42,6 +42,11 @@ void runPointOp(const OpTable& t, const MoxImage* const* images, const int* mapp
   for (int i = 0; i < t.n; ++i) walked[i] = {images[i], t.names[i], writeAll || i == t.n - 1};
   const WalkPlan plan{t.func, t.file, &t.walk, true};
   walk(plan, walked, t.n, mapping, pick(images[t.n - 1]->depth), &args);
+#if defined(__SSE2__)
+  // Kernels may have stored a large destination past the caches: the fence
+  // makes those stores visible to other threads before the call returns.
+  _mm_sfence();
+#endif
 }
 
 }  // namespace mox

@@ -31,7 +31,9 @@ struct OpArgs {
   int value = 0;
   int reverse = 0;
   unsigned shift = 0;
-  bool stream = false;  // the destination may be written past the caches
+  // The destination may be written past the caches; the operation fences
+  // those stores once the walk is done.
+  bool stream = false;
 };
 
 // A depth: the stored type, its bit count and its range.
