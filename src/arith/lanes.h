@@ -38,8 +38,8 @@ inline void store(void* p, R x) { MOX_SI(storeu)(static_cast<R*>(p), x); }
 constexpr std::size_t kLine = 64;
 
 // Runs f over vectors of the sources (one or two) into d; returns how many
-// values were done. Each vector is loaded before it is stored, so d may be
-// one of the sources. When d lies apart from the
+// values were done. Each step's vectors are loaded before they are stored,
+// so d may be one of the sources. When d lies apart from the
 // sources, its vectors are stored from a boundary of their size on, and the
 // unaligned head and the tail are vectors overlapping their neighbours. Long
 // runs, or any run with `stream` (a part of a large destination, whose
@@ -70,6 +70,14 @@ inline std::size_t sweep(F f, bool stream, std::size_t n, T* d, const S*... s) {
         for (std::size_t i = j; i < j + line; i += step)
           MOX_SI(stream)(reinterpret_cast<R*>(d + i), f(load(s + i)...));
       if (!stream) _mm_sfence();
+    }
+  }
+  if constexpr (kVector == 16) {
+    // 128-bit vectors go two to a step: at one a step the loop ran at 1.7
+    // cycles a vector in cache or at 1, depending on where its code landed.
+    for (; j + 2 * step <= n; j += 2 * step) {
+      const R x = f(load(s + j)...), y = f(load(s + j + step)...);
+      store(d + j, x), store(d + j + step, y);
     }
   }
   for (; j + step <= n; j += step) store(d + j, f(load(s + j)...));
