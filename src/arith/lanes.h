@@ -43,8 +43,8 @@ constexpr std::size_t kLine = 64;
 // sources, its vectors are stored from a boundary of their size on, and the
 // unaligned head and the tail are vectors overlapping their neighbours. Long
 // runs, or any run with `stream` (a part of a large destination, whose
-// kernel fences the stores), are then stored past the caches, whole lines
-// at a time, which spares reading them in first.
+// operation fences the stores once its walk is done), are then stored past
+// the caches, whole lines at a time, which spares reading them in first.
 template <class T, class F, class... S>
 inline std::size_t sweep(F f, bool stream, std::size_t n, T* d, const S*... s) {
   constexpr std::size_t step = kVector / sizeof(T), line = kLine / sizeof(T);
