@@ -571,8 +571,8 @@ void cosineLanes(const CosinePlan& C, Seq s, int nl, bool inverse, double* scrat
   }
 }
 
-// The batches below hold `per` sequences each: kLanes in the general
-// schedule, one in the narrow one. Both run the same code on every lane, so
+// The batches below hold `per` sequences each: several in the general
+// schedule (kLanes, kColumnLanes or kRowLanes), one in the narrow one. Both run the same code on every lane, so
 // their results are identical bit for bit.
 
 // Column 0 and, for an even width, the last column: the real columns of a
