@@ -337,6 +337,99 @@ std::pair<double*, double*> run(const Plan& P, double* r, double* i, double* wr,
 }
 
 // ------------------------------------------------------------------ lanes
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+// Four rows of four doubles turned into four columns (in place).
+inline void transpose4(__m256d& a0, __m256d& a1, __m256d& a2, __m256d& a3) {
+  const __m256d t0 = _mm256_unpacklo_pd(a0, a1), t1 = _mm256_unpackhi_pd(a0, a1);
+  const __m256d t2 = _mm256_unpacklo_pd(a2, a3), t3 = _mm256_unpackhi_pd(a2, a3);
+  a0 = _mm256_permute2f128_pd(t0, t2, 0x20);
+  a1 = _mm256_permute2f128_pd(t1, t3, 0x20);
+  a2 = _mm256_permute2f128_pd(t0, t2, 0x31);
+  a3 = _mm256_permute2f128_pd(t1, t3, 0x31);
+}
+#endif
+
+// The moves below are the hot cases of gather and scatter with four lanes,
+// done with 256-bit shuffles where the kernels have them. Each returns how
+// many elements it moved (0 without the shuffles); the caller moves the rest.
+
+// Four rows (row j at s + j * ls) of (re, im) pairs: pair e of row j into
+// zr[e * 4 + j] and zi[e * 4 + j].
+inline std::size_t rowsToLanes4(const double* s, std::ptrdiff_t ls, std::size_t n, double* zr,
+                                double* zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  std::size_t e = 0;
+  for (; e + 2 <= n; e += 2) {  // two pairs of each row
+    __m256d a0 = _mm256_loadu_pd(s + 2 * e), a1 = _mm256_loadu_pd(s + ls + 2 * e);
+    __m256d a2 = _mm256_loadu_pd(s + 2 * ls + 2 * e), a3 = _mm256_loadu_pd(s + 3 * ls + 2 * e);
+    transpose4(a0, a1, a2, a3);
+    _mm256_storeu_pd(zr + 4 * e, a0);
+    _mm256_storeu_pd(zi + 4 * e, a1);
+    _mm256_storeu_pd(zr + 4 * e + 4, a2);
+    _mm256_storeu_pd(zi + 4 * e + 4, a3);
+  }
+  return e;
+#else
+  (void)s, (void)ls, (void)n, (void)zr, (void)zi;
+  return 0;
+#endif
+}
+
+// z[e * 4 + j] into element e of row j (at d + j * ls).
+inline std::size_t lanesToRows4(const double* z, double* d, std::ptrdiff_t ls, std::size_t n) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  std::size_t e = 0;
+  for (; e + 4 <= n; e += 4) {
+    __m256d a0 = _mm256_loadu_pd(z + 4 * e), a1 = _mm256_loadu_pd(z + 4 * e + 4);
+    __m256d a2 = _mm256_loadu_pd(z + 4 * e + 8), a3 = _mm256_loadu_pd(z + 4 * e + 12);
+    transpose4(a0, a1, a2, a3);
+    _mm256_storeu_pd(d + e, a0);
+    _mm256_storeu_pd(d + ls + e, a1);
+    _mm256_storeu_pd(d + 2 * ls + e, a2);
+    _mm256_storeu_pd(d + 3 * ls + e, a3);
+  }
+  return e;
+#else
+  (void)z, (void)d, (void)ls, (void)n;
+  return 0;
+#endif
+}
+
+// Four neighbouring (re, im) pairs per element (at s + e * es) split into
+// zr[e * 4 + j] and zi[e * 4 + j], or joined back.
+inline std::size_t pairsToLanes4(const double* s, std::ptrdiff_t es, std::size_t n, double* zr,
+                                 double* zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  for (std::size_t e = 0; e < n; ++e) {
+    const double* se = s + static_cast<std::ptrdiff_t>(e) * es;
+    const __m256d v0 = _mm256_loadu_pd(se), v1 = _mm256_loadu_pd(se + 4);
+    _mm256_storeu_pd(zr + 4 * e, _mm256_permute4x64_pd(_mm256_unpacklo_pd(v0, v1), 0xD8));
+    _mm256_storeu_pd(zi + 4 * e, _mm256_permute4x64_pd(_mm256_unpackhi_pd(v0, v1), 0xD8));
+  }
+  return n;
+#else
+  (void)s, (void)es, (void)n, (void)zr, (void)zi;
+  return 0;
+#endif
+}
+
+inline std::size_t lanesToPairs4(const double* zr, const double* zi, double* d, std::ptrdiff_t es,
+                                 std::size_t n) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  for (std::size_t e = 0; e < n; ++e) {
+    double* de = d + static_cast<std::ptrdiff_t>(e) * es;
+    const __m256d r = _mm256_permute4x64_pd(_mm256_loadu_pd(zr + 4 * e), 0xD8);
+    const __m256d i = _mm256_permute4x64_pd(_mm256_loadu_pd(zi + 4 * e), 0xD8);
+    _mm256_storeu_pd(de, _mm256_unpacklo_pd(r, i));
+    _mm256_storeu_pd(de + 4, _mm256_unpackhi_pd(r, i));
+  }
+  return n;
+#else
+  (void)zr, (void)zi, (void)d, (void)es, (void)n;
+  return 0;
+#endif
+}
+
 // Gathers n elements of nl sequences (element e of lane j at s[e*es + j*ls])
 // into z[(e*os) * B + j]; lanes from nl on are zero.
 template <int B>
@@ -374,7 +467,10 @@ void scatter(const double* z, double* d, std::ptrdiff_t es, std::ptrdiff_t ls, i
       for (std::size_t e = 0; e < n; ++e) dj[e * es] = z[static_cast<std::ptrdiff_t>(e) * os * B + j];
     }
   } else if (nl == B) {
-    for (std::size_t e = 0; e < n; ++e) {
+    std::size_t e = 0;
+    if constexpr (B == 4)
+      if (es == 1 && os == 1) e = lanesToRows4(z, d, ls, n);
+    for (; e < n; ++e) {
       double* de = d + static_cast<std::ptrdiff_t>(e) * es;
       const double* ze = z + static_cast<std::ptrdiff_t>(e) * os * B;
       for (int j = 0; j < B; ++j) de[j * ls] = ze[j];
@@ -415,7 +511,9 @@ struct Seq {
 template <int B>
 void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
   if (nl == B && s.es == 1) {  // whole batch of rows: fixed-width inner loops
-    for (std::size_t e = 0; e < n; ++e) {
+    std::size_t e = 0;
+    if constexpr (B == 4) e = rowsToLanes4(s.at, s.ls, n, zr, zi);
+    for (; e < n; ++e) {
       const double* se = s.at + 2 * e;
       for (int j = 0; j < B; ++j) {
         zr[e * B + j] = se[j * s.ls];
@@ -527,11 +625,17 @@ void realInverse(const RealPlan& R, Seq s, int nl, double* scratch) {
 template <int B>
 void complexLanes(const Plan& P, Seq re, double* im, int nl, double* scratch) {
   const Blocks b = carve(scratch, P.n, P, B);
-  gather<B>(re.at, re.es, re.ls, nl, P.n, b.zr);
-  gather<B>(im, re.es, re.ls, nl, P.n, b.zi);
+  // Neighbouring pairs (the column pairs of a spectrum) move together.
+  const bool pairs = B == 4 && nl == B && re.ls == 2 && im == re.at + 1;
+  if (!pairs || !pairsToLanes4(re.at, re.es, P.n, b.zr, b.zi)) {
+    gather<B>(re.at, re.es, re.ls, nl, P.n, b.zr);
+    gather<B>(im, re.es, re.ls, nl, P.n, b.zi);
+  }
   auto [Zr, Zi] = run<B>(P, b.zr, b.zi, b.wr, b.wi);
-  scatter<B>(Zr, re.at, re.es, re.ls, nl, P.n);
-  scatter<B>(Zi, im, re.es, re.ls, nl, P.n);
+  if (!pairs || !lanesToPairs4(Zr, Zi, re.at, re.es, P.n)) {
+    scatter<B>(Zr, re.at, re.es, re.ls, nl, P.n);
+    scatter<B>(Zi, im, re.es, re.ls, nl, P.n);
+  }
 }
 
 // Orthonormal DCT-II of real sequences, or its inverse, in place.
