@@ -533,6 +533,44 @@ void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
 }
 
 
+// The packed spectrum values 1 .. n - 2 of real sequences of even length
+// n = 2h from the h-point transform Z of their (even, odd) pairs.
+template <int B>
+void splitHalves(const double* __restrict Zr, const double* __restrict Zi,
+                 const double* __restrict wRe, const double* __restrict wIm, std::size_t h,
+                 double* __restrict pk) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  if constexpr (B == 4) {  // the same arithmetic, four lanes at once
+    const __m256d half = _mm256_set1_pd(0.5);
+    for (std::size_t k = 1; k < h; ++k) {
+      const __m256d wr = _mm256_set1_pd(wRe[k]), wi = _mm256_set1_pd(wIm[k]);
+      const __m256d ar = _mm256_loadu_pd(Zr + k * B), ai = _mm256_loadu_pd(Zi + k * B);
+      const __m256d cr = _mm256_loadu_pd(Zr + (h - k) * B), ci = _mm256_loadu_pd(Zi + (h - k) * B);
+      const __m256d er = _mm256_mul_pd(half, _mm256_add_pd(ar, cr));
+      const __m256d ei = _mm256_mul_pd(half, _mm256_sub_pd(ai, ci));
+      const __m256d orr = _mm256_mul_pd(half, _mm256_add_pd(ai, ci));
+      const __m256d oi = _mm256_mul_pd(half, _mm256_sub_pd(cr, ar));
+      const __m256d xr = _mm256_add_pd(er, _mm256_sub_pd(_mm256_mul_pd(wr, orr), _mm256_mul_pd(wi, oi)));
+      const __m256d xi = _mm256_add_pd(ei, _mm256_add_pd(_mm256_mul_pd(wr, oi), _mm256_mul_pd(wi, orr)));
+      _mm256_storeu_pd(pk + (2 * k - 1) * B, xr);
+      _mm256_storeu_pd(pk + 2 * k * B, xi);
+    }
+    return;
+  }
+#endif
+  for (std::size_t k = 1; k < h; ++k) {
+    const double wr = wRe[k], wi = wIm[k];
+    const double *ar = Zr + k * B, *ai = Zi + k * B, *cr = Zr + (h - k) * B, *ci = Zi + (h - k) * B;
+    double *xr = pk + (2 * k - 1) * B, *xi = pk + 2 * k * B;
+    for (int j = 0; j < B; ++j) {
+      const double er = 0.5 * (ar[j] + cr[j]), ei = 0.5 * (ai[j] - ci[j]);
+      const double orr = 0.5 * (ai[j] + ci[j]), oi = 0.5 * (cr[j] - ar[j]);
+      xr[j] = er + (wr * orr - wi * oi);
+      xi[j] = ei + (wr * oi + wi * orr);
+    }
+  }
+}
+
 // Real sequences of length n into their packed spectra (in place allowed).
 template <int B>
 void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
@@ -548,17 +586,7 @@ void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
       pk[j] = Zr[j] + Zi[j];
       pk[(n - 1) * B + j] = Zr[j] - Zi[j];
     }
-    for (std::size_t k = 1; k < h; ++k) {
-      const double wr = R.wRe[k], wi = R.wIm[k];
-      const double *ar = Zr + k * B, *ai = Zi + k * B, *cr = Zr + (h - k) * B, *ci = Zi + (h - k) * B;
-      double *xr = pk + (2 * k - 1) * B, *xi = pk + 2 * k * B;
-      for (int j = 0; j < B; ++j) {
-        const double er = 0.5 * (ar[j] + cr[j]), ei = 0.5 * (ai[j] - ci[j]);
-        const double orr = 0.5 * (ai[j] + ci[j]), oi = 0.5 * (cr[j] - ar[j]);
-        xr[j] = er + (wr * orr - wi * oi);
-        xi[j] = ei + (wr * oi + wi * orr);
-      }
-    }
+    splitHalves<B>(Zr, Zi, R.wRe.data(), R.wIm.data(), h, pk);
     scatter<B>(pk, s.at, s.es, s.ls, nl, n);
   } else {
     gather<B>(s.at, s.es, s.ls, nl, n, b.zr);
@@ -572,6 +600,43 @@ void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
         pk[2 * k * B + j] = Zi[k * B + j];
       }
     scatter<B>(pk, s.at, s.es, s.ls, nl, n);
+  }
+}
+
+// The reverse of splitHalves: values 1 .. h - 1 of the h-point transform Z
+// whose inverse gives the (even, odd) pairs, from the packed spectrum pk.
+template <int B>
+void joinHalves(const double* __restrict pk, const double* __restrict wRe,
+                const double* __restrict wIm, std::size_t h, double* __restrict Zr,
+                double* __restrict Zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  if constexpr (B == 4) {  // the same arithmetic, four lanes at once
+    for (std::size_t k = 1; k < h; ++k) {
+      const __m256d wr = _mm256_set1_pd(wRe[k]), wi = _mm256_set1_pd(wIm[k]);
+      const __m256d ar = _mm256_loadu_pd(pk + (2 * k - 1) * B), ai = _mm256_loadu_pd(pk + 2 * k * B);
+      const __m256d cr = _mm256_loadu_pd(pk + (2 * (h - k) - 1) * B);
+      const __m256d ci = _mm256_loadu_pd(pk + 2 * (h - k) * B);
+      const __m256d sr = _mm256_add_pd(ar, cr), si = _mm256_sub_pd(ai, ci);
+      const __m256d dr = _mm256_sub_pd(ar, cr), di = _mm256_add_pd(ai, ci);
+      _mm256_storeu_pd(Zr + k * B, _mm256_sub_pd(sr, _mm256_add_pd(_mm256_mul_pd(wr, di),
+                                                                   _mm256_mul_pd(wi, dr))));
+      _mm256_storeu_pd(Zi + k * B, _mm256_add_pd(si, _mm256_sub_pd(_mm256_mul_pd(wr, dr),
+                                                                   _mm256_mul_pd(wi, di))));
+    }
+    return;
+  }
+#endif
+  for (std::size_t k = 1; k < h; ++k) {
+    const double wr = wRe[k], wi = wIm[k];
+    const double *ar = pk + (2 * k - 1) * B, *ai = pk + 2 * k * B;
+    const double *cr = pk + (2 * (h - k) - 1) * B, *ci = pk + 2 * (h - k) * B;
+    double *zr = Zr + k * B, *zi = Zi + k * B;
+    for (int j = 0; j < B; ++j) {
+      const double sr = ar[j] + cr[j], si = ai[j] - ci[j];
+      const double dr = ar[j] - cr[j], di = ai[j] + ci[j];
+      zr[j] = sr - (wr * di + wi * dr);
+      zi[j] = si + (wr * dr - wi * di);
+    }
   }
 }
 
@@ -590,18 +655,7 @@ void realInverse(const RealPlan& R, Seq s, int nl, double* scratch) {
       b.zr[j] = x0 + xh;
       b.zi[j] = x0 - xh;
     }
-    for (std::size_t k = 1; k < h; ++k) {
-      const double wr = R.wRe[k], wi = R.wIm[k];
-      const double *ar = pk + (2 * k - 1) * B, *ai = pk + 2 * k * B;
-      const double *cr = pk + (2 * (h - k) - 1) * B, *ci = pk + 2 * (h - k) * B;
-      double *zr = b.zr + k * B, *zi = b.zi + k * B;
-      for (int j = 0; j < B; ++j) {
-        const double sr = ar[j] + cr[j], si = ai[j] - ci[j];
-        const double dr = ar[j] - cr[j], di = ai[j] + ci[j];
-        zr[j] = sr - (wr * di + wi * dr);
-        zi[j] = si + (wr * dr - wi * di);
-      }
-    }
+    joinHalves<B>(pk, R.wRe.data(), R.wIm.data(), h, b.zr, b.zi);
     auto [Zr, Zi] = run<B>(P, b.zr, b.zi, b.wr, b.wi);
     scatter<B>(Zr, s.at, 2 * s.es, s.ls, nl, h);
     scatter<B>(Zi, s.at + s.es, 2 * s.es, s.ls, nl, h);
