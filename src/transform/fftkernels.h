@@ -337,6 +337,99 @@ std::pair<double*, double*> run(const Plan& P, double* r, double* i, double* wr,
 }
 
 // ------------------------------------------------------------------ lanes
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+// Four rows of four doubles turned into four columns (in place).
+inline void transpose4(__m256d& a0, __m256d& a1, __m256d& a2, __m256d& a3) {
+  const __m256d t0 = _mm256_unpacklo_pd(a0, a1), t1 = _mm256_unpackhi_pd(a0, a1);
+  const __m256d t2 = _mm256_unpacklo_pd(a2, a3), t3 = _mm256_unpackhi_pd(a2, a3);
+  a0 = _mm256_permute2f128_pd(t0, t2, 0x20);
+  a1 = _mm256_permute2f128_pd(t1, t3, 0x20);
+  a2 = _mm256_permute2f128_pd(t0, t2, 0x31);
+  a3 = _mm256_permute2f128_pd(t1, t3, 0x31);
+}
+#endif
+
+// The moves below are the hot cases of gather and scatter with four lanes,
+// done with 256-bit shuffles where the kernels have them. Each returns how
+// many elements it moved (0 without the shuffles); the caller moves the rest.
+
+// Four rows (row j at s + j * ls) of (re, im) pairs: pair e of row j into
+// zr[e * 4 + j] and zi[e * 4 + j].
+inline std::size_t rowsToLanes4(const double* s, std::ptrdiff_t ls, std::size_t n, double* zr,
+                                double* zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  std::size_t e = 0;
+  for (; e + 2 <= n; e += 2) {  // two pairs of each row
+    __m256d a0 = _mm256_loadu_pd(s + 2 * e), a1 = _mm256_loadu_pd(s + ls + 2 * e);
+    __m256d a2 = _mm256_loadu_pd(s + 2 * ls + 2 * e), a3 = _mm256_loadu_pd(s + 3 * ls + 2 * e);
+    transpose4(a0, a1, a2, a3);
+    _mm256_storeu_pd(zr + 4 * e, a0);
+    _mm256_storeu_pd(zi + 4 * e, a1);
+    _mm256_storeu_pd(zr + 4 * e + 4, a2);
+    _mm256_storeu_pd(zi + 4 * e + 4, a3);
+  }
+  return e;
+#else
+  (void)s, (void)ls, (void)n, (void)zr, (void)zi;
+  return 0;
+#endif
+}
+
+// z[e * 4 + j] into element e of row j (at d + j * ls).
+inline std::size_t lanesToRows4(const double* z, double* d, std::ptrdiff_t ls, std::size_t n) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  std::size_t e = 0;
+  for (; e + 4 <= n; e += 4) {
+    __m256d a0 = _mm256_loadu_pd(z + 4 * e), a1 = _mm256_loadu_pd(z + 4 * e + 4);
+    __m256d a2 = _mm256_loadu_pd(z + 4 * e + 8), a3 = _mm256_loadu_pd(z + 4 * e + 12);
+    transpose4(a0, a1, a2, a3);
+    _mm256_storeu_pd(d + e, a0);
+    _mm256_storeu_pd(d + ls + e, a1);
+    _mm256_storeu_pd(d + 2 * ls + e, a2);
+    _mm256_storeu_pd(d + 3 * ls + e, a3);
+  }
+  return e;
+#else
+  (void)z, (void)d, (void)ls, (void)n;
+  return 0;
+#endif
+}
+
+// Four neighbouring (re, im) pairs per element (at s + e * es) split into
+// zr[e * 4 + j] and zi[e * 4 + j], or joined back.
+inline std::size_t pairsToLanes4(const double* s, std::ptrdiff_t es, std::size_t n, double* zr,
+                                 double* zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  for (std::size_t e = 0; e < n; ++e) {
+    const double* se = s + static_cast<std::ptrdiff_t>(e) * es;
+    const __m256d v0 = _mm256_loadu_pd(se), v1 = _mm256_loadu_pd(se + 4);
+    _mm256_storeu_pd(zr + 4 * e, _mm256_permute4x64_pd(_mm256_unpacklo_pd(v0, v1), 0xD8));
+    _mm256_storeu_pd(zi + 4 * e, _mm256_permute4x64_pd(_mm256_unpackhi_pd(v0, v1), 0xD8));
+  }
+  return n;
+#else
+  (void)s, (void)es, (void)n, (void)zr, (void)zi;
+  return 0;
+#endif
+}
+
+inline std::size_t lanesToPairs4(const double* zr, const double* zi, double* d, std::ptrdiff_t es,
+                                 std::size_t n) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  for (std::size_t e = 0; e < n; ++e) {
+    double* de = d + static_cast<std::ptrdiff_t>(e) * es;
+    const __m256d r = _mm256_permute4x64_pd(_mm256_loadu_pd(zr + 4 * e), 0xD8);
+    const __m256d i = _mm256_permute4x64_pd(_mm256_loadu_pd(zi + 4 * e), 0xD8);
+    _mm256_storeu_pd(de, _mm256_unpacklo_pd(r, i));
+    _mm256_storeu_pd(de + 4, _mm256_unpackhi_pd(r, i));
+  }
+  return n;
+#else
+  (void)zr, (void)zi, (void)d, (void)es, (void)n;
+  return 0;
+#endif
+}
+
 // Gathers n elements of nl sequences (element e of lane j at s[e*es + j*ls])
 // into z[(e*os) * B + j]; lanes from nl on are zero.
 template <int B>
@@ -374,7 +467,10 @@ void scatter(const double* z, double* d, std::ptrdiff_t es, std::ptrdiff_t ls, i
       for (std::size_t e = 0; e < n; ++e) dj[e * es] = z[static_cast<std::ptrdiff_t>(e) * os * B + j];
     }
   } else if (nl == B) {
-    for (std::size_t e = 0; e < n; ++e) {
+    std::size_t e = 0;
+    if constexpr (B == 4)
+      if (es == 1 && os == 1) e = lanesToRows4(z, d, ls, n);
+    for (; e < n; ++e) {
       double* de = d + static_cast<std::ptrdiff_t>(e) * es;
       const double* ze = z + static_cast<std::ptrdiff_t>(e) * os * B;
       for (int j = 0; j < B; ++j) de[j * ls] = ze[j];
@@ -415,7 +511,9 @@ struct Seq {
 template <int B>
 void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
   if (nl == B && s.es == 1) {  // whole batch of rows: fixed-width inner loops
-    for (std::size_t e = 0; e < n; ++e) {
+    std::size_t e = 0;
+    if constexpr (B == 4) e = rowsToLanes4(s.at, s.ls, n, zr, zi);
+    for (; e < n; ++e) {
       const double* se = s.at + 2 * e;
       for (int j = 0; j < B; ++j) {
         zr[e * B + j] = se[j * s.ls];
@@ -435,6 +533,44 @@ void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
 }
 
 
+// The packed spectrum values 1 .. n - 2 of real sequences of even length
+// n = 2h from the h-point transform Z of their (even, odd) pairs.
+template <int B>
+void splitHalves(const double* __restrict Zr, const double* __restrict Zi,
+                 const double* __restrict wRe, const double* __restrict wIm, std::size_t h,
+                 double* __restrict pk) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  if constexpr (B == 4) {  // the same arithmetic, four lanes at once
+    const __m256d half = _mm256_set1_pd(0.5);
+    for (std::size_t k = 1; k < h; ++k) {
+      const __m256d wr = _mm256_set1_pd(wRe[k]), wi = _mm256_set1_pd(wIm[k]);
+      const __m256d ar = _mm256_loadu_pd(Zr + k * B), ai = _mm256_loadu_pd(Zi + k * B);
+      const __m256d cr = _mm256_loadu_pd(Zr + (h - k) * B), ci = _mm256_loadu_pd(Zi + (h - k) * B);
+      const __m256d er = _mm256_mul_pd(half, _mm256_add_pd(ar, cr));
+      const __m256d ei = _mm256_mul_pd(half, _mm256_sub_pd(ai, ci));
+      const __m256d orr = _mm256_mul_pd(half, _mm256_add_pd(ai, ci));
+      const __m256d oi = _mm256_mul_pd(half, _mm256_sub_pd(cr, ar));
+      const __m256d xr = _mm256_add_pd(er, _mm256_sub_pd(_mm256_mul_pd(wr, orr), _mm256_mul_pd(wi, oi)));
+      const __m256d xi = _mm256_add_pd(ei, _mm256_add_pd(_mm256_mul_pd(wr, oi), _mm256_mul_pd(wi, orr)));
+      _mm256_storeu_pd(pk + (2 * k - 1) * B, xr);
+      _mm256_storeu_pd(pk + 2 * k * B, xi);
+    }
+    return;
+  }
+#endif
+  for (std::size_t k = 1; k < h; ++k) {
+    const double wr = wRe[k], wi = wIm[k];
+    const double *ar = Zr + k * B, *ai = Zi + k * B, *cr = Zr + (h - k) * B, *ci = Zi + (h - k) * B;
+    double *xr = pk + (2 * k - 1) * B, *xi = pk + 2 * k * B;
+    for (int j = 0; j < B; ++j) {
+      const double er = 0.5 * (ar[j] + cr[j]), ei = 0.5 * (ai[j] - ci[j]);
+      const double orr = 0.5 * (ai[j] + ci[j]), oi = 0.5 * (cr[j] - ar[j]);
+      xr[j] = er + (wr * orr - wi * oi);
+      xi[j] = ei + (wr * oi + wi * orr);
+    }
+  }
+}
+
 // Real sequences of length n into their packed spectra (in place allowed).
 template <int B>
 void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
@@ -450,17 +586,7 @@ void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
       pk[j] = Zr[j] + Zi[j];
       pk[(n - 1) * B + j] = Zr[j] - Zi[j];
     }
-    for (std::size_t k = 1; k < h; ++k) {
-      const double wr = R.wRe[k], wi = R.wIm[k];
-      const double *ar = Zr + k * B, *ai = Zi + k * B, *cr = Zr + (h - k) * B, *ci = Zi + (h - k) * B;
-      double *xr = pk + (2 * k - 1) * B, *xi = pk + 2 * k * B;
-      for (int j = 0; j < B; ++j) {
-        const double er = 0.5 * (ar[j] + cr[j]), ei = 0.5 * (ai[j] - ci[j]);
-        const double orr = 0.5 * (ai[j] + ci[j]), oi = 0.5 * (cr[j] - ar[j]);
-        xr[j] = er + (wr * orr - wi * oi);
-        xi[j] = ei + (wr * oi + wi * orr);
-      }
-    }
+    splitHalves<B>(Zr, Zi, R.wRe.data(), R.wIm.data(), h, pk);
     scatter<B>(pk, s.at, s.es, s.ls, nl, n);
   } else {
     gather<B>(s.at, s.es, s.ls, nl, n, b.zr);
@@ -474,6 +600,43 @@ void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
         pk[2 * k * B + j] = Zi[k * B + j];
       }
     scatter<B>(pk, s.at, s.es, s.ls, nl, n);
+  }
+}
+
+// The reverse of splitHalves: values 1 .. h - 1 of the h-point transform Z
+// whose inverse gives the (even, odd) pairs, from the packed spectrum pk.
+template <int B>
+void joinHalves(const double* __restrict pk, const double* __restrict wRe,
+                const double* __restrict wIm, std::size_t h, double* __restrict Zr,
+                double* __restrict Zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  if constexpr (B == 4) {  // the same arithmetic, four lanes at once
+    for (std::size_t k = 1; k < h; ++k) {
+      const __m256d wr = _mm256_set1_pd(wRe[k]), wi = _mm256_set1_pd(wIm[k]);
+      const __m256d ar = _mm256_loadu_pd(pk + (2 * k - 1) * B), ai = _mm256_loadu_pd(pk + 2 * k * B);
+      const __m256d cr = _mm256_loadu_pd(pk + (2 * (h - k) - 1) * B);
+      const __m256d ci = _mm256_loadu_pd(pk + 2 * (h - k) * B);
+      const __m256d sr = _mm256_add_pd(ar, cr), si = _mm256_sub_pd(ai, ci);
+      const __m256d dr = _mm256_sub_pd(ar, cr), di = _mm256_add_pd(ai, ci);
+      _mm256_storeu_pd(Zr + k * B, _mm256_sub_pd(sr, _mm256_add_pd(_mm256_mul_pd(wr, di),
+                                                                   _mm256_mul_pd(wi, dr))));
+      _mm256_storeu_pd(Zi + k * B, _mm256_add_pd(si, _mm256_sub_pd(_mm256_mul_pd(wr, dr),
+                                                                   _mm256_mul_pd(wi, di))));
+    }
+    return;
+  }
+#endif
+  for (std::size_t k = 1; k < h; ++k) {
+    const double wr = wRe[k], wi = wIm[k];
+    const double *ar = pk + (2 * k - 1) * B, *ai = pk + 2 * k * B;
+    const double *cr = pk + (2 * (h - k) - 1) * B, *ci = pk + 2 * (h - k) * B;
+    double *zr = Zr + k * B, *zi = Zi + k * B;
+    for (int j = 0; j < B; ++j) {
+      const double sr = ar[j] + cr[j], si = ai[j] - ci[j];
+      const double dr = ar[j] - cr[j], di = ai[j] + ci[j];
+      zr[j] = sr - (wr * di + wi * dr);
+      zi[j] = si + (wr * dr - wi * di);
+    }
   }
 }
 
@@ -492,18 +655,7 @@ void realInverse(const RealPlan& R, Seq s, int nl, double* scratch) {
       b.zr[j] = x0 + xh;
       b.zi[j] = x0 - xh;
     }
-    for (std::size_t k = 1; k < h; ++k) {
-      const double wr = R.wRe[k], wi = R.wIm[k];
-      const double *ar = pk + (2 * k - 1) * B, *ai = pk + 2 * k * B;
-      const double *cr = pk + (2 * (h - k) - 1) * B, *ci = pk + 2 * (h - k) * B;
-      double *zr = b.zr + k * B, *zi = b.zi + k * B;
-      for (int j = 0; j < B; ++j) {
-        const double sr = ar[j] + cr[j], si = ai[j] - ci[j];
-        const double dr = ar[j] - cr[j], di = ai[j] + ci[j];
-        zr[j] = sr - (wr * di + wi * dr);
-        zi[j] = si + (wr * dr - wi * di);
-      }
-    }
+    joinHalves<B>(pk, R.wRe.data(), R.wIm.data(), h, b.zr, b.zi);
     auto [Zr, Zi] = run<B>(P, b.zr, b.zi, b.wr, b.wi);
     scatter<B>(Zr, s.at, 2 * s.es, s.ls, nl, h);
     scatter<B>(Zi, s.at + s.es, 2 * s.es, s.ls, nl, h);
@@ -527,11 +679,17 @@ void realInverse(const RealPlan& R, Seq s, int nl, double* scratch) {
 template <int B>
 void complexLanes(const Plan& P, Seq re, double* im, int nl, double* scratch) {
   const Blocks b = carve(scratch, P.n, P, B);
-  gather<B>(re.at, re.es, re.ls, nl, P.n, b.zr);
-  gather<B>(im, re.es, re.ls, nl, P.n, b.zi);
+  // Neighbouring pairs (the column pairs of a spectrum) move together.
+  const bool pairs = B == 4 && nl == B && re.ls == 2 && im == re.at + 1;
+  if (!pairs || !pairsToLanes4(re.at, re.es, P.n, b.zr, b.zi)) {
+    gather<B>(re.at, re.es, re.ls, nl, P.n, b.zr);
+    gather<B>(im, re.es, re.ls, nl, P.n, b.zi);
+  }
   auto [Zr, Zi] = run<B>(P, b.zr, b.zi, b.wr, b.wi);
-  scatter<B>(Zr, re.at, re.es, re.ls, nl, P.n);
-  scatter<B>(Zi, im, re.es, re.ls, nl, P.n);
+  if (!pairs || !lanesToPairs4(Zr, Zi, re.at, re.es, P.n)) {
+    scatter<B>(Zr, re.at, re.es, re.ls, nl, P.n);
+    scatter<B>(Zi, im, re.es, re.ls, nl, P.n);
+  }
 }
 
 // Orthonormal DCT-II of real sequences, or its inverse, in place.
@@ -571,8 +729,8 @@ void cosineLanes(const CosinePlan& C, Seq s, int nl, bool inverse, double* scrat
   }
 }
 
-// The batches below hold `per` sequences each: kLanes in the general
-// schedule, one in the narrow one. Both run the same code on every lane, so
+// The batches below hold `per` sequences each: several in the general
+// schedule (kLanes, kColumnLanes or kRowLanes), one in the narrow one. Both run the same code on every lane, so
 // their results are identical bit for bit.
 
 // Column 0 and, for an even width, the last column: the real columns of a
