@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "arith/arith.h"
+#include "frame/frame.h"
 
 namespace {
 
@@ -27,8 +28,7 @@ struct Table {
 std::vector<Table> tables() {
   std::vector<Table> t{{"base", &ar::kBaseBlocks}};
 #if defined(MOX_ARITH_HAVE_WIDE)
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx2")) t.push_back({"wide", &ar::kWideBlocks});
+  if (mox::wideVectors()) t.push_back({"wide", &ar::kWideBlocks});
 #endif
   return t;
 }

@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "arith/arith.h"
+#include "frame/frame.h"
 
 #define MOX_ARITH_BLOCKS kBaseBlocks
 #include "arith/lanes.h"
@@ -12,14 +13,10 @@
 namespace mox::arith {
 
 const Blocks& blocks() {
-  static const Blocks* const chosen = [] {
 #if defined(MOX_ARITH_HAVE_WIDE)
-    __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2")) return &kWideBlocks;
+  if (wideVectors()) return kWideBlocks;
 #endif
-    return &kBaseBlocks;
-  }();
-  return *chosen;
+  return kBaseBlocks;
 }
 
 }  // namespace mox::arith

@@ -20,6 +20,10 @@ MoxContext* context();
 extern const char kOutOfMemoryText[];
 extern const char kUnknownFaultText[];
 
+// True when the processor and the system run 256-bit integer and floating
+// vectors (AVX2), so kernels compiled for them may be chosen; asked once.
+bool wideVectors();
+
 }  // namespace mox
 
 namespace mox::platform {

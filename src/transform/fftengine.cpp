@@ -4,6 +4,7 @@
 #include "fftengine.h"
 
 #include "fftplan.h"
+#include "frame/frame.h"
 
 #include <algorithm>
 #include <cmath>
@@ -235,14 +236,10 @@ void Engine::cosine2D(double* m, int rows, int cols, std::ptrdiff_t step, bool i
 }
 
 const Kernels& kernels() {
-  static const Kernels* chosen = [] {
 #if defined(MOX_FFT_HAVE_WIDE)
-    __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2")) return &kWideKernels;
+  if (wideVectors()) return kWideKernels;
 #endif
-    return &kBaselineKernels;
-  }();
-  return *chosen;
+  return kBaselineKernels;
 }
 
 Engine& fourierEngine() {
