@@ -1,5 +1,5 @@
-// Captures reports made through moxError: the test installs a recording
-// report function in Parent mode and reads back what was reported.
+// Captures reports made through moxError: while a Capture lives the thread
+// is in Parent mode, its status is clear and every report is recorded.
 #pragma once
 
 #include <string>
@@ -20,39 +20,32 @@ inline std::vector<Report>& reports() {
   return all;
 }
 
-inline int MOX_CALL recordReport(int status, const char* funcName, const char* message,
-                                 const char* file, int line) {
-  reports().push_back({status, funcName ? funcName : "", message ? message : "",
-                       file ? file : "", line});
-  return status;
-}
+// The last report (an empty one when nothing was reported).
+inline Report lastReport() { return reports().empty() ? Report{} : reports().back(); }
 
-// While alive: Parent mode, reports recorded, status cleared.
 class Capture {
  public:
-  Capture() {
-    previousMode_ = moxGetErrMode();
-    previousFn_ = moxRedirectError(recordReport);
+  Capture() : mode_(moxGetErrMode()), fn_(moxRedirectError(record)) {
     moxSetErrMode(MOX_ErrorModeParent);
     moxSetErrStatus(MOX_StsNoError);
     reports().clear();
   }
   ~Capture() {
-    moxRedirectError(previousFn_);
-    moxSetErrMode(previousMode_);
+    moxRedirectError(fn_);
+    moxSetErrMode(mode_);
     moxSetErrStatus(MOX_StsNoError);
   }
   Capture(const Capture&) = delete;
   Capture& operator=(const Capture&) = delete;
 
-  const std::vector<Report>& all() const { return reports(); }
-  bool empty() const { return reports().empty(); }
-  // The last report (an empty one when nothing was reported).
-  Report last() const { return empty() ? Report{0, "", "", "", 0} : reports().back(); }
-
  private:
-  int previousMode_;
-  MoxErrorCallBack previousFn_;
+  static int MOX_CALL record(int status, const char* func, const char* message, const char* file,
+                             int line) {
+    reports().push_back({status, func ? func : "", message ? message : "", file ? file : "", line});
+    return status;
+  }
+  int mode_;
+  MoxErrorCallBack fn_;
 };
 
 }  // namespace moxtest

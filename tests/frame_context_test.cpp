@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <cstddef>
+#include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "capture.h"
@@ -12,6 +14,7 @@
 namespace {
 
 using moxtest::Capture;
+using moxtest::reports;
 
 TEST(Context, ANewThreadStartsFromTheTemplate) {
   std::thread([] {
@@ -49,26 +52,24 @@ TEST(Context, ErrorStoresAndReportsByStatus) {
   moxSetErrStatus(-5);
   EXPECT_EQ(moxError(MOX_StsNoError, "f", "m", "file", 3), 0);
   EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
-  EXPECT_TRUE(capture.empty());
+  EXPECT_TRUE(reports().empty());
 
   moxSetErrStatus(MOX_StsOutOfMemory);
   for (int trace : {MOX_StsBacktrace, MOX_StsAutotraceCall}) {
     EXPECT_EQ(moxError(trace, "f", "m", "file", 3), trace);
     EXPECT_EQ(moxGetErrStatus(), MOX_StsOutOfMemory) << trace;
   }
-  EXPECT_EQ(capture.all().size(), 2u);
+  EXPECT_EQ(reports().size(), 2u);
 
   EXPECT_EQ(moxError(MOX_StsBadArgument, "moxAdd", "(x)", "moxadd", 1091), MOX_StsBadArgument);
   EXPECT_EQ(moxGetErrStatus(), MOX_StsBadArgument);
-  const moxtest::Report r = capture.last();
-  EXPECT_EQ(r.func, "moxAdd");
-  EXPECT_EQ(r.message, "(x)");
-  EXPECT_EQ(r.file, "moxadd");
-  EXPECT_EQ(r.line, 1091);
+  const moxtest::Report r = moxtest::lastReport();
+  EXPECT_EQ(std::tie(r.func, r.message, r.file, r.line),
+            std::make_tuple(std::string("moxAdd"), std::string("(x)"), std::string("moxadd"), 1091));
   // A positive status is stored and reported like any other.
   moxError(12, "f", "m", "file", 1);
   EXPECT_EQ(moxGetErrStatus(), 12);
-  EXPECT_EQ(capture.all().size(), 4u);
+  EXPECT_EQ(reports().size(), 4u);
 }
 
 TEST(Context, StatusTexts) {
@@ -76,16 +77,12 @@ TEST(Context, StatusTexts) {
     int status;
     const char* text;
   } cases[] = {
-      {0, "No Error"},
-      {-1, "Backtrace"},
-      {-2, "Unknown error"},
-      {-3, "Internal error (bad state)"},
-      {-4, "Out of memory"},
-      {-5, "Bad argument"},
+      {0, "No Error"},          {-1, "Backtrace"},
+      {-2, "Unknown error"},    {-3, "Internal error (bad state)"},
+      {-4, "Out of memory"},    {-5, "Bad argument"},
       {-6, "Unsupported function"},
       {-7, "Iteration convergence failed"},
-      {-8, "Autotrace call"},
-      {1, "Unknown status code 1"},
+      {-8, "Autotrace call"},   {1, "Unknown status code 1"},
       {-9, "Unknown error code -9"},
       {2147483647, "Unknown status code 2147483647"},
       {-2147483647 - 1, "Unknown error code -2147483648"},

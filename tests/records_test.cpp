@@ -3,42 +3,35 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <tuple>
 
 #include "moxpx.h"
 
 namespace {
 
-struct Layout {
-  int nChannels;
-  unsigned depth;
-  int dataOrder, align, height, width;
-  int widthStep, imageSize;
-};
-
 TEST(Records, RowStepAndSizeAcrossDepthsOrdersAndAlignments) {
-  const Layout cases[] = {
-      {3, MOX_DEPTH_8U, 0, 4, 2, 5, 16, 32},
-      {3, MOX_DEPTH_8U, 1, 4, 2, 5, 8, 48},
-      {1, MOX_DEPTH_1U, 0, 4, 1, 33, 8, 8},
-      {1, MOX_DEPTH_1U, 0, 8, 2, 1, 8, 16},
-      {1, MOX_DEPTH_1U, 0, 4, 3, 32, 4, 12},
-      {1, MOX_DEPTH_16U, 0, 8, 1, 3, 8, 8},
-      {1, MOX_DEPTH_16S, 0, 4, 2, 3, 8, 16},
-      {4, MOX_DEPTH_16U, 1, 8, 2, 5, 16, 128},
-      {2, MOX_DEPTH_32S, 0, 8, 3, 3, 24, 72},
-      {3, MOX_DEPTH_8S, 0, 8, 1, 3, 16, 16},
+  const struct {
+    int nChannels;
+    unsigned depth;
+    int dataOrder, align, height, width, widthStep, imageSize;
+  } cases[] = {
+      {3, MOX_DEPTH_8U, 0, 4, 2, 5, 16, 32},   {3, MOX_DEPTH_8U, 1, 4, 2, 5, 8, 48},
+      {1, MOX_DEPTH_1U, 0, 4, 1, 33, 8, 8},    {1, MOX_DEPTH_1U, 0, 8, 2, 1, 8, 16},
+      {1, MOX_DEPTH_1U, 0, 4, 3, 32, 4, 12},   {1, MOX_DEPTH_16U, 0, 8, 1, 3, 8, 8},
+      {1, MOX_DEPTH_16S, 0, 4, 2, 3, 8, 16},   {4, MOX_DEPTH_16U, 1, 8, 2, 5, 16, 128},
+      {2, MOX_DEPTH_32S, 0, 8, 3, 3, 24, 72},  {3, MOX_DEPTH_8S, 0, 8, 1, 3, 16, 16},
       {1, MOX_DEPTH_8U, 0, 4, 0, 7, 8, 0},
   };
-  for (const Layout& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(::testing::Message() << c.nChannels << "ch depth " << c.depth << " order "
                                       << c.dataOrder << " align " << c.align << " " << c.width
                                       << "x" << c.height);
     MoxImage* image = moxCreateImageHeader(c.nChannels, 0, c.depth, "RGB", "RGB", c.dataOrder, 0,
                                            c.align, c.height, c.width, nullptr, nullptr, nullptr);
     ASSERT_NE(image, nullptr);
-    EXPECT_EQ(image->widthStep, c.widthStep);
-    EXPECT_EQ(image->imageSize, c.imageSize);
-    EXPECT_EQ(image->headerSize, static_cast<int>(sizeof(MoxImage)));
+    EXPECT_EQ(std::tie(image->widthStep, image->imageSize, image->headerSize),
+              std::make_tuple(c.widthStep, c.imageSize, int(sizeof(MoxImage))));
     moxAllocateImage(image, -1);
     ASSERT_NE(image->imageData, nullptr);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(image->imageData) % c.align, 0u);
@@ -49,7 +42,7 @@ TEST(Records, RowStepAndSizeAcrossDepthsOrdersAndAlignments) {
 
 TEST(Records, CreationRefusesBadFields) {
   const char* rgb = "RGB";
-  struct Case {
+  const struct {
     const char* what;
     int nChannels, alpha;
     unsigned depth;
@@ -72,7 +65,7 @@ TEST(Records, CreationRefusesBadFields) {
       {"size overflow", 4, 0, MOX_DEPTH_32S, rgb, rgb, 0, 0, 4, 1 << 9, 1 << 20},
       {"plane size overflow", 4, 0, MOX_DEPTH_8U, rgb, rgb, 1, 0, 4, 1 << 15, 1 << 15},
   };
-  for (const Case& c : refused)
+  for (const auto& c : refused)
     EXPECT_EQ(moxCreateImageHeader(c.nChannels, c.alpha, c.depth, c.model, c.seq, c.order,
                                    c.origin, c.align, c.height, c.width, nullptr, nullptr,
                                    nullptr),
@@ -91,59 +84,47 @@ TEST(Records, HeaderFieldsAndDefaults) {
   MoxImage* image = moxCreateImageHeader(4, 4, MOX_DEPTH_8U, "RGBA", "BGRA", 0, 1, 8, 30, 40,
                                          roi, &id, nullptr);
   ASSERT_NE(image, nullptr);
-  EXPECT_EQ(image->headerId, 0);
-  EXPECT_EQ(std::memcmp(image->colorModel, "RGBA", 4), 0);
-  EXPECT_EQ(std::memcmp(image->channelSeq, "BGRA", 4), 0);
+  EXPECT_EQ(std::string(image->colorModel, 4) + std::string(image->channelSeq, 4), "RGBABGRA");
+  EXPECT_EQ(std::make_tuple(image->headerId, image->roi, image->imageId, image->maskRoi,
+                            image->imageData, image->imageDataOrigin),
+            std::make_tuple(0, roi, static_cast<void*>(&id), nullptr, nullptr, nullptr));
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]),
+              std::make_tuple(int(MOX_BORDER_CONSTANT), 0));
+  // The ROI keeps the height before the width.
+  EXPECT_EQ(std::tie(roi->yOffset, roi->height, roi->width), std::make_tuple(3, 10, 20));
+  moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_ROI);
+  // Short names are padded with zeros.
   MoxImage* shortNames = moxCreateImageHeader(1, 0, 8, "G", "", 0, 0, 4, 1, 1, nullptr, nullptr,
                                               nullptr);
   ASSERT_NE(shortNames, nullptr);
-  EXPECT_EQ(std::memcmp(shortNames->colorModel, "G\0\0\0", 4), 0);
-  EXPECT_EQ(std::memcmp(shortNames->channelSeq, "\0\0\0\0", 4), 0);
+  EXPECT_EQ(std::string(shortNames->colorModel, 4) + std::string(shortNames->channelSeq, 4),
+            std::string("G\0\0\0\0\0\0\0", 8));
   moxDeallocateHeader(shortNames);
-  EXPECT_EQ(image->roi, roi);
-  EXPECT_EQ(image->imageId, &id);
-  EXPECT_EQ(image->maskRoi, nullptr);
-  EXPECT_EQ(image->imageData, nullptr);
-  EXPECT_EQ(image->imageDataOrigin, nullptr);
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(image->borderMode[i], MOX_BORDER_CONSTANT);
-    EXPECT_EQ(image->borderConst[i], 0);
-  }
-  // The ROI keeps the height before the width.
-  EXPECT_EQ(roi->yOffset, 3);
-  EXPECT_EQ(roi->height, 10);
-  EXPECT_EQ(roi->width, 20);
-  moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_ROI);
-}
-
-template <typename T>
-void expectEvery(const MoxImage* image, T value) {
-  for (int at = 0; at + static_cast<int>(sizeof(T)) <= image->imageSize; at += sizeof(T)) {
-    T v;
-    std::memcpy(&v, image->imageData + at, sizeof v);
-    ASSERT_EQ(v, value) << "at byte " << at;
-  }
 }
 
 TEST(Records, AllocationFillPatterns) {
-  auto make = [](unsigned depth, int fill) {
-    MoxImage* image = moxCreateImageHeader(1, 0, depth, "G", "G", 0, 0, 4, 3, 7, nullptr, nullptr,
-                                           nullptr);
-    moxAllocateImage(image, fill);
-    return image;
+  const struct {
+    unsigned depth;
+    int fill;
+    std::uint32_t word;  // every 32-bit word of the block
+  } cases[] = {
+      {MOX_DEPTH_1U, 3, 0xFFFFFFFFu},          {MOX_DEPTH_1U, 2, 0u},
+      {MOX_DEPTH_8U, 0x1234, 0x34343434u},     {MOX_DEPTH_8S, -2, 0xFEFEFEFEu},
+      {MOX_DEPTH_16U, 0x1234, 0x12341234u},    {MOX_DEPTH_16S, 0x7FFF8001, 0x80018001u},
+      {MOX_DEPTH_32S, -2, 0xFFFFFFFEu},
   };
-  MoxImage* images[] = {make(MOX_DEPTH_1U, 3),      make(MOX_DEPTH_1U, 2),
-                        make(MOX_DEPTH_8U, 0x1234), make(MOX_DEPTH_8S, -2),
-                        make(MOX_DEPTH_16U, 0x1234), make(MOX_DEPTH_16S, 0x7FFF8001),
-                        make(MOX_DEPTH_32S, -2)};
-  expectEvery<std::uint32_t>(images[0], 0xFFFFFFFFu);
-  expectEvery<std::uint32_t>(images[1], 0u);
-  expectEvery<std::uint8_t>(images[2], 0x34);
-  expectEvery<std::uint8_t>(images[3], 0xFE);
-  expectEvery<std::uint16_t>(images[4], 0x1234);
-  expectEvery<std::uint16_t>(images[5], 0x8001);
-  expectEvery<std::int32_t>(images[6], -2);
-  for (MoxImage* image : images) moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA);
+  for (const auto& c : cases) {
+    MoxImage* image = moxCreateImageHeader(1, 0, c.depth, "G", "G", 0, 0, 4, 3, 7, nullptr,
+                                           nullptr, nullptr);
+    moxAllocateImage(image, c.fill);
+    for (int at = 0; at + 4 <= image->imageSize; at += 4) {
+      std::uint32_t v;
+      std::memcpy(&v, image->imageData + at, 4);
+      ASSERT_EQ(v, c.word) << "depth " << c.depth << " at byte " << at;
+    }
+    moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA);
+  }
 }
 
 TEST(Records, AllocationRefusesABadHeader) {
@@ -152,17 +133,14 @@ TEST(Records, AllocationRefusesABadHeader) {
   ASSERT_NE(image, nullptr);
   image->align = 3;
   moxAllocateImage(image, 0);
-  EXPECT_EQ(image->imageData, nullptr);
-  EXPECT_EQ(image->imageSize, 0);
+  EXPECT_EQ(std::make_tuple(image->imageData, image->imageSize), std::make_tuple(nullptr, 0));
   // Sizes edited into the header that overflow 32 bits are refused too.
-  image->align = 4;
-  image->nChannels = 4;
+  image->align = image->nChannels = 4;
   image->depth = MOX_DEPTH_32S;
   image->width = 1 << 20;
   image->height = 1 << 9;
   moxAllocateImage(image, 0);
-  EXPECT_EQ(image->imageData, nullptr);
-  EXPECT_EQ(image->imageSize, 0);
+  EXPECT_EQ(std::make_tuple(image->imageData, image->imageSize), std::make_tuple(nullptr, 0));
   moxDeallocateImage(nullptr);
   moxAllocateImage(nullptr, 0);
   moxDeallocate(nullptr, 31);
@@ -178,28 +156,21 @@ TEST(Records, ReleaseByFlags) {
   moxAllocateImage(image, 7);
   image->maskRoi = mask;
   image->tileInfo = moxCreateTileInfo(nullptr, 5, 8, 8);
-
   moxDeallocate(image, MOX_FREE_DATA | MOX_FREE_ROI);
-  EXPECT_EQ(image->imageData, nullptr);
-  EXPECT_EQ(image->imageDataOrigin, nullptr);
-  EXPECT_EQ(image->roi, nullptr);
+  EXPECT_EQ(std::make_tuple(image->imageData, image->imageDataOrigin, image->roi, image->imageSize),
+            std::make_tuple(nullptr, nullptr, nullptr, 16));
   EXPECT_NE(image->tileInfo, nullptr);
-  EXPECT_EQ(image->imageSize, 16);
   moxDeallocate(image, MOX_FREE_MASK | MOX_FREE_TILEINFO);
-  EXPECT_EQ(image->maskRoi, nullptr);
-  EXPECT_EQ(image->tileInfo, nullptr);
+  EXPECT_EQ(std::make_tuple(image->maskRoi, image->tileInfo), std::make_tuple(nullptr, nullptr));
   moxDeallocate(image, MOX_FREE_HEADER);
 }
 
-TEST(Records, RoiAndTileInfoRecords) {
+TEST(Records, RoiTileInfoAndBorderRecords) {
   MoxROI* roi = moxCreateROI(1, 2, 3, 4, 5);
   ASSERT_NE(roi, nullptr);
   moxSetROI(roi, 0, 6, 7, 8, 9);
-  EXPECT_EQ(roi->coi, 0);
-  EXPECT_EQ(roi->xOffset, 6);
-  EXPECT_EQ(roi->yOffset, 7);
-  EXPECT_EQ(roi->height, 8);
-  EXPECT_EQ(roi->width, 9);
+  EXPECT_EQ(std::tie(roi->coi, roi->xOffset, roi->yOffset, roi->height, roi->width),
+            std::make_tuple(0, 6, 7, 8, 9));
   moxSetROI(nullptr, 0, 0, 0, 0, 0);
   moxDeleteROI(roi);
   moxDeleteROI(nullptr);
@@ -209,28 +180,22 @@ TEST(Records, RoiAndTileInfoRecords) {
   EXPECT_EQ(tile->tileData, nullptr);
   tile->tileData = reinterpret_cast<char*>(tile);
   moxSetTileInfo(tile, nullptr, 3, 8, 32);
-  EXPECT_EQ(tile->tileData, nullptr);
-  EXPECT_EQ(tile->id, 3);
-  EXPECT_EQ(tile->width, 8);
-  EXPECT_EQ(tile->height, 32);
+  EXPECT_EQ(std::make_tuple(tile->tileData, tile->id, tile->width, tile->height),
+            std::make_tuple(nullptr, 3, 8, 32));
   moxSetTileInfo(nullptr, nullptr, 0, 0, 0);
   moxDeleteTileInfo(tile);
   moxDeleteTileInfo(nullptr);
-}
 
-TEST(Records, BorderModeChangesOnlyTheNamedSides) {
+  // Border modes change only the named sides; any mode is stored as given.
   MoxImage* image = moxCreateImageHeader(1, 0, 8, "G", "G", 0, 0, 4, 4, 4, nullptr, nullptr,
                                          nullptr);
   moxSetBorderMode(image, MOX_BORDER_WRAP, MOX_SIDE_ALL, 9);
   moxSetBorderMode(image, MOX_BORDER_REFLECT, MOX_SIDE_TOP | MOX_SIDE_LEFT | 0x100, 0);
-  const int modes[] = {2, 3, 2, 3}, constants[] = {0, 9, 0, 9};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(image->borderMode[i], modes[i]) << i;
-    EXPECT_EQ(image->borderConst[i], constants[i]) << i;
-  }
-  moxSetBorderMode(image, 77, MOX_SIDE_RIGHT, -1);  // stored without complaint
-  EXPECT_EQ(image->borderMode[3], 77);
-  EXPECT_EQ(image->borderConst[3], -1);
+  moxSetBorderMode(image, 77, MOX_SIDE_RIGHT, -1);
+  const int modes[] = {2, 3, 2, 77}, constants[] = {0, 9, 0, -1};
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]),
+              std::tie(modes[i], constants[i])) << i;
   moxSetBorderMode(nullptr, 0, 15, 0);
   moxDeallocateHeader(image);
 }
