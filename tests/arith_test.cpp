@@ -10,6 +10,8 @@ using namespace testimg;
 
 // Pins the references themselves where the rules saturate, wrap or shift.
 TEST(Arith, KnownValues) {
+  const unsigned U1 = MOX_DEPTH_1U, U8 = MOX_DEPTH_8U, S8 = MOX_DEPTH_8S, U16 = MOX_DEPTH_16U,
+                 S16 = MOX_DEPTH_16S, S32 = MOX_DEPTH_32S;
   const struct {
     const char* func;
     unsigned depth;
@@ -17,41 +19,27 @@ TEST(Arith, KnownValues) {
     int v, r;  // scalar or shift count, reverse flag
     ll want;
   } cases[] = {
-      {"moxMultiply", MOX_DEPTH_8U, 20, 20, 0, 0, 255},
-      {"moxAdd", MOX_DEPTH_8U, 200, 100, 0, 0, 255},
-      {"moxSubtract", MOX_DEPTH_8U, 100, 200, 0, 0, 0},
-      {"moxSubtract", MOX_DEPTH_8U, 100, 200, 0, 1, 100},
-      {"moxAdd", MOX_DEPTH_8S, 100, 100, 0, 0, 127},
-      {"moxSubtract", MOX_DEPTH_8S, -100, 100, 0, 0, -128},
-      {"moxAdd", MOX_DEPTH_16U, 60000, 10000, 0, 0, 65535},
-      {"moxAdd", MOX_DEPTH_16S, 30000, 10000, 0, 0, 32767},
-      {"moxAdd", MOX_DEPTH_32S, 0x7FFFFFFF, 1, 0, 0, 0x7FFFFFFF},
-      {"moxSubtract", MOX_DEPTH_32S, INT_MIN, 1, 0, 0, INT_MIN},
-      {"moxMultiply", MOX_DEPTH_32S, 65536, -65536, 0, 0, INT_MIN},
-      {"moxAdd", MOX_DEPTH_1U, 1, 1, 0, 0, 1},
-      {"moxAddS", MOX_DEPTH_8U, 250, 0, 10, 0, 255},
-      {"moxAddS", MOX_DEPTH_8U, 5, 0, -10, 0, 0},
-      {"moxSubtractS", MOX_DEPTH_8U, 3, 0, 10, 1, 7},
-      {"moxAndS", MOX_DEPTH_8U, 0xAB, 0, 0x1FF, 0, 0xAB},
-      {"moxNot", MOX_DEPTH_8U, 0x0F, 0, 0, 0, 0xF0},
-      {"moxRShiftS", MOX_DEPTH_8S, -100, 0, 2, 0, -25},
-      {"moxRShiftS", MOX_DEPTH_16S, -1, 0, 17, 0, 32767},
-      {"moxRShiftS", MOX_DEPTH_8U, 200, 0, 8, 0, 0},
-      {"moxRShiftS", MOX_DEPTH_32S, -8, 0, 2, 0, -2},
-      {"moxLShiftS", MOX_DEPTH_8U, 0x81, 0, 1, 0, 0x02},
-      {"moxLShiftS", MOX_DEPTH_8U, 0x81, 0, 33, 0, 0x02},
-      {"moxLShiftS", MOX_DEPTH_8U, 0x81, 0, 8, 0, 0},
-      {"moxAbs", MOX_DEPTH_8S, -128, 0, 0, 0, -128},
-      {"moxAbs", MOX_DEPTH_16S, -32768, 0, 0, 0, -32768},
-      {"moxAbs", MOX_DEPTH_32S, INT_MIN, 0, 0, 0, INT_MIN},
-      {"moxAbs", MOX_DEPTH_16S, -300, 0, 0, 0, 300},
-      {"moxSquare", MOX_DEPTH_32S, 70000, 0, 0, 0, 0x7FFFFFFF},
+      {"Multiply", U8, 20, 20, 0, 0, 255}, {"Add", U8, 200, 100, 0, 0, 255},
+      {"Subtract", U8, 100, 200, 0, 0, 0}, {"Subtract", U8, 100, 200, 0, 1, 100},
+      {"Add", S8, 100, 100, 0, 0, 127}, {"Subtract", S8, -100, 100, 0, 0, -128},
+      {"Add", U16, 60000, 10000, 0, 0, 65535}, {"Add", S16, 30000, 10000, 0, 0, 32767},
+      {"Add", S32, 0x7FFFFFFF, 1, 0, 0, 0x7FFFFFFF}, {"Subtract", S32, INT_MIN, 1, 0, 0, INT_MIN},
+      {"Multiply", S32, 65536, -65536, 0, 0, INT_MIN}, {"Add", U1, 1, 1, 0, 0, 1},
+      {"AddS", U8, 250, 0, 10, 0, 255}, {"AddS", U8, 5, 0, -10, 0, 0},
+      {"SubtractS", U8, 3, 0, 10, 1, 7}, {"AndS", U8, 0xAB, 0, 0x1FF, 0, 0xAB},
+      {"Not", U8, 0x0F, 0, 0, 0, 0xF0}, {"RShiftS", S8, -100, 0, 2, 0, -25},
+      {"RShiftS", S16, -1, 0, 17, 0, 32767}, {"RShiftS", U8, 200, 0, 8, 0, 0},
+      {"RShiftS", S32, -8, 0, 2, 0, -2}, {"LShiftS", U8, 0x81, 0, 1, 0, 0x02},
+      {"LShiftS", U8, 0x81, 0, 33, 0, 0x02}, {"LShiftS", U8, 0x81, 0, 8, 0, 0},
+      {"Abs", S8, -128, 0, 0, 0, -128}, {"Abs", S16, -32768, 0, 0, 0, -32768},
+      {"Abs", S32, INT_MIN, 0, 0, 0, INT_MIN}, {"Abs", S16, -300, 0, 0, 0, 300},
+      {"Square", S32, 70000, 0, 0, 0, 0x7FFFFFFF},
   };
   for (const auto& k : cases) {
     Image a({k.depth, 1, 0, 1, 1}), b({k.depth, 1, 0, 1, 1}), d({k.depth, 1, 0, 1, 1});
     set(a, 0, 0, 0, k.a);
     set(b, 0, 0, 0, k.b);
-    runOp(k.func, a, b, d, k.v, k.r, nullptr);
+    runOp(std::string("mox") + k.func, a, b, d, k.v, k.r, nullptr);
     EXPECT_EQ(get(d, 0, 0), k.want) << k.func << " " << k.a << "," << k.b << " " << std::hex
                                     << k.depth;
   }

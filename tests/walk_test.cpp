@@ -120,39 +120,32 @@ TEST(Walk, TileRequestChecks) {
 
 TEST(Walk, CallBacksThatMisbehave) {
   Capture capture;
-  enum Fault { NullFirstWalk, NullSecondWalk, KeptSecondWalk, KeptAtEnd };
+  // A get that leaves tileData null in the first walk (a tile request) or
+  // the second; a release that leaves it set in the second walk or at the end.
+  enum Fault { NullFirst, NullSecond, KeptSecond, KeptAtEnd };
   const struct {
     const char* func;
     int image;  // 0, 1, 2 in argument order
     Fault fault;
-    const char* message;
     int line;
   } cases[] = {
-      {"moxAdd", 0, NullFirstWalk, "(srcImageA->tileInfo->tileData == ((void*)(0)))", 1225},
-      {"moxAdd", 1, NullFirstWalk, "(srcImageB->tileInfo->tileData == ((void*)(0)))", 1244},
-      {"moxAdd", 2, NullFirstWalk, "(dstImage->tileInfo->tileData == ((void*)(0)))", 1263},
-      {"moxAdd", 0, KeptSecondWalk, "(srcImageA->tileInfo->tileData != ((void*)(0)))", 1288},
-      {"moxAdd", 0, NullSecondWalk, "(srcImageA->tileInfo->tileData == ((void*)(0)))", 1294},
-      {"moxAdd", 1, KeptSecondWalk, "(srcImageB->tileInfo->tileData != ((void*)(0)))", 1309},
-      {"moxAdd", 1, NullSecondWalk, "(srcImageB->tileInfo->tileData == ((void*)(0)))", 1315},
-      {"moxAdd", 2, KeptSecondWalk, "(dstImage->tileInfo->tileData != ((void*)(0)))", 1330},
-      {"moxAdd", 2, NullSecondWalk, "(dstImage->tileInfo->tileData == ((void*)(0)))", 1336},
-      {"moxAdd", 0, KeptAtEnd, "(srcImageA->tileInfo->tileData != ((void*)(0)))", 1354},
-      {"moxAdd", 1, KeptAtEnd, "(srcImageB->tileInfo->tileData != ((void*)(0)))", 1359},
-      {"moxAdd", 2, KeptAtEnd, "(dstImage->tileInfo->tileData != ((void*)(0)))", 1364},
-      {"moxXor", 1, NullSecondWalk, "(srcImageB->tileInfo->tileData == ((void*)(0)))", 946},
-      {"moxAddS", 0, NullFirstWalk, "(srcImage->tileInfo->tileData == ((void*)(0)))", 1004},
-      {"moxAddS", 1, NullFirstWalk, "(dstImage->tileInfo->tileData == ((void*)(0)))", 1023},
-      {"moxAddS", 0, KeptSecondWalk, "(srcImage->tileInfo->tileData != ((void*)(0)))", 1044},
-      {"moxAddS", 0, NullSecondWalk, "(srcImage->tileInfo->tileData == ((void*)(0)))", 1050},
-      {"moxAddS", 1, KeptSecondWalk, "(dstImage->tileInfo->tileData != ((void*)(0)))", 1065},
-      {"moxAddS", 1, NullSecondWalk, "(dstImage->tileInfo->tileData == ((void*)(0)))", 1071},
-      {"moxAddS", 0, KeptAtEnd, "(srcImage->tileInfo->tileData != ((void*)(0)))", 1088},
-      {"moxAddS", 1, KeptAtEnd, "(dstImage->tileInfo->tileData != ((void*)(0)))", 1093},
-      {"moxAbs", 1, KeptAtEnd, "(dstImage->tileInfo->tileData != ((void*)(0)))", 599},
+      {"moxAdd", 0, NullFirst, 1225},  {"moxAdd", 1, NullFirst, 1244},
+      {"moxAdd", 2, NullFirst, 1263},  {"moxAdd", 0, KeptSecond, 1288},
+      {"moxAdd", 0, NullSecond, 1294}, {"moxAdd", 1, KeptSecond, 1309},
+      {"moxAdd", 1, NullSecond, 1315}, {"moxAdd", 2, KeptSecond, 1330},
+      {"moxAdd", 2, NullSecond, 1336}, {"moxAdd", 0, KeptAtEnd, 1354},
+      {"moxAdd", 1, KeptAtEnd, 1359},  {"moxAdd", 2, KeptAtEnd, 1364},
+      {"moxXor", 1, NullSecond, 946},  {"moxAddS", 0, NullFirst, 1004},
+      {"moxAddS", 1, NullFirst, 1023}, {"moxAddS", 0, KeptSecond, 1044},
+      {"moxAddS", 0, NullSecond, 1050}, {"moxAddS", 1, KeptSecond, 1065},
+      {"moxAddS", 1, NullSecond, 1071}, {"moxAddS", 0, KeptAtEnd, 1088},
+      {"moxAddS", 1, KeptAtEnd, 1093},  {"moxAbs", 1, KeptAtEnd, 599},
   };
   for (const auto& k : cases) {
-    const bool two = opNamed(k.func).sources == 2;
+    const bool two = opNamed(k.func).sources == 2, kept = k.fault >= KeptSecond;
+    const char* names[2][3] = {{"srcImage", "dstImage"}, {"srcImageA", "srcImageB", "dstImage"}};
+    const std::string message = std::string("(") + names[two][k.image] + "->tileInfo->tileData " +
+                                (kept ? "!=" : "==") + " ((void*)(0)))";
     // A release before a new tile needs two tiles across; at the end one
     // tile each is enough.
     const int width = k.fault == KeptAtEnd ? 8 : 16;
@@ -160,13 +153,11 @@ TEST(Walk, CallBacksThatMisbehave) {
         d({MOX_DEPTH_8U, 1, 0, 8, width}, 3);
     Tiled ta(a, 8, 8), tb(b, 8, 8), td(d, 8, 8);
     Tiled* tiled[3] = {&ta, two ? &tb : &td, &td};
-    Tiled& bad = *tiled[k.image];
-    if (k.fault == NullFirstWalk || k.fault == NullSecondWalk) bad.nullOnGet = k.fault == NullSecondWalk;
-    if (k.fault == KeptSecondWalk || k.fault == KeptAtEnd) bad.keepOnRelease = 0;
+    (kept ? tiled[k.image]->keepOnRelease : tiled[k.image]->nullOnGet) = k.fault == NullSecond;
     const int mapping[2] = {0, 0};
     reports().clear();
-    runOp(k.func, ta, tb, td, 5, 0, k.fault == NullFirstWalk ? mapping : nullptr);
-    expectReport(k.func, k.message, k.line);
+    runOp(k.func, ta, tb, td, 5, 0, k.fault == NullFirst ? mapping : nullptr);
+    expectReport(k.func, message, k.line);
     if (k.fault == KeptAtEnd && two) {  // every pixel was written before the release failed
       td.gather(d);
       EXPECT_EQ(get(d, 3, 4), clampTo(MOX_DEPTH_8U, get(a, 3, 4) + get(b, 3, 4)));
@@ -200,71 +191,75 @@ const mox::WalkPlan kPlan{"walk", "walk", &kNoLines, true};
 
 }  // namespace
 
-TEST(Walk, KernelRunsOncePerPieceOverWholeBands) {
+// The kernel runs once per piece: the rectangle cut at every tile edge, a
+// piece spanning the rows of a band of tiles. Rows that follow each other
+// with no gap in every image reach the kernel as one long row; padding or a
+// channel of interest keeps the rows apart.
+TEST(Walk, KernelRunsOncePerPieceAndOverGaplessRowsAtOnce) {
   Capture capture;
-  Image a({MOX_DEPTH_8U, 1, 0, 64, 64}, 1), d({MOX_DEPTH_8U, 1, 0, 64, 64}, 2);
-  Tiled ta(a, 24, 8), td(d, 16, 16);
-  const mox::WalkImage images[2] = {{ta, "a", false}, {td, "d", true}};
-  std::vector<Piece> pieces;
-  ASSERT_TRUE(mox::walk(kPlan, images, 2, nullptr, &notePiece, &pieces));
-  // Column edges at 16, 24, 32, 48 (and 64): 5 pieces a band; bands of 8 rows.
-  ASSERT_EQ(pieces.size(), 5u * 8u);
-  int area = 0;
-  for (const Piece& p : pieces) {
-    EXPECT_EQ(p.height, 8);
-    area += p.width * p.height;
-  }
-  EXPECT_EQ(area, 64 * 64);
-  // The destination's tiles are asked for once per band they span, each
-  // after the one before was released.
-  int gets = 0, releases = 0;
-  for (const auto& c : td.calls) (c.mode == MOX_RELEASE_TILE ? releases : gets)++;
-  EXPECT_EQ(gets, 4 * 8);
-  EXPECT_EQ(releases, gets);
-
-  // One destination tile: one request for it, one release at the end.
-  pieces.clear();
-  td.calls.clear();
-  const int mapping[2] = {1, 2};
-  ASSERT_TRUE(mox::walk(kPlan, images, 2, mapping, &notePiece, &pieces));
-  ASSERT_EQ(td.calls.size(), 2u);
-  EXPECT_EQ(std::tie(td.calls[0].x, td.calls[0].y, td.calls[0].mode),
-            std::make_tuple(1, 2, int(MOX_GET_TILE_TO_WRITE)));
-  EXPECT_EQ(td.calls[1].mode, MOX_RELEASE_TILE);
-  area = 0;
-  for (const Piece& p : pieces) area += p.width * p.height;
-  EXPECT_EQ(area, 16 * 16);
-}
-
-// Rows that follow each other with no gap in every image reach the kernel as
-// one long row; padding or a channel of interest keeps the rows apart.
-TEST(Walk, GaplessRowsJoinIntoOneRun) {
   const struct {
     const char* what;
     Shape shape;
-    int tile;  // tile edge of both images; 0 = untiled, rows 3.. and 5.. of a ROI
+    int tile[2][2];  // tile width, height of a and d; 0 = untiled, rows 3.. and 5.. of a ROI
     int coi;
-    int width, height;  // expected size of every piece
+    int width, height;  // of every piece (width 0: any)
     std::size_t pieces;
   } cases[] = {
-      {"same tiles", {MOX_DEPTH_8U, 1, 0, 64, 64}, 16, 0, 256, 1, 16},
-      {"16-bit, 3 channels, same tiles", {MOX_DEPTH_16U, 3, 0, 32, 32}, 16, 0, 256, 1, 4},
-      {"whole rows of a ROI", {MOX_DEPTH_8U, 1, 0, 64, 64}, 0, 0, 64 * 37, 1, 1},
-      {"padded rows", {MOX_DEPTH_8U, 1, 0, 64, 30}, 0, 0, 30, 37, 1},
-      {"channel of interest", {MOX_DEPTH_8U, 3, 0, 64, 64}, 0, 2, 64, 37, 1},
-      {"plane order", {MOX_DEPTH_8U, 3, 1, 64, 64}, 0, 0, 64, 37, 1},
+      // Column edges at 16, 24, 32, 48 (and 64): 5 pieces a band of 8 rows.
+      {"tiles apart", {MOX_DEPTH_8U, 1, 0, 64, 64}, {{24, 8}, {16, 16}}, 0, 0, 8, 5 * 8},
+      {"same tiles", {MOX_DEPTH_8U, 1, 0, 64, 64}, {{16, 16}, {16, 16}}, 0, 256, 1, 16},
+      {"16-bit, 3 channels, same tiles", {MOX_DEPTH_16U, 3, 0, 32, 32}, {{16, 16}, {16, 16}}, 0,
+       256, 1, 4},
+      {"whole rows of a ROI", {MOX_DEPTH_8U, 1, 0, 64, 64}, {}, 0, 64 * 37, 1, 1},
+      {"padded rows", {MOX_DEPTH_8U, 1, 0, 64, 30}, {}, 0, 30, 37, 1},
+      {"channel of interest", {MOX_DEPTH_8U, 3, 0, 64, 64}, {}, 2, 64, 37, 1},
+      {"plane order", {MOX_DEPTH_8U, 3, 1, 64, 64}, {}, 0, 64, 37, 1},
   };
   for (const auto& c : cases) {
-    const int roiA[5] = {c.coi, 0, 3, 37, c.shape.width}, roiD[5] = {c.coi, 0, 5, 37, c.shape.width};
-    Image a(c.shape, 1, c.tile ? nullptr : roiA), d(c.shape, 2, c.tile ? nullptr : roiD);
+    const int w = c.shape.width, roiA[5] = {c.coi, 0, 3, 37, w}, roiD[5] = {c.coi, 0, 5, 37, w};
+    const bool tiled = c.tile[0][0];
+    Image a(c.shape, 1, tiled ? nullptr : roiA), d(c.shape, 2, tiled ? nullptr : roiD);
     std::unique_ptr<Tiled> ta, td;
-    if (c.tile) ta = std::make_unique<Tiled>(a, c.tile, c.tile), td = std::make_unique<Tiled>(d, c.tile, c.tile);
+    if (tiled) {
+      ta = std::make_unique<Tiled>(a, c.tile[0][0], c.tile[0][1]);
+      td = std::make_unique<Tiled>(d, c.tile[1][0], c.tile[1][1]);
+    }
     const mox::WalkImage images[2] = {{ta ? *ta : static_cast<MoxImage*>(a), "a", false},
                                       {td ? *td : static_cast<MoxImage*>(d), "d", true}};
     std::vector<Piece> pieces;
     ASSERT_TRUE(mox::walk(kPlan, images, 2, nullptr, &notePiece, &pieces)) << c.what;
     ASSERT_EQ(pieces.size(), c.pieces) << c.what;
-    for (const Piece& p : pieces)
-      EXPECT_EQ(std::make_pair(p.width, p.height), std::make_pair(c.width, c.height)) << c.what;
+    int area = 0;
+    for (const Piece& p : pieces) {
+      EXPECT_EQ(p.width, c.width ? c.width : p.width) << c.what;
+      EXPECT_EQ(p.height, c.height) << c.what;
+      area += p.width * p.height;
+    }
+    EXPECT_EQ(area, w * (tiled ? c.shape.height : 37)) << c.what;
+    if (!td) continue;
+    // The destination's tiles are asked for once per band they span, each
+    // after the one before was released.
+    int gets = 0, releases = 0;
+    for (const auto& call : td->calls) (call.mode == MOX_RELEASE_TILE ? releases : gets)++;
+    EXPECT_EQ(gets, w / c.tile[1][0] * (c.shape.height / std::min(c.tile[0][1], c.tile[1][1])))
+        << c.what;
+    EXPECT_EQ(releases, gets);
   }
+}
+
+// With a tile request: one request for that tile, one release at the end.
+TEST(Walk, KernelRunsOverTheRequestedTileOnly) {
+  Capture capture;
+  Image a({MOX_DEPTH_8U, 1, 0, 64, 64}, 1), d({MOX_DEPTH_8U, 1, 0, 64, 64}, 2);
+  Tiled ta(a, 24, 8), td(d, 16, 16);
+  const mox::WalkImage images[2] = {{ta, "a", false}, {td, "d", true}};
+  std::vector<Piece> pieces;
+  const int mapping[2] = {1, 2};
+  ASSERT_TRUE(mox::walk(kPlan, images, 2, mapping, &notePiece, &pieces));
+  ASSERT_EQ(td.calls.size(), 2u);
+  EXPECT_EQ(std::tie(td.calls[0].x, td.calls[0].y, td.calls[0].mode, td.calls[1].mode),
+            std::make_tuple(1, 2, int(MOX_GET_TILE_TO_WRITE), int(MOX_RELEASE_TILE)));
+  int area = 0;
+  for (const Piece& p : pieces) area += p.width * p.height;
+  EXPECT_EQ(area, 16 * 16);
 }
