@@ -1,6 +1,7 @@
 // The three report functions: exact texts, modes, buttons and exits.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -23,62 +24,54 @@ const char kDepthReport[] =
     "\nMOX Library Error: Bad argument \n\tin function [moxadd:1091]:moxAdd(): "
     "(srcImageA->depth != dstImage->depth)\n";
 
-// Sets mode and report function for one test and puts them back after.
-class Reporting : public ::testing::Test {
- protected:
-  void SetUp() override {
-    mode_ = moxGetErrMode();
-    fn_ = moxRedirectError(moxStdErrReport);
-  }
-  void TearDown() override {
-    moxRedirectError(fn_);
-    moxSetErrMode(mode_);
-    moxSetErrStatus(0);
-  }
-  static std::string stderrOf(int mode, int status, const char* func, const char* message,
-                              const char* file, int line) {
-    moxSetErrMode(mode);
-    ::testing::internal::CaptureStderr();
-    EXPECT_EQ(moxError(status, func, message, file, line), status);
-    return ::testing::internal::GetCapturedStderr();
-  }
+// What one report writes to standard error with this report function and
+// mode (both put back after).
+std::string stderrOf(MoxErrorCallBack fn, int mode, int status, const char* func,
+                     const char* message, const char* file, int line) {
+  const int oldMode = moxGetErrMode();
+  const MoxErrorCallBack oldFn = moxRedirectError(fn);
+  moxSetErrMode(mode);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(moxError(status, func, message, file, line), status);
+  moxRedirectError(oldFn);
+  moxSetErrMode(oldMode);
+  moxSetErrStatus(0);
+  return ::testing::internal::GetCapturedStderr();
+}
 
- private:
-  int mode_ = 0;
-  MoxErrorCallBack fn_ = nullptr;
-};
-
-TEST_F(Reporting, StandardErrorTextsInParentMode) {
+TEST(Reporting, StandardErrorTextsByMode) {
+  const MoxErrorCallBack err = moxStdErrReport, nul = moxNulDevReport;
+  const int parent = MOX_ErrorModeParent;
   const struct {
-    int status;
+    MoxErrorCallBack fn;
+    int mode, status;
     const char *func, *message, *file;
     int line;
     const char* text;
   } cases[] = {
-      {-5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
-      {-1, "moxRotate", "", "moxRotat", 87, "\tcalled from [moxRotat:87]:moxRotate(): \n"},
-      {-1, "outer", "m", nullptr, 0, "\tcalled from:outer(): m\n"},
-      {-8, "traced", "arg", "f", 2, "\tcalled from [f:2]:traced(arg)\n"},
-      {-4, nullptr, nullptr, nullptr, 5,
+      {err, parent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
+      {err, parent, -1, "moxRotate", "", "moxRotat", 87, "\tcalled from [moxRotat:87]:moxRotate(): \n"},
+      {err, parent, -1, "outer", "m", nullptr, 0, "\tcalled from:outer(): m\n"},
+      {err, parent, -8, "traced", "arg", "f", 2, "\tcalled from [f:2]:traced(arg)\n"},
+      {err, parent, -4, nullptr, nullptr, nullptr, 5,
        "\nMOX Library Error: Out of memory \n\tin function [:5]:<unknown>\n"},
-      {3, "f", "m", "x", 0, "\nMOX Library Error: Unknown status code 3 \n\tin function [x:0]:f(): m\n"},
+      {err, parent, 3, "f", "m", "x", 0,
+       "\nMOX Library Error: Unknown status code 3 \n\tin function [x:0]:f(): m\n"},
+      {err, MOX_ErrorModeSilent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, ""},
+      // A mode of no known value reports but never ends the process.
+      {err, 9, -5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
+      {nul, parent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, ""},
   };
   for (const auto& c : cases)
-    EXPECT_EQ(stderrOf(MOX_ErrorModeParent, c.status, c.func, c.message, c.file, c.line), c.text)
-        << c.status;
-}
-
-TEST_F(Reporting, QuietModesAndNulDevice) {
-  EXPECT_EQ(stderrOf(MOX_ErrorModeSilent, -5, "moxAdd", kDepthMessage, "moxadd", 1091), "");
-  // A mode of no known value reports but never ends the process.
-  EXPECT_EQ(stderrOf(9, -5, "moxAdd", kDepthMessage, "moxadd", 1091), kDepthReport);
-  moxRedirectError(moxNulDevReport);
-  EXPECT_EQ(stderrOf(MOX_ErrorModeParent, -5, "moxAdd", kDepthMessage, "moxadd", 1091), "");
+    EXPECT_EQ(stderrOf(c.fn, c.mode, c.status, c.func, c.message, c.file, c.line), c.text)
+        << c.status << " mode " << c.mode;
   // The message box is not shown outside Leaf and Parent mode.
-  for (int mode : {MOX_ErrorModeSilent, 5}) {
-    moxSetErrMode(mode);
+  const int mode = moxGetErrMode();
+  for (int quiet : {MOX_ErrorModeSilent, 5}) {
+    moxSetErrMode(quiet);
     EXPECT_EQ(moxGuiBoxReport(-5, "f", "m", "file", 1), -5);
   }
+  moxSetErrMode(mode);
 }
 
 // Runs a Leaf-mode report in a child process whose standard error goes to a
@@ -126,8 +119,7 @@ BoxRun runBox(int mode, int stored, int status, const char* answer) {
   if (pid == 0) {
     setsid();
     if (open(slave.c_str(), O_RDWR) < 0) _exit(5);
-    const int null = open("/dev/null", O_WRONLY);
-    dup2(null, 2);
+    dup2(open("/dev/null", O_WRONLY), 2);
     moxSetErrMode(mode);
     moxSetErrStatus(stored);
     const int r = moxGuiBoxReport(status, "moxAdd", kDepthMessage, "moxadd", 1091);
@@ -147,10 +139,7 @@ BoxRun runBox(int mode, int stored, int status, const char* answer) {
   }
   waitpid(pid, &run.waitStatus, 0);
   close(master);
-  std::string plain;
-  for (char c : run.screen)
-    if (c != '\r') plain += c;
-  run.screen = plain;
+  run.screen.erase(std::remove(run.screen.begin(), run.screen.end(), '\r'), run.screen.end());
   return run;
 }
 

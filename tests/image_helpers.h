@@ -106,6 +106,7 @@ class Image {
   }
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }
+  MoxImage* operator+() const { return im_; }  // where no conversion is tried (?:)
   std::vector<char> bytes() const { return {im_->imageData, im_->imageData + im_->imageSize}; }
   // Channel c, row by row.
   std::vector<double> plane(int c = 0) const {
