@@ -20,6 +20,7 @@ TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
           ta.gather(a);
           tb.gather(b);
           for (const auto& call : ta.calls) EXPECT_NE(call.mode, MOX_GET_TILE_TO_READ);
+          EXPECT_FALSE(ta.badIndex || tb.badIndex);  // not even for empty rectangles
         } else {
           moxExchange(a, b, nullptr);
         }
