@@ -18,49 +18,40 @@ using moxtest::reports;
 
 TEST(Context, ANewThreadStartsFromTheTemplate) {
   std::thread([] {
-    EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
-    EXPECT_EQ(moxGetErrMode(), MOX_ErrorModeLeaf);
+    EXPECT_EQ(std::make_tuple(moxGetErrStatus(), moxGetErrMode()),
+              std::make_tuple(int(MOX_StsNoError), int(MOX_ErrorModeLeaf)));
     MoxContext* ctx = moxUndContext();
     ASSERT_NE(ctx, nullptr);
     EXPECT_EQ(ctx->reportFn, &moxGuiBoxReport);
     for (int word : ctx->reserved) EXPECT_EQ(word, 0);
     EXPECT_EQ(ctx->errorText[0], '\0');
   }).join();
-}
-
-TEST(Context, RecordLayout) {
   EXPECT_EQ(offsetof(MoxContext, errorText) + 80, sizeof(MoxContext));
   if (sizeof(void*) == 4) {
-    EXPECT_EQ(sizeof(MoxContext), 1652u);
-    EXPECT_EQ(sizeof(MoxImage), 112u);
+    EXPECT_EQ(std::make_tuple(sizeof(MoxContext), sizeof(MoxImage)), std::make_tuple(1652u, 112u));
   }
 }
 
-TEST(Context, ModeAndStatusAreStoredAsGiven) {
+TEST(Context, ErrorStoresAndReportsByStatus) {
   Capture capture;
+  // Modes and statuses are stored as given.
   for (int mode : {MOX_ErrorModeLeaf, MOX_ErrorModeSilent, 7, -3, MOX_ErrorModeParent}) {
     moxSetErrMode(mode);
     EXPECT_EQ(moxGetErrMode(), mode);
   }
   moxSetErrStatus(-42);
-  EXPECT_EQ(moxGetErrStatus(), -42);
-  EXPECT_EQ(moxUndContext()->status, -42);
-}
-
-TEST(Context, ErrorStoresAndReportsByStatus) {
-  Capture capture;
-  moxSetErrStatus(-5);
+  EXPECT_EQ(std::make_tuple(moxGetErrStatus(), moxUndContext()->status), std::make_tuple(-42, -42));
+  // No error: the status is cleared, nothing reported.
   EXPECT_EQ(moxError(MOX_StsNoError, "f", "m", "file", 3), 0);
   EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
   EXPECT_TRUE(reports().empty());
-
+  // Traces are reported but keep the stored status.
   moxSetErrStatus(MOX_StsOutOfMemory);
   for (int trace : {MOX_StsBacktrace, MOX_StsAutotraceCall}) {
     EXPECT_EQ(moxError(trace, "f", "m", "file", 3), trace);
     EXPECT_EQ(moxGetErrStatus(), MOX_StsOutOfMemory) << trace;
   }
   EXPECT_EQ(reports().size(), 2u);
-
   EXPECT_EQ(moxError(MOX_StsBadArgument, "moxAdd", "(x)", "moxadd", 1091), MOX_StsBadArgument);
   EXPECT_EQ(moxGetErrStatus(), MOX_StsBadArgument);
   const moxtest::Report r = moxtest::lastReport();
@@ -77,13 +68,11 @@ TEST(Context, StatusTexts) {
     int status;
     const char* text;
   } cases[] = {
-      {0, "No Error"},          {-1, "Backtrace"},
-      {-2, "Unknown error"},    {-3, "Internal error (bad state)"},
-      {-4, "Out of memory"},    {-5, "Bad argument"},
-      {-6, "Unsupported function"},
-      {-7, "Iteration convergence failed"},
-      {-8, "Autotrace call"},   {1, "Unknown status code 1"},
-      {-9, "Unknown error code -9"},
+      {0, "No Error"},          {-1, "Backtrace"},     {-2, "Unknown error"},
+      {-3, "Internal error (bad state)"},              {-4, "Out of memory"},
+      {-5, "Bad argument"},     {-6, "Unsupported function"},
+      {-7, "Iteration convergence failed"},            {-8, "Autotrace call"},
+      {1, "Unknown status code 1"},                    {-9, "Unknown error code -9"},
       {2147483647, "Unknown status code 2147483647"},
       {-2147483647 - 1, "Unknown error code -2147483648"},
   };
@@ -104,30 +93,26 @@ TEST(Context, RedirectReturnsThePreviousFunction) {
 // others change theirs.
 TEST(Context, ThreadsAreIndependent) {
   constexpr int kThreads = 4;
-  std::atomic<int> arrived{0};
-  std::atomic<int> failures{0};
+  std::atomic<int> arrived{0}, failures{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
+  for (int t = 0; t < kThreads; ++t)
     threads.emplace_back([t, &arrived, &failures] {
-      const int mode = t % 3;
       const MoxErrorCallBack fn = t % 2 ? moxNulDevReport : moxStdErrReport;
-      moxSetErrMode(mode);
+      moxSetErrMode(t % 3);
       moxSetErrStatus(-100 - t);
       moxRedirectError(fn);
       ++arrived;
       while (arrived.load() < kThreads) std::this_thread::yield();
       for (int i = 0; i < 1000; ++i) {
-        if (moxGetErrMode() != mode || moxGetErrStatus() != -100 - t ||
-            moxUndContext()->reportFn != fn)
-          ++failures;
+        failures += moxGetErrMode() != t % 3 || moxGetErrStatus() != -100 - t ||
+                    moxUndContext()->reportFn != fn;
         moxSetErrStatus(-100 - t);
       }
     });
-  }
   for (auto& th : threads) th.join();
   EXPECT_EQ(failures.load(), 0);
-  EXPECT_EQ(moxGetErrMode(), MOX_ErrorModeLeaf);
-  EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
+  EXPECT_EQ(std::make_tuple(moxGetErrMode(), moxGetErrStatus()),
+            std::make_tuple(int(MOX_ErrorModeLeaf), int(MOX_StsNoError)));
 }
 
 }  // namespace
