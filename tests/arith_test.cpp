@@ -1,7 +1,7 @@
 // Arithmetic, logic, copy and set: every rule on every depth against a
 // reference, on whole images, ROIs, channels of interest, plane order, packed
 // bits at odd offsets and in place; then the checks with their messages and
-// lines.
+// lines; exchange on plain and tiled images.
 #include <gtest/gtest.h>
 
 #include "op_cases.h"
@@ -85,6 +85,7 @@ TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       {"moxRShiftS", "moxshfts", 1, {798, 799}, 801, 802, 815, nullptr},
       {"moxSquare", "moxsqr", 1, {823, 824}, 826, 827, 840, nullptr},
       {"moxAbs", "moxabs", 1, {403, 404}, 406, 407, 420, nullptr},
+      {"moxCopy", "moxcopy", 1, {60, 61}, 63, 64, 70, nullptr},
       {"moxNot", "moxxors", 1, {676, 677}, 679, 680, 693, "moxXorS"},
   };
   // The image spoilt (0, 1: sources; 2: destination; no spoil: left out),
@@ -134,4 +135,46 @@ TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       expectReport(l.reportedAs ? l.reportedAs : l.func, text, line, l.file);
       EXPECT_EQ(d.bytes(), before) << l.func << " " << text;
     }
+}
+
+// ---------------------------------------------------------------- exchange
+
+TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
+  Capture capture;
+  const auto first = [](const ll* v) { return v[0]; };
+  for (unsigned depth : kDepths)
+    for (const Layout& l : layouts(depth))
+      for (bool tiled : {false, true}) {
+        Image a = l.make(depth, 0), b = l.make(depth, 2);
+        const auto wantB = expected({a, b}, first), wantA = expected({b, a}, first);
+        if (tiled) {
+          Tiled ta(a, 8, 16), tb(b, 16, 8);
+          moxExchange(ta, tb, nullptr);
+          ta.gather(a);
+          tb.gather(b);
+          for (const auto& call : ta.calls) EXPECT_NE(call.mode, MOX_GET_TILE_TO_READ);
+          EXPECT_FALSE(ta.badIndex || tb.badIndex);  // not even for empty rectangles
+        } else {
+          moxExchange(a, b, nullptr);
+        }
+        EXPECT_EQ(pixels(a), wantA) << l.name << " tiled " << tiled << " " << std::hex << depth;
+        EXPECT_EQ(pixels(b), wantB) << l.name << " tiled " << tiled << " " << std::hex << depth;
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Data, ChecksReportAndWriteNothing) {
+  Capture capture;
+  Image a({MOX_DEPTH_8U, 2, 0, 4, 5}, 1), b({MOX_DEPTH_8U, 2, 0, 4, 5}, 2);
+  const auto beforeA = a.bytes(), beforeB = b.bytes();
+  a.roi(2, 0, 0, 2, 2);
+  moxExchange(a, b, nullptr);
+  expectReport("moxExchange", "(nChA != nChB)", 70);
+  moxExchange(a, nullptr, nullptr);
+  expectReport("moxExchange", "Image header is null", 61);
+  b->align = 2;
+  moxSet(b, 1, nullptr);
+  expectReport("moxSet", "Image align is invalid", 52);
+  EXPECT_EQ(a.bytes(), beforeA);
+  EXPECT_EQ(b.bytes(), beforeB);
 }

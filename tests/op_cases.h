@@ -52,41 +52,43 @@ struct OpCase {
   []([[maybe_unused]] unsigned d, [[maybe_unused]] ll a, [[maybe_unused]] ll b,                  \
      [[maybe_unused]] ll v, [[maybe_unused]] int r) -> ll { return e; }
 
+// Every rule once per scalar (or shift count) of its row.
 inline std::vector<OpCase> allOps() {
-  std::vector<OpCase> o = {
-      {"moxAdd", 2, 0, 0, REF(clampTo(d, a + b))},
-      {"moxSubtract", 2, 0, 0, REF(clampTo(d, a - b))},
-      {"moxSubtract", 2, 0, 7, REF(clampTo(d, b - a))},
-      {"moxMultiply", 2, 0, 0, REF(clampTo(d, a * b))},
-      {"moxAnd", 2, 0, 0, REF(wrap(d, a & b))},
-      {"moxOr", 2, 0, 0, REF(wrap(d, a | b))},
-      {"moxXor", 2, 0, 0, REF(wrap(d, a ^ b))},
-      {"moxSquare", 1, 0, 0, REF(clampTo(d, a * a))},
-      {"moxAbs", 1, 0, 0, REF(a < 0 ? wrap(d, -a) : a)},
-      {"moxNot", 1, 0, 0, REF(wrap(d, ~a))},
-      {"moxCopy", 1, 0, 0, REF(a)},
+  const struct {
+    const char* func;
+    int sources, reverse;
+    std::vector<int> values;
+    ll (*ref)(unsigned d, ll a, ll b, ll v, int r);
+  } rules[] = {
+      {"moxAdd", 2, 0, {0}, REF(clampTo(d, a + b))},
+      {"moxSubtract", 2, 0, {0}, REF(clampTo(d, a - b))},
+      {"moxSubtract", 2, 7, {0}, REF(clampTo(d, b - a))},
+      {"moxMultiply", 2, 0, {0}, REF(clampTo(d, a * b))},
+      {"moxAnd", 2, 0, {0}, REF(wrap(d, a & b))},
+      {"moxOr", 2, 0, {0}, REF(wrap(d, a | b))},
+      {"moxXor", 2, 0, {0}, REF(wrap(d, a ^ b))},
+      {"moxSquare", 1, 0, {0}, REF(clampTo(d, a * a))},
+      {"moxAbs", 1, 0, {0}, REF(a < 0 ? wrap(d, -a) : a)},
+      {"moxNot", 1, 0, {0}, REF(wrap(d, ~a))},
+      {"moxCopy", 1, 0, {0}, REF(a)},
+      {"moxAddS", 1, 0, {77, -300, 3, INT_MAX}, REF(clampTo(d, a + v))},
+      {"moxMultiplyS", 1, 0, {77, -300, 3, INT_MAX}, REF(clampTo(d, a * v))},
+      {"moxSubtractS", 1, 0, {1000, 5, -70000}, REF(clampTo(d, a - v))},
+      {"moxSubtractS", 1, 1, {1000, 5, -70000}, REF(clampTo(d, v - a))},
+      {"moxAndS", 1, 0, {0x1F5, -7, 0x10F0F}, REF(wrap(d, a & v))},
+      {"moxOrS", 1, 0, {0x1F5, -7, 0x10F0F}, REF(wrap(d, a | v))},
+      {"moxXorS", 1, 0, {0x1F5, -7, 0x10F0F}, REF(wrap(d, a ^ v))},
+      // Shift counts are taken modulo 32; signed values below 32 bits shift
+      // right as their 32-bit two's complement.
+      {"moxLShiftS", 1, 0, {0, 1, 2, 9, 17, 25, 31, 33}, REF(wrap(d, ll(unsigned(a) << (v & 31))))},
+      {"moxRShiftS", 1, 0, {0, 1, 2, 9, 17, 25, 31, 33},
+       REF(d == MOX_DEPTH_32S || !(d & MOX_DEPTH_SIGN) ? a >> (v & 31)
+                                                       : wrap(d, unsigned(a) >> (v & 31)))},
+      {"moxSet", 0, 0, {0, 1, -1, 0x12345, -200}, REF(wrap(d, v))},
   };
-  for (int x : {77, -300, 3, INT_MAX}) {
-    o.push_back({"moxAddS", 1, x, 0, REF(clampTo(d, a + v))});
-    o.push_back({"moxMultiplyS", 1, x, 0, REF(clampTo(d, a * v))});
-  }
-  for (int r : {0, 1})
-    for (int x : {1000, 5, -70000})
-      o.push_back({"moxSubtractS", 1, x, r, REF(clampTo(d, r ? v - a : a - v))});
-  for (int x : {0x1F5, -7, 0x10F0F}) {
-    o.push_back({"moxAndS", 1, x, 0, REF(wrap(d, a & v))});
-    o.push_back({"moxOrS", 1, x, 0, REF(wrap(d, a | v))});
-    o.push_back({"moxXorS", 1, x, 0, REF(wrap(d, a ^ v))});
-  }
-  // Shift counts are taken modulo 32; signed values below 32 bits shift
-  // right as their 32-bit two's complement.
-  for (int n : {0, 1, 2, 9, 17, 25, 31, 33}) {
-    o.push_back({"moxLShiftS", 1, n, 0, REF(wrap(d, ll(unsigned(a) << (v & 31))))});
-    o.push_back({"moxRShiftS", 1, n, 0,
-                 REF(d == MOX_DEPTH_32S || !(d & MOX_DEPTH_SIGN) ? a >> (v & 31)
-                                                                 : wrap(d, unsigned(a) >> (v & 31)))});
-  }
-  for (int x : {0, 1, -1, 0x12345, -200}) o.push_back({"moxSet", 0, x, 0, REF(wrap(d, v))});
+  std::vector<OpCase> o;
+  for (const auto& r : rules)
+    for (int v : r.values) o.push_back({r.func, r.sources, v, r.reverse, r.ref});
   return o;
 }
 #undef REF
