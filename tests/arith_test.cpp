@@ -133,6 +133,7 @@ TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       const auto before = d.bytes();
       runOp(l.func, m[0], m[1], m[2], 1, 0, nullptr);
       expectReport(l.reportedAs ? l.reportedAs : l.func, text, line, l.file);
+      EXPECT_TRUE(reports().empty());
       EXPECT_EQ(d.bytes(), before) << l.func << " " << text;
     }
 }
@@ -175,6 +176,7 @@ TEST(Data, ChecksReportAndWriteNothing) {
   b->align = 2;
   moxSet(b, 1, nullptr);
   expectReport("moxSet", "Image align is invalid", 52);
+  EXPECT_TRUE(reports().empty());
   EXPECT_EQ(a.bytes(), beforeA);
   EXPECT_EQ(b.bytes(), beforeB);
 }

@@ -16,10 +16,7 @@ using moxbench::Shape;
 using moxbench::TiledImage;
 
 TEST(BenchTiledImage, HoldsThePixelsItWasLoadedFromInTheTileLayout) {
-  const struct {
-    Shape shape;
-    int tile;
-  } cases[] = {
+  const struct { Shape shape; int tile; } cases[] = {
       {{MOX_DEPTH_8U, 64, 64, 1}, 64},   // one tile
       {{MOX_DEPTH_8U, 100, 70, 1}, 64},  // partial tiles on the right and at the bottom
       {{MOX_DEPTH_16U, 96, 40, 3}, 32},  // several channels of two bytes
@@ -54,10 +51,7 @@ TEST(BenchTiledImage, AnswersOnlyRequestsForItsOwnTiles) {
   TiledImage tiled({MOX_DEPTH_8U, 100, 70, 1}, 64);  // 2 x 2 tiles
   ASSERT_TRUE(tiled.ok());
   const MoxImage* image = tiled.get();
-  const struct {
-    int x, y, mode;
-    bool answered;
-  } requests[] = {
+  const struct { int x, y, mode; bool answered; } requests[] = {
       {1, 1, MOX_GET_TILE_TO_WRITE, true},  {0, 0, MOX_GET_TILE_TO_READ, true},
       {2, 0, MOX_GET_TILE_TO_READ, false},  {0, 2, MOX_GET_TILE_TO_READ, false},
       {-1, 0, MOX_GET_TILE_TO_READ, false}, {0, 0, 3, false},

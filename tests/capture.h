@@ -3,17 +3,14 @@
 #pragma once
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "moxpx.h"
 
 namespace moxtest {
 
-struct Report {
-  int status;
-  std::string func, message, file;
-  int line;
-};
+struct Report { int status; std::string func, message, file; int line; };
 
 inline std::vector<Report>& reports() {
   static thread_local std::vector<Report> all;
@@ -22,6 +19,21 @@ inline std::vector<Report>& reports() {
 
 // The last report (an empty one when nothing was reported).
 inline Report lastReport() { return reports().empty() ? Report{} : reports().back(); }
+
+// Takes the first report off the list: a bad argument from func (in file,
+// when given) at line with the message (a header fault text may be given
+// without its padding: then the report's is cut off).
+inline void expectReport(const std::string& func, const std::string& message, int line,
+                         const char* file = nullptr) {
+  ASSERT_FALSE(reports().empty()) << func << " " << message;
+  const Report r = reports().front();
+  reports().erase(reports().begin());
+  const std::string got = !message.empty() && message.back() == '\n'
+                              ? r.message
+                              : r.message.substr(0, r.message.find_last_not_of(" \n") + 1);
+  EXPECT_EQ(std::tie(r.status, r.func, got, r.line, r.file),
+            std::make_tuple(int(MOX_StsBadArgument), func, message, line, file ? file : r.file));
+}
 
 class Capture {
  public:

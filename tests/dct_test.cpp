@@ -19,9 +19,7 @@ std::vector<double> directDct(const std::vector<double>& f, int h, int w, bool i
   });
 }
 
-struct Size {
-  int h, w;
-};
+struct Size { int h, w; };
 
 TEST(DCT2D, MatchesTheDirectTransformBothWays) {
   for (const Size s : {Size{1, 8}, Size{8, 1}, Size{1, 7}, Size{2, 2}, Size{8, 8}, Size{5, 9},
@@ -104,12 +102,8 @@ TEST(DCT2D, ChecksReportTheirConditionAndWriteNothing) {
     const auto before = dst.bytes();
     Capture capture;
     moxDCT2D(c.spoil ? +src : nullptr, c.spoil ? +dst : nullptr, c.flags);
-    ASSERT_EQ(reports().size(), 1u) << c.name;
-    const Report& r = reports()[0];
-    EXPECT_EQ(std::tie(r.message, r.line, r.func, r.file, r.status),
-              std::make_tuple(c.message, c.line, std::string("moxDCT2D"), std::string("moxdct"),
-                              int(MOX_StsBadArgument)))
-        << c.name;
+    expectReport("moxDCT2D", c.message, c.line, "moxdct");
+    EXPECT_TRUE(reports().empty()) << c.name;
     EXPECT_EQ(dst.bytes(), before) << c.name;
   }
   Capture capture;

@@ -59,9 +59,7 @@ void expectNear(const std::vector<Cx>& got, const std::vector<Cx>& want, const s
       ADD_FAILURE() << what << " at " << i << ": " << got[i] << " vs " << want[i];
 }
 
-struct Size {
-  int h, w;
-};
+struct Size { int h, w; };
 
 // Even, odd, powers of two, mixed radices, a generic prime (11, 17, 19) and
 // large primes (67, 127) handled by the chirp convolution; single rows and
@@ -219,15 +217,10 @@ TEST(Fft2D, ChecksReportTheirMessageAndLine) {
                 c.messages.empty() ? 0 : MOX_StsBadArgument)
           << c.name;
       const bool real = op == Fft(moxRealFft2D);
-      ASSERT_EQ(reports().size(), c.messages.size()) << c.name;
-      for (std::size_t i = 0; i < c.messages.size(); ++i) {
-        const Report& r = reports()[i];
-        EXPECT_EQ(std::tie(r.message, r.line, r.func, r.file, r.status),
-                  std::make_tuple(c.messages[i], c.realLine + (real ? 0 : 102),
-                                  std::string(real ? "moxRealFft2D" : "moxCcsFft2D"),
-                                  std::string("moxfft2d"), int(MOX_StsBadArgument)))
-            << c.name;
-      }
+      for (const std::string& m : c.messages)
+        expectReport(real ? "moxRealFft2D" : "moxCcsFft2D", m, c.realLine + (real ? 0 : 102),
+                     "moxfft2d");
+      EXPECT_TRUE(reports().empty()) << c.name;
       src->imageData = data[0];
       dst->imageData = data[1];
       EXPECT_EQ(dst.bytes(), before) << c.name;

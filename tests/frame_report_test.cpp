@@ -104,10 +104,7 @@ TEST(ReportDeathTest, LeafModeEndsTheProcessWithCodeOne) {
 #if defined(__linux__)
 // The message box on a terminal: a child gets a new pseudo-terminal as its
 // controlling terminal, the test answers the prompt and reads the screen.
-struct BoxRun {
-  std::string screen;
-  int waitStatus = 0;
-};
+struct BoxRun { std::string screen; int waitStatus = 0; };
 
 BoxRun runBox(int mode, int stored, int status, const char* answer) {
   BoxRun run;

@@ -20,12 +20,17 @@ namespace testimg {
 using ll = long long;
 
 using moxtest::Capture;
+using moxtest::expectReport;
 using moxtest::Report;
 using moxtest::reports;
 
 // ---------------------------------------------------------------- pixels
 
 inline unsigned bitsOf(unsigned depth) { return depth & ~MOX_DEPTH_SIGN; }
+// Values per pixel as the tests store them (packed bits: one channel).
+inline int valueChannels(const MoxImage* im) {
+  return im->depth == MOX_DEPTH_1U ? 1 : im->nChannels;
+}
 inline ll lowest(unsigned d) { return d & MOX_DEPTH_SIGN ? -(1LL << (bitsOf(d) - 1)) : 0; }
 inline ll highest(unsigned d) { return (1LL << (bitsOf(d) - (d & MOX_DEPTH_SIGN ? 1 : 0))) - 1; }
 inline ll clampTo(unsigned d, ll v) { return std::clamp(v, lowest(d), highest(d)); }
@@ -37,10 +42,7 @@ inline ll wrap(unsigned d, ll v) {
 
 // Address and bit of value (x, y, c) in a block laid out like the image
 // (or like one of its tiles: rows `step` apart, `rows` rows).
-struct Spot {
-  unsigned char* byte;
-  int bit;
-};
+struct Spot { unsigned char* byte; int bit; };
 
 inline Spot spot(const MoxImage* im, char* base, int step, int rows, int x, int y, int c) {
   const unsigned bits = bitsOf(im->depth);
@@ -67,12 +69,13 @@ inline void store(unsigned depth, Spot s, ll v) {
   std::memcpy(s.byte, &u, bitsOf(depth) / 8);
 }
 
+inline Spot spot(const MoxImage* im, int x, int y, int c) {
+  return spot(im, im->imageData, im->widthStep, im->height, x, y, c);
+}
 inline ll get(const MoxImage* im, int x, int y, int c = 0) {
-  return load(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c));
+  return load(im->depth, spot(im, x, y, c));
 }
-inline void set(MoxImage* im, int x, int y, int c, ll v) {
-  store(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c), v);
-}
+inline void set(MoxImage* im, int x, int y, int c, ll v) { store(im->depth, spot(im, x, y, c), v); }
 
 // ---------------------------------------------------------------- images
 
@@ -97,7 +100,6 @@ class Image {
   }
   ~Image() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI); }
   Image(const Image&) = delete;
-  Image& operator=(const Image&) = delete;
 
   Image& roi(int coi, int x, int y, int h, int w) {
     if (im_->roi) moxDeleteROI(im_->roi);
@@ -111,8 +113,8 @@ class Image {
   // Channel c, row by row.
   std::vector<double> plane(int c = 0) const {
     std::vector<double> v;
-    for (int y = 0; y < im_->height; ++y)
-      for (int x = 0; x < im_->width; ++x) v.push_back(double(get(im_, x, y, c)));
+    for (int i = 0; i < im_->height * im_->width; ++i)
+      v.push_back(double(get(im_, i % im_->width, i / im_->width, c)));
     return v;
   }
 
@@ -142,7 +144,6 @@ class Tiled {
   }
   ~Tiled() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_ROI | MOX_FREE_TILEINFO); }
   Tiled(const Tiled&) = delete;
-  Tiled& operator=(const Tiled&) = delete;
 
   // Copies the tiles' pixels into an image of the same shape.
   void gather(MoxImage* into) {
@@ -152,10 +153,7 @@ class Tiled {
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }
 
-  struct Call {
-    const MoxImage* image;
-    int x, y, mode;
-  };
+  struct Call { const MoxImage* image; int x, y, mode; };
   std::vector<Call> calls;
   int nullOnGet = -1;      // the get with this number (from 0) leaves tileData null
   int keepOnRelease = -1;  // the release with this number leaves tileData set
@@ -183,13 +181,11 @@ class Tiled {
   template <class F>
   void forEach(const MoxImage* p, F f) {
     const int tw = info_->width, th = info_->height;
-    const int channels = p->depth == MOX_DEPTH_1U ? 1 : p->nChannels;
     for (int y = 0; y < p->height; ++y)
       for (int x = 0; x < p->width; ++x)
-        for (int c = 0; c < channels; ++c) {
+        for (int c = 0; c < valueChannels(p); ++c) {
           char* tile = tiles_[static_cast<size_t>((y / th) * across_ + x / tw)].data();
-          f(spot(p, tile, step_, th, x % tw, y % th, c),
-            spot(p, p->imageData, p->widthStep, p->height, x, y, c));
+          f(spot(p, tile, step_, th, x % tw, y % th, c), spot(p, x, y, c));
         }
   }
 

@@ -14,9 +14,7 @@ using namespace testimg;
 namespace {
 
 // Tile width and height of a, b, d; 0 = not tiled.
-struct TileSet {
-  int size[3][2];
-};
+struct TileSet { int size[3][2]; };
 
 // Runs the case once on plain images and once on tiled twins (the images
 // whose tile size is not 0), and compares the destinations. Each tiled image
@@ -105,11 +103,7 @@ TEST(Walk, TileRequestChecks) {
   Capture capture;
   // The destination's rectangle is columns and rows 16..23, tiles of 8 x 8;
   // line 0: the request passes.
-  const struct {
-    int x, y;
-    const char* message;
-    int line;
-  } cases[] = {
+  const struct { int x, y; const char* message; int line; } cases[] = {
       {4, 2, "(dTile.begX > dRoi.endX)", 1173},       {2, 4, "(dTile.begY > dRoi.endY)", 1174},
       {0, 2, "(dTile.endX < dRoi.begX)", 1175},       {2, 0, "(dTile.endY < dRoi.begY)", 1176},
       {INT_MAX, 2, "(dTile.begX > dRoi.endX)", 1173}, {INT_MIN, 2, "(dTile.endX < dRoi.begX)", 1175},
@@ -173,6 +167,7 @@ TEST(Walk, CallBacksThatMisbehave) {
     reports().clear();
     runOp(k.func, ta, tb, td, 5, 0, k.fault == NullFirst ? mapping : nullptr);
     expectReport(k.func, message, k.line);
+    EXPECT_TRUE(reports().empty());
     if (k.fault == KeptAtEnd && two) {  // every pixel was written before the release failed
       td.gather(d);
       EXPECT_EQ(get(d, 3, 4), clampTo(MOX_DEPTH_8U, get(a, 3, 4) + get(b, 3, 4)));
@@ -182,9 +177,7 @@ TEST(Walk, CallBacksThatMisbehave) {
 
 namespace {
 
-struct Piece {
-  int width, height;
-};
+struct Piece { int width, height; };
 
 void notePiece(const mox::View* views, const void* arg) {
   static_cast<std::vector<Piece>*>(const_cast<void*>(arg))->push_back({views[0].width, views[0].height});
