@@ -10,11 +10,15 @@
 
 namespace {
 
+MoxImage* header(int nChannels, int alpha, unsigned depth, int order, int origin, int align,
+                 int height, int width, const char* model = "RGB", const char* seq = "RGB") {
+  return moxCreateImageHeader(nChannels, alpha, depth, model, seq, order, origin, align, height,
+                              width, nullptr, nullptr, nullptr);
+}
+
 TEST(Records, RowStepAndSizeAcrossDepthsOrdersAndAlignments) {
   const struct {
-    int nChannels;
-    unsigned depth;
-    int dataOrder, align, height, width, widthStep, imageSize;
+    int nChannels; unsigned depth; int order, align, height, width, step, size;
   } cases[] = {
       {3, MOX_DEPTH_8U, 0, 4, 2, 5, 16, 32},   {3, MOX_DEPTH_8U, 1, 4, 2, 5, 8, 48},
       {1, MOX_DEPTH_1U, 0, 4, 1, 33, 8, 8},    {1, MOX_DEPTH_1U, 0, 8, 2, 1, 8, 16},
@@ -25,27 +29,23 @@ TEST(Records, RowStepAndSizeAcrossDepthsOrdersAndAlignments) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::Message() << c.nChannels << "ch depth " << c.depth << " order "
-                                      << c.dataOrder << " align " << c.align << " " << c.width
-                                      << "x" << c.height);
-    MoxImage* image = moxCreateImageHeader(c.nChannels, 0, c.depth, "RGB", "RGB", c.dataOrder, 0,
-                                           c.align, c.height, c.width, nullptr, nullptr, nullptr);
+                                      << c.order << " align " << c.align << " " << c.width << "x"
+                                      << c.height);
+    MoxImage* image = header(c.nChannels, 0, c.depth, c.order, 0, c.align, c.height, c.width);
     ASSERT_NE(image, nullptr);
     EXPECT_EQ(std::tie(image->widthStep, image->imageSize, image->headerSize),
-              std::make_tuple(c.widthStep, c.imageSize, int(sizeof(MoxImage))));
+              std::make_tuple(c.step, c.size, int(sizeof(MoxImage))));
     moxAllocateImage(image, -1);
     ASSERT_NE(image->imageData, nullptr);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(image->imageData) % c.align, 0u);
-    EXPECT_EQ(image->imageSize, c.imageSize);
+    EXPECT_EQ(image->imageSize, c.size);
     moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA);
   }
 }
 
 TEST(Records, CreationRefusesBadFields) {
   const struct {
-    const char* what;
-    int nChannels, alpha;
-    unsigned depth;
-    int order, origin, align, height, width;
+    const char* what; int nChannels, alpha; unsigned depth; int order, origin, align, height, width;
   } refused[] = {
       {"align 2", 1, 0, 8, 0, 0, 2, 4, 4},         {"origin 2", 1, 0, 8, 0, 2, 4, 4, 4},
       {"depth 12", 1, 0, 12, 0, 0, 4, 4, 4},       {"no channels", 0, 0, 8, 0, 0, 4, 4, 4},
@@ -58,17 +58,13 @@ TEST(Records, CreationRefusesBadFields) {
       {"plane size overflow", 4, 0, MOX_DEPTH_8U, 1, 0, 4, 1 << 15, 1 << 15},
   };
   for (const auto& c : refused)
-    EXPECT_EQ(moxCreateImageHeader(c.nChannels, c.alpha, c.depth, "RGB", "RGB", c.order, c.origin,
-                                   c.align, c.height, c.width, nullptr, nullptr, nullptr),
+    EXPECT_EQ(header(c.nChannels, c.alpha, c.depth, c.order, c.origin, c.align, c.height, c.width),
               nullptr)
         << c.what;
-  EXPECT_EQ(moxCreateImageHeader(1, 0, 8, "G", nullptr, 0, 0, 4, 4, 4, nullptr, nullptr, nullptr),
-            nullptr);
-  EXPECT_EQ(moxCreateImageHeader(1, 0, 8, nullptr, "G", 0, 0, 4, 4, 4, nullptr, nullptr, nullptr),
-            nullptr);
+  EXPECT_EQ(header(1, 0, 8, 0, 0, 4, 4, 4, "G", nullptr), nullptr);
+  EXPECT_EQ(header(1, 0, 8, 0, 0, 4, 4, 4, nullptr, "G"), nullptr);
   // Zero sizes are accepted here (validation refuses them later).
-  MoxImage* empty = moxCreateImageHeader(1, 0, 8, "G", "G", 0, 0, 4, 0, 0, nullptr, nullptr,
-                                         nullptr);
+  MoxImage* empty = header(1, 0, 8, 0, 0, 4, 0, 0);
   ASSERT_NE(empty, nullptr);
   moxDeallocateHeader(empty);
 }
@@ -88,28 +84,22 @@ TEST(Records, HeaderFieldsAndDefaults) {
               std::make_tuple(int(MOX_BORDER_CONSTANT), 0));
   moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_ROI);
   // Short names are padded with zeros.
-  MoxImage* shortNames = moxCreateImageHeader(1, 0, 8, "G", "", 0, 0, 4, 1, 1, nullptr, nullptr,
-                                              nullptr);
-  ASSERT_NE(shortNames, nullptr);
-  EXPECT_EQ(std::string(shortNames->colorModel, 4) + std::string(shortNames->channelSeq, 4),
+  image = header(1, 0, 8, 0, 0, 4, 1, 1, "G", "");
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(std::string(image->colorModel, 4) + std::string(image->channelSeq, 4),
             std::string("G\0\0\0\0\0\0\0", 8));
-  moxDeallocateHeader(shortNames);
+  moxDeallocateHeader(image);
 }
 
 TEST(Records, AllocationFillPatterns) {
-  const struct {
-    unsigned depth;
-    int fill;
-    std::uint32_t word;  // every 32-bit word of the block
-  } cases[] = {
+  const struct { unsigned depth; int fill; std::uint32_t word; } cases[] = {  // every word
       {MOX_DEPTH_1U, 3, 0xFFFFFFFFu},          {MOX_DEPTH_1U, 2, 0u},
       {MOX_DEPTH_8U, 0x1234, 0x34343434u},     {MOX_DEPTH_8S, -2, 0xFEFEFEFEu},
       {MOX_DEPTH_16U, 0x1234, 0x12341234u},    {MOX_DEPTH_16S, 0x7FFF8001, 0x80018001u},
       {MOX_DEPTH_32S, -2, 0xFFFFFFFEu},
   };
   for (const auto& c : cases) {
-    MoxImage* image = moxCreateImageHeader(1, 0, c.depth, "G", "G", 0, 0, 4, 3, 7, nullptr,
-                                           nullptr, nullptr);
+    MoxImage* image = header(1, 0, c.depth, 0, 0, 4, 3, 7);
     moxAllocateImage(image, c.fill);
     for (int at = 0; at + 4 <= image->imageSize; at += 4) {
       std::uint32_t v;
@@ -121,8 +111,7 @@ TEST(Records, AllocationFillPatterns) {
 }
 
 TEST(Records, AllocationRefusesABadHeader) {
-  MoxImage* image = moxCreateImageHeader(1, 0, 8, "G", "G", 0, 0, 4, 4, 4, nullptr, nullptr,
-                                         nullptr);
+  MoxImage* image = header(1, 0, 8, 0, 0, 4, 4, 4);
   ASSERT_NE(image, nullptr);
   image->align = 3;
   moxAllocateImage(image, 0);
@@ -141,11 +130,11 @@ TEST(Records, AllocationRefusesABadHeader) {
 }
 
 TEST(Records, ReleaseByFlags) {
-  MoxImage* mask = moxCreateImageHeader(1, 0, 1, "G", "G", 0, 0, 4, 4, 4,
-                                        moxCreateROI(0, 0, 0, 1, 1), nullptr, nullptr);
+  MoxImage* mask = header(1, 0, 1, 0, 0, 4, 4, 4);
+  mask->roi = moxCreateROI(0, 0, 0, 1, 1);
   moxAllocateImage(mask, 0);
-  MoxImage* image = moxCreateImageHeader(1, 0, 8, "G", "G", 0, 0, 4, 4, 4,
-                                         moxCreateROI(1, 0, 0, 2, 2), nullptr, nullptr);
+  MoxImage* image = header(1, 0, 8, 0, 0, 4, 4, 4);
+  image->roi = moxCreateROI(1, 0, 0, 2, 2);
   moxAllocateImage(image, 7);
   image->maskRoi = mask;
   image->tileInfo = moxCreateTileInfo(nullptr, 5, 8, 8);
@@ -182,8 +171,7 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   moxDeleteTileInfo(nullptr);
 
   // Border modes change only the named sides; any mode is stored as given.
-  MoxImage* image = moxCreateImageHeader(1, 0, 8, "G", "G", 0, 0, 4, 4, 4, nullptr, nullptr,
-                                         nullptr);
+  MoxImage* image = header(1, 0, 8, 0, 0, 4, 4, 4);
   moxSetBorderMode(image, MOX_BORDER_WRAP, MOX_SIDE_ALL, 9);
   moxSetBorderMode(image, MOX_BORDER_REFLECT, MOX_SIDE_TOP | MOX_SIDE_LEFT | 0x100, 0);
   moxSetBorderMode(image, 77, MOX_SIDE_RIGHT, -1);
