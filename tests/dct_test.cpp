@@ -68,33 +68,25 @@ TEST(DCT2D, ChannelOfInterestAndRoi) {
 }
 
 TEST(DCT2D, ChecksReportTheirConditionAndWriteNothing) {
-  const auto none = [](Image&, Image&) {};
+  const std::string dir = "(flags & (MOX_DCT_FORWARD | MOX_DCT_INVERSE))";
   const struct {
-    const char* name;
-    int flags;
-    void (*spoil)(Image& src, Image& dst);
-    std::string message;
-    int line;
+    const char* name; int flags; void (*spoil)(Image& s, Image& d); std::string message; int line;
   } cases[] = {
-      {"no direction", MOX_DCT_SAVE, none,
-       "((flags & (MOX_DCT_FORWARD | MOX_DCT_INVERSE)) == 0 || (flags & (MOX_DCT_FORWARD | "
-       "MOX_DCT_INVERSE)) == (MOX_DCT_FORWARD | MOX_DCT_INVERSE))",
-       70},
-      {"bad source header", 1, [](Image& s, Image&) { s->align = 2; },
+      {"no direction", MOX_DCT_SAVE, SPOIL(),
+       "(" + dir + " == 0 || " + dir + " == (MOX_DCT_FORWARD | MOX_DCT_INVERSE))", 70},
+      {"bad source header", 1, SPOIL(s->align = 2),
        std::string("Image align is invalid") + std::string(48, ' ') + "\n", 60},
-      {"1U destination", 1, [](Image&, Image& d) { d->depth = MOX_DEPTH_1U; },
-       "(dstImage->depth == MOX_DEPTH_1U)", 74},
-      {"channels", 1, [](Image& s, Image&) { s->nChannels = 2, s->imageSize *= 2; },
+      {"1U destination", 1, SPOIL(d->depth = MOX_DEPTH_1U), "(dstImage->depth == MOX_DEPTH_1U)", 74},
+      {"channels", 1, SPOIL(s->nChannels = 2, s->imageSize *= 2),
        "(srcImage->nChannels != dstImage->nChannels)", 75},
-      {"COIs", 1, [](Image&, Image& d) { d.roi(1, 0, 0, 6, 6); },
-       "(srcImage->roi->coi != dstImage->roi->coi)", 76},
-      {"short block", 1, [](Image& s, Image&) { s->imageSize = 10; },
+      {"COIs", 1, SPOIL(d.roi(1, 0, 0, 6, 6)), "(srcImage->roi->coi != dstImage->roi->coi)", 76},
+      {"short block", 1, SPOIL(s->imageSize = 10),
        "(srcImage->widthStep * srcImage->height > srcImage->imageSize)", 77},
-      {"ROI outside", 2, [](Image&, Image& d) { d.roi(0, 5, 5, 3, 3); },
-       "(dstImage->roi is outside dstImage)", 80},
-      {"ROIs apart", 2, [](Image& s, Image& d) { s.roi(0, 0, 0, 2, 2), d.roi(0, 3, 3, 2, 2); },
+      {"ROI outside", 2, SPOIL(d.roi(0, 5, 5, 3, 3)), "(dstImage->roi is outside dstImage)", 80},
+      {"ROIs apart", 2, SPOIL(s.roi(0, 0, 0, 2, 2), d.roi(0, 3, 3, 2, 2)),
        "(the ROIs of srcImage and dstImage do not meet)", 82},
-      {"null images", 1, nullptr, std::string("Image header is null") + std::string(50, ' ') + "\n", 60},
+      {"null images", 1, nullptr,
+       std::string("Image header is null") + std::string(50, ' ') + "\n", 60},
   };
   for (const auto& c : cases) {
     Image src({MOX_DEPTH_8U, 1, 0, 6, 6}), dst({MOX_DEPTH_32S, 1, 0, 6, 6});

@@ -29,21 +29,20 @@ std::vector<Cx> directDft(const std::vector<Cx>& f, int h, int w, int sign) {
 // The full conjugate-symmetric spectrum a packed h x w matrix stands for.
 std::vector<Cx> unpack(const std::vector<double>& p, int h, int w) {
   std::vector<Cx> F(p.size());
-  const auto column = [&](int u, int col) {  // a real column packed along y
-    F[u] = p[col];
-    for (int v = 1; 2 * v < h; ++v) {
-      F[v * w + u] = Cx(p[(2 * v - 1) * w + col], p[2 * v * w + col]);
-      F[(h - v) * w + u] = std::conj(F[v * w + u]);
-    }
-    if (h % 2 == 0 && h > 1) F[(h / 2) * w + u] = p[(h - 1) * w + col];
+  const auto at = [&](int y, int x) { return p[y * w + x]; };
+  const auto put = [&](int v, int u, Cx z) {
+    F[v * w + u] = z;
+    F[(h - v) % h * w + (w - u) % w] = std::conj(z);
   };
-  column(0, 0);
-  if (w % 2 == 0 && w > 1) column(w / 2, w - 1);
+  for (const int col : {0, w - 1}) {  // real columns (Re(0), Re(w/2)) packed along y
+    const int u = col ? w / 2 : 0;
+    if (col && w % 2) continue;
+    put(0, u, at(0, col));
+    for (int v = 1; 2 * v < h; ++v) put(v, u, Cx(at(2 * v - 1, col), at(2 * v, col)));
+    if (h % 2 == 0) put(h / 2, u, at(h - 1, col));
+  }
   for (int k = 1; 2 * k < w; ++k)
-    for (int v = 0; v < h; ++v) {
-      F[v * w + k] = Cx(p[v * w + 2 * k - 1], p[v * w + 2 * k]);
-      F[((h - v) % h) * w + w - k] = std::conj(F[v * w + k]);
-    }
+    for (int v = 0; v < h; ++v) put(v, k, Cx(at(v, 2 * k - 1), at(v, 2 * k)));
   return F;
 }
 
@@ -163,35 +162,31 @@ TEST(Fft2D, WorksOnTheIntersectionOfTheRois) {
 
 // Every check: its message and line, in both operations; nothing written.
 TEST(Fft2D, ChecksReportTheirMessageAndLine) {
-  const auto none = [](Image&, Image&) {};
+  const auto none = SPOIL();
   const std::string bad = "Error in input data", nothing = "No calculations! Looking input data!";
+  // The messages (none: the call succeeds), moxRealFft2D's line (moxCcsFft2D's
+  // are 102 further), and the arguments left null (1: srcImage, 2: dstImage)
+  // or given (4: a map).
   const struct {
-    const char* name;
-    int flags;
-    void (*spoil)(Image& src, Image& dst);
-    std::vector<std::string> messages;  // none: the call succeeds
-    int realLine;                       // moxCcsFft2D's are 102 further
-    int nulls = 0;                      // 1: srcImage, 2: dstImage null; 4: a map
+    const char* name; int flags; void (*spoil)(Image& s, Image& d);
+    std::vector<std::string> messages; int realLine, nulls = 0;
   } cases[] = {
       {"both directions", 3, none, {bad}, 319},
       {"no direction", MOX_FFT_SAVE, none, {bad}, 319},
       {"both implementations", 1 | MOX_FFT_SMALL | MOX_FFT_GENERAL, none, {bad}, 319},
-      {"1U depth", 1, [](Image& s, Image&) { s->depth = MOX_DEPTH_1U; }, {bad}, 319},
-      {"channel counts", 1, [](Image& s, Image&) { s->nChannels = 2, s->widthStep *= 2; }, {bad}, 319},
-      {"alpha channels", 1, [](Image&, Image& d) { d->alphaChannel = 1; }, {bad}, 319},
-      {"bad header", 1, [](Image& s, Image&) { s->align = 3; }, {bad}, 319},
-      {"short block", 1, [](Image& s, Image&) { s->imageSize -= 1; }, {bad}, 319},
-      {"ROI outside", 1, [](Image& s, Image&) { s.roi(0, 4, 0, 8, 8); }, {bad}, 319},
-      {"COIs differ", 1, [](Image& s, Image&) { s.roi(1, 0, 0, 8, 8); }, {bad}, 319},
-      {"ROIs apart", 1, [](Image& s, Image& d) { s.roi(0, 0, 0, 2, 2), d.roi(0, 4, 4, 2, 2); },
-       {nothing}, 322},
-      {"one sample", 1, [](Image& s, Image&) { s.roi(0, 3, 3, 1, 1); }, {nothing}, 322},
-      {"only the alpha channel", 1,
-       [](Image& s, Image& d) { s->alphaChannel = d->alphaChannel = 1; }, {nothing}, 322},
+      {"1U depth", 1, SPOIL(s->depth = MOX_DEPTH_1U), {bad}, 319},
+      {"channel counts", 1, SPOIL(s->nChannels = 2, s->widthStep *= 2), {bad}, 319},
+      {"alpha channels", 1, SPOIL(d->alphaChannel = 1), {bad}, 319},
+      {"bad header", 1, SPOIL(s->align = 3), {bad}, 319},
+      {"short block", 1, SPOIL(s->imageSize -= 1), {bad}, 319},
+      {"ROI outside", 1, SPOIL(s.roi(0, 4, 0, 8, 8)), {bad}, 319},
+      {"COIs differ", 1, SPOIL(s.roi(1, 0, 0, 8, 8)), {bad}, 319},
+      {"ROIs apart", 1, SPOIL(s.roi(0, 0, 0, 2, 2), d.roi(0, 4, 4, 2, 2)), {nothing}, 322},
+      {"one sample", 1, SPOIL(s.roi(0, 3, 3, 1, 1)), {nothing}, 322},
+      {"only the alpha channel", 1, SPOIL(s->alphaChannel = d->alphaChannel = 1), {nothing}, 322},
       {"reuse without a set-up", MOX_FFT_REUSE, none, {bad}, 319},
-      {"source data", 1, [](Image& s, Image&) { s->imageData = nullptr; },
-       {"srcImage->imageData==0"}, 309},
-      {"both data", 1, [](Image& s, Image& d) { s->imageData = d->imageData = nullptr; },
+      {"source data", 1, SPOIL(s->imageData = nullptr), {"srcImage->imageData==0"}, 309},
+      {"both data", 1, SPOIL(s->imageData = d->imageData = nullptr),
        {"srcImage->imageData==0", "dstImage->imageData==0"}, 309},
       // Null images come first; a map next; releasing the tables checks nothing.
       {"null images", 3, none, {"srcImage==0", "dstImage==0"}, 308, 1 | 2 | 4},

@@ -122,6 +122,9 @@ class Image {
   MoxImage* im_;
 };
 
+// A change to a source s and destination d before a call, for check tables.
+#define SPOIL(...) []([[maybe_unused]] Image& s, [[maybe_unused]] Image& d) { __VA_ARGS__; }
+
 // ---------------------------------------------------------------- tiles
 
 // A tiled twin of an image: same geometry and ROI, pixels kept in separate
@@ -152,6 +155,7 @@ class Tiled {
 
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }
+  MoxImage* operator+() const { return im_; }
 
   struct Call { const MoxImage* image; int x, y, mode; };
   std::vector<Call> calls;

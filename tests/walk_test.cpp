@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <optional>
 #include <tuple>
 
 #include "op_cases.h"
@@ -29,11 +29,11 @@ void compareTiled(const OpCase& c, unsigned depth, int channels, int order, cons
       d({depth, channels, order, 41, 60}, 23, rois[2]);
   const auto want = expected(c, a, b, d, limit);
   Image* plain[3] = {&a, &b, &d};
-  std::unique_ptr<Tiled> tiled[3];
+  std::optional<Tiled> tiled[3];
   MoxImage* run[3];
   for (int i = 0; i < 3; ++i) {
-    if (t.size[i][0]) tiled[i] = std::make_unique<Tiled>(*plain[i], t.size[i][0], t.size[i][1]);
-    run[i] = tiled[i] ? static_cast<MoxImage*>(*tiled[i]) : static_cast<MoxImage*>(*plain[i]);
+    if (t.size[i][0]) tiled[i].emplace(*plain[i], t.size[i][0], t.size[i][1]);
+    run[i] = tiled[i] ? +*tiled[i] : +*plain[i];
   }
   c.run(run[0], run[1], run[2], mapping);
   EXPECT_EQ(moxGetErrStatus(), 0) << c.func;
@@ -132,12 +132,7 @@ TEST(Walk, CallBacksThatMisbehave) {
   // A get that leaves tileData null in the first walk (a tile request) or
   // the second; a release that leaves it set in the second walk or at the end.
   enum Fault { NullFirst, NullSecond, KeptSecond, KeptAtEnd };
-  const struct {
-    const char* func;
-    int image;  // 0, 1, 2 in argument order
-    Fault fault;
-    int line;
-  } cases[] = {
+  const struct { const char* func; int image; Fault fault; int line; } cases[] = {  // image: 0..2
       {"moxAdd", 0, NullFirst, 1225},  {"moxAdd", 1, NullFirst, 1244},
       {"moxAdd", 2, NullFirst, 1263},  {"moxAdd", 0, KeptSecond, 1288},
       {"moxAdd", 0, NullSecond, 1294}, {"moxAdd", 1, KeptSecond, 1309},
@@ -179,8 +174,8 @@ namespace {
 
 struct Piece { int width, height; };
 
-void notePiece(const mox::View* views, const void* arg) {
-  static_cast<std::vector<Piece>*>(const_cast<void*>(arg))->push_back({views[0].width, views[0].height});
+void notePiece(const mox::View* v, const void* arg) {
+  static_cast<std::vector<Piece>*>(const_cast<void*>(arg))->push_back({v[0].width, v[0].height});
 }
 
 const mox::WalkLines kNoLines{{1, 2, 3, 4}, {5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}};
@@ -194,13 +189,10 @@ const mox::WalkPlan kPlan{"walk", "walk", &kNoLines, true};
 // channel of interest keeps the rows apart.
 TEST(Walk, KernelRunsOncePerPieceAndOverGaplessRowsAtOnce) {
   Capture capture;
+  // Tile width and height of a and d (0: untiled, rows 3.. and 5.. of a ROI
+  // instead), the size of every piece (width 0: any) and their number.
   const struct {
-    const char* what;
-    Shape shape;
-    int tile[2][2];  // tile width, height of a and d; 0 = untiled, rows 3.. and 5.. of a ROI
-    int coi;
-    int width, height;  // of every piece (width 0: any)
-    std::size_t pieces;
+    const char* what; Shape shape; int tile[2][2], coi, width, height; std::size_t pieces;
   } cases[] = {
       // Column edges at 16, 24, 32, 48 (and 64): 5 pieces a band of 8 rows.
       {"tiles apart", {MOX_DEPTH_8U, 1, 0, 64, 64}, {{24, 8}, {16, 16}}, 0, 0, 8, 5 * 8},
@@ -216,13 +208,9 @@ TEST(Walk, KernelRunsOncePerPieceAndOverGaplessRowsAtOnce) {
     const int w = c.shape.width, roiA[5] = {c.coi, 0, 3, 37, w}, roiD[5] = {c.coi, 0, 5, 37, w};
     const bool tiled = c.tile[0][0];
     Image a(c.shape, 1, tiled ? nullptr : roiA), d(c.shape, 2, tiled ? nullptr : roiD);
-    std::unique_ptr<Tiled> ta, td;
-    if (tiled) {
-      ta = std::make_unique<Tiled>(a, c.tile[0][0], c.tile[0][1]);
-      td = std::make_unique<Tiled>(d, c.tile[1][0], c.tile[1][1]);
-    }
-    const mox::WalkImage images[2] = {{ta ? *ta : static_cast<MoxImage*>(a), "a", false},
-                                      {td ? *td : static_cast<MoxImage*>(d), "d", true}};
+    std::optional<Tiled> ta, td;
+    if (tiled) ta.emplace(a, c.tile[0][0], c.tile[0][1]), td.emplace(d, c.tile[1][0], c.tile[1][1]);
+    const mox::WalkImage images[2] = {{ta ? +*ta : +a, "a", false}, {td ? +*td : +d, "d", true}};
     std::vector<Piece> pieces;
     ASSERT_TRUE(mox::walk(kPlan, images, 2, nullptr, &notePiece, &pieces)) << c.what;
     ASSERT_EQ(pieces.size(), c.pieces) << c.what;
