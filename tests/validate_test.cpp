@@ -12,27 +12,20 @@
 namespace {
 
 using moxtest::Capture;
-using moxtest::lastReport;
 using moxtest::reports;
 
 void MOX_CALL noTiles(const MoxImage*, int, int, int) {}
 
-// A usable 8U header with a ROI over a small static buffer.
+// A usable 8U header with a ROI over a small buffer.
 struct Good {
   char pixels[64] = {};
   MoxROI roi{0, 1, 1, 2, 2};
   MoxTileInfo tile{noTiles, 0, nullptr, 8, 16};
   MoxImage image{};
   Good() {
-    image.headerSize = sizeof(MoxImage);
-    image.nChannels = 3;
-    image.depth = MOX_DEPTH_8U;
-    image.align = 4;
-    image.height = image.width = 4;
-    image.widthStep = 12;
-    image.imageSize = 48;
-    image.imageData = pixels;
-    image.roi = &roi;
+    image.headerSize = sizeof(MoxImage), image.nChannels = 3, image.depth = MOX_DEPTH_8U;
+    image.align = image.height = image.width = 4, image.widthStep = 12, image.imageSize = 48;
+    image.imageData = pixels, image.roi = &roi;
   }
   // Tiled instead: no data of its own.
   void tiled() { image.imageData = nullptr, image.tileInfo = &tile; }
@@ -100,26 +93,21 @@ TEST(Validation, FaultTextListsLinesInTableOrder) {
 }
 
 TEST(Validation, FullChainNamesTheFirstFailingTest) {
-  const struct {
-    const char* message;
-    std::function<void(Good&)> spoil;
-  } cases[] = {
-      {"moxBadImageHeader(dstImage) != 0", [](Good& g) { g.image.align = 1; }},
-      {"dstImage->roi->xOffset >= dstImage->width", [](Good& g) { g.roi.xOffset = 4; }},
-      {"dstImage->roi->yOffset >= dstImage->height", [](Good& g) { g.roi.yOffset = 9; }},
+  const struct { const char* message; std::function<void(Good&)> spoil; } cases[] = {
+      {"moxBadImageHeader(dstImage) != 0", SPOIL(g.image.align = 1)},
+      {"dstImage->roi->xOffset >= dstImage->width", SPOIL(g.roi.xOffset = 4)},
+      {"dstImage->roi->yOffset >= dstImage->height", SPOIL(g.roi.yOffset = 9)},
   };
   Capture capture;
   for (const auto& c : cases) {
     Good g;
     c.spoil(g);
     EXPECT_TRUE(mox::failsFullChain(&g.image, "dstImage", {"moxMultiplyScale", "moxalpha", 726}));
-    EXPECT_EQ(std::make_pair(lastReport().message, lastReport().line),
-              std::make_pair(std::string(c.message), 726));
+    moxtest::expectReport("moxMultiplyScale", c.message, 726, "moxalpha");
   }
   EXPECT_TRUE(mox::failsFullChain(nullptr, "srcImageB", {"moxMultiplyScale", "moxalpha", 728}));
-  EXPECT_EQ(lastReport().message, "srcImageB==0");
+  moxtest::expectReport("moxMultiplyScale", "srcImageB==0", 728, "moxalpha");
   Good g;
-  reports().clear();
   EXPECT_FALSE(mox::failsFullChain(&g.image, "srcImage", {"f", "f", 1}));
   EXPECT_TRUE(reports().empty());
 }
