@@ -70,8 +70,16 @@ const Plan& Engine::plan(int n, int sign) {
   P->sign = sign;
   std::vector<int> radices;
   int rest = n;
-  while (rest % 4 == 0) radices.push_back(4), rest /= 4;
-  if (rest % 2 == 0) radices.push_back(2), rest /= 2;
+  // Powers of two in passes of 8, with one or two passes of 4 for the rest
+  // (a pass of 2 only for the factor 2 alone): fewer sweeps over the data.
+  int twos = 0;
+  while (rest % 2 == 0) ++twos, rest /= 2;
+  int eights = twos / 3, fours = 0;
+  if (twos % 3 == 2) fours = 1;
+  else if (twos % 3 == 1 && eights > 0) --eights, fours = 2;
+  for (int i = 0; i < eights; ++i) radices.push_back(8);
+  for (int i = 0; i < fours; ++i) radices.push_back(4);
+  if (twos == 1) radices.push_back(2);
   for (int p = 3; rest > 1 && p <= kLargestRadix; p += 2)
     while (rest % p == 0) radices.push_back(p), rest /= p;
   if (rest > 1) {
@@ -111,7 +119,7 @@ const Plan& Engine::plan(int n, int sign) {
           P->twRe.push_back(re);
           P->twIm.push_back(im);
         }
-      if (p > 5) {
+      if (p % 2 && p > 5) {
         s.gen = P->genCos.size();
         for (int j = 0; j < p; ++j) {
           double re, im;
@@ -190,10 +198,10 @@ void Engine::rowPass(double* m, int rows, int cols, std::ptrdiff_t step, int sig
 void Engine::columnPass(double* m, int rows, int cols, std::ptrdiff_t step, int sign,
                         bool inverse, bool narrow) {
   if (rows < 2) return;
-  constexpr int B = kLanes;
   const RealPlan& R = realPlan(rows, sign);
   const Plan& P = plan(rows, sign);
-  double* s = scratch(std::max(scratchFor(R.fft->n, *R.fft, rows, B), scratchFor(rows, P, 0, B)));
+  double* s = scratch(
+      std::max(scratchFor(R.fft->n, *R.fft, rows, kLanes), scratchFor(rows, P, 0, kColumnLanes)));
   kernels().realColumns(R, m, cols, step, inverse, narrow, s);
   kernels().complexColumns(P, m, cols, step, narrow, s);
 }

@@ -1,9 +1,9 @@
 // The transform engine behind the FFT and DCT operations: complex transforms
-// of any length in double precision (mixed radix 2, 3, 4, 5 and small primes,
+// of any length in double precision (mixed radix 2, 3, 4, 5, 8 and small primes,
 // a chirp convolution for lengths with a large prime factor), run on several
 // sequences at once, and the real-input transforms built on them.
 //
-// Sequences are handled in "lanes": a batch of up to kLanes sequences is
+// Sequences are handled in "lanes": a batch of a few sequences is
 // gathered from a matrix into split real/imaginary buffers laid out element
 // by element ([n][lanes]), transformed together, and scattered back. Every
 // lane runs exactly the same arithmetic whatever the batch width, so the
@@ -19,6 +19,9 @@ namespace mox::fft {
 
 // Widest batch of the general schedule.
 constexpr int kLanes = 8;
+// The batch of the column pairs: four long columns stay in the second-level
+// cache while their passes run.
+constexpr int kColumnLanes = 4;
 
 struct Plan;
 struct RealPlan;

@@ -7,7 +7,12 @@
 #include <cstdint>
 #include <utility>
 
-#if defined(__AVX2__)
+// MOX_FFT_WIDE_BODY marks the copy compiled for 256-bit vectors (a target
+// pragma does not announce itself to the preprocessor in C++). Its
+// intrinsics are used on x86-64 only: 32-bit builds keep x87 arithmetic by
+// default, and the intrinsics would not inline into the SSE code.
+#if defined(MOX_FFT_WIDE_BODY) && defined(__x86_64__)
+#define MOX_FFT_WIDE_INTRINSICS 1
 #include <immintrin.h>
 #elif defined(__SSE2__)
 #include <emmintrin.h>
@@ -49,57 +54,72 @@ void pass2(const Stage& s, const double* tr, const double* ti, const double* __r
   }
 }
 
-// Unit: the last pass (one sequence apart), whose runs are exactly B long.
-template <int B, int S, bool Tw, bool Unit = false>
-void pass4(const Stage& s, const double* tr, const double* ti, const double* __restrict xr,
-           const double* __restrict xi, double* __restrict yr, double* __restrict yi) {
+// The 4-point transform in the exponent's sign S of the points
+// p[off + k * st], k < 4, into c[0..3].
+template <int S>
+inline void dft4(const double* pr, const double* pi, int off, int st, double* cr, double* ci) {
+  const double s02r = pr[off] + pr[off + 2 * st], s02i = pi[off] + pi[off + 2 * st];
+  const double d02r = pr[off] - pr[off + 2 * st], d02i = pi[off] - pi[off + 2 * st];
+  const double s13r = pr[off + st] + pr[off + 3 * st], s13i = pi[off + st] + pi[off + 3 * st];
+  const double d13r = pr[off + st] - pr[off + 3 * st], d13i = pi[off + st] - pi[off + 3 * st];
+  cr[0] = s02r + s13r, ci[0] = s02i + s13i;
+  cr[2] = s02r - s13r, ci[2] = s02i - s13i;
+  cr[1] = d02r - S * d13i, ci[1] = d02i + S * d13r;
+  cr[3] = d02r + S * d13i, ci[3] = d02i - S * d13r;
+}
+
+// Radix R = 4 or 8 (the latter as two 4-point transforms of the even and
+// odd points joined by the eighth roots of unity). Unit: the last pass (one
+// sequence apart), whose runs are exactly B long.
+template <int B, int R, int S, bool Tw, bool Unit = false>
+void passPow2(const Stage& s, const double* tr, const double* ti, const double* __restrict xr,
+              const double* __restrict xi, double* __restrict yr, double* __restrict yi) {
   const std::size_t run = Unit ? B : static_cast<std::size_t>(s.m) * B, L = s.L;
+  const std::size_t out = L * run;
+  constexpr double h = 0.70710678118654752440;  // sqrt(1/2)
   for (std::size_t q = 0; q < L; ++q) {
-    double w1r = 1, w1i = 0, w2r = 1, w2i = 0, w3r = 1, w3i = 0;
-    if (Tw) {
-      w1r = tr[3 * q], w1i = ti[3 * q];
-      w2r = tr[3 * q + 1], w2i = ti[3 * q + 1];
-      w3r = tr[3 * q + 2], w3i = ti[3 * q + 2];
-    }
-    const double *a0r = xr + 4 * q * run, *a0i = xi + 4 * q * run;
-    const double *a1r = a0r + run, *a1i = a0i + run;
-    const double *a2r = a1r + run, *a2i = a1i + run;
-    const double *a3r = a2r + run, *a3i = a2i + run;
-    double *y0r = yr + q * run, *y0i = yi + q * run;
-    double *y1r = y0r + L * run, *y1i = y0i + L * run;
-    double *y2r = y1r + L * run, *y2i = y1i + L * run;
-    double *y3r = y2r + L * run, *y3i = y2i + L * run;
+    double wr[R], wi[R];
+    for (int a = 1; a < R; ++a)
+      wr[a] = Tw ? tr[(R - 1) * q + a - 1] : 1.0, wi[a] = Tw ? ti[(R - 1) * q + a - 1] : 0.0;
+    const double* a0r = xr + R * q * run;
+    const double* a0i = xi + R * q * run;
+    double* y0r = yr + q * run;
+    double* y0i = yi + q * run;
     #pragma GCC ivdep
     for (std::size_t i = 0; i < run; ++i) {
-      const double b0r = a0r[i], b0i = a0i[i];
-      double b1r = a1r[i], b1i = a1i[i], b2r = a2r[i], b2i = a2i[i], b3r = a3r[i], b3i = a3i[i];
-      if (Tw) {
-        double t = b1r * w1r - b1i * w1i;
-        b1i = b1r * w1i + b1i * w1r;
-        b1r = t;
-        t = b2r * w2r - b2i * w2i;
-        b2i = b2r * w2i + b2i * w2r;
-        b2r = t;
-        t = b3r * w3r - b3i * w3i;
-        b3i = b3r * w3i + b3i * w3r;
-        b3r = t;
+      double br[R], bi[R];
+      for (int a = 0; a < R; ++a) {
+        br[a] = a0r[a * run + i], bi[a] = a0i[a * run + i];
+        if (Tw && a) {
+          const double t = br[a] * wr[a] - bi[a] * wi[a];
+          bi[a] = br[a] * wi[a] + bi[a] * wr[a];
+          br[a] = t;
+        }
       }
-      const double s02r = b0r + b2r, s02i = b0i + b2i, d02r = b0r - b2r, d02i = b0i - b2i;
-      const double s13r = b1r + b3r, s13i = b1i + b3i, d13r = b1r - b3r, d13i = b1i - b3i;
-      y0r[i] = s02r + s13r;
-      y0i[i] = s02i + s13i;
-      y2r[i] = s02r - s13r;
-      y2i[i] = s02i - s13i;
-      if (S > 0) {
-        y1r[i] = d02r - d13i;
-        y1i[i] = d02i + d13r;
-        y3r[i] = d02r + d13i;
-        y3i[i] = d02i - d13r;
+      if constexpr (R == 4) {
+        double cr[4], ci[4];
+        dft4<S>(br, bi, 0, 1, cr, ci);
+        for (int k = 0; k < 4; ++k) y0r[k * out + i] = cr[k], y0i[k * out + i] = ci[k];
       } else {
-        y1r[i] = d02r + d13i;
-        y1i[i] = d02i - d13r;
-        y3r[i] = d02r - d13i;
-        y3i[i] = d02i + d13r;
+        double er[4], ei[4], orr[4], oi[4];
+        dft4<S>(br, bi, 0, 2, er, ei);
+        dft4<S>(br, bi, 1, 2, orr, oi);
+        // o[k] times exp(S 2 pi i k / 8).
+        double t = h * (orr[1] - S * oi[1]);
+        oi[1] = h * (oi[1] + S * orr[1]);
+        orr[1] = t;
+        t = -S * oi[2];
+        oi[2] = S * orr[2];
+        orr[2] = t;
+        t = h * (-orr[3] - S * oi[3]);
+        oi[3] = h * (-oi[3] + S * orr[3]);
+        orr[3] = t;
+        for (int k = 0; k < 4; ++k) {
+          y0r[k * out + i] = er[k] + orr[k];
+          y0i[k * out + i] = ei[k] + oi[k];
+          y0r[(k + 4) * out + i] = er[k] - orr[k];
+          y0i[(k + 4) * out + i] = ei[k] - oi[k];
+        }
       }
     }
   }
@@ -234,6 +254,23 @@ void passGeneric(const Stage& s, const double* gc, const double* gs, const doubl
   }
 }
 
+// Radix 4 or 8 in the exponent's sign, without twiddles on the first pass
+// and with fixed runs on the last.
+template <int B, int R, int S>
+void powerPassSigned(const Stage& s, const double* tr, const double* ti, const double* xr,
+                     const double* xi, double* yr, double* yi) {
+  if (s.L == 1) passPow2<B, R, S, false>(s, tr, ti, xr, xi, yr, yi);
+  else if (s.m == 1) passPow2<B, R, S, true, true>(s, tr, ti, xr, xi, yr, yi);
+  else passPow2<B, R, S, true>(s, tr, ti, xr, xi, yr, yi);
+}
+
+template <int B, int R>
+void powerPass(const Plan& P, const Stage& s, const double* tr, const double* ti,
+               const double* xr, const double* xi, double* yr, double* yi) {
+  if (P.sign > 0) powerPassSigned<B, R, 1>(s, tr, ti, xr, xi, yr, yi);
+  else powerPassSigned<B, R, -1>(s, tr, ti, xr, xi, yr, yi);
+}
+
 template <int B>
 void runStage(const Plan& P, const Stage& s, const double* xr, const double* xi, double* yr,
               double* yi) {
@@ -244,17 +281,8 @@ void runStage(const Plan& P, const Stage& s, const double* xr, const double* xi,
       if (s.L == 1) pass2<B, false>(s, tr, ti, xr, xi, yr, yi);
       else pass2<B, true>(s, tr, ti, xr, xi, yr, yi);
       break;
-    case 4:
-      if (P.sign > 0) {
-        if (s.L == 1) pass4<B, 1, false>(s, tr, ti, xr, xi, yr, yi);
-        else if (s.m == 1) pass4<B, 1, true, true>(s, tr, ti, xr, xi, yr, yi);
-        else pass4<B, 1, true>(s, tr, ti, xr, xi, yr, yi);
-      } else {
-        if (s.L == 1) pass4<B, -1, false>(s, tr, ti, xr, xi, yr, yi);
-        else if (s.m == 1) pass4<B, -1, true, true>(s, tr, ti, xr, xi, yr, yi);
-        else pass4<B, -1, true>(s, tr, ti, xr, xi, yr, yi);
-      }
-      break;
+    case 4: powerPass<B, 4>(P, s, tr, ti, xr, xi, yr, yi); break;
+    case 8: powerPass<B, 8>(P, s, tr, ti, xr, xi, yr, yi); break;
     case 3: pass3<B>(s, P.sign, tr, ti, xr, xi, yr, yi); break;
     case 5: pass5<B>(s, P.sign, tr, ti, xr, xi, yr, yi); break;
     default:
@@ -309,6 +337,99 @@ std::pair<double*, double*> run(const Plan& P, double* r, double* i, double* wr,
 }
 
 // ------------------------------------------------------------------ lanes
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+// Four rows of four doubles turned into four columns (in place).
+inline void transpose4(__m256d& a0, __m256d& a1, __m256d& a2, __m256d& a3) {
+  const __m256d t0 = _mm256_unpacklo_pd(a0, a1), t1 = _mm256_unpackhi_pd(a0, a1);
+  const __m256d t2 = _mm256_unpacklo_pd(a2, a3), t3 = _mm256_unpackhi_pd(a2, a3);
+  a0 = _mm256_permute2f128_pd(t0, t2, 0x20);
+  a1 = _mm256_permute2f128_pd(t1, t3, 0x20);
+  a2 = _mm256_permute2f128_pd(t0, t2, 0x31);
+  a3 = _mm256_permute2f128_pd(t1, t3, 0x31);
+}
+#endif
+
+// The moves below are the hot cases of gather and scatter with four lanes,
+// done with 256-bit shuffles where the kernels have them. Each returns how
+// many elements it moved (0 without the shuffles); the caller moves the rest.
+
+// Four rows (row j at s + j * ls) of (re, im) pairs: pair e of row j into
+// zr[e * 4 + j] and zi[e * 4 + j].
+inline std::size_t rowsToLanes4(const double* s, std::ptrdiff_t ls, std::size_t n, double* zr,
+                                double* zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  std::size_t e = 0;
+  for (; e + 2 <= n; e += 2) {  // two pairs of each row
+    __m256d a0 = _mm256_loadu_pd(s + 2 * e), a1 = _mm256_loadu_pd(s + ls + 2 * e);
+    __m256d a2 = _mm256_loadu_pd(s + 2 * ls + 2 * e), a3 = _mm256_loadu_pd(s + 3 * ls + 2 * e);
+    transpose4(a0, a1, a2, a3);
+    _mm256_storeu_pd(zr + 4 * e, a0);
+    _mm256_storeu_pd(zi + 4 * e, a1);
+    _mm256_storeu_pd(zr + 4 * e + 4, a2);
+    _mm256_storeu_pd(zi + 4 * e + 4, a3);
+  }
+  return e;
+#else
+  (void)s, (void)ls, (void)n, (void)zr, (void)zi;
+  return 0;
+#endif
+}
+
+// z[e * 4 + j] into element e of row j (at d + j * ls).
+inline std::size_t lanesToRows4(const double* z, double* d, std::ptrdiff_t ls, std::size_t n) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  std::size_t e = 0;
+  for (; e + 4 <= n; e += 4) {
+    __m256d a0 = _mm256_loadu_pd(z + 4 * e), a1 = _mm256_loadu_pd(z + 4 * e + 4);
+    __m256d a2 = _mm256_loadu_pd(z + 4 * e + 8), a3 = _mm256_loadu_pd(z + 4 * e + 12);
+    transpose4(a0, a1, a2, a3);
+    _mm256_storeu_pd(d + e, a0);
+    _mm256_storeu_pd(d + ls + e, a1);
+    _mm256_storeu_pd(d + 2 * ls + e, a2);
+    _mm256_storeu_pd(d + 3 * ls + e, a3);
+  }
+  return e;
+#else
+  (void)z, (void)d, (void)ls, (void)n;
+  return 0;
+#endif
+}
+
+// Four neighbouring (re, im) pairs per element (at s + e * es) split into
+// zr[e * 4 + j] and zi[e * 4 + j], or joined back.
+inline std::size_t pairsToLanes4(const double* s, std::ptrdiff_t es, std::size_t n, double* zr,
+                                 double* zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  for (std::size_t e = 0; e < n; ++e) {
+    const double* se = s + static_cast<std::ptrdiff_t>(e) * es;
+    const __m256d v0 = _mm256_loadu_pd(se), v1 = _mm256_loadu_pd(se + 4);
+    _mm256_storeu_pd(zr + 4 * e, _mm256_permute4x64_pd(_mm256_unpacklo_pd(v0, v1), 0xD8));
+    _mm256_storeu_pd(zi + 4 * e, _mm256_permute4x64_pd(_mm256_unpackhi_pd(v0, v1), 0xD8));
+  }
+  return n;
+#else
+  (void)s, (void)es, (void)n, (void)zr, (void)zi;
+  return 0;
+#endif
+}
+
+inline std::size_t lanesToPairs4(const double* zr, const double* zi, double* d, std::ptrdiff_t es,
+                                 std::size_t n) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  for (std::size_t e = 0; e < n; ++e) {
+    double* de = d + static_cast<std::ptrdiff_t>(e) * es;
+    const __m256d r = _mm256_permute4x64_pd(_mm256_loadu_pd(zr + 4 * e), 0xD8);
+    const __m256d i = _mm256_permute4x64_pd(_mm256_loadu_pd(zi + 4 * e), 0xD8);
+    _mm256_storeu_pd(de, _mm256_unpacklo_pd(r, i));
+    _mm256_storeu_pd(de + 4, _mm256_unpackhi_pd(r, i));
+  }
+  return n;
+#else
+  (void)zr, (void)zi, (void)d, (void)es, (void)n;
+  return 0;
+#endif
+}
+
 // Gathers n elements of nl sequences (element e of lane j at s[e*es + j*ls])
 // into z[(e*os) * B + j]; lanes from nl on are zero.
 template <int B>
@@ -346,7 +467,10 @@ void scatter(const double* z, double* d, std::ptrdiff_t es, std::ptrdiff_t ls, i
       for (std::size_t e = 0; e < n; ++e) dj[e * es] = z[static_cast<std::ptrdiff_t>(e) * os * B + j];
     }
   } else if (nl == B) {
-    for (std::size_t e = 0; e < n; ++e) {
+    std::size_t e = 0;
+    if constexpr (B == 4)
+      if (es == 1 && os == 1) e = lanesToRows4(z, d, ls, n);
+    for (; e < n; ++e) {
       double* de = d + static_cast<std::ptrdiff_t>(e) * es;
       const double* ze = z + static_cast<std::ptrdiff_t>(e) * os * B;
       for (int j = 0; j < B; ++j) de[j * ls] = ze[j];
@@ -366,12 +490,13 @@ struct Blocks {
 };
 
 Blocks carve(double* base, std::size_t points, const Plan& P, int B) {
+  constexpr std::size_t pad = kBlockPad;
   Blocks b;
   b.zr = base;
-  b.zi = b.zr + points * B;
-  b.wr = b.zi + points * B;
-  b.wi = b.wr + P.work() * B;
-  b.pk = b.wi + P.work() * B;
+  b.zi = b.zr + points * B + pad;
+  b.wr = b.zi + points * B + pad;
+  b.wi = b.wr + P.work() * B + pad;
+  b.pk = b.wi + P.work() * B + pad;
   return b;
 }
 
@@ -386,7 +511,9 @@ struct Seq {
 template <int B>
 void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
   if (nl == B && s.es == 1) {  // whole batch of rows: fixed-width inner loops
-    for (std::size_t e = 0; e < n; ++e) {
+    std::size_t e = 0;
+    if constexpr (B == 4) e = rowsToLanes4(s.at, s.ls, n, zr, zi);
+    for (; e < n; ++e) {
       const double* se = s.at + 2 * e;
       for (int j = 0; j < B; ++j) {
         zr[e * B + j] = se[j * s.ls];
@@ -406,6 +533,44 @@ void gatherPairs(const Seq& s, int nl, std::size_t n, double* zr, double* zi) {
 }
 
 
+// The packed spectrum values 1 .. n - 2 of real sequences of even length
+// n = 2h from the h-point transform Z of their (even, odd) pairs.
+template <int B>
+void splitHalves(const double* __restrict Zr, const double* __restrict Zi,
+                 const double* __restrict wRe, const double* __restrict wIm, std::size_t h,
+                 double* __restrict pk) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  if constexpr (B == 4) {  // the same arithmetic, four lanes at once
+    const __m256d half = _mm256_set1_pd(0.5);
+    for (std::size_t k = 1; k < h; ++k) {
+      const __m256d wr = _mm256_set1_pd(wRe[k]), wi = _mm256_set1_pd(wIm[k]);
+      const __m256d ar = _mm256_loadu_pd(Zr + k * B), ai = _mm256_loadu_pd(Zi + k * B);
+      const __m256d cr = _mm256_loadu_pd(Zr + (h - k) * B), ci = _mm256_loadu_pd(Zi + (h - k) * B);
+      const __m256d er = _mm256_mul_pd(half, _mm256_add_pd(ar, cr));
+      const __m256d ei = _mm256_mul_pd(half, _mm256_sub_pd(ai, ci));
+      const __m256d orr = _mm256_mul_pd(half, _mm256_add_pd(ai, ci));
+      const __m256d oi = _mm256_mul_pd(half, _mm256_sub_pd(cr, ar));
+      const __m256d xr = _mm256_add_pd(er, _mm256_sub_pd(_mm256_mul_pd(wr, orr), _mm256_mul_pd(wi, oi)));
+      const __m256d xi = _mm256_add_pd(ei, _mm256_add_pd(_mm256_mul_pd(wr, oi), _mm256_mul_pd(wi, orr)));
+      _mm256_storeu_pd(pk + (2 * k - 1) * B, xr);
+      _mm256_storeu_pd(pk + 2 * k * B, xi);
+    }
+    return;
+  }
+#endif
+  for (std::size_t k = 1; k < h; ++k) {
+    const double wr = wRe[k], wi = wIm[k];
+    const double *ar = Zr + k * B, *ai = Zi + k * B, *cr = Zr + (h - k) * B, *ci = Zi + (h - k) * B;
+    double *xr = pk + (2 * k - 1) * B, *xi = pk + 2 * k * B;
+    for (int j = 0; j < B; ++j) {
+      const double er = 0.5 * (ar[j] + cr[j]), ei = 0.5 * (ai[j] - ci[j]);
+      const double orr = 0.5 * (ai[j] + ci[j]), oi = 0.5 * (cr[j] - ar[j]);
+      xr[j] = er + (wr * orr - wi * oi);
+      xi[j] = ei + (wr * oi + wi * orr);
+    }
+  }
+}
+
 // Real sequences of length n into their packed spectra (in place allowed).
 template <int B>
 void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
@@ -421,17 +586,7 @@ void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
       pk[j] = Zr[j] + Zi[j];
       pk[(n - 1) * B + j] = Zr[j] - Zi[j];
     }
-    for (std::size_t k = 1; k < h; ++k) {
-      const double wr = R.wRe[k], wi = R.wIm[k];
-      const double *ar = Zr + k * B, *ai = Zi + k * B, *cr = Zr + (h - k) * B, *ci = Zi + (h - k) * B;
-      double *xr = pk + (2 * k - 1) * B, *xi = pk + 2 * k * B;
-      for (int j = 0; j < B; ++j) {
-        const double er = 0.5 * (ar[j] + cr[j]), ei = 0.5 * (ai[j] - ci[j]);
-        const double orr = 0.5 * (ai[j] + ci[j]), oi = 0.5 * (cr[j] - ar[j]);
-        xr[j] = er + (wr * orr - wi * oi);
-        xi[j] = ei + (wr * oi + wi * orr);
-      }
-    }
+    splitHalves<B>(Zr, Zi, R.wRe.data(), R.wIm.data(), h, pk);
     scatter<B>(pk, s.at, s.es, s.ls, nl, n);
   } else {
     gather<B>(s.at, s.es, s.ls, nl, n, b.zr);
@@ -445,6 +600,43 @@ void realForward(const RealPlan& R, Seq s, int nl, double* scratch) {
         pk[2 * k * B + j] = Zi[k * B + j];
       }
     scatter<B>(pk, s.at, s.es, s.ls, nl, n);
+  }
+}
+
+// The reverse of splitHalves: values 1 .. h - 1 of the h-point transform Z
+// whose inverse gives the (even, odd) pairs, from the packed spectrum pk.
+template <int B>
+void joinHalves(const double* __restrict pk, const double* __restrict wRe,
+                const double* __restrict wIm, std::size_t h, double* __restrict Zr,
+                double* __restrict Zi) {
+#if defined(MOX_FFT_WIDE_INTRINSICS)
+  if constexpr (B == 4) {  // the same arithmetic, four lanes at once
+    for (std::size_t k = 1; k < h; ++k) {
+      const __m256d wr = _mm256_set1_pd(wRe[k]), wi = _mm256_set1_pd(wIm[k]);
+      const __m256d ar = _mm256_loadu_pd(pk + (2 * k - 1) * B), ai = _mm256_loadu_pd(pk + 2 * k * B);
+      const __m256d cr = _mm256_loadu_pd(pk + (2 * (h - k) - 1) * B);
+      const __m256d ci = _mm256_loadu_pd(pk + 2 * (h - k) * B);
+      const __m256d sr = _mm256_add_pd(ar, cr), si = _mm256_sub_pd(ai, ci);
+      const __m256d dr = _mm256_sub_pd(ar, cr), di = _mm256_add_pd(ai, ci);
+      _mm256_storeu_pd(Zr + k * B, _mm256_sub_pd(sr, _mm256_add_pd(_mm256_mul_pd(wr, di),
+                                                                   _mm256_mul_pd(wi, dr))));
+      _mm256_storeu_pd(Zi + k * B, _mm256_add_pd(si, _mm256_sub_pd(_mm256_mul_pd(wr, dr),
+                                                                   _mm256_mul_pd(wi, di))));
+    }
+    return;
+  }
+#endif
+  for (std::size_t k = 1; k < h; ++k) {
+    const double wr = wRe[k], wi = wIm[k];
+    const double *ar = pk + (2 * k - 1) * B, *ai = pk + 2 * k * B;
+    const double *cr = pk + (2 * (h - k) - 1) * B, *ci = pk + 2 * (h - k) * B;
+    double *zr = Zr + k * B, *zi = Zi + k * B;
+    for (int j = 0; j < B; ++j) {
+      const double sr = ar[j] + cr[j], si = ai[j] - ci[j];
+      const double dr = ar[j] - cr[j], di = ai[j] + ci[j];
+      zr[j] = sr - (wr * di + wi * dr);
+      zi[j] = si + (wr * dr - wi * di);
+    }
   }
 }
 
@@ -463,18 +655,7 @@ void realInverse(const RealPlan& R, Seq s, int nl, double* scratch) {
       b.zr[j] = x0 + xh;
       b.zi[j] = x0 - xh;
     }
-    for (std::size_t k = 1; k < h; ++k) {
-      const double wr = R.wRe[k], wi = R.wIm[k];
-      const double *ar = pk + (2 * k - 1) * B, *ai = pk + 2 * k * B;
-      const double *cr = pk + (2 * (h - k) - 1) * B, *ci = pk + 2 * (h - k) * B;
-      double *zr = b.zr + k * B, *zi = b.zi + k * B;
-      for (int j = 0; j < B; ++j) {
-        const double sr = ar[j] + cr[j], si = ai[j] - ci[j];
-        const double dr = ar[j] - cr[j], di = ai[j] + ci[j];
-        zr[j] = sr - (wr * di + wi * dr);
-        zi[j] = si + (wr * dr - wi * di);
-      }
-    }
+    joinHalves<B>(pk, R.wRe.data(), R.wIm.data(), h, b.zr, b.zi);
     auto [Zr, Zi] = run<B>(P, b.zr, b.zi, b.wr, b.wi);
     scatter<B>(Zr, s.at, 2 * s.es, s.ls, nl, h);
     scatter<B>(Zi, s.at + s.es, 2 * s.es, s.ls, nl, h);
@@ -498,11 +679,17 @@ void realInverse(const RealPlan& R, Seq s, int nl, double* scratch) {
 template <int B>
 void complexLanes(const Plan& P, Seq re, double* im, int nl, double* scratch) {
   const Blocks b = carve(scratch, P.n, P, B);
-  gather<B>(re.at, re.es, re.ls, nl, P.n, b.zr);
-  gather<B>(im, re.es, re.ls, nl, P.n, b.zi);
+  // Neighbouring pairs (the column pairs of a spectrum) move together.
+  const bool pairs = B == 4 && nl == B && re.ls == 2 && im == re.at + 1;
+  if (!pairs || !pairsToLanes4(re.at, re.es, P.n, b.zr, b.zi)) {
+    gather<B>(re.at, re.es, re.ls, nl, P.n, b.zr);
+    gather<B>(im, re.es, re.ls, nl, P.n, b.zi);
+  }
   auto [Zr, Zi] = run<B>(P, b.zr, b.zi, b.wr, b.wi);
-  scatter<B>(Zr, re.at, re.es, re.ls, nl, P.n);
-  scatter<B>(Zi, im, re.es, re.ls, nl, P.n);
+  if (!pairs || !lanesToPairs4(Zr, Zi, re.at, re.es, P.n)) {
+    scatter<B>(Zr, re.at, re.es, re.ls, nl, P.n);
+    scatter<B>(Zi, im, re.es, re.ls, nl, P.n);
+  }
 }
 
 // Orthonormal DCT-II of real sequences, or its inverse, in place.
@@ -542,8 +729,8 @@ void cosineLanes(const CosinePlan& C, Seq s, int nl, bool inverse, double* scrat
   }
 }
 
-// The batches below hold `per` sequences each: kLanes in the general
-// schedule, one in the narrow one. Both run the same code on every lane, so
+// The batches below hold `per` sequences each: several in the general
+// schedule (kLanes, kColumnLanes or kRowLanes), one in the narrow one. Both run the same code on every lane, so
 // their results are identical bit for bit.
 
 // Column 0 and, for an even width, the last column: the real columns of a
@@ -564,10 +751,10 @@ void realColumnsK(const RealPlan& R, double* m, int cols, std::ptrdiff_t step, b
 // The column pairs (2k - 1, 2k), k >= 1, as complex sequences.
 void complexColumnsK(const Plan& P, double* m, int cols, std::ptrdiff_t step, bool narrow,
                      double* scratch) {
-  const int pairs = (cols - 1) / 2, per = narrow ? 1 : kLanes;
+  const int pairs = (cols - 1) / 2, per = narrow ? 1 : kColumnLanes;
   for (int k = 1; k <= pairs; k += per)
-    complexLanes<kLanes>(P, {m + 2 * k - 1, step, 2}, m + 2 * k, std::min(per, pairs - k + 1),
-                         scratch);
+    complexLanes<kColumnLanes>(P, {m + 2 * k - 1, step, 2}, m + 2 * k,
+                               std::min(per, pairs - k + 1), scratch);
 }
 
 // Rows run in batches of four: a batch of a long row then still fits the
@@ -595,7 +782,7 @@ void cosineLinesK(const CosinePlan& C, double* m, int count, std::ptrdiff_t es, 
 // gives the same results.
 void roundRunK(const double* s, int n, double scale, double lo, double hi, std::int32_t* out) {
   int x = 0;
-#if defined(__AVX2__)
+#if defined(MOX_FFT_WIDE_INTRINSICS)
   const __m256d vs = _mm256_set1_pd(scale), vlo = _mm256_set1_pd(lo), vhi = _mm256_set1_pd(hi);
   const __m256d half = _mm256_set1_pd(0.5), mhalf = _mm256_set1_pd(-0.5);
   const __m256d one = _mm256_set1_pd(1.0);

@@ -51,10 +51,16 @@ struct CosinePlan {
   std::vector<double> invScale;    // its inverse, with 1/n of the transform
 };
 
+// Doubles left between the blocks of a lane batch. The blocks of a length
+// that is a power of two would otherwise start on the same cache sets, and
+// the passes, which read and write all of them at once, would evict their
+// own data.
+constexpr std::size_t kBlockPad = 200;
+
 // Doubles of scratch one batch of B lanes needs: the data, the work block
 // of the plan and a packed sequence of `packed` values.
 inline std::size_t scratchFor(std::size_t points, const Plan& P, std::size_t packed, int B) {
-  return (2 * points + 2 * P.work() + packed) * B;
+  return (2 * points + 2 * P.work() + packed) * B + 4 * kBlockPad;
 }
 
 // The kernels, compiled once for the baseline instruction set and once for
