@@ -245,17 +245,14 @@ TEST(Fft2D, ThreadsTransformAtOnce) {
   const auto work = [](const Image* src, const Image* want, int flags, bool* ok) {
     Image spectrum({MOX_DEPTH_32S, 1, 0, (*src)->height, (*src)->width});
     *ok = true;
-    for (int i = 0; i < 20; ++i) {
-      *ok &= moxRealFft2D(*src, spectrum, flags | MOX_FFT_SAVE, nullptr) == 0;
-      *ok &= spectrum.bytes() == want->bytes();
-    }
+    for (int i = 0; i < 20; ++i)
+      *ok &= moxRealFft2D(*src, spectrum, flags | MOX_FFT_SAVE, nullptr) == 0 &&
+             spectrum.bytes() == want->bytes();
     moxRealFft2D(nullptr, nullptr, MOX_FFT_FREE, nullptr);
   };
   bool okA = false, okB = false;
-  std::thread ta(work, &a, &wantA, MOX_FFT_FORWARD, &okA);
-  std::thread tb(work, &b, &wantB, MOX_FFT_INVERSE, &okB);
-  ta.join();
-  tb.join();
+  std::thread ta(work, &a, &wantA, MOX_FFT_FORWARD, &okA), tb(work, &b, &wantB, MOX_FFT_INVERSE, &okB);
+  ta.join(), tb.join();
   EXPECT_TRUE(okA && okB);
 }
 
@@ -263,8 +260,7 @@ TEST(Fft2D, ThreadsTransformAtOnce) {
 // must follow, written the slow way.
 std::int32_t roundedAndSaturated(double v, double scale, double lo, double hi) {
   const double x = v * scale;
-  const double exact = x < 0 ? -std::round(-x) : std::round(x);
-  return static_cast<std::int32_t>(exact < lo ? lo : exact > hi ? hi : exact);
+  return static_cast<std::int32_t>(std::clamp(x < 0 ? -std::round(-x) : std::round(x), lo, hi));
 }
 
 TEST(FftRounding, EveryKernelTableRoundsAndSaturatesAlike) {
@@ -273,9 +269,8 @@ TEST(FftRounding, EveryKernelTableRoundsAndSaturatesAlike) {
       0.0,   -0.0, 0.5,   -0.5,  1.5,    -1.5,    2.5,   -2.5,   below, -below,
       0.49,  0.51, 254.5, 255.5, -128.5, -129.5,  1e12,  -1e12,  3e9,   -3e9,
       2147483646.5, -2147483647.5, 7.25, -7.75, 1e-300, 65535.5, 32767.5, -32768.5, 100.0};
-  const struct {
-    double lo, hi;
-  } ranges[] = {{0, 255}, {-128, 127}, {0, 65535}, {-32768, 32767}, {INT32_MIN, INT32_MAX}};
+  const struct { double lo, hi; } ranges[] = {
+      {0, 255}, {-128, 127}, {0, 65535}, {-32768, 32767}, {INT32_MIN, INT32_MAX}};
   for (const auto* k : {&mox::fft::kBaselineKernels, &mox::fft::kernels()})
     for (const auto& r : ranges)
       for (double scale : {1.0, 0.25, -3.0}) {
