@@ -79,13 +79,7 @@ inline void set(MoxImage* im, int x, int y, int c, ll v) { store(im->depth, spot
 
 // ---------------------------------------------------------------- images
 
-struct Shape {
-  unsigned depth = MOX_DEPTH_8U;
-  int nChannels = 1;
-  int dataOrder = 0;
-  int height = 8;
-  int width = 8;
-};
+struct Shape { unsigned depth; int nChannels, dataOrder, height, width; };
 
 // An allocated image with random bytes and an optional ROI (coi, x, y, h, w).
 class Image {
@@ -101,10 +95,9 @@ class Image {
   ~Image() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI); }
   Image(const Image&) = delete;
 
-  Image& roi(int coi, int x, int y, int h, int w) {
-    if (im_->roi) moxDeleteROI(im_->roi);
+  void roi(int coi, int x, int y, int h, int w) {
+    moxDeleteROI(im_->roi);
     im_->roi = moxCreateROI(coi, x, y, h, w);
-    return *this;
   }
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }

@@ -15,7 +15,6 @@ namespace testimg {
 // scalar or shift count v, the reverse flag r and the tile request m.
 inline void runOp(const std::string& f, MoxImage* a, MoxImage* b, MoxImage* d, int v, int r,
                   const int* m) {
-  const unsigned n = static_cast<unsigned>(v);
   if (f == "moxAdd") moxAdd(a, b, d, m);
   if (f == "moxSubtract") moxSubtract(a, b, d, r, m);
   if (f == "moxMultiply") moxMultiply(a, b, d, m);
@@ -28,8 +27,8 @@ inline void runOp(const std::string& f, MoxImage* a, MoxImage* b, MoxImage* d, i
   if (f == "moxAndS") moxAndS(a, d, v, m);
   if (f == "moxOrS") moxOrS(a, d, v, m);
   if (f == "moxXorS") moxXorS(a, d, v, m);
-  if (f == "moxLShiftS") moxLShiftS(a, d, n, m);
-  if (f == "moxRShiftS") moxRShiftS(a, d, n, m);
+  if (f == "moxLShiftS") moxLShiftS(a, d, unsigned(v), m);
+  if (f == "moxRShiftS") moxRShiftS(a, d, unsigned(v), m);
   if (f == "moxSquare") moxSquare(a, d, m);
   if (f == "moxAbs") moxAbs(a, d, m);
   if (f == "moxNot") moxNot(a, d, m);
@@ -55,10 +54,7 @@ struct OpCase {
 // Every rule once per scalar (or shift count) of its row.
 inline std::vector<OpCase> allOps() {
   const struct {
-    const char* func;
-    int sources, reverse;
-    std::vector<int> values;
-    ll (*ref)(unsigned d, ll a, ll b, ll v, int r);
+    const char* func; int sources, reverse; std::vector<int> values; decltype(OpCase::ref) ref;
   } rules[] = {
       {"moxAdd", 2, 0, {0}, REF(clampTo(d, a + b))},
       {"moxSubtract", 2, 0, {0}, REF(clampTo(d, a - b))},
