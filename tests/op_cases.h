@@ -169,21 +169,21 @@ inline std::vector<ll> expected(const std::vector<MoxImage*>& images,
                                 const std::function<ll(const ll*)>& f, Rect limit = kEverywhere) {
   MoxImage* d = images.back();
   std::vector<ll> out = pixels(d);
-  Rect common = clippedRoi(d);
-  for (MoxImage* im : images)
-    common.w = std::min(common.w, clippedRoi(im).w), common.h = std::min(common.h, clippedRoi(im).h);
+  std::vector<Rect> r;
+  for (MoxImage* im : images) r.push_back(clippedRoi(im));
+  const Rect dr = r.back();
+  int w = INT_MAX, h = INT_MAX;
+  for (const Rect& ri : r) w = std::min(w, ri.w), h = std::min(h, ri.h);
   const int work = d->roi && d->roi->coi ? 1 : valueChannels(d);
-  for (int y = 0; y < common.h; ++y)
-    for (int x = 0; x < common.w; ++x) {
-      const int dx = common.x + x, dy = common.y + y;
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      const int dx = dr.x + x, dy = dr.y + y;
       if (dx < limit.x || dy < limit.y || dx - limit.x >= limit.w || dy - limit.y >= limit.h)
         continue;
       for (int k = 0; k < work; ++k) {
         ll v[3] = {};
-        for (size_t i = 0; i + 1 < images.size(); ++i) {
-          const Rect r = clippedRoi(images[i]);
-          v[i] = get(images[i], r.x + x, r.y + y, channelOf(images[i], k));
-        }
+        for (size_t i = 0; i + 1 < images.size(); ++i)
+          v[i] = get(images[i], r[i].x + x, r[i].y + y, channelOf(images[i], k));
         out[(size_t(dy) * d->width + dx) * valueChannels(d) + channelOf(d, k)] = f(v);
       }
     }

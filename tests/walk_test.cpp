@@ -1,11 +1,10 @@
 // The ROI/tile walk: tiled runs equal plain runs, the tile request and its
-// checks, call-backs that misbehave, and the pieces the kernel is given.
-#include "image/walk.h"
-
+// checks, call-backs that misbehave.
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <tuple>
+#include <vector>
 
 #include "op_cases.h"
 
@@ -167,67 +166,5 @@ TEST(Walk, CallBacksThatMisbehave) {
       td.gather(d);
       EXPECT_EQ(get(d, 3, 4), clampTo(MOX_DEPTH_8U, get(a, 3, 4) + get(b, 3, 4)));
     }
-  }
-}
-
-namespace {
-
-struct Piece { int width, height; };
-
-void notePiece(const mox::View* v, const void* arg) {
-  static_cast<std::vector<Piece>*>(const_cast<void*>(arg))->push_back({v[0].width, v[0].height});
-}
-
-const mox::WalkLines kNoLines{{1, 2, 3, 4}, {5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}};
-const mox::WalkPlan kPlan{"walk", "walk", &kNoLines, true};
-
-}  // namespace
-
-// The kernel runs once per piece: the rectangle cut at every tile edge, a
-// piece spanning the rows of a band of tiles. Rows that follow each other
-// with no gap in every image reach the kernel as one long row; padding or a
-// channel of interest keeps the rows apart.
-TEST(Walk, KernelRunsOncePerPieceAndOverGaplessRowsAtOnce) {
-  Capture capture;
-  // Tile width and height of a and d (0: untiled, rows 3.. and 5.. of a ROI
-  // instead), the size of every piece (width 0: any) and their number.
-  const struct {
-    const char* what; Shape shape; int tile[2][2], coi, width, height; std::size_t pieces;
-  } cases[] = {
-      // Column edges at 16, 24, 32, 48 (and 64): 5 pieces a band of 8 rows.
-      {"tiles apart", {MOX_DEPTH_8U, 1, 0, 64, 64}, {{24, 8}, {16, 16}}, 0, 0, 8, 5 * 8},
-      {"same tiles", {MOX_DEPTH_8U, 1, 0, 64, 64}, {{16, 16}, {16, 16}}, 0, 256, 1, 16},
-      {"16-bit, 3 channels, same tiles", {MOX_DEPTH_16U, 3, 0, 32, 32}, {{16, 16}, {16, 16}}, 0,
-       256, 1, 4},
-      {"whole rows of a ROI", {MOX_DEPTH_8U, 1, 0, 64, 64}, {}, 0, 64 * 37, 1, 1},
-      {"padded rows", {MOX_DEPTH_8U, 1, 0, 64, 30}, {}, 0, 30, 37, 1},
-      {"channel of interest", {MOX_DEPTH_8U, 3, 0, 64, 64}, {}, 2, 64, 37, 1},
-      {"plane order", {MOX_DEPTH_8U, 3, 1, 64, 64}, {}, 0, 64, 37, 1},
-  };
-  for (const auto& c : cases) {
-    const int w = c.shape.width, roiA[5] = {c.coi, 0, 3, 37, w}, roiD[5] = {c.coi, 0, 5, 37, w};
-    const bool tiled = c.tile[0][0];
-    Image a(c.shape, 1, tiled ? nullptr : roiA), d(c.shape, 2, tiled ? nullptr : roiD);
-    std::optional<Tiled> ta, td;
-    if (tiled) ta.emplace(a, c.tile[0][0], c.tile[0][1]), td.emplace(d, c.tile[1][0], c.tile[1][1]);
-    const mox::WalkImage images[2] = {{ta ? +*ta : +a, "a", false}, {td ? +*td : +d, "d", true}};
-    std::vector<Piece> pieces;
-    ASSERT_TRUE(mox::walk(kPlan, images, 2, nullptr, &notePiece, &pieces)) << c.what;
-    ASSERT_EQ(pieces.size(), c.pieces) << c.what;
-    int area = 0;
-    for (const Piece& p : pieces) {
-      EXPECT_EQ(p.width, c.width ? c.width : p.width) << c.what;
-      EXPECT_EQ(p.height, c.height) << c.what;
-      area += p.width * p.height;
-    }
-    EXPECT_EQ(area, w * (tiled ? c.shape.height : 37)) << c.what;
-    if (!td) continue;
-    // The destination's tiles are asked for once per band they span, each
-    // after the one before was released.
-    int gets = 0, releases = 0;
-    for (const auto& call : td->calls) (call.mode == MOX_RELEASE_TILE ? releases : gets)++;
-    EXPECT_EQ(gets, w / c.tile[1][0] * (c.shape.height / std::min(c.tile[0][1], c.tile[1][1])))
-        << c.what;
-    EXPECT_EQ(releases, gets);
   }
 }
