@@ -33,9 +33,7 @@ std::string stderrOf(MoxErrorCallBack fn, int mode, int status, const char* func
   moxSetErrMode(mode);
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(moxError(status, func, message, file, line), status);
-  moxRedirectError(oldFn);
-  moxSetErrMode(oldMode);
-  moxSetErrStatus(0);
+  moxRedirectError(oldFn), moxSetErrMode(oldMode), moxSetErrStatus(0);
   return ::testing::internal::GetCapturedStderr();
 }
 
@@ -43,11 +41,7 @@ TEST(Reporting, StandardErrorTextsByMode) {
   const MoxErrorCallBack err = moxStdErrReport, nul = moxNulDevReport;
   const int parent = MOX_ErrorModeParent;
   const struct {
-    MoxErrorCallBack fn;
-    int mode, status;
-    const char *func, *message, *file;
-    int line;
-    const char* text;
+    MoxErrorCallBack fn; int mode, status; const char *func, *message, *file; int line; const char* text;
   } cases[] = {
       {err, parent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
       {err, parent, -1, "moxRotate", "", "moxRotat", 87, "\tcalled from [moxRotat:87]:moxRotate(): \n"},
@@ -88,9 +82,8 @@ std::string leafReport(MoxErrorCallBack fn) {
         std::exit(2);
       },
       ::testing::ExitedWithCode(1), "");
-  std::ifstream in(path);  // as text: the C runtime may write CRLF line ends
-  std::stringstream text;
-  text << in.rdbuf();
+  std::stringstream text;  // read as text: the C runtime may write CRLF line ends
+  text << std::ifstream(path).rdbuf();
   return text.str();
 }
 
