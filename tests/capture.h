@@ -17,8 +17,6 @@ inline std::vector<Report>& reports() {
   return all;
 }
 
-// The last report (an empty one when nothing was reported).
-inline Report lastReport() { return reports().empty() ? Report{} : reports().back(); }
 
 // Takes the first report off the list: a bad argument from func (in file,
 // when given) at line with the message (a header fault text may be given
