@@ -117,15 +117,11 @@ TEST(Records, AllocationRefusesABadHeader) {
   moxAllocateImage(image, 0);
   EXPECT_EQ(std::make_tuple(image->imageData, image->imageSize), std::make_tuple(nullptr, 0));
   // Sizes edited into the header that overflow 32 bits are refused too.
-  image->align = image->nChannels = 4;
-  image->depth = MOX_DEPTH_32S;
-  image->width = 1 << 20;
-  image->height = 1 << 9;
+  image->align = image->nChannels = 4, image->depth = MOX_DEPTH_32S;
+  image->width = 1 << 20, image->height = 1 << 9;
   moxAllocateImage(image, 0);
   EXPECT_EQ(std::make_tuple(image->imageData, image->imageSize), std::make_tuple(nullptr, 0));
-  moxDeallocateImage(nullptr);
-  moxAllocateImage(nullptr, 0);
-  moxDeallocate(nullptr, 31);
+  moxDeallocateImage(nullptr), moxAllocateImage(nullptr, 0), moxDeallocate(nullptr, 31);
   moxDeallocateHeader(image);
 }
 
@@ -136,8 +132,7 @@ TEST(Records, ReleaseByFlags) {
   MoxImage* image = header(1, 0, 8, 0, 0, 4, 4, 4);
   image->roi = moxCreateROI(1, 0, 0, 2, 2);
   moxAllocateImage(image, 7);
-  image->maskRoi = mask;
-  image->tileInfo = moxCreateTileInfo(nullptr, 5, 8, 8);
+  image->maskRoi = mask, image->tileInfo = moxCreateTileInfo(nullptr, 5, 8, 8);
   moxDeallocate(image, MOX_FREE_DATA | MOX_FREE_ROI);
   EXPECT_EQ(std::make_tuple(image->imageData, image->imageDataOrigin, image->roi, image->imageSize),
             std::make_tuple(nullptr, nullptr, nullptr, 16));
@@ -156,8 +151,7 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   EXPECT_EQ(std::tie(roi->coi, roi->xOffset, roi->yOffset, roi->height, roi->width),
             std::make_tuple(0, 6, 7, 8, 9));
   moxSetROI(nullptr, 0, 0, 0, 0, 0);
-  moxDeleteROI(roi);
-  moxDeleteROI(nullptr);
+  moxDeleteROI(roi), moxDeleteROI(nullptr);
 
   MoxTileInfo* tile = moxCreateTileInfo(nullptr, 9, 16, 24);
   ASSERT_NE(tile, nullptr);
@@ -167,8 +161,7 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   EXPECT_EQ(std::make_tuple(tile->tileData, tile->id, tile->width, tile->height),
             std::make_tuple(nullptr, 3, 8, 32));
   moxSetTileInfo(nullptr, nullptr, 0, 0, 0);
-  moxDeleteTileInfo(tile);
-  moxDeleteTileInfo(nullptr);
+  moxDeleteTileInfo(tile), moxDeleteTileInfo(nullptr);
 
   // Border modes change only the named sides; any mode is stored as given.
   MoxImage* image = header(1, 0, 8, 0, 0, 4, 4, 4);
