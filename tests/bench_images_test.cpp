@@ -60,7 +60,7 @@ TEST(BenchTiledImage, AnswersOnlyRequestsForItsOwnTiles) {
   for (const auto& r : requests) {
     image->tileInfo->tileData = reinterpret_cast<char*>(&tiled);  // anything not null
     image->tileInfo->callBack(image, r.x, r.y, r.mode);
-    EXPECT_EQ(r.answered, image->tileInfo->tileData != nullptr) << r.x << "," << r.y << " " << r.mode;
+    EXPECT_EQ(r.answered, image->tileInfo->tileData != nullptr) << r.x << r.y << r.mode;
   }
   EXPECT_EQ(7, tiled.requests());
 }

@@ -15,7 +15,8 @@ namespace {
 std::vector<double> directDct(const std::vector<double>& f, int h, int w, bool inverse) {
   return separable(f, h, w, [inverse](int k, int x, int n) {
     if (inverse) std::swap(k, x);
-    return std::sqrt((k ? 2.0 : 1.0) / n) * std::cos(3.14159265358979323846 * (2 * x + 1) * k / (2.0 * n));
+    const double pi = 3.14159265358979323846;
+    return std::sqrt((k ? 2.0 : 1.0) / n) * std::cos(pi * (2 * x + 1) * k / (2.0 * n));
   });
 }
 
@@ -76,7 +77,8 @@ TEST(DCT2D, ChecksReportTheirConditionAndWriteNothing) {
        "(" + dir + " == 0 || " + dir + " == (MOX_DCT_FORWARD | MOX_DCT_INVERSE))", 70},
       {"bad source header", 1, SPOIL(s->align = 2),
        std::string("Image align is invalid") + std::string(48, ' ') + "\n", 60},
-      {"1U destination", 1, SPOIL(d->depth = MOX_DEPTH_1U), "(dstImage->depth == MOX_DEPTH_1U)", 74},
+      {"1U destination", 1, SPOIL(d->depth = MOX_DEPTH_1U),
+       "(dstImage->depth == MOX_DEPTH_1U)", 74},
       {"channels", 1, SPOIL(s->nChannels = 2, s->imageSize *= 2),
        "(srcImage->nChannels != dstImage->nChannels)", 75},
       {"COIs", 1, SPOIL(d.roi(1, 0, 0, 6, 6)), "(srcImage->roi->coi != dstImage->roi->coi)", 76},

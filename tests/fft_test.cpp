@@ -64,12 +64,14 @@ struct Size { int h, w; };
 // large primes (67, 127) handled by the chirp convolution; single rows and
 // single columns. Both implementations, forced, give the very same results.
 TEST(Fft2D, BothTransformsMatchTheDirectDftInBothImplementations) {
-  const Size sizes[] = {{1, 8},  {8, 1},  {1, 7},   {7, 1},    {1, 2},   {2, 1},    {2, 2},  {3, 5},
-                        {4, 4},  {6, 10}, {16, 12}, {9, 15},   {32, 32}, {17, 64},  {19, 6}, {5, 67},
-                        {2, 134}, {12, 127}, {45, 36}, {1, 1000}, {11, 11}, {1, 128}};
+  const Size sizes[] = {{1, 8},   {8, 1},   {1, 7},    {7, 1},   {1, 2},   {2, 1},   {2, 2},
+                        {3, 5},   {4, 4},   {6, 10},   {16, 12}, {9, 15},  {32, 32}, {17, 64},
+                        {19, 6},  {5, 67},  {2, 134},  {12, 127}, {45, 36}, {1, 1000}, {11, 11},
+                        {1, 128}};
+  const int directions[] = {MOX_FFT_FORWARD, MOX_FFT_INVERSE, MOX_FFT_INVERSE | MOX_FFT_NOSCALE};
   for (const Size s : sizes)
     for (const bool ccs : {false, true})
-      for (const int flags : {MOX_FFT_FORWARD, MOX_FFT_INVERSE, MOX_FFT_INVERSE | MOX_FFT_NOSCALE}) {
+      for (const int flags : directions) {
         const std::string what = std::string(ccs ? "ccs " : "real ") + std::to_string(s.h) + "x" +
                                  std::to_string(s.w) + " flags " + std::to_string(flags);
         // A real 16S image, or a packed spectrum of 32S values within 2^17.
@@ -79,9 +81,10 @@ TEST(Fft2D, BothTransformsMatchTheDirectDftInBothImplementations) {
           set(src, i % s.w, i / s.w, 0, get(src, i % s.w, i / s.w) >> 14);
         const Fft op = ccs ? moxCcsFft2D : moxRealFft2D;
         ASSERT_EQ(op(src, dst, flags, nullptr), 0);
-        std::vector<Cx> want = directDft(ccs ? unpack(src.plane(), s.h, s.w) : complexOf(src.plane()),
-                                         s.h, s.w, flags & MOX_FFT_FORWARD ? 1 : -1);
-        for (Cx& v : want) v = (ccs ? Cx(v.real()) : v) / (flags == MOX_FFT_INVERSE ? s.h * s.w : 1.0);
+        const auto f = ccs ? unpack(src.plane(), s.h, s.w) : complexOf(src.plane());
+        std::vector<Cx> want = directDft(f, s.h, s.w, flags & MOX_FFT_FORWARD ? 1 : -1);
+        const double n = flags == MOX_FFT_INVERSE ? s.h * s.w : 1;  // scaled
+        for (Cx& v : want) v = (ccs ? Cx(v.real()) : v) / n;
         expectNear(ccs ? complexOf(dst.plane()) : unpack(dst.plane(), s.h, s.w), want, what);
         for (const int implementation : {MOX_FFT_SMALL, MOX_FFT_GENERAL}) {
           ASSERT_EQ(op(src, forced, flags | implementation, nullptr), 0);
@@ -251,7 +254,8 @@ TEST(Fft2D, ThreadsTransformAtOnce) {
     moxRealFft2D(nullptr, nullptr, MOX_FFT_FREE, nullptr);
   };
   bool okA = false, okB = false;
-  std::thread ta(work, &a, &wantA, MOX_FFT_FORWARD, &okA), tb(work, &b, &wantB, MOX_FFT_INVERSE, &okB);
+  std::thread ta(work, &a, &wantA, MOX_FFT_FORWARD, &okA);
+  std::thread tb(work, &b, &wantB, MOX_FFT_INVERSE, &okB);
   ta.join(), tb.join();
   EXPECT_TRUE(okA && okB);
 }

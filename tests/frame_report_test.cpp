@@ -41,10 +41,12 @@ TEST(Reporting, StandardErrorTextsByMode) {
   const MoxErrorCallBack err = moxStdErrReport, nul = moxNulDevReport;
   const int parent = MOX_ErrorModeParent;
   const struct {
-    MoxErrorCallBack fn; int mode, status; const char *func, *message, *file; int line; const char* text;
+    MoxErrorCallBack fn; int mode, status; const char *func, *message, *file; int line;
+    const char* text;
   } cases[] = {
       {err, parent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
-      {err, parent, -1, "moxRotate", "", "moxRotat", 87, "\tcalled from [moxRotat:87]:moxRotate(): \n"},
+      {err, parent, -1, "moxRotate", "", "moxRotat", 87,
+       "\tcalled from [moxRotat:87]:moxRotate(): \n"},
       {err, parent, -1, "outer", "m", nullptr, 0, "\tcalled from:outer(): m\n"},
       {err, parent, -8, "traced", "arg", "f", 2, "\tcalled from [f:2]:traced(arg)\n"},
       {err, parent, -4, nullptr, nullptr, nullptr, 5,

@@ -125,11 +125,12 @@ TEST(Memory, AllocatorsGiveAlignedUsableBlocksAndRefuseNegativeCounts) {
 TEST(Version, Record) {
   const MoxLibVersion* v = moxGetLibVersion();
   ASSERT_NE(v, nullptr);
-  EXPECT_EQ(std::make_tuple(v->major, v->minor, v->build, std::string(v->Name), std::string(v->Version),
-                            std::string(v->InternalVersion), std::string(v->BuildDate),
-                            std::string(v->CallConv), moxGetLibVersion()),
-            std::make_tuple(1, 3, 3, "moxpx.dll", "v1.0 Beta 3", "[1.03.03, 06/30/97]", "Jul  7 1997",
-                            "DLL", v));
+  EXPECT_EQ(std::make_tuple(v->major, v->minor, v->build, std::string(v->Name),
+                            std::string(v->Version), std::string(v->InternalVersion),
+                            std::string(v->BuildDate), std::string(v->CallConv),
+                            moxGetLibVersion()),
+            std::make_tuple(1, 3, 3, "moxpx.dll", "v1.0 Beta 3", "[1.03.03, 06/30/97]",
+                            "Jul  7 1997", "DLL", v));
 }
 
 }  // namespace

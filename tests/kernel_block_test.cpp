@@ -57,7 +57,7 @@ void narrowRules() {
       sameAsRule<mox::arith::MultiplyS, D>(a, b, d, 0, OpArgs{v, r}, "MultiplyS " + what);
     }
   for (unsigned n : {0u, 1u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 24u, 25u, 31u, 32u, 33u, 40u})
-    sameAsRule<mox::arith::RShiftS, D>(a, b, d, 0, OpArgs{0, 0, n}, "RShiftS " + depth + std::to_string(n));
+    sameAsRule<mox::arith::RShiftS, D>(a, b, d, 0, {0, 0, n}, depth + "RShiftS " + std::to_string(n));
   sameAsRule<mox::arith::Multiply, D>(a, b, d, 0, {}, "Multiply " + depth);
   sameAsRule<mox::arith::Square, D>(a, b, d, 0, {}, "Square " + depth);
   sameAsRule<mox::arith::Add, D>(a, b, d, 0, {}, "Add " + depth);
@@ -81,7 +81,7 @@ void streamedSum(std::size_t n, bool stream) {
     a[j] = static_cast<T>(j * 7919u);
     b[j] = static_cast<T>(j * 104729u + 13);
   }
-  sameAsRule<mox::arith::Add, D>(a, b, out, 3, OpArgs{0, 0, 0, stream}, std::to_string(D::bits) + "-bit sum");
+  sameAsRule<mox::arith::Add, D>(a, b, out, 3, {0, 0, 0, stream}, std::to_string(D::bits) + "-bit");
   for (std::size_t j : {std::size_t(0), std::size_t(1), std::size_t(2), n + 3, n + 7})
     EXPECT_EQ(out[j], T(0x5A)) << "written outside the destination at " << j;
 }

@@ -100,8 +100,8 @@ TEST(Walk, TileRequestChecks) {
   const struct { int x, y; const char* message; int line; } cases[] = {
       {4, 2, "(dTile.begX > dRoi.endX)", 1173},       {2, 4, "(dTile.begY > dRoi.endY)", 1174},
       {0, 2, "(dTile.endX < dRoi.begX)", 1175},       {2, 0, "(dTile.endY < dRoi.begY)", 1176},
-      {INT_MAX, 2, "(dTile.begX > dRoi.endX)", 1173}, {INT_MIN, 2, "(dTile.endX < dRoi.begX)", 1175},
-      {3, 2, nullptr, 0},                             {2, 1, nullptr, 0},
+      {INT_MAX, 2, "(dTile.begX > dRoi.endX)", 1173}, {3, 2, nullptr, 0},
+      {INT_MIN, 2, "(dTile.endX < dRoi.begX)", 1175}, {2, 1, nullptr, 0},
   };
   for (const auto& k : cases) {
     const int roi[5] = {0, 16, 16, 8, 8};
