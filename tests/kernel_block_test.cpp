@@ -57,7 +57,7 @@ void narrowRules() {
       sameAsRule<mox::arith::MultiplyS, D>(a, b, d, 0, OpArgs{v, r}, "MultiplyS " + what);
     }
   for (unsigned n : {0u, 1u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 24u, 25u, 31u, 32u, 33u, 40u})
-    sameAsRule<mox::arith::RShiftS, D>(a, b, d, 0, {0, 0, n}, depth + "RShiftS " + std::to_string(n));
+    sameAsRule<mox::arith::RShiftS, D>(a, b, d, 0, {0, 0, n}, depth + ">> " + std::to_string(n));
   sameAsRule<mox::arith::Multiply, D>(a, b, d, 0, {}, "Multiply " + depth);
   sameAsRule<mox::arith::Square, D>(a, b, d, 0, {}, "Square " + depth);
   sameAsRule<mox::arith::Add, D>(a, b, d, 0, {}, "Add " + depth);
