@@ -165,17 +165,38 @@ TEST(Fft2D, WorksOnTheIntersectionOfTheRois) {
   expectNear(unpack(got, 9, 18), directDft(complexOf(part), 9, 18, 1), "ROI");
 }
 
-// Every check: its message and line, in both operations; nothing written.
+// A check: the flags, the change to the images, the messages (none: the
+// call succeeds) with the first one's line, and the arguments left null (1:
+// srcImage, 2: dstImage) or given (4: a map).
+struct Check {
+  const char* name; int flags; void (*spoil)(Image& s, Image& d);
+  std::vector<std::string> messages; int line, nulls = 0;
+};
+
+// Calls call(src, dst, flags, map) on spoilt 8 x 8 images and expects exactly
+// the reports of the check from func at its lines moved by `shift`; nothing
+// is written.
+template <class Call>
+void expectCheck(const Check& c, const char* func, const char* file, int shift, Call call) {
+  Image src({MOX_DEPTH_8U, 1, 0, 8, 8}), dst({MOX_DEPTH_32S, 1, 0, 8, 8});
+  char* data[2] = {src->imageData, dst->imageData};
+  const auto before = dst.bytes();
+  c.spoil(src, dst);
+  Capture capture;
+  const int map[2] = {0, 0};
+  call(c.nulls & 1 ? nullptr : +src, c.nulls & 2 ? nullptr : +dst, c.flags,
+       c.nulls & 4 ? map : nullptr);
+  for (const std::string& m : c.messages) expectReport(func, m, c.line + shift, file);
+  EXPECT_TRUE(reports().empty()) << c.name;
+  src->imageData = data[0], dst->imageData = data[1];
+  EXPECT_EQ(dst.bytes(), before) << c.name;
+}
+
+// Every check, in both operations (moxCcsFft2D's lines are 102 further).
 TEST(Fft2D, ChecksReportTheirMessageAndLine) {
   const auto none = SPOIL();
   const std::string bad = "Error in input data", nothing = "No calculations! Looking input data!";
-  // The messages (none: the call succeeds), moxRealFft2D's line (moxCcsFft2D's
-  // are 102 further), and the arguments left null (1: srcImage, 2: dstImage)
-  // or given (4: a map).
-  const struct {
-    const char* name; int flags; void (*spoil)(Image& s, Image& d);
-    std::vector<std::string> messages; int realLine, nulls = 0;
-  } cases[] = {
+  const Check cases[] = {
       {"both directions", 3, none, {bad}, 319},
       {"no direction", MOX_FFT_SAVE, none, {bad}, 319},
       {"both implementations", 1 | MOX_FFT_SMALL | MOX_FFT_GENERAL, none, {bad}, 319},
@@ -200,30 +221,16 @@ TEST(Fft2D, ChecksReportTheirMessageAndLine) {
       {"release", MOX_FFT_FREE | 3, none, {}, 0, 1 | 2 | 4},
   };
   for (const Fft op : {Fft(moxRealFft2D), Fft(moxCcsFft2D)})
-    for (const auto& c : cases) {
-      Image src({MOX_DEPTH_8U, 1, 0, 8, 8}), dst({MOX_DEPTH_32S, 1, 0, 8, 8});
-      char* data[2] = {src->imageData, dst->imageData};
-      const auto before = dst.bytes();
-      c.spoil(src, dst);
-      Capture capture;
-      {  // A failed set-up leaves nothing to reuse.
-        Image g({MOX_DEPTH_8U, 1, 0, 2, 2});
-        moxRealFft2D(g, g, 3, nullptr);
-        reports().clear();
-      }
-      const int map[2] = {0, 0};
-      EXPECT_EQ(op(c.nulls & 1 ? nullptr : +src, c.nulls & 2 ? nullptr : +dst, c.flags,
-                   c.nulls & 4 ? map : nullptr),
-                c.messages.empty() ? 0 : MOX_StsBadArgument)
-          << c.name;
+    for (const Check& c : cases) {
       const bool real = op == Fft(moxRealFft2D);
-      for (const std::string& m : c.messages)
-        expectReport(real ? "moxRealFft2D" : "moxCcsFft2D", m, c.realLine + (real ? 0 : 102),
-                     "moxfft2d");
-      EXPECT_TRUE(reports().empty()) << c.name;
-      src->imageData = data[0];
-      dst->imageData = data[1];
-      EXPECT_EQ(dst.bytes(), before) << c.name;
+      expectCheck(c, real ? "moxRealFft2D" : "moxCcsFft2D", "moxfft2d", real ? 0 : 102,
+                  [&](MoxImage* s, MoxImage* d, int flags, const int* map) {
+                    Image g({MOX_DEPTH_8U, 1, 0, 2, 2});  // a failed set-up: nothing to reuse
+                    moxRealFft2D(g, g, 3, nullptr);
+                    reports().clear();
+                    EXPECT_EQ(op(s, d, flags, map), c.messages.empty() ? 0 : MOX_StsBadArgument)
+                        << c.name;
+                  });
     }
 }
 
@@ -353,39 +360,28 @@ TEST(DCT2D, ChannelOfInterestAndRoi) {
 
 TEST(DCT2D, ChecksReportTheirConditionAndWriteNothing) {
   const std::string dir = "(flags & (MOX_DCT_FORWARD | MOX_DCT_INVERSE))";
-  const struct {
-    const char* name; int flags; void (*spoil)(Image& s, Image& d); std::string message; int line;
-  } cases[] = {
+  const Check cases[] = {
       {"no direction", MOX_DCT_SAVE, SPOIL(),
-       "(" + dir + " == 0 || " + dir + " == (MOX_DCT_FORWARD | MOX_DCT_INVERSE))", 70},
+       {"(" + dir + " == 0 || " + dir + " == (MOX_DCT_FORWARD | MOX_DCT_INVERSE))"}, 70},
       {"bad source header", 1, SPOIL(s->align = 2),
-       std::string("Image align is invalid") + std::string(48, ' ') + "\n", 60},
+       {std::string("Image align is invalid") + std::string(48, ' ') + "\n"}, 60},
       {"1U destination", 1, SPOIL(d->depth = MOX_DEPTH_1U),
-       "(dstImage->depth == MOX_DEPTH_1U)", 74},
+       {"(dstImage->depth == MOX_DEPTH_1U)"}, 74},
       {"channels", 1, SPOIL(s->nChannels = 2, s->imageSize *= 2),
-       "(srcImage->nChannels != dstImage->nChannels)", 75},
-      {"COIs", 1, SPOIL(d.roi(1, 0, 0, 6, 6)), "(srcImage->roi->coi != dstImage->roi->coi)", 76},
+       {"(srcImage->nChannels != dstImage->nChannels)"}, 75},
+      {"COIs", 1, SPOIL(d.roi(1, 0, 0, 6, 6)), {"(srcImage->roi->coi != dstImage->roi->coi)"}, 76},
       {"short block", 1, SPOIL(s->imageSize = 10),
-       "(srcImage->widthStep * srcImage->height > srcImage->imageSize)", 77},
-      {"ROI outside", 2, SPOIL(d.roi(0, 5, 5, 3, 3)), "(dstImage->roi is outside dstImage)", 80},
+       {"(srcImage->widthStep * srcImage->height > srcImage->imageSize)"}, 77},
+      {"ROI outside", 2, SPOIL(d.roi(0, 7, 7, 3, 3)), {"(dstImage->roi is outside dstImage)"}, 80},
       {"ROIs apart", 2, SPOIL(s.roi(0, 0, 0, 2, 2), d.roi(0, 3, 3, 2, 2)),
-       "(the ROIs of srcImage and dstImage do not meet)", 82},
-      {"null images", 1, nullptr,
-       std::string("Image header is null") + std::string(50, ' ') + "\n", 60},
+       {"(the ROIs of srcImage and dstImage do not meet)"}, 82},
+      {"null images", 1, SPOIL(),
+       {std::string("Image header is null") + std::string(50, ' ') + "\n"}, 60, 1 | 2},
+      {"release", MOX_DCT_FREE, SPOIL(), {}, 0, 1 | 2},
   };
-  for (const auto& c : cases) {
-    Image src({MOX_DEPTH_8U, 1, 0, 6, 6}), dst({MOX_DEPTH_32S, 1, 0, 6, 6});
-    if (c.spoil) c.spoil(src, dst);
-    const auto before = dst.bytes();
-    Capture capture;
-    moxDCT2D(c.spoil ? +src : nullptr, c.spoil ? +dst : nullptr, c.flags);
-    expectReport("moxDCT2D", c.message, c.line, "moxdct");
-    EXPECT_TRUE(reports().empty()) << c.name;
-    EXPECT_EQ(dst.bytes(), before) << c.name;
-  }
-  Capture capture;
-  moxDCT2D(nullptr, nullptr, MOX_DCT_FREE);
-  EXPECT_TRUE(reports().empty());
+  for (const Check& c : cases)
+    expectCheck(c, "moxDCT2D", "moxdct", 0,
+                [](MoxImage* s, MoxImage* d, int flags, const int*) { moxDCT2D(s, d, flags); });
 }
 
 }  // namespace
