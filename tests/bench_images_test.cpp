@@ -47,24 +47,6 @@ TEST(BenchTiledImage, HoldsThePixelsItWasLoadedFromInTheTileLayout) {
   }
 }
 
-TEST(BenchTiledImage, AnswersOnlyRequestsForItsOwnTiles) {
-  TiledImage tiled({MOX_DEPTH_8U, 100, 70, 1}, 64);  // 2 x 2 tiles
-  ASSERT_TRUE(tiled.ok());
-  const MoxImage* image = tiled.get();
-  const struct { int x, y, mode; bool answered; } requests[] = {
-      {1, 1, MOX_GET_TILE_TO_WRITE, true},  {0, 0, MOX_GET_TILE_TO_READ, true},
-      {2, 0, MOX_GET_TILE_TO_READ, false},  {0, 2, MOX_GET_TILE_TO_READ, false},
-      {-1, 0, MOX_GET_TILE_TO_READ, false}, {0, 0, 3, false},
-      {0, 0, MOX_RELEASE_TILE, false},
-  };
-  for (const auto& r : requests) {
-    image->tileInfo->tileData = reinterpret_cast<char*>(&tiled);  // anything not null
-    image->tileInfo->callBack(image, r.x, r.y, r.mode);
-    EXPECT_EQ(r.answered, image->tileInfo->tileData != nullptr) << r.x << r.y << r.mode;
-  }
-  EXPECT_EQ(7, tiled.requests());
-}
-
 TEST(BenchReports, FailuresReturnAndAreKept) {
   moxbench::quietErrors();
   moxError(MOX_StsBadArgument, "moxAdd", "(srcImageA->depth != dstImage->depth)", "moxadd", 1091);
