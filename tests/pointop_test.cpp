@@ -22,8 +22,8 @@ using namespace testimg;
 TEST(Arith, KnownValues) {
   const unsigned U1 = MOX_DEPTH_1U, U8 = MOX_DEPTH_8U, S8 = MOX_DEPTH_8S, U16 = MOX_DEPTH_16U,
                  S16 = MOX_DEPTH_16S, S32 = MOX_DEPTH_32S;
-  // (plain saturation on every depth runs with the layouts below)
-  // Operation, depth, sources, scalar or shift count, reverse flag, result.
+  // Operation, depth, sources, scalar or shift count, reverse flag, result
+  // (plain saturation on every depth runs with the layouts below).
   const struct { const char* func; unsigned depth; ll a, b; int v, r; ll want; } cases[] = {
       {"Subtract", U8, 100, 200, 0, 1, 100},          {"Add", U1, 1, 1, 0, 0, 1},
       {"Add", S32, 0x7FFFFFFF, 1, 0, 0, 0x7FFFFFFF},  {"Subtract", S32, INT_MIN, 1, 0, 0, INT_MIN},
