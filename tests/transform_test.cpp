@@ -121,10 +121,7 @@ TEST(Fft2D, ResultsAreRoundedAndSaturated) {
 
 // Channels: pixel and plane order, channel of interest, alpha skipping.
 TEST(Fft2D, ChannelsAlphaAndChannelOfInterest) {
-  const struct {
-    int order, alpha, coi, flags;
-    std::vector<bool> transformed;  // per channel
-  } cases[] = {
+  const struct { int order, alpha, coi, flags; std::vector<bool> transformed; } cases[] = {
       {MOX_DATA_ORDER_PIXEL, 3, 0, MOX_FFT_FORWARD, {true, true, false}},
       {MOX_DATA_ORDER_PLANE, 3, 0, MOX_FFT_FORWARD, {true, true, false}},
       {MOX_DATA_ORDER_PIXEL, 3, 0, MOX_FFT_FORWARD | MOX_FFT_USEALPHA, {true, true, true}},
