@@ -267,10 +267,11 @@ TEST(Fft2D, ThreadsTransformAtOnce) {
 }
 
 // Round half away from zero, then saturate: the rule every kernel table
-// must follow, written the slow way.
+// must follow, written the slow way (not with std::round, which some C
+// runtimes get wrong just below one half).
 std::int32_t roundedAndSaturated(double v, double scale, double lo, double hi) {
-  const double x = v * scale;
-  return static_cast<std::int32_t>(std::clamp(x < 0 ? -std::round(-x) : std::round(x), lo, hi));
+  const double x = std::clamp(v * scale, lo, hi), whole = std::floor(std::abs(x));
+  return static_cast<std::int32_t>(std::copysign(whole + (std::abs(x) - whole >= 0.5), x));
 }
 
 TEST(FftRounding, EveryKernelTableRoundsAndSaturatesAlike) {
