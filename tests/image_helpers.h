@@ -1,9 +1,11 @@
-// Test helpers: images with random pixels, pixel access by coordinates, and
-// tiled copies of images served by a test call-back.
+// Test helpers: images with random pixels, pixel access by coordinates,
+// tiled copies of images served by a test call-back, and the slow separable
+// transform the transform suites compare with.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -18,34 +20,29 @@ namespace testimg {
 using ll = long long;
 
 using moxtest::Capture;
+using moxtest::expectReport;
 using moxtest::Report;
 using moxtest::reports;
 
 // ---------------------------------------------------------------- pixels
 
 inline unsigned bitsOf(unsigned depth) { return depth & ~MOX_DEPTH_SIGN; }
-inline bool signedDepth(unsigned depth) { return (depth & MOX_DEPTH_SIGN) != 0; }
-
+// Values per pixel as the tests store them (packed bits: one channel).
+inline int valueChannels(const MoxImage* im) {
+  return im->depth == MOX_DEPTH_1U ? 1 : im->nChannels;
+}
+inline ll lowest(unsigned d) { return d & MOX_DEPTH_SIGN ? -(1LL << (bitsOf(d) - 1)) : 0; }
+inline ll highest(unsigned d) { return (1LL << (bitsOf(d) - (d & MOX_DEPTH_SIGN ? 1 : 0))) - 1; }
+inline ll clampTo(unsigned d, ll v) { return std::clamp(v, lowest(d), highest(d)); }
 // The value that the low bits of v stand for at the depth.
-inline ll wrap(unsigned depth, ll v) {
-  const unsigned bits = bitsOf(depth);
-  const ll u = v & ((1LL << bits) - 1);
-  return signedDepth(depth) && (u >> (bits - 1)) ? u - (1LL << bits) : u;
-}
-inline ll lowest(unsigned d) { return signedDepth(d) ? -(1LL << (bitsOf(d) - 1)) : 0; }
-inline ll highest(unsigned d) {
-  return signedDepth(d) ? (1LL << (bitsOf(d) - 1)) - 1 : (1LL << bitsOf(d)) - 1;
-}
-inline ll clampTo(unsigned d, ll v) {
-  return v < lowest(d) ? lowest(d) : v > highest(d) ? highest(d) : v;
+inline ll wrap(unsigned d, ll v) {
+  const ll m = 1LL << bitsOf(d), u = v & (m - 1);
+  return u > highest(d) ? u - m : u;
 }
 
 // Address and bit of value (x, y, c) in a block laid out like the image
-// (or like one of its tiles: width `w`, rows `step` apart, `rows` rows).
-struct Spot {
-  unsigned char* byte;
-  int bit;
-};
+// (or like one of its tiles: rows `step` apart, `rows` rows).
+struct Spot { unsigned char* byte; int bit; };
 
 inline Spot spot(const MoxImage* im, char* base, int step, int rows, int x, int y, int c) {
   const unsigned bits = bitsOf(im->depth);
@@ -72,49 +69,54 @@ inline void store(unsigned depth, Spot s, ll v) {
   std::memcpy(s.byte, &u, bitsOf(depth) / 8);
 }
 
+inline Spot spot(const MoxImage* im, int x, int y, int c) {
+  return spot(im, im->imageData, im->widthStep, im->height, x, y, c);
+}
 inline ll get(const MoxImage* im, int x, int y, int c = 0) {
-  return load(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c));
+  return load(im->depth, spot(im, x, y, c));
 }
-inline void set(MoxImage* im, int x, int y, int c, ll v) {
-  store(im->depth, spot(im, im->imageData, im->widthStep, im->height, x, y, c), v);
-}
+inline void set(MoxImage* im, int x, int y, int c, ll v) { store(im->depth, spot(im, x, y, c), v); }
 
 // ---------------------------------------------------------------- images
 
-struct Shape {
-  unsigned depth = MOX_DEPTH_8U;
-  int nChannels = 1;
-  int dataOrder = 0;
-  int height = 8;
-  int width = 8;
-};
+struct Shape { unsigned depth; int nChannels, dataOrder, height, width; };
 
-// An allocated image with random pixels and an optional ROI.
+// An allocated image with random bytes and an optional ROI (coi, x, y, h, w).
 class Image {
  public:
-  explicit Image(const Shape& s, unsigned seed = 1) {
+  explicit Image(const Shape& s, unsigned seed = 1, const int* r = nullptr) {
     im_ = moxCreateImageHeader(s.nChannels, 0, s.depth, "RGB", "RGB", s.dataOrder, 0, 4, s.height,
-                               s.width, nullptr, nullptr, nullptr);
+                               s.width, r ? moxCreateROI(r[0], r[1], r[2], r[3], r[4]) : nullptr,
+                               nullptr, nullptr);
     moxAllocateImage(im_, 0);
     std::mt19937 rng(seed);
     for (int i = 0; i < im_->imageSize; ++i) im_->imageData[i] = static_cast<char>(rng());
   }
   ~Image() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI); }
   Image(const Image&) = delete;
-  Image& operator=(const Image&) = delete;
 
-  Image& roi(int coi, int x, int y, int h, int w) {
-    if (im_->roi) moxDeleteROI(im_->roi);
+  void roi(int coi, int x, int y, int h, int w) {
+    moxDeleteROI(im_->roi);
     im_->roi = moxCreateROI(coi, x, y, h, w);
-    return *this;
   }
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }
+  MoxImage* operator+() const { return im_; }  // where no conversion is tried (?:)
   std::vector<char> bytes() const { return {im_->imageData, im_->imageData + im_->imageSize}; }
+  // Channel c, row by row.
+  std::vector<double> plane(int c = 0) const {
+    std::vector<double> v;
+    for (int i = 0; i < im_->height * im_->width; ++i)
+      v.push_back(double(get(im_, i % im_->width, i / im_->width, c)));
+    return v;
+  }
 
  private:
   MoxImage* im_;
 };
+
+// A change to a source s and destination d before a call, for check tables.
+#define SPOIL(...) []([[maybe_unused]] Image& s, [[maybe_unused]] Image& d) { __VA_ARGS__; }
 
 // ---------------------------------------------------------------- tiles
 
@@ -127,9 +129,8 @@ class Tiled {
     info_ = moxCreateTileInfo(&callBack, 0, tileWidth, tileHeight);
     im_ = moxCreateImageHeader(plain->nChannels, 0, plain->depth, "RGB", "RGB", plain->dataOrder, 0,
                                plain->align, plain->height, plain->width, nullptr, this, info_);
-    if (plain->roi)
-      im_->roi = moxCreateROI(plain->roi->coi, plain->roi->xOffset, plain->roi->yOffset,
-                              plain->roi->height, plain->roi->width);
+    if (const MoxROI* r = plain->roi)
+      im_->roi = moxCreateROI(r->coi, r->xOffset, r->yOffset, r->height, r->width);
     mox::layoutSize(tileWidth, tileHeight, plain->depth, plain->nChannels, plain->dataOrder,
                     plain->align, &step_, &size_);
     across_ = (plain->width + tileWidth - 1) / tileWidth;
@@ -139,7 +140,6 @@ class Tiled {
   }
   ~Tiled() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_ROI | MOX_FREE_TILEINFO); }
   Tiled(const Tiled&) = delete;
-  Tiled& operator=(const Tiled&) = delete;
 
   // Copies the tiles' pixels into an image of the same shape.
   void gather(MoxImage* into) {
@@ -148,34 +148,29 @@ class Tiled {
 
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }
+  MoxImage* operator+() const { return im_; }
 
-  struct Call {
-    const MoxImage* image;
-    int x, y, mode;
-  };
+  struct Call { const MoxImage* image; int x, y, mode; };
   std::vector<Call> calls;
   int nullOnGet = -1;      // the get with this number (from 0) leaves tileData null
   int keepOnRelease = -1;  // the release with this number leaves tileData set
-  int gets = 0, releases = 0;
-  bool badIndex = false;  // a request named a tile outside the image
+  bool badIndex = false;   // a request named a tile outside the image
 
  private:
   static void MOX_CALL callBack(const MoxImage* image, int x, int y, int mode) {
     Tiled* self = static_cast<Tiled*>(image->imageId);
     self->calls.push_back({image, x, y, mode});
-    MoxTileInfo* info = image->tileInfo;
+    char*& data = image->tileInfo->tileData;
     if (mode == MOX_RELEASE_TILE) {
-      if (self->releases++ != self->keepOnRelease) info->tileData = nullptr;
-      return;
-    }
-    if (x < 0 || y < 0 || x >= self->across_ || y >= self->down_) {
+      if (self->releases_++ != self->keepOnRelease) data = nullptr;
+    } else if (x < 0 || y < 0 || x >= self->across_ || y >= self->down_) {
       self->badIndex = true;
-      info->tileData = nullptr;
-      return;
+      data = nullptr;
+    } else {
+      data = self->gets_++ == self->nullOnGet
+                 ? nullptr
+                 : self->tiles_[static_cast<size_t>(y * self->across_ + x)].data();
     }
-    info->tileData = self->gets++ == self->nullOnGet
-                         ? nullptr
-                         : self->tiles_[static_cast<size_t>(y * self->across_ + x)].data();
   }
 
   // Visits every value of the tiles with its place in p, an image of the
@@ -183,24 +178,38 @@ class Tiled {
   template <class F>
   void forEach(const MoxImage* p, F f) {
     const int tw = info_->width, th = info_->height;
-    const int channels = p->depth == MOX_DEPTH_1U ? 1 : p->nChannels;
     for (int y = 0; y < p->height; ++y)
       for (int x = 0; x < p->width; ++x)
-        for (int c = 0; c < channels; ++c) {
+        for (int c = 0; c < valueChannels(p); ++c) {
           char* tile = tiles_[static_cast<size_t>((y / th) * across_ + x / tw)].data();
-          f(spot(p, tile, step_, th, x % tw, y % th, c),
-            spot(p, p->imageData, p->widthStep, p->height, x, y, c));
+          f(spot(p, tile, step_, th, x % tw, y % th, c), spot(p, x, y, c));
         }
   }
 
   MoxTileInfo* info_;
   MoxImage* im_;
-  int step_ = 0, size_ = 0, across_ = 0, down_ = 0;
+  int step_ = 0, size_ = 0, across_ = 0, down_ = 0, gets_ = 0, releases_ = 0;
   std::vector<std::vector<char>> tiles_;
 };
 
 // The six depths.
 inline const unsigned kDepths[] = {MOX_DEPTH_1U,  MOX_DEPTH_8U,  MOX_DEPTH_8S,
                                    MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S};
+
+// ---------------------------------------------------------------- transforms
+
+// The slow separable transform of an h x w matrix (row by row):
+// out(v, u) = sum over y, x of k(v, y, h) k(u, x, w) f(y, x).
+template <class T, class K>
+std::vector<T> separable(const std::vector<T>& f, int h, int w, K k) {
+  std::vector<T> rows(f.size()), out(f.size());
+  for (int y = 0; y < h; ++y)
+    for (int u = 0; u < w; ++u)
+      for (int x = 0; x < w; ++x) rows[y * w + u] += k(u, x, w) * f[y * w + x];
+  for (int v = 0; v < h; ++v)
+    for (int u = 0; u < w; ++u)
+      for (int y = 0; y < h; ++y) out[v * w + u] += k(v, y, h) * rows[y * w + u];
+  return out;
+}
 
 }  // namespace testimg

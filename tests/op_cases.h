@@ -1,162 +1,212 @@
-// Every arithmetic and logic operation with a straightforward reference,
-// and a runner that checks an operation's result pixel by pixel.
+// Every arithmetic, logic, copy and set operation with a straightforward
+// reference, the image layouts they run on, and a runner that checks an
+// operation's result pixel by pixel.
 #pragma once
 
 #include <climits>
 #include <functional>
+#include <stdexcept>
 
 #include "image_helpers.h"
 
 namespace testimg {
 
-struct OpCase {
-  const char* name;
-  int sources;  // 1 or 2
-  std::function<void(MoxImage* a, MoxImage* b, MoxImage* d, const int* mapping)> run;
-  std::function<ll(unsigned depth, ll a, ll b)> ref;
-};
-
-inline ll rshiftRef(unsigned d, ll a, unsigned n) {
-  n &= 31;
-  if (d == MOX_DEPTH_32S) return a >> n;
-  if (d & MOX_DEPTH_SIGN) return wrap(d, static_cast<unsigned>(static_cast<int>(a)) >> n);
-  return a >> n;
+// Calls operation f by name: two sources a, b (else a) into d, with the
+// scalar or shift count v, the reverse flag r and the tile request m.
+inline void runOp(const std::string& f, MoxImage* a, MoxImage* b, MoxImage* d, int v, int r,
+                  const int* m) {
+  if (f == "moxAdd") moxAdd(a, b, d, m);
+  if (f == "moxSubtract") moxSubtract(a, b, d, r, m);
+  if (f == "moxMultiply") moxMultiply(a, b, d, m);
+  if (f == "moxAnd") moxAnd(a, b, d, m);
+  if (f == "moxOr") moxOr(a, b, d, m);
+  if (f == "moxXor") moxXor(a, b, d, m);
+  if (f == "moxAddS") moxAddS(a, d, v, m);
+  if (f == "moxSubtractS") moxSubtractS(a, d, v, r, m);
+  if (f == "moxMultiplyS") moxMultiplyS(a, d, v, m);
+  if (f == "moxAndS") moxAndS(a, d, v, m);
+  if (f == "moxOrS") moxOrS(a, d, v, m);
+  if (f == "moxXorS") moxXorS(a, d, v, m);
+  if (f == "moxLShiftS") moxLShiftS(a, d, unsigned(v), m);
+  if (f == "moxRShiftS") moxRShiftS(a, d, unsigned(v), m);
+  if (f == "moxSquare") moxSquare(a, d, m);
+  if (f == "moxAbs") moxAbs(a, d, m);
+  if (f == "moxNot") moxNot(a, d, m);
+  if (f == "moxCopy") moxCopy(a, d, m);
+  if (f == "moxSet") moxSet(d, v, m);
 }
 
-// One case: the call (a, b, d, m) and the reference (depth d, values a, b).
-#define OP_CASE(name, sources, call, ref)                          \
-  OpCase {                                                         \
-    name, sources,                                                 \
-        [=](MoxImage* a, MoxImage* b, MoxImage* d, const int* m) { \
-          (void)b;                                                 \
-          call;                                                    \
-        },                                                         \
-        [=](unsigned d, ll a, ll b) -> ll {                        \
-          (void)b;                                                 \
-          return ref;                                              \
-        }                                                          \
+// One case: the operation, its number of sources (0 to 2), scalar and
+// reverse flag, and the reference on values a, b at depth d.
+struct OpCase {
+  const char* func;
+  int sources, value, reverse;
+  ll (*ref)(unsigned d, ll a, ll b, ll v, int r);
+  void run(MoxImage* a, MoxImage* b, MoxImage* d, const int* m) const {
+    runOp(func, a, b, d, value, reverse, m);
   }
+};
 
+#define REF(e)                                                                                   \
+  []([[maybe_unused]] unsigned d, [[maybe_unused]] ll a, [[maybe_unused]] ll b,                  \
+     [[maybe_unused]] ll v, [[maybe_unused]] int r) -> ll { return e; }
+
+// Every rule once per scalar (or shift count) of its row.
 inline std::vector<OpCase> allOps() {
-  std::vector<OpCase> v = {
-      OP_CASE("Add", 2, moxAdd(a, b, d, m), clampTo(d, a + b)),
-      OP_CASE("Subtract", 2, moxSubtract(a, b, d, 0, m), clampTo(d, a - b)),
-      OP_CASE("SubtractReverse", 2, moxSubtract(a, b, d, 7, m), clampTo(d, b - a)),
-      OP_CASE("Multiply", 2, moxMultiply(a, b, d, m), clampTo(d, a * b)),
-      OP_CASE("And", 2, moxAnd(a, b, d, m), wrap(d, a & b)),
-      OP_CASE("Or", 2, moxOr(a, b, d, m), wrap(d, a | b)),
-      OP_CASE("Xor", 2, moxXor(a, b, d, m), wrap(d, a ^ b)),
-      OP_CASE("Square", 1, moxSquare(a, d, m), clampTo(d, a * a)),
-      OP_CASE("Abs", 1, moxAbs(a, d, m), a < 0 ? wrap(d, -a) : a),
-      OP_CASE("Not", 1, moxNot(a, d, m), wrap(d, ~a)),
+  const struct {
+    const char* func; int sources, reverse; std::vector<int> values; decltype(OpCase::ref) ref;
+  } rules[] = {
+      {"moxAdd", 2, 0, {0}, REF(clampTo(d, a + b))},
+      {"moxSubtract", 2, 0, {0}, REF(clampTo(d, a - b))},
+      {"moxSubtract", 2, 7, {0}, REF(clampTo(d, b - a))},
+      {"moxMultiply", 2, 0, {0}, REF(clampTo(d, a * b))},
+      {"moxAnd", 2, 0, {0}, REF(wrap(d, a & b))},
+      {"moxOr", 2, 0, {0}, REF(wrap(d, a | b))},
+      {"moxXor", 2, 0, {0}, REF(wrap(d, a ^ b))},
+      {"moxSquare", 1, 0, {0}, REF(clampTo(d, a * a))},
+      {"moxAbs", 1, 0, {0}, REF(a < 0 ? wrap(d, -a) : a)},
+      {"moxNot", 1, 0, {0}, REF(wrap(d, ~a))},
+      {"moxCopy", 1, 0, {0}, REF(a)},
+      {"moxAddS", 1, 0, {77, -300, 3, INT_MAX}, REF(clampTo(d, a + v))},
+      {"moxMultiplyS", 1, 0, {77, -300, 3, INT_MAX}, REF(clampTo(d, a * v))},
+      {"moxSubtractS", 1, 0, {1000, 5, -70000}, REF(clampTo(d, a - v))},
+      {"moxSubtractS", 1, 1, {1000, 5, -70000}, REF(clampTo(d, v - a))},
+      {"moxAndS", 1, 0, {0x1F5, -7, 0x10F0F}, REF(wrap(d, a & v))},
+      {"moxOrS", 1, 0, {0x1F5, -7, 0x10F0F}, REF(wrap(d, a | v))},
+      {"moxXorS", 1, 0, {0x1F5, -7, 0x10F0F}, REF(wrap(d, a ^ v))},
+      // Shift counts are taken modulo 32; signed values below 32 bits shift
+      // right as their 32-bit two's complement.
+      {"moxLShiftS", 1, 0, {0, 1, 2, 9, 17, 25, 31, 33}, REF(wrap(d, ll(unsigned(a) << (v & 31))))},
+      {"moxRShiftS", 1, 0, {0, 1, 2, 9, 17, 25, 31, 33},
+       REF(d == MOX_DEPTH_32S || !(d & MOX_DEPTH_SIGN) ? a >> (v & 31)
+                                                       : wrap(d, unsigned(a) >> (v & 31)))},
+      {"moxSet", 0, 0, {0, 1, -1, 0x12345, -200}, REF(wrap(d, v))},
   };
-  for (int value : {77, -300, 3, INT_MAX}) {
-    v.push_back(OP_CASE("AddS", 1, moxAddS(a, d, value, m), clampTo(d, a + value)));
-    v.push_back(OP_CASE("MultiplyS", 1, moxMultiplyS(a, d, value, m), clampTo(d, a * value)));
+  std::vector<OpCase> o;
+  for (const auto& r : rules)
+    for (int v : r.values) o.push_back({r.func, r.sources, v, r.reverse, r.ref});
+  return o;
+}
+#undef REF
+
+// The first case of operation f with reverse flag r.
+inline OpCase opNamed(const std::string& f, int r = 0) {
+  for (const OpCase& c : allOps())
+    if (f == c.func && c.reverse == r) return c;
+  throw std::runtime_error(f);
+}
+
+// ---------------------------------------------------------------- layouts
+
+// Images a, b, d of one depth: channels, height, width; ROI (coi, x, y, h, w;
+// h 0: no ROI).
+struct Layout {
+  const char* name;
+  int order, shape[3][3], roi[3][5];
+  Image make(unsigned depth, int i) const {
+    const int* s = shape[i];
+    return Image({depth, s[0], order, s[1], s[2]}, 11 + i, roi[i][3] ? roi[i] : nullptr);
   }
-  for (int reverse : {0, 1})
-    for (int value : {1000, 5, -70000})
-      v.push_back(OP_CASE("SubtractS", 1, moxSubtractS(a, d, value, reverse, m),
-                          clampTo(d, reverse ? value - a : a - value)));
-  for (int value : {0x1F5, -7, 0x10F0F}) {
-    v.push_back(OP_CASE("AndS", 1, moxAndS(a, d, value, m), wrap(d, a & value)));
-    v.push_back(OP_CASE("OrS", 1, moxOrS(a, d, value, m), wrap(d, a | value)));
-    v.push_back(OP_CASE("XorS", 1, moxXorS(a, d, value, m), wrap(d, a ^ value)));
-  }
-  for (unsigned n : {0u, 1u, 2u, 9u, 17u, 25u, 31u, 33u}) {
-    v.push_back(OP_CASE("LShiftS", 1, moxLShiftS(a, d, n, m),
-                        wrap(d, static_cast<unsigned>(a) << (n & 31))));
-    v.push_back(OP_CASE("RShiftS", 1, moxRShiftS(a, d, n, m), rshiftRef(d, a, n)));
+};
+
+inline std::vector<Layout> layouts(unsigned depth) {
+  const int c = depth == MOX_DEPTH_1U ? 1 : 3;
+  std::vector<Layout> v = {
+      {"whole", 0, {{c, 9, 13}, {c, 9, 13}, {c, 9, 13}}, {}},
+      {"rois", 0, {{c, 12, 40}, {c, 9, 35}, {c, 14, 50}},
+       {{0, 3, 1, 8, 30}, {0, 5, 2, 7, 29}, {0, 11, 4, 9, 33}}},
+      {"plane", 1, {{c, 12, 40}, {c, 9, 35}, {c, 14, 50}},
+       {{0, 1, 1, 8, 30}, {0, 0, 2, 5, 29}, {0, 7, 3, 20, 26}}},
+      // ROIs clipped by their images; one outside its image: nothing to do.
+      {"clipped", 0, {{c, 9, 13}, {c, 9, 13}, {c, 9, 13}}, {{}, {}, {0, 11, 5, 99, 99}}},
+      {"outside", 0, {{c, 9, 13}, {c, 9, 13}, {c, 9, 13}}, {{0, 20, 30, 4, 4}, {}, {}}},
+  };
+  if (c == 1) {
+    v.push_back({"bitsOddOffsets", 0, {{1, 5, 70}, {1, 5, 70}, {1, 5, 70}},
+                 {{0, 3, 0, 5, 37}, {0, 13, 1, 4, 40}, {0, 5, 1, 4, 39}}});
+    v.push_back({"bitsInsideOneByte", 0, {{1, 3, 16}, {1, 3, 16}, {1, 3, 16}},
+                 {{0, 1, 0, 2, 3}, {0, 6, 0, 2, 7}, {0, 2, 1, 2, 4}}});
+  } else {
+    v.push_back({"coi", 0, {{3, 10, 20}, {1, 10, 20}, {4, 10, 20}},
+                 {{2, 1, 1, 6, 15}, {0, 2, 0, 8, 17}, {4, 3, 2, 8, 16}}});
+    v.push_back({"coiPlane", 1, {{3, 10, 20}, {2, 10, 20}, {1, 10, 20}},
+                 {{3, 1, 1, 6, 15}, {1, 2, 0, 8, 17}, {0, 3, 2, 8, 16}}});
   }
   return v;
 }
-#undef OP_CASE
 
-struct Rect {
-  int x, y, w, h;
-};
+// ---------------------------------------------------------------- checks
 
+struct Rect { int x, y, w, h; };
+constexpr Rect kEverywhere{0, 0, INT_MAX, INT_MAX};
+
+// An image's ROI clipped to the image (the whole image without one).
 inline Rect clippedRoi(const MoxImage* im) {
-  if (!im->roi) return {0, 0, im->width, im->height};
   const MoxROI* r = im->roi;
-  return {r->xOffset, r->yOffset, std::max(0, std::min(r->width, im->width - r->xOffset)),
-          std::max(0, std::min(r->height, im->height - r->yOffset))};
+  if (!r) return {0, 0, im->width, im->height};
+  return {r->xOffset, r->yOffset, std::clamp(im->width - r->xOffset, 0, r->width),
+          std::clamp(im->height - r->yOffset, 0, r->height)};
 }
 
-inline int workChannels(const MoxImage* im) {
-  return im->roi && im->roi->coi ? 1 : (im->depth == MOX_DEPTH_1U ? 1 : im->nChannels);
-}
+// Channel of the k-th value an operation works on at a pixel: the channel of
+// interest alone, else every channel.
 inline int channelOf(const MoxImage* im, int k) {
   return im->roi && im->roi->coi ? im->roi->coi - 1 : k;
+}
+
+inline std::vector<ll> pixels(const MoxImage* d) {
+  std::vector<ll> out;
+  for (int y = 0; y < d->height; ++y)
+    for (int x = 0; x < d->width; ++x)
+      for (int c = 0; c < valueChannels(d); ++c) out.push_back(get(d, x, y, c));
+  return out;
 }
 
 // The pixel values of the destination after f over the common rectangle of
 // the images (sources first, destination last); nothing else changes.
 // `limit` cuts the rectangle further (in destination coordinates).
 inline std::vector<ll> expected(const std::vector<MoxImage*>& images,
-                                const std::function<ll(const ll*)>& f,
-                                Rect limit = {0, 0, INT_MAX, INT_MAX}) {
+                                const std::function<ll(const ll*)>& f, Rect limit = kEverywhere) {
   MoxImage* d = images.back();
-  const int channels = d->depth == MOX_DEPTH_1U ? 1 : d->nChannels;
-  std::vector<ll> out;
-  for (int y = 0; y < d->height; ++y)
-    for (int x = 0; x < d->width; ++x)
-      for (int c = 0; c < channels; ++c) out.push_back(get(d, x, y, c));
+  std::vector<ll> out = pixels(d);
+  std::vector<Rect> r;
+  for (MoxImage* im : images) r.push_back(clippedRoi(im));
+  const Rect dr = r.back();
   int w = INT_MAX, h = INT_MAX;
-  for (MoxImage* im : images) w = std::min(w, clippedRoi(im).w), h = std::min(h, clippedRoi(im).h);
-  const Rect dr = clippedRoi(d);
+  for (const Rect& ri : r) w = std::min(w, ri.w), h = std::min(h, ri.h);
+  const int work = d->roi && d->roi->coi ? 1 : valueChannels(d);
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {
       const int dx = dr.x + x, dy = dr.y + y;
-      if (dx < limit.x || dy < limit.y || dx >= limit.x + ll(limit.w) ||
-          dy >= limit.y + ll(limit.h))
+      if (dx < limit.x || dy < limit.y || dx - limit.x >= limit.w || dy - limit.y >= limit.h)
         continue;
-      for (int k = 0; k < workChannels(d); ++k) {
-        ll values[3];
-        for (size_t i = 0; i + 1 < images.size(); ++i) {
-          const Rect r = clippedRoi(images[i]);
-          values[i] = get(images[i], r.x + x, r.y + y, channelOf(images[i], k));
-        }
-        out[(size_t(dy) * d->width + dx) * channels + channelOf(d, k)] = f(values);
+      for (int k = 0; k < work; ++k) {
+        ll v[3] = {};
+        for (size_t i = 0; i + 1 < images.size(); ++i)
+          v[i] = get(images[i], r[i].x + x, r[i].y + y, channelOf(images[i], k));
+        out[(size_t(dy) * d->width + dx) * valueChannels(d) + channelOf(d, k)] = f(v);
       }
     }
   return out;
 }
 
-inline std::vector<ll> pixels(const MoxImage* d) {
-  const int channels = d->depth == MOX_DEPTH_1U ? 1 : d->nChannels;
-  std::vector<ll> out;
-  for (int y = 0; y < d->height; ++y)
-    for (int x = 0; x < d->width; ++x)
-      for (int c = 0; c < channels; ++c) out.push_back(get(d, x, y, c));
-  return out;
+// The destination's pixels after case c on a, b into d (plain images).
+inline std::vector<ll> expected(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d,
+                                Rect limit = kEverywhere) {
+  std::vector<MoxImage*> images;
+  if (c.sources) images.push_back(a);
+  if (c.sources == 2) images.push_back(b);
+  images.push_back(d);
+  return expected(
+      images, [&](const ll* v) { return c.ref(d->depth, v[0], v[1], c.value, c.reverse); }, limit);
 }
 
 // Runs the case on the images and compares with the reference.
 inline void checkCase(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d) {
-  const unsigned depth = d->depth;
-  std::vector<MoxImage*> images = {a};
-  if (c.sources == 2) images.push_back(b);
-  images.push_back(d);
-  const auto want =
-      expected(images, [&](const ll* v) { return c.ref(depth, v[0], c.sources == 2 ? v[1] : 0); });
+  const auto want = expected(c, a, b, d);
   c.run(a, b, d, nullptr);
-  EXPECT_EQ(moxGetErrStatus(), 0) << c.name;
-  EXPECT_EQ(pixels(d), want) << c.name << " depth " << std::hex << depth;
-}
-
-// Exactly one report, a bad argument with this function, text (header
-// fault texts without their padding), line and, when given, file.
-inline void expectReport(const char* func, const std::string& message, int line,
-                         const char* file = nullptr) {
-  ASSERT_EQ(reports().size(), 1u) << func << " " << message;
-  const Report& r = reports()[0];
-  EXPECT_EQ(r.status, MOX_StsBadArgument);
-  EXPECT_EQ(r.func, func);
-  EXPECT_EQ(r.file, file ? file : r.file);
-  EXPECT_EQ(r.message.substr(0, r.message.find_last_not_of(" \n") + 1), message);
-  EXPECT_EQ(r.line, line) << func << " " << message;
-  reports().clear();
+  EXPECT_EQ(moxGetErrStatus(), 0) << c.func;
+  EXPECT_EQ(pixels(d), want) << c.func << " " << c.value << " depth " << std::hex << d->depth;
 }
 
 }  // namespace testimg

@@ -1,0 +1,309 @@
+// The frame: the per-thread context (status, mode, report function, status
+// texts), the aligned blocks, the version record, and the three report
+// functions (exact texts, modes, buttons and exits).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <tuple>
+
+#include "capture.h"
+#include "moxpx.h"
+
+#if defined(__linux__)
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+namespace {
+using moxtest::Capture;
+using moxtest::reports;
+
+// A new thread starts from the template whatever another has set, and what
+// it sets stays its own.
+TEST(Context, EachThreadHasItsOwnContextFromTheTemplate) {
+  const MoxErrorCallBack original = moxRedirectError(moxNulDevReport);
+  moxSetErrMode(MOX_ErrorModeSilent);
+  moxSetErrStatus(-42);
+  std::thread([] {
+    EXPECT_EQ(std::make_tuple(moxGetErrStatus(), moxGetErrMode()),
+              std::make_tuple(int(MOX_StsNoError), int(MOX_ErrorModeLeaf)));
+    MoxContext* ctx = moxUndContext();
+    ASSERT_NE(ctx, nullptr);
+    for (int word : ctx->reserved) EXPECT_EQ(word, 0);
+    EXPECT_EQ(ctx->errorText[0], '\0');
+    // A redirection gives back the function before it; null brings back the box.
+    EXPECT_EQ(moxRedirectError(moxNulDevReport), &moxGuiBoxReport);
+    EXPECT_EQ(moxRedirectError(nullptr), &moxNulDevReport);
+    EXPECT_EQ(ctx->reportFn, &moxGuiBoxReport);
+    moxSetErrStatus(-7), moxSetErrMode(MOX_ErrorModeParent), moxRedirectError(moxStdErrReport);
+  }).join();
+  EXPECT_EQ(std::make_tuple(moxGetErrStatus(), moxGetErrMode(), moxRedirectError(original)),
+            std::make_tuple(-42, int(MOX_ErrorModeSilent), &moxNulDevReport));
+  moxSetErrMode(MOX_ErrorModeLeaf), moxSetErrStatus(MOX_StsNoError);
+  EXPECT_EQ(offsetof(MoxContext, errorText) + 80, sizeof(MoxContext));
+  if (sizeof(void*) == 4) {
+    EXPECT_EQ(std::make_tuple(sizeof(MoxContext), sizeof(MoxImage)), std::make_tuple(1652u, 112u));
+  }
+}
+
+TEST(Context, ErrorStoresAndReportsByStatus) {
+  Capture capture;
+  // Modes and statuses are stored as given.
+  for (int mode : {MOX_ErrorModeLeaf, MOX_ErrorModeSilent, 7, -3, MOX_ErrorModeParent}) {
+    moxSetErrMode(mode);
+    EXPECT_EQ(moxGetErrMode(), mode);
+  }
+  moxSetErrStatus(-42);
+  EXPECT_EQ(std::make_tuple(moxGetErrStatus(), moxUndContext()->status), std::make_tuple(-42, -42));
+  // No error: the status is cleared, nothing reported.
+  EXPECT_EQ(moxError(MOX_StsNoError, "f", "m", "file", 3), 0);
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
+  EXPECT_TRUE(reports().empty());
+  // Traces are reported but keep the stored status.
+  moxSetErrStatus(MOX_StsOutOfMemory);
+  for (int trace : {MOX_StsBacktrace, MOX_StsAutotraceCall}) {
+    EXPECT_EQ(moxError(trace, "f", "m", "file", 3), trace);
+    EXPECT_EQ(moxGetErrStatus(), MOX_StsOutOfMemory) << trace;
+  }
+  EXPECT_EQ(reports().size(), 2u);
+  EXPECT_EQ(moxError(MOX_StsBadArgument, "moxAdd", "(x)", "moxadd", 1091), MOX_StsBadArgument);
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsBadArgument);
+  reports().erase(reports().begin(), reports().end() - 1);
+  moxtest::expectReport("moxAdd", "(x)", 1091, "moxadd");
+  // A positive status is stored and reported like any other.
+  moxError(12, "f", "m", "file", 1);
+  EXPECT_EQ(moxGetErrStatus(), 12);
+  EXPECT_EQ(reports().size(), 1u);
+}
+
+TEST(Context, StatusTexts) {
+  const struct { int status; const char* text; } cases[] = {
+      {0, "No Error"},          {-1, "Backtrace"},     {-2, "Unknown error"},
+      {-3, "Internal error (bad state)"},              {-4, "Out of memory"},
+      {-5, "Bad argument"},     {-6, "Unsupported function"},
+      {-7, "Iteration convergence failed"},            {-8, "Autotrace call"},
+      {1, "Unknown status code 1"},                    {-9, "Unknown error code -9"},
+      {2147483647, "Unknown status code 2147483647"},
+      {-2147483647 - 1, "Unknown error code -2147483648"},
+  };
+  for (const auto& c : cases) EXPECT_STREQ(moxErrorStr(c.status), c.text) << c.status;
+  // Unknown codes are built in the thread's own buffer.
+  EXPECT_EQ(moxErrorStr(99), moxUndContext()->errorText);
+}
+
+// The heap block's address is kept in the word just before the pointer,
+// between one pointer size and that plus 7 bytes below it.
+void expectBlock(void* p, std::size_t bytes) {
+  ASSERT_NE(p, nullptr);
+  const auto at = reinterpret_cast<std::uintptr_t>(p);
+  std::uintptr_t block;
+  std::memcpy(&block, static_cast<char*>(p) - sizeof(void*), sizeof block);
+  EXPECT_EQ(at % 8, 0u);
+  EXPECT_TRUE(at - block >= sizeof(void*) && at - block <= sizeof(void*) + 7) << at - block;
+  std::memset(p, 0xA5, bytes);  // the whole block is usable
+  moxFree(p);
+}
+
+TEST(Memory, AllocatorsGiveAlignedUsableBlocksAndRefuseNegativeCounts) {
+  for (int n : {0, 1, 7, 8, 1000}) {
+    SCOPED_TRACE(n);
+    expectBlock(moxMalloc(n), static_cast<std::size_t>(n));
+    expectBlock(moxwMalloc(n), 2u * n);
+    expectBlock(moxiMalloc(n), 4u * n);
+    expectBlock(moxsMalloc(n), 4u * n);
+    expectBlock(moxdMalloc(n), 8u * n);
+  }
+  EXPECT_EQ(std::make_tuple(moxMalloc(-1), moxdMalloc(-8), moxiMalloc(-2147483647 - 1)),
+            std::make_tuple(nullptr, nullptr, nullptr));
+  moxFree(nullptr);
+}
+
+TEST(Version, Record) {
+  const MoxLibVersion* v = moxGetLibVersion();
+  ASSERT_NE(v, nullptr);
+  EXPECT_EQ(std::make_tuple(v->major, v->minor, v->build, std::string(v->Name),
+                            std::string(v->Version), std::string(v->InternalVersion),
+                            std::string(v->BuildDate), std::string(v->CallConv),
+                            moxGetLibVersion()),
+            std::make_tuple(1, 3, 3, "moxpx.dll", "v1.0 Beta 3", "[1.03.03, 06/30/97]",
+                            "Jul  7 1997", "DLL", v));
+}
+
+// ---------------------------------------------------------------- reports
+
+const char kDepthMessage[] = "(srcImageA->depth != dstImage->depth)";
+const char kDepthReport[] =
+    "\nMOX Library Error: Bad argument \n\tin function [moxadd:1091]:moxAdd(): "
+    "(srcImageA->depth != dstImage->depth)\n";
+
+// What one report writes to standard error with this report function and
+// mode (both put back after).
+std::string stderrOf(MoxErrorCallBack fn, int mode, int status, const char* func,
+                     const char* message, const char* file, int line) {
+  const int oldMode = moxGetErrMode();
+  const MoxErrorCallBack oldFn = moxRedirectError(fn);
+  moxSetErrMode(mode);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(moxError(status, func, message, file, line), status);
+  moxRedirectError(oldFn), moxSetErrMode(oldMode), moxSetErrStatus(0);
+  return ::testing::internal::GetCapturedStderr();
+}
+
+TEST(Reporting, StandardErrorTextsByMode) {
+  const MoxErrorCallBack err = moxStdErrReport, nul = moxNulDevReport;
+  const int parent = MOX_ErrorModeParent;
+  const struct {
+    MoxErrorCallBack fn; int mode, status; const char *func, *message, *file; int line;
+    const char* text;
+  } cases[] = {
+      {err, parent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
+      {err, parent, -1, "moxRotate", "", "moxRotat", 87,
+       "\tcalled from [moxRotat:87]:moxRotate(): \n"},
+      {err, parent, -1, "outer", "m", nullptr, 0, "\tcalled from:outer(): m\n"},
+      {err, parent, -8, "traced", "arg", "f", 2, "\tcalled from [f:2]:traced(arg)\n"},
+      {err, parent, -4, nullptr, nullptr, nullptr, 5,
+       "\nMOX Library Error: Out of memory \n\tin function [:5]:<unknown>\n"},
+      {err, parent, 3, "f", "m", "x", 0,
+       "\nMOX Library Error: Unknown status code 3 \n\tin function [x:0]:f(): m\n"},
+      {err, MOX_ErrorModeSilent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, ""},
+      // A mode of no known value reports but never ends the process.
+      {err, 9, -5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
+      {nul, parent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, ""},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(stderrOf(c.fn, c.mode, c.status, c.func, c.message, c.file, c.line), c.text)
+        << c.status << " mode " << c.mode;
+  // The message box is not shown outside Leaf and Parent mode.
+  const int mode = moxGetErrMode();
+  for (int quiet : {MOX_ErrorModeSilent, 5}) {
+    moxSetErrMode(quiet);
+    EXPECT_EQ(moxGuiBoxReport(-5, "f", "m", "file", 1), -5);
+  }
+  moxSetErrMode(mode);
+}
+
+// Runs a Leaf-mode report in a child process whose standard error goes to a
+// file, and returns that file's bytes after the child has ended with code 1.
+std::string leafReport(MoxErrorCallBack fn) {
+  const std::string path = ::testing::TempDir() + "moxpx_leaf_report.txt";
+  std::remove(path.c_str());
+  EXPECT_EXIT(
+      {
+        if (!std::freopen(path.c_str(), "w", stderr)) std::exit(3);
+        moxSetErrMode(MOX_ErrorModeLeaf);
+        moxRedirectError(fn);
+        moxError(-5, "moxAdd", kDepthMessage, "moxadd", 1091);
+        std::exit(2);
+      },
+      ::testing::ExitedWithCode(1), "");
+  std::stringstream text;  // read as text: the C runtime may write CRLF line ends
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+TEST(ReportDeathTest, LeafModeEndsTheProcessWithCodeOne) {
+  EXPECT_EQ(leafReport(moxStdErrReport),
+            std::string(kDepthReport) +
+                "MOX Library Error\nErrMode=MOX_ErrModeLeaf\nterminating the application");
+  EXPECT_EQ(leafReport(moxNulDevReport), "");
+}
+
+#if defined(__linux__)
+// The message box on a terminal: a child gets a new pseudo-terminal as its
+// controlling terminal, the test answers the prompt and reads the screen.
+struct BoxRun { std::string screen; int waitStatus = 0; };
+
+BoxRun runBox(int mode, int stored, int status, const char* answer) {
+  BoxRun run;
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return run;
+  const std::string slave = ptsname(master);
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    setsid();
+    if (open(slave.c_str(), O_RDWR) < 0) _exit(5);
+    dup2(open("/dev/null", O_WRONLY), 2);
+    moxSetErrMode(mode);
+    moxSetErrStatus(stored);
+    const int r = moxGuiBoxReport(status, "moxAdd", kDepthMessage, "moxadd", 1091);
+    _exit(r == status ? 0 : 9);
+  }
+  char buf[512];
+  bool answered = false;
+  for (;;) {
+    const ssize_t n = read(master, buf, sizeof buf);
+    if (n <= 0) break;
+    run.screen.append(buf, static_cast<std::size_t>(n));
+    if (!answered && run.screen.find("] ") != std::string::npos &&
+        run.screen.rfind("? [") != std::string::npos) {
+      answered = true;
+      if (write(master, answer, std::char_traits<char>::length(answer)) < 0) break;
+    }
+  }
+  waitpid(pid, &run.waitStatus, 0);
+  close(master);
+  run.screen.erase(std::remove(run.screen.begin(), run.screen.end(), '\r'), run.screen.end());
+  return run;
+}
+
+// Leaf mode asks whether to terminate, Parent mode offers to go on; a
+// backtrace report shows the failure stored before it in the caption.
+TEST(MessageBox, TextsButtonsAndEnds) {
+  const std::string body = "[moxadd:1091]:moxAdd():\n(srcImageA->depth != dstImage->depth)\n\n";
+  const struct {
+    int mode, stored, status; const char* answer; std::string screen; bool ends;
+  } runs[] = {
+      {MOX_ErrorModeLeaf, -5, -5, "n\n",
+       "\n[MOX Library Error: Bad argument]\nin function " + body +
+           "ErrMode=MOX_ErrorModeLeaf\n\nTerminate the application?\nYes or No? [Y/n] n\n", false},
+      {MOX_ErrorModeLeaf, -5, -5, "y\n", "", true},
+      {MOX_ErrorModeParent, -4, -1, "\n",
+       "\n[MOX Library Error: Out of memory]\ncalled from " + body +
+           "ErrMode=MOX_ErrorModeParent\n\nContinue?\nOK or Cancel? [O/c] \n", false},
+      {MOX_ErrorModeParent, -5, -8, "c\n", "called from [moxadd:1091]:\nmoxAdd((srcImageA->depth",
+       true},
+  };
+  for (const auto& r : runs) {
+    const BoxRun run = runBox(r.mode, r.stored, r.status, r.answer);
+    // The whole screen; of a run that ends the process, a part.
+    EXPECT_TRUE(r.ends ? run.screen.find(r.screen) != std::string::npos : run.screen == r.screen)
+        << run.screen;
+    EXPECT_TRUE(r.ends ? WIFSIGNALED(run.waitStatus) && WTERMSIG(run.waitStatus) == SIGABRT
+                       : WIFEXITED(run.waitStatus) && WEXITSTATUS(run.waitStatus) == 0)
+        << r.mode << " " << r.answer;
+  }
+}
+
+TEST(MessageBoxDeathTest, WithoutATerminalTheDefaultButtonIsTaken) {
+  // Leaf mode: Yes, so the process ends through the fatal exit.
+  EXPECT_DEATH(
+      {
+        setsid();
+        moxSetErrMode(MOX_ErrorModeLeaf);
+        moxGuiBoxReport(-5, "f", "m", "file", 1);
+      },
+      "MOX Library:\nterminating the application");
+  // Parent mode: OK, so the call returns.
+  EXPECT_EXIT(
+      {
+        setsid();
+        moxSetErrMode(MOX_ErrorModeParent);
+        std::exit(moxGuiBoxReport(-5, "f", "m", "file", 1) == -5 ? 7 : 8);
+      },
+      ::testing::ExitedWithCode(7), "");
+}
+#endif
+
+}  // namespace
