@@ -434,8 +434,18 @@ void bitwise(const Table& t, const OpArgs& args, const std::string& what) {
   forDepths<Op, mox::U8, mox::U16, mox::U32>(t, args, what);
 }
 
+// The copy's block (moxCopy's rule keeps it for runs apart from the source).
+struct CopyLane {
+  static constexpr int lane = ar::kCopy;
+  template <class D>
+  static typename D::T apply(typename D::T a, const OpArgs&) {
+    return a;
+  }
+};
+
 TEST(KernelBlock, EveryRuleAndDepthMatchesTheRule) {
   for (const Table& t : tables()) {
+    bitwise<CopyLane>(t, {}, "Copy");
     arithmetic<ar::Add>(t, {}, "Add");
     arithmetic<ar::Subtract>(t, {}, "Subtract");
     arithmetic<ar::Multiply>(t, {}, "Multiply");

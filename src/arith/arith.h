@@ -39,6 +39,7 @@ enum LaneRule : int {
   kRShiftS,
   kSquare,
   kAbs,
+  kCopy,
   kLaneRules
 };
 

@@ -363,6 +363,7 @@ inline R absOf(R x, R) {
 }
 
 inline R none(const OpArgs&) { return MOX_SI(setzero)(); }
+inline R firstOf(R x, R) { return x; }
 
 // ------------------------------------------------------------ the table
 
@@ -407,6 +408,7 @@ constexpr Blocks makeBlocks() {
     set(kOrS, k, argBlock<D, orOf, valueOf<D>>);
     set(kXorS, k, argBlock<D, xorOf, valueOf<D>>);
     set(kLShiftS, k, shiftLeft<D>);
+    set(kCopy, k, argBlock<D, firstOf, none>);
   };
   bitwise(U8{}), bitwise(U16{}), bitwise(U32{});
   (void)s8, (void)u16, (void)s16, (void)u32;

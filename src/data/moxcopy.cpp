@@ -1,7 +1,8 @@
 // moxCopy: the ROI of one image into the ROI of another.
+#include <cstdint>
 #include <cstring>
 
-#include "image/pointop.h"
+#include "arith/arith.h"
 
 namespace {
 
@@ -11,8 +12,15 @@ struct Copy : mox::Rule {
   static typename D::T apply(typename D::T a, const mox::OpArgs&) {
     return a;
   }
+  // Runs apart from their source take the vector blocks (which write large
+  // destinations past the caches); overlapping ones are moved.
   template <class D, class T>
-  static std::size_t block(const T* s, T* d, std::size_t n, const mox::OpArgs&) {
+  static std::size_t block(const T* s, T* d, std::size_t n, const mox::OpArgs& args) {
+    const auto from = reinterpret_cast<std::uintptr_t>(s), to = reinterpret_cast<std::uintptr_t>(d);
+    const std::uintptr_t bytes = n * sizeof(T);
+    if (from + bytes <= to || to + bytes <= from)
+      return mox::arith::runBlock<D>(mox::arith::blocksFor(n * sizeof(T), args),
+                                     mox::arith::kCopy, s, nullptr, d, n, args);
     if (s != d) std::memmove(d, s, n * sizeof(T));
     return n;
   }
