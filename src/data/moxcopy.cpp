@@ -19,9 +19,9 @@ struct Copy : mox::Rule {
     const auto from = reinterpret_cast<std::uintptr_t>(s), to = reinterpret_cast<std::uintptr_t>(d);
     const std::uintptr_t bytes = n * sizeof(T);
     if (from + bytes <= to || to + bytes <= from)
-      return mox::arith::runBlock<D>(mox::arith::blocksFor(n * sizeof(T), args),
-                                     mox::arith::kCopy, s, nullptr, d, n, args);
-    if (s != d) std::memmove(d, s, n * sizeof(T));
+      return mox::arith::runBlock<D>(mox::arith::blocksFor(bytes, args), mox::arith::kCopy, s,
+                                     nullptr, d, n, args);
+    if (s != d) std::memmove(d, s, bytes);
     return n;
   }
 };
