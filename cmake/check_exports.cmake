@@ -1,5 +1,6 @@
 # Compares a built library's export table with the implemented list.
-#   cmake -DLIB=<libmoxpx.so|moxpx.dll> -DLIST=<exports.txt> [-DOBJDUMP=<tool>] -P check_exports.cmake
+#   cmake -DLIB=<libmoxpx.so|moxpx.dll> -DLIST=<exports.txt> [-DOBJDUMP=<tool>] [-DNM=<tool>]
+#         -P check_exports.cmake
 file(STRINGS ${LIST} expected REGEX "^mox")
 list(SORT expected)
 if(LIB MATCHES "\\.dll$")
@@ -17,7 +18,10 @@ if(LIB MATCHES "\\.dll$")
     list(APPEND actual ${name})
   endforeach()
 else()
-  execute_process(COMMAND nm -D --defined-only ${LIB} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
+  if(NOT NM)
+    set(NM nm)
+  endif()
+  execute_process(COMMAND ${NM} -D --defined-only ${LIB} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
   string(REGEX MATCHALL "[0-9a-fA-F]+ [TW] [^\n]+" rows "${dump}")
   set(actual "")
   foreach(row ${rows})
