@@ -1,0 +1,24 @@
+/* The demo gallery: every operation shown on the sample photographs. Each
+   family lists its pictures in examples/gallery_<family>.c as an array of
+   entries ended by an entry with a null name, and names that array once in
+   gallery_list.c. */
+#ifndef MOXPX_GALLERY_H
+#define MOXPX_GALLERY_H
+
+#include "moxpx.h"
+
+typedef struct GalleryEntry {
+  const char* name;    /* file name stem, unique in the gallery: "zoom-cubic-3x2" */
+  const char* caption; /* one line shown under the picture */
+  /* Makes the picture from a sample photograph (8U, 3 channels, sequence
+     "BGR", pixel order, as read from its BMP file). Returns a new image made
+     with moxCreateImageHeader and moxAllocateImage (any depth, 1, 3 or 4
+     channels; the demo converts it for display and releases it), or null
+     after the library reported a failure. */
+  MoxImage* (*run)(const MoxImage* photo);
+} GalleryEntry;
+
+/* Every family's entries, ended by a null pointer. */
+extern const GalleryEntry* const galleryFamilies[];
+
+#endif

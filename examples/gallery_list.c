@@ -1,0 +1,7 @@
+/* The families shown in the demo gallery, in the order of the page. Add one
+   line per family: declare its array and name it in the list. */
+#include "gallery.h"
+
+const GalleryEntry* const galleryFamilies[] = {
+    0,
+};
