@@ -10,6 +10,15 @@
 typedef struct GalleryEntry {
   const char* name;    /* file name stem, unique in the gallery: "zoom-cubic-3x2" */
   const char* caption; /* one line shown under the picture */
+  /* The exact library call that made it, as C, with `photo` and `dst`:
+     "moxZoom(photo, dst, 3, 2, 3, 2, MOX_INTER_CUBIC, NULL)". */
+  const char* call;
+  /* The same with the command-line tool: the function's name without "mox"
+     in lower case as the sub-command, each scalar argument as --name value
+     with its interface name, constants by their short name in lower case,
+     then the input files and the output file:
+     "moxpx zoom --xU 3 --xL 2 --yU 3 --yL 2 --interpolate cubic photo.bmp out.bmp". */
+  const char* command;
   /* Makes the picture from a sample photograph (8U, 3 channels, sequence
      "BGR", pixel order, as read from its BMP file). Returns a new image made
      with moxCreateImageHeader and moxAllocateImage (any depth, 1, 3 or 4
