@@ -227,4 +227,23 @@ TEST(SourceReader, FilterOnTheWalkTiledEqualsPlain) {
   EXPECT_TRUE(reports().empty());
 }
 
+// An operation's own text and status for a destination tile that is not
+// handed out; the walk stops before any source is read.
+TEST(SourceReader, DestinationWalkTakesTheOperationsTileText) {
+  Image src({MOX_DEPTH_8U, 1, 0, 16, 16}, 1), dst({MOX_DEPTH_8U, 1, 0, 16, 16}, 2);
+  Tiled tiledSrc(src, 8, 8), tiledDst(dst, 8, 8);
+  tiledDst.nullOnGet = 0;
+  Capture capture;
+  SourceReader reader(tiledSrc, Edge::kModes, kSites);
+  MaxJob job{&reader};
+  mox::WalkPlan plan{"moxTest", "moxtest", &kLines, false};
+  plan.nullText = "Error get tile to write";
+  plan.nullStatus = MOX_StsUnknownError;
+  EXPECT_FALSE(mox::walkDestination(plan, {tiledDst, "dstImage", true}, nullptr, &maxPiece, &job));
+  ASSERT_EQ(reports().size(), 1u);
+  EXPECT_EQ(std::make_tuple(reports()[0].message, reports()[0].status, reports()[0].line),
+            std::make_tuple(std::string("Error get tile to write"), int(MOX_StsUnknownError), 33));
+  EXPECT_TRUE(tiledSrc.calls.empty());
+}
+
 }  // namespace

@@ -142,8 +142,8 @@ class Walker {
   bool run(const int* mapping, Kernel kernel, const void* arg, PieceFn piece = nullptr);
 
  private:
-  bool report(int line, const char* name, const char* test) {
-    return reportTileData(plan_, line, name, test[0] == '=');
+  bool report(int line, const char* name, bool afterGet) {
+    return reportTileData(plan_, line, name, afterGet);
   }
   int line(int k) const { return plan_.lines->tileData[k]; }
   bool acquire(int i, int tx, int ty);
@@ -181,11 +181,11 @@ bool Walker::acquire(int i, int tx, int ty) {
   const char* name = images_[i].name;
   if (!firstWalk_ && p.held) {
     tile->callBack(im, p.heldX, p.heldY, MOX_RELEASE_TILE);
-    if (tile->tileData) return report(line(n_ + 2 * i), name, "!=");
+    if (tile->tileData) return report(line(n_ + 2 * i), name, false);
   }
   tile->callBack(im, tx, ty, images_[i].write ? MOX_GET_TILE_TO_WRITE : MOX_GET_TILE_TO_READ);
   p.held = true, p.heldX = tx, p.heldY = ty;
-  if (!tile->tileData) return report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, "==");
+  if (!tile->tileData) return report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, true);
   return true;
 }
 
@@ -309,7 +309,7 @@ bool Walker::releaseAll() {
     const Part& p = parts_[i];
     if (!p.tile) continue;
     p.tile->callBack(p.image, p.held ? p.heldX : 0, p.held ? p.heldY : 0, MOX_RELEASE_TILE);
-    if (p.tile->tileData) return report(line(3 * n_ + i), images_[i].name, "!=");
+    if (p.tile->tileData) return report(line(3 * n_ + i), images_[i].name, false);
   }
   return true;
 }
