@@ -10,6 +10,25 @@
 namespace mox::convert {
 namespace {
 
+// Calls f with the depth type of a depth code (a valid one).
+template <class F>
+auto withDepth(unsigned depth, F f) {
+  switch (depth) {
+    case MOX_DEPTH_1U:
+      return f(Bit{});
+    case MOX_DEPTH_8U:
+      return f(U8{});
+    case MOX_DEPTH_8S:
+      return f(S8{});
+    case MOX_DEPTH_16U:
+      return f(U16{});
+    case MOX_DEPTH_16S:
+      return f(S16{});
+    default:
+      return f(S32{});
+  }
+}
+
 // The value of source depth S as a value of destination depth D: kept when
 // every source value fits, else clamped.
 template <class S, class D>
@@ -94,25 +113,6 @@ void convertKernel(const View* v, const void* arg) {
   }
 }
 
-// Calls f with the depth type of a depth code (a valid one).
-template <class F>
-Kernel withDepth(unsigned depth, F f) {
-  switch (depth) {
-    case MOX_DEPTH_1U:
-      return f(Bit{});
-    case MOX_DEPTH_8U:
-      return f(U8{});
-    case MOX_DEPTH_8S:
-      return f(S8{});
-    case MOX_DEPTH_16U:
-      return f(U16{});
-    case MOX_DEPTH_16S:
-      return f(S16{});
-    default:
-      return f(S32{});
-  }
-}
-
 Kernel pickConvert(unsigned from, unsigned to) {
   return withDepth(from, [to](auto s) {
     return withDepth(to, [](auto d) -> Kernel {
@@ -175,32 +175,14 @@ void storeRowOf(const View& v, int y, int c, const long long* in) {
   }
 }
 
-template <class F>
-void onDepth(unsigned depth, F f) {
-  switch (depth) {
-    case MOX_DEPTH_1U:
-      return f(Bit{});
-    case MOX_DEPTH_8U:
-      return f(U8{});
-    case MOX_DEPTH_8S:
-      return f(S8{});
-    case MOX_DEPTH_16U:
-      return f(U16{});
-    case MOX_DEPTH_16S:
-      return f(S16{});
-    default:
-      return f(S32{});
-  }
-}
-
 }  // namespace
 
 void loadRow(const View& v, int y, int c, double* out) {
-  onDepth(v.depth, [&](auto d) { loadRowOf<decltype(d)>(v, y, c, out); });
+  withDepth(v.depth, [&](auto d) { loadRowOf<decltype(d)>(v, y, c, out); });
 }
 
 void storeRow(const View& v, int y, int c, const long long* in) {
-  onDepth(v.depth, [&](auto d) { storeRowOf<decltype(d)>(v, y, c, in); });
+  withDepth(v.depth, [&](auto d) { storeRowOf<decltype(d)>(v, y, c, in); });
 }
 
 // ---------------------------------------------------------------- quantiser
