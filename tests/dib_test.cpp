@@ -162,6 +162,8 @@ TEST(DibRead, BrokenBitmapsAreRefused) {
        "(dib->biWidth * dib->biHeight is too large)"},
       {plain(), [](MoxBitmapInfoHeader* h) { h->biWidth = 0x7FFFFFFF, h->biHeight = 1; }, 10,
        "(dib->biWidth * dib->biHeight is too large)"},
+      {plain(), [](MoxBitmapInfoHeader* h) { h->biWidth = 0x7FFFFFFF, h->biHeight = INT_MAX; }, 10,
+       "(dib->biWidth * dib->biHeight is too large)"},
       {plain(), [](MoxBitmapInfoHeader* h) { h->biSizeImage = 15; }, 11,
        "(dib->biSizeImage != 0 && dib->biSizeImage < the bytes of the rows)"},
       {makeDib(2, 2, 8, 1, kPalette4, {}), nullptr, 12,

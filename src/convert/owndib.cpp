@@ -109,7 +109,7 @@ bool readLayout(const MoxBitmapInfoHeader* dib, const char* func, int base, Layo
   // The rows and the image they become must fit in 32-bit sizes.
   l.rowBytes = ((long long)l.width * bits + 31) / 32 * 4;
   int step = 0, size = 0;
-  if (l.rowBytes * l.height > INT_MAX ||
+  if (l.rowBytes > INT_MAX || l.rowBytes * l.height > INT_MAX ||
       !layoutSize(l.width, l.height, MOX_DEPTH_8U, 4, 0, 4, &step, &size))
     return fail(func, base, kTooLarge, "(dib->biWidth * dib->biHeight is too large)");
   l.dataBytes = dib->biSizeImage;
