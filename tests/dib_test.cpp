@@ -202,6 +202,22 @@ TEST(DibRead, BrokenBitmapsAreRefused) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Run-length data of random bytes: decoded or refused, never read or
+// written outside the bitmap and the image (the sanitizer build watches).
+TEST(DibRead, RandomRunLengthDataStaysInside) {
+  Capture capture;
+  std::mt19937 rng(7);
+  for (int i = 0; i < 400; ++i) {
+    Bytes data(std::size_t(rng() % 40), 0);
+    for (auto& b : data) b = static_cast<std::uint8_t>(rng() % 4 == 0 ? rng() % 3 : rng());
+    const bool four = i % 2;
+    Dib d = makeDib(int(rng() % 9) + 1, int(rng() % 5) + 1, four ? 4 : 8, four ? 2 : 1, kPalette4, data);
+    Translated t(d);
+    EXPECT_EQ(t.im == nullptr, !reports().empty());
+    reports().clear();
+  }
+}
+
 // ---------------------------------------------------------------- photographs
 
 std::string sample(const char* name) { return std::string(MOXPX_SAMPLES) + "/" + name; }
