@@ -300,6 +300,32 @@ TEST(DibPhotographs, ThroughEveryLayoutAndBack) {
   }
 }
 
+// Files cut short or not bitmaps at all: the file helper says why.
+TEST(DibPhotographs, BrokenFilesAreRefusedByTheHelper) {
+  Capture capture;
+  const Bytes whole = fileBytes(sample("chelsea.bmp"));
+  const struct { std::size_t keep; int offset; const char* why; } cases[] = {
+      {whole.size() - 1, 0, "truncated bmp file"},
+      {60, 0, "truncated bmp file"},
+      {20, 0, "not a bmp file"},
+      {whole.size(), 4000000, "truncated bmp file"},
+  };
+  for (const auto& c : cases) {
+    Bytes cut(whole.begin(), whole.begin() + std::ptrdiff_t(c.keep));
+    if (c.offset) std::memcpy(cut.data() + 10, &c.offset, 4);
+    const std::string path = ::testing::TempDir() + "dib_broken.bmp";
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(cut.data()),
+                                                std::streamsize(cut.size()));
+    char why[64] = "";
+    EXPECT_EQ(bmpRead(path.c_str(), why, sizeof why), nullptr);
+    EXPECT_STREQ(why, c.why);
+  }
+  char why[64] = "";
+  EXPECT_EQ(bmpRead("/nonexistent/none.bmp", why, sizeof why), nullptr);
+  EXPECT_STREQ(why, "cannot read the file");
+  EXPECT_TRUE(reports().empty());
+}
+
 // 8-bit bitmaps of a photograph with each palette choice and dither: close
 // to the photograph on average, the median cut closest.
 TEST(DibPhotographs, PaletteChoicesAndDithers) {
