@@ -5,6 +5,7 @@
 // the files it writes, for the independent reader's check.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +14,7 @@
 #include <vector>
 
 #include "bmpfile.h"
-#include "image_helpers.h"
+#include "op_cases.h"
 
 using namespace testimg;
 
@@ -446,6 +447,23 @@ TEST(DibWrite, ChannelsAndGrayPalettes) {
   Image one({MOX_DEPTH_8U, 1, 0, 1, 1});
   moxConvertFromDIB(c.header(), one);
   EXPECT_EQ(get(one, 0, 0), (114 * 10 + 587 * 100 + 299 * 200 + 500) / 1000);
+  EXPECT_TRUE(reports().empty());
+}
+
+// Tiled images read and write bitmaps like plain ones, through their ROIs.
+TEST(DibWrite, TiledImagesLikePlainOnes) {
+  Capture capture;
+  Image plain({MOX_DEPTH_16U, 3, 1, 20, 27}, 3, std::array<int, 5>{0, 2, 3, 17, 23}.data());
+  Tiled tiled(plain, 8, 16);
+  Dib a = toDib(plain, 24, 23, 17), b = toDib(tiled, 24, 23, 17);
+  EXPECT_EQ(a.bytes, b.bytes);
+  Image back({MOX_DEPTH_8U, 1, 0, 20, 27}, 4, std::array<int, 5>{0, 1, 1, 30, 30}.data());
+  Tiled tiledBack(back, 16, 8);
+  moxConvertFromDIB(a.header(), back);
+  moxConvertFromDIB(a.header(), tiledBack);
+  Image gathered({MOX_DEPTH_8U, 1, 0, 20, 27}, 4);
+  tiledBack.gather(gathered);
+  EXPECT_EQ(pixels(gathered), pixels(back));
   EXPECT_TRUE(reports().empty());
 }
 
