@@ -57,6 +57,30 @@ inline void convertRun(const typename S::T* s, std::ptrdiff_t ss, typename D::T*
 // Rows of 1-bit views go through packed chunks of this many pixels.
 constexpr int kChunk = kBitChunk * 8;
 
+// Row y of a 1-bit view, pixel by pixel: put(x, bit).
+template <class F>
+void readBitRow(const View& v, int y, F put) {
+  unsigned char packed[kBitChunk];
+  for (int x0 = 0; x0 < v.width; x0 += kChunk) {
+    const int w = v.width - x0 < kChunk ? v.width - x0 : kChunk;
+    readBits(v, y, x0, w, packed);
+    for (int j = 0; j < w; ++j) put(x0 + j, (packed[j >> 3] >> (7 - (j & 7))) & 1);
+  }
+}
+
+// Row y of a 1-bit view from a test per pixel: the bit of x is set(x).
+template <class F>
+void writeBitRow(const View& v, int y, F set) {
+  unsigned char packed[kBitChunk];
+  for (int x0 = 0; x0 < v.width; x0 += kChunk) {
+    const int w = v.width - x0 < kChunk ? v.width - x0 : kChunk;
+    std::memset(packed, 0, sizeof packed);
+    for (int j = 0; j < w; ++j)
+      if (set(x0 + j)) packed[j >> 3] |= static_cast<unsigned char>(0x80 >> (j & 7));
+    writeBits(v, y, x0, w, packed);
+  }
+}
+
 template <class S, class D>
 void convertKernel(const View* v, const void* arg) {
   const BitValues& b = *static_cast<const BitValues*>(arg);
@@ -64,9 +88,9 @@ void convertKernel(const View* v, const void* arg) {
   const View& d = v[1];
   using ST = typename S::T;
   using DT = typename D::T;
-  unsigned char packed[kBitChunk];
   if constexpr (S::bits == 1 && D::bits == 1) {
     const bool keep = b.one != 0, set = b.zero != 0;
+    unsigned char packed[kBitChunk];
     for (int y = 0; y < d.height; ++y)
       for (int x0 = 0; x0 < d.width; x0 += kChunk) {
         const int w = d.width - x0 < kChunk ? d.width - x0 : kChunk;
@@ -80,24 +104,13 @@ void convertKernel(const View* v, const void* arg) {
     for (int y = 0; y < d.height; ++y) {
       const Run r = channelRun(d, y, 0, sizeof(DT));
       DT* out = reinterpret_cast<DT*>(r.p);
-      for (int x0 = 0; x0 < d.width; x0 += kChunk) {
-        const int w = d.width - x0 < kChunk ? d.width - x0 : kChunk;
-        readBits(s, y, x0, w, packed);
-        for (int j = 0; j < w; ++j)
-          out[(x0 + j) * r.stride] = (packed[j >> 3] >> (7 - (j & 7))) & 1 ? one : zero;
-      }
+      readBitRow(s, y, [&](int x, unsigned bit) { out[x * r.stride] = bit ? one : zero; });
     }
   } else if constexpr (D::bits == 1) {
     for (int y = 0; y < d.height; ++y) {
       const Run r = channelRun(s, y, 0, sizeof(ST));
       const ST* in = reinterpret_cast<const ST*>(r.p);
-      for (int x0 = 0; x0 < d.width; x0 += kChunk) {
-        const int w = d.width - x0 < kChunk ? d.width - x0 : kChunk;
-        std::memset(packed, 0, sizeof packed);
-        for (int j = 0; j < w; ++j)
-          if (in[(x0 + j) * r.stride] != 0) packed[j >> 3] |= static_cast<unsigned char>(0x80 >> (j & 7));
-        writeBits(d, y, x0, w, packed);
-      }
+      writeBitRow(d, y, [&](int x) { return in[x * r.stride] != 0; });
     }
   } else {
     // Pixel order on both sides with all channels: a row is one run.
@@ -142,12 +155,7 @@ void loadRowOf(const View& v, int y, int c, double* out) {
   using T = typename D::T;
   if constexpr (D::bits == 1) {
     (void)c;
-    unsigned char packed[kBitChunk];
-    for (int x0 = 0; x0 < v.width; x0 += kChunk) {
-      const int w = v.width - x0 < kChunk ? v.width - x0 : kChunk;
-      readBits(v, y, x0, w, packed);
-      for (int j = 0; j < w; ++j) out[x0 + j] = (packed[j >> 3] >> (7 - (j & 7))) & 1;
-    }
+    readBitRow(v, y, [&](int x, unsigned bit) { out[x] = bit; });
   } else {
     const Run r = channelRun(v, y, c, sizeof(T));
     const T* p = reinterpret_cast<const T*>(r.p);
@@ -160,14 +168,7 @@ void storeRowOf(const View& v, int y, int c, const long long* in) {
   using T = typename D::T;
   if constexpr (D::bits == 1) {
     (void)c;
-    unsigned char packed[kBitChunk];
-    for (int x0 = 0; x0 < v.width; x0 += kChunk) {
-      const int w = v.width - x0 < kChunk ? v.width - x0 : kChunk;
-      std::memset(packed, 0, sizeof packed);
-      for (int j = 0; j < w; ++j)
-        if (in[x0 + j]) packed[j >> 3] |= static_cast<unsigned char>(0x80 >> (j & 7));
-      writeBits(v, y, x0, w, packed);
-    }
+    writeBitRow(v, y, [&](int x) { return in[x] != 0; });
   } else {
     const Run r = channelRun(v, y, c, sizeof(T));
     T* p = reinterpret_cast<T*>(r.p);
