@@ -42,7 +42,7 @@ static MoxImage* reduce(const MoxImage* photo, int dither, int noise, int levels
 static MoxImage* reduceNone(const MoxImage* p) { return reduce(p, MOX_DITHER_NONE, 0, 2, 1); }
 static MoxImage* reduceFs(const MoxImage* p) { return reduce(p, MOX_DITHER_FS, 0, 2, 1); }
 static MoxImage* reduceJjn(const MoxImage* p) { return reduce(p, MOX_DITHER_JJN, 0, 2, 1); }
-static MoxImage* reduceStucki(const MoxImage* p) { return reduce(p, MOX_DITHER_STUCKEY, 0, 2, 1); }
+static MoxImage* reduceStuckey(const MoxImage* p) { return reduce(p, MOX_DITHER_STUCKEY, 0, 2, 1); }
 static MoxImage* reduceBayer(const MoxImage* p) { return reduce(p, MOX_DITHER_BAYER, 0, 2, 1); }
 static MoxImage* reduceJitter(const MoxImage* p) { return reduce(p, MOX_DITHER_NONE, 100, 4, 3); }
 static MoxImage* reduceColourFs(const MoxImage* p) { return reduce(p, MOX_DITHER_FS, 0, 2, 3); }
@@ -92,22 +92,22 @@ const GalleryEntry galleryConvert[] = {
     {"reducebits-none", "Green channel to one bit, no dither",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_NONE, 2)",
      "moxpx reducebits --noise 0 --ditherType none --levels 2 green.bmp out.bmp", reduceNone},
-    {"reducebits-fs", "Green channel to one bit, Floyd-Steinberg error diffusion",
+    {"reducebits-fs", "Green channel to one bit, FS error diffusion (four neighbours)",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_FS, 2)",
      "moxpx reducebits --noise 0 --ditherType fs --levels 2 green.bmp out.bmp", reduceFs},
-    {"reducebits-jjn", "Green channel to one bit, Jarvis-Judice-Ninke error diffusion",
+    {"reducebits-jjn", "Green channel to one bit, JJN error diffusion (twelve neighbours)",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_JJN, 2)",
      "moxpx reducebits --noise 0 --ditherType jjn --levels 2 green.bmp out.bmp", reduceJjn},
-    {"reducebits-stucki", "Green channel to one bit, Stucki error diffusion",
+    {"reducebits-stuckey", "Green channel to one bit, STUCKEY error diffusion (twelve neighbours)",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_STUCKEY, 2)",
-     "moxpx reducebits --noise 0 --ditherType stuckey --levels 2 green.bmp out.bmp", reduceStucki},
+     "moxpx reducebits --noise 0 --ditherType stuckey --levels 2 green.bmp out.bmp", reduceStuckey},
     {"reducebits-bayer", "Green channel to one bit, ordered 4x4 dither",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_BAYER, 2)",
      "moxpx reducebits --noise 0 --ditherType bayer --levels 2 green.bmp out.bmp", reduceBayer},
     {"reducebits-jitter", "Four levels per channel with full jitter and no dither",
      "moxReduceBits(photo, dst, 100, MOX_DITHER_NONE, 4)",
      "moxpx reducebits --noise 100 --ditherType none --levels 4 photo.bmp out.bmp", reduceJitter},
-    {"reducebits-colour-fs", "Two levels per channel (eight colours), Floyd-Steinberg",
+    {"reducebits-colour-fs", "Two levels per channel (eight colours), FS error diffusion",
      "moxReduceBits(photo, dst, 0, MOX_DITHER_FS, 2)",
      "moxpx reducebits --noise 0 --ditherType fs --levels 2 photo.bmp out.bmp", reduceColourFs},
     {"bitonal-grays", "Dithered bits shown as the grays 40 and 220",
@@ -116,14 +116,14 @@ const GalleryEntry galleryConvert[] = {
     {"todib-cube", "8-bit bitmap with the fixed 3-3-2 palette, no dither",
      "moxConvertToDIB(photo, dib8, MOX_DITHER_NONE, MOX_PALCONV_NONE)",
      "moxpx converttodib --dither none --paletteConversion none photo.bmp out.bmp", paletteCube},
-    {"todib-cube-fs", "8-bit bitmap with the fixed 3-3-2 palette, Floyd-Steinberg",
+    {"todib-cube-fs", "8-bit bitmap with the fixed 3-3-2 palette, FS error diffusion",
      "moxConvertToDIB(photo, dib8, MOX_DITHER_FS, MOX_PALCONV_NONE)",
      "moxpx converttodib --dither fs --paletteConversion none photo.bmp out.bmp", paletteCubeFs},
     {"todib-populate", "8-bit bitmap with the 256 most frequent colours",
      "moxConvertToDIB(photo, dib8, MOX_DITHER_NONE, MOX_PALCONV_POPULATE)",
      "moxpx converttodib --dither none --paletteConversion populate photo.bmp out.bmp",
      palettePopulate},
-    {"todib-medcut-fs", "8-bit bitmap with a median-cut palette, Floyd-Steinberg",
+    {"todib-medcut-fs", "8-bit bitmap with a median-cut palette, FS error diffusion",
      "moxConvertToDIB(photo, dib8, MOX_DITHER_FS, MOX_PALCONV_MEDCUT)",
      "moxpx converttodib --dither fs --paletteConversion medcut photo.bmp out.bmp", paletteMedcut},
     {0, 0, 0, 0, 0},

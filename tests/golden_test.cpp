@@ -28,8 +28,8 @@ std::uint64_t digest(const MoxImage* im) {
 }
 
 // An image through 8-bit bitmaps and back: a median-cut palette with
-// Floyd-Steinberg into the destination's left half, the fixed cube with
-// Stucki into its right half.
+// FS error diffusion into the destination's left half, the fixed cube with
+// STUCKEY into its right half.
 void paletteRoundTrip(MoxImage* a, MoxImage* d) {
   const int w = a->width / 2, h = a->height;
   std::vector<unsigned> block((40 + 1024 + ((w + 3) & ~3) * h) / 4 + 1);
@@ -76,17 +76,17 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_FORWARD); }, 0xb1fb19ea8a8602c3ull},
     {"dct inverse 16S planes", k16S3P, k16S3P,
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_INVERSE); }, 0x575d3a41ed0aa3efull},
-    {"reduce bits 16S to 8U, 7 levels, Floyd-Steinberg with jitter", k16S3P, k8U3,
+    {"reduce bits 16S to 8U, 7 levels, FS with jitter", k16S3P, k8U3,
      [](auto a, auto, auto d) { moxReduceBits(a, d, 30, MOX_DITHER_FS, 7); }, 0xd6dab809df8a849aull},
-    {"reduce bits 8U to 1U, Jarvis-Judice-Ninke", k8U1, {MOX_DEPTH_1U, 1, 0, 45, 60},
+    {"reduce bits 8U to 1U, JJN", k8U1, {MOX_DEPTH_1U, 1, 0, 45, 60},
      [](auto a, auto, auto d) { moxReduceBits(a, d, 0, MOX_DITHER_JJN, 2); }, 0x2c2e0828b01943b0ull},
-    {"reduce bits 32S to 16U, Stucki", k32S1, {MOX_DEPTH_16U, 1, 0, 48, 64},
+    {"reduce bits 32S to 16U, STUCKEY", k32S1, {MOX_DEPTH_16U, 1, 0, 48, 64},
      [](auto a, auto, auto d) { moxReduceBits(a, d, 0, MOX_DITHER_STUCKEY, 1000); }, 0xcd7e534669084c0bull},
     {"reduce bits 8U, 5 levels, ordered with jitter", k8U3, k8U3,
      [](auto a, auto, auto d) { moxReduceBits(a, d, 50, MOX_DITHER_BAYER, 5); }, 0x9ff71705a4c99558ull},
     {"convert 16S planes to 8U pixels", k16S3P, k8U3,
      [](auto a, auto, auto d) { moxConvert(a, d); }, 0x66712eb564a2cb1full},
-    {"8-bit bitmaps: median cut with Floyd-Steinberg, 3-3-2 cube with Stucki", k8U3, k8U3,
+    {"8-bit bitmaps: median cut with FS, 3-3-2 cube with STUCKEY", k8U3, k8U3,
      [](auto a, auto, auto d) { paletteRoundTrip(a, d); }, 0xa625ef99d9b1a988ull},
 };
 

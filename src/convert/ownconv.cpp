@@ -191,16 +191,16 @@ void storeRow(const View& v, int y, int c, const long long* in) {
 namespace {
 
 // The ordered 4 x 4 threshold pattern.
-constexpr int kBayer[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
+constexpr int kOrdered[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
 
 // Error weights: offsets (dx, dy) and weight, over a common divisor.
 struct Weight {
   int dx, dy, w;
 };
-constexpr Weight kFloyd[] = {{1, 0, 7}, {-1, 1, 3}, {0, 1, 5}, {1, 1, 1}};
-constexpr Weight kJarvis[] = {{1, 0, 7},  {2, 0, 5},  {-2, 1, 3}, {-1, 1, 5}, {0, 1, 7}, {1, 1, 5},
+constexpr Weight kFs[] = {{1, 0, 7}, {-1, 1, 3}, {0, 1, 5}, {1, 1, 1}};
+constexpr Weight kJjn[] = {{1, 0, 7},  {2, 0, 5},  {-2, 1, 3}, {-1, 1, 5}, {0, 1, 7}, {1, 1, 5},
                               {2, 1, 3},  {-2, 2, 1}, {-1, 2, 3}, {0, 2, 5},  {1, 2, 3}, {2, 2, 1}};
-constexpr Weight kStucki[] = {{1, 0, 8},  {2, 0, 4},  {-2, 1, 2}, {-1, 1, 4}, {0, 1, 8}, {1, 1, 4},
+constexpr Weight kStuckey[] = {{1, 0, 8},  {2, 0, 4},  {-2, 1, 2}, {-1, 1, 4}, {0, 1, 8}, {1, 1, 4},
                               {2, 1, 2},  {-2, 2, 1}, {-1, 2, 2}, {0, 2, 4},  {1, 2, 2}, {2, 2, 1}};
 
 // The jitter's generator starts from the same seed in every call.
@@ -220,7 +220,7 @@ Ditherer::~Ditherer() { std::free(err_); }
 void Ditherer::offset(double* adj, int x, int y) {
   for (int c = 0; c < channels_; ++c) adj[c] = 0.0;
   if (kind_ == MOX_DITHER_BAYER) {
-    const double t = (kBayer[y & 3][x & 3] + 0.5) / 16.0 - 0.5;
+    const double t = (kOrdered[y & 3][x & 3] + 0.5) / 16.0 - 0.5;
     for (int c = 0; c < channels_; ++c) adj[c] = t * step_[c];
   }
   if (noise_ > 0) {
@@ -238,9 +238,9 @@ void Ditherer::spread(const double* e, int x) {
   const Weight* w = nullptr;
   int count = 0;
   double sum = 1.0;
-  if (kind_ == MOX_DITHER_FS) w = kFloyd, count = 4, sum = 16.0;
-  if (kind_ == MOX_DITHER_JJN) w = kJarvis, count = 12, sum = 48.0;
-  if (kind_ == MOX_DITHER_STUCKEY) w = kStucki, count = 12, sum = 42.0;
+  if (kind_ == MOX_DITHER_FS) w = kFs, count = 4, sum = 16.0;
+  if (kind_ == MOX_DITHER_JJN) w = kJjn, count = 12, sum = 48.0;
+  if (kind_ == MOX_DITHER_STUCKEY) w = kStuckey, count = 12, sum = 42.0;
   const std::ptrdiff_t rowLength = std::ptrdiff_t(width_ + 4) * channels_;
   for (int k = 0; k < count; ++k) {
     double* to = err_ + w[k].dy * rowLength + std::ptrdiff_t(x + 2 + w[k].dx) * channels_;
