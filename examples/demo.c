@@ -170,6 +170,8 @@ int main(int argc, char** argv) {
     snprintf(path, sizeof path, "%s/photo-%s", out, names[loaded]);
     if (bmpWrite(path, photos[loaded], 24, 0, 0, why, sizeof why) != 0)
       fprintf(stderr, "cannot write %s: %s\n", path, why);
+    else
+      printf("wrote %s\n", path);
     ++loaded;
   }
   if (loaded == 0) {
