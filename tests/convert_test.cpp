@@ -144,6 +144,23 @@ TEST(ReduceBits, LevelsWithoutDither) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Without dither each value goes to its nearest level, over the common
+// rectangle of the ROIs, from pixel to plane order and by channel of interest.
+TEST(ReduceBits, NearestLevelsOverTheRois) {
+  Capture capture;
+  for (const Pair& p : pairs(false)) {
+    SCOPED_TRACE(p.name);
+    Image s = makeImage(MOX_DEPTH_8U, p, 0, 9), d = makeImage(MOX_DEPTH_8U, p, 1, 10);
+    const auto want = expected({s, d}, [](const ll* v) {
+      const ll k = (v[0] * 5 * 2 + 255) / (2 * 255);  // nearest of 6 levels
+      return (k * 255 * 2 + 5) / (2 * 5);
+    });
+    moxReduceBits(s, d, 0, MOX_DITHER_NONE, 6);
+    EXPECT_EQ(pixels(d), want);
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
 // Every dither keeps a flat gray on average and gives the same bits twice;
 // jitter changes them, reproducibly.
 TEST(ReduceBits, DithersKeepTheMeanAndRepeat) {
