@@ -19,6 +19,7 @@ struct Layout {
 
 struct Part {
   const MoxImage* image;
+  int coi;
   const MoxTileInfo* tile;  // null for an untiled image
   i64 x, y;                 // start of the image's rectangle
   i64 tileStep;             // row step inside a tile
@@ -41,7 +42,8 @@ void clipped(const MoxImage* im, i64& x, i64& y, i64& w, i64& h) {
 
 // The view of the rectangle (x, y, w, h) of an image whose layout starts at
 // pixel (ox, oy).
-View viewAt(const MoxImage* im, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i64 w, i64 h) {
+View viewAt(const MoxImage* im, int coi, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i64 w,
+            i64 h) {
   const unsigned bits = depthBits(im->depth);
   const i64 col = x - ox;
   i64 byte;
@@ -58,7 +60,7 @@ View viewAt(const MoxImage* im, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i
   v.width = static_cast<int>(w);
   v.height = static_cast<int>(h);
   v.nChannels = im->nChannels;
-  v.coi = im->roi ? im->roi->coi : 0;
+  v.coi = coi;
   v.dataOrder = im->dataOrder;
   v.depth = im->depth;
   v.bitOffset = bitOffset;
@@ -122,8 +124,10 @@ class Walker {
 
  private:
   bool report(int line, const char* name, const char* test) {
+    if (line == 0) return true;
     char message[160];
-    std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name, test);
+    std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s %s)", name, test,
+                  plan_.null);
     mox::report(Site{plan_.func, plan_.file, line}, message);
     return false;
   }
@@ -154,11 +158,12 @@ bool Walker::acquire(int i, int tx, int ty) {
   const char* name = images_[i].name;
   if (!firstWalk_ && p.held) {
     tile->callBack(im, p.heldX, p.heldY, MOX_RELEASE_TILE);
-    if (tile->tileData) return report(line(n_ + 2 * i), name, "!=");
+    if (tile->tileData && !report(line(n_ + 2 * i), name, "!=")) return false;
   }
   tile->callBack(im, tx, ty, images_[i].write ? MOX_GET_TILE_TO_WRITE : MOX_GET_TILE_TO_READ);
   p.held = true, p.heldX = tx, p.heldY = ty;
-  if (!tile->tileData) return report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, "==");
+  if (!tile->tileData && !report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, "=="))
+    return false;
   return true;
 }
 
@@ -185,9 +190,10 @@ bool Walker::cutToTile(const int* mapping) {
 }
 
 // The view of a rectangle of an untiled image.
-View plainView(const MoxImage* im, i64 x, i64 y, i64 w, i64 h) {
+View plainView(const Part& p, i64 x, i64 y, i64 w, i64 h) {
+  const MoxImage* im = p.image;
   const Layout l{im->imageData, im->widthStep, i64(im->widthStep) * im->height};
-  return viewAt(im, l, 0, 0, x, y, w, h);
+  return viewAt(im, p.coi, l, 0, 0, x, y, w, h);
 }
 
 bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
@@ -198,8 +204,16 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
     p.image = images_[i].image;
     p.tile = p.image->tileInfo;
     p.held = false;
+    p.coi = p.image->roi && plan_.area == Area::rois ? p.image->roi->coi : 0;
     i64 w, h;
-    clipped(p.image, p.x, p.y, w, h);
+    if (plan_.area == Area::rois || (plan_.area == Area::firstRoi && i == 0)) {
+      clipped(p.image, p.x, p.y, w, h);
+    } else if (plan_.area == Area::whole) {
+      p.x = p.y = 0, w = p.image->width, h = p.image->height;
+    } else {
+      p.x = parts_[0].x, p.y = parts_[0].y;
+      w = std::max<i64>(p.image->width - p.x, 0), h = std::max<i64>(p.image->height - p.y, 0);
+    }
     w_ = std::min(w_, w);
     h_ = std::min(h_, h);
     if (p.tile) {
@@ -217,7 +231,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
     if (w_ == 0 || h_ == 0) return true;
     if (!plan_.wholeImage || !flatViews(images_, n_, views))
       for (int i = 0; i < n_; ++i)
-        views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
+        views[i] = plainView(parts_[i], parts_[i].x, parts_[i].y, w_, h_);
     mark(views);
     kernel(views, arg);
     return true;
@@ -244,18 +258,19 @@ bool Walker::walkPieces(Kernel kernel, const void* arg) {
       for (int i = 0; i < n_; ++i)
         if (const MoxTileInfo* t = parts_[i].tile)
           piece = std::min<i64>(piece, t->width - (parts_[i].x + rx) % t->width);
-      for (int i = 0; i < n_; ++i) {
+      for (int k = 0; k < n_; ++k) {
+        const int i = plan_.destinationFirst ? (k + n_ - 1) % n_ : k;
         const Part& p = parts_[i];
         const i64 x = p.x + rx, y = p.y + ry;
         if (!p.tile) {
-          views[i] = plainView(p.image, x, y, piece, band);
+          views[i] = plainView(p, x, y, piece, band);
           continue;
         }
         const int tx = static_cast<int>(x / p.tile->width);
         const int ty = static_cast<int>(y / p.tile->height);
         if (!acquire(i, tx, ty)) return false;
         const Layout l{p.tile->tileData, p.tileStep, p.tileStep * p.tile->height};
-        views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
+        views[i] = viewAt(p.image, p.coi, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
                           piece, band);
       }
       mark(views);
@@ -270,7 +285,7 @@ bool Walker::releaseAll() {
     const Part& p = parts_[i];
     if (!p.tile) continue;
     p.tile->callBack(p.image, p.held ? p.heldX : 0, p.held ? p.heldY : 0, MOX_RELEASE_TILE);
-    if (p.tile->tileData) return report(line(3 * n_ + i), images_[i].name, "!=");
+    if (p.tile->tileData && !report(line(3 * n_ + i), images_[i].name, "!=")) return false;
   }
   return true;
 }

@@ -1,0 +1,77 @@
+// Internals of the colour family: the conversion of doubles to integers,
+// the channel rows the kernels walk, and the depth dispatchers of the
+// colour-model conversions.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/walk.h"
+
+namespace mox::color {
+
+// Truncates toward zero. Values outside the signed 32-bit range (and NaN)
+// give 0x80000000, as the processor's own conversion does; a C++ cast of such
+// a value would be undefined. No rounding mode is involved.
+inline std::int32_t chop(double v) {
+  return v > -2147483649.0 && v < 2147483648.0 ? static_cast<std::int32_t>(v) : INT32_MIN;
+}
+
+// The first three channels of one row of a view: in pixel order three
+// interleaved runs `step` values apart, in plane order the first three
+// planes. `swap` exchanges the first and third (a "BGR" row).
+template <class T>
+struct Row3 {
+  T* c[3];
+  std::ptrdiff_t step;
+};
+
+template <class T>
+Row3<T> row3(const View& v, int y, bool swap) {
+  char* base = v.data + std::ptrdiff_t(y) * v.widthStep;
+  Row3<T> r;
+  if (v.dataOrder == 0) {
+    for (int k = 0; k < 3; ++k) r.c[k] = reinterpret_cast<T*>(base) + k;
+    r.step = v.nChannels;
+  } else {
+    for (int k = 0; k < 3; ++k) r.c[k] = reinterpret_cast<T*>(base + k * v.planeStep);
+    r.step = 1;
+  }
+  if (swap) {
+    T* t = r.c[0];
+    r.c[0] = r.c[2];
+    r.c[2] = t;
+  }
+  return r;
+}
+
+// The first channel (plane) of one row of a view, `step` values apart.
+template <class T>
+Row3<T> row1(const View& v, int y) {
+  Row3<T> r;
+  r.c[0] = r.c[1] = r.c[2] = reinterpret_cast<T*>(v.data + std::ptrdiff_t(y) * v.widthStep);
+  r.step = v.dataOrder == 0 ? v.nChannels : 1;
+  return r;
+}
+
+// The conversions the dispatchers run.
+enum class Model { toGray, fromGray, toHSV, fromHSV, toHLS, fromHLS };
+
+// What a conversion kernel needs besides its views.
+struct ConvArgs {
+  bool swap;  // the RGB side is stored B, G, R
+  // Colour from grey: multipliers and shift of the integer depths, factors
+  // of the 32-bit depth.
+  unsigned mult[3];
+  int shift;
+  float factor[3];
+};
+
+// The kernel of a conversion for a source and destination depth, or null
+// after reporting the pair as not supported.
+Kernel pickConversion(Model model, unsigned srcDepth, unsigned dstDepth);
+
+// The multipliers of colour from grey for the destination's depth.
+void grayMultipliers(unsigned dstDepth, float fractR, float fractG, float fractB, ConvArgs& a);
+
+}  // namespace mox::color

@@ -1,0 +1,405 @@
+// Row kernels of the colour-model conversions and their depth dispatchers.
+//
+// The 8- and 16-bit kernels compute in integers only. Where a quotient is
+// defined as a double that is then truncated, the integer quotient is the
+// same number: the numerator is exact and a correctly rounded quotient never
+// reaches the next integer at these magnitudes. The 32-bit kernels compute in
+// doubles, operation by operation as defined, so that every build rounds the
+// same way.
+#include <cstdint>
+#include <type_traits>
+
+#include "color/color.h"
+
+namespace mox::color {
+namespace {
+
+using i64 = long long;
+
+struct D8 {
+  using T = std::uint8_t;
+  static constexpr int M = 255;
+};
+struct D16 {
+  using T = std::uint16_t;
+  static constexpr int M = 65535;
+};
+struct D32 {
+  using T = std::int32_t;
+  static constexpr int M = 2147483647;
+};
+
+// a / b rounded down, b > 0.
+inline int floorDiv(int a, int b) { return a >= 0 ? a / b : -((b - 1 - a) / b); }
+
+// Hue in whole degrees of a pixel whose channels are not all equal: the
+// sector of the largest channel and the signed share of the other two.
+// Integer form (8 and 16 bits): 60 times the difference fits in an int.
+inline int hueInt(int r, int g, int b, int mx, int delta) {
+  if (r == mx) {
+    const int q = 60 * (g - b);
+    return q >= 0 ? q / delta : 360 + floorDiv(q, delta);
+  }
+  if (g == mx) return 120 + floorDiv(60 * (b - r), delta);
+  return 240 + floorDiv(60 * (r - g), delta);
+}
+
+// Double form (32 bits).
+inline std::int32_t hueDouble(i64 r, i64 g, i64 b, i64 mx, i64 delta) {
+  double h;
+  if (r == mx)
+    h = double(60 * (g - b)) / double(delta);
+  else if (g == mx)
+    h = double(60 * (b - r)) / double(delta) + 120.0;
+  else
+    h = double(60 * (r - g)) / double(delta) + 240.0;
+  if (h < 0) h += 360.0;
+  return chop(h);
+}
+
+template <class V>
+inline V max3(V a, V b, V c) {
+  const V m = a > b ? a : b;
+  return m > c ? m : c;
+}
+template <class V>
+inline V min3(V a, V b, V c) {
+  const V m = a < b ? a : b;
+  return m < c ? m : c;
+}
+
+// ---------------------------------------------------------------- pixels
+
+// Each conversion turns three values into three; `rgbIn` says on which side
+// the RGB image (whose order may be B, G, R) is.
+template <class D>
+struct ToHSV {
+  static constexpr bool rgbIn = true;
+  using T = typename D::T;
+  static void pixel(T r, T g, T b, T& h, T& s, T& v) {
+    if constexpr (D::M == D32::M) {
+      const i64 mx = max3<i64>(r, g, b), delta = mx - min3<i64>(r, g, b);
+      const std::int32_t sat = mx == 0 ? 0 : chop(double(delta) * 2147483647.0 / double(mx));
+      h = sat == 0 ? 0 : hueDouble(r, g, b, mx, delta);
+      s = sat;
+      v = static_cast<T>(mx);
+    } else {
+      const int mx = max3<int>(r, g, b), delta = mx - min3<int>(r, g, b);
+      const unsigned sat = mx == 0 ? 0u : unsigned(delta) * D::M / unsigned(mx);
+      const int hue = sat == 0 ? 0 : hueInt(r, g, b, mx, delta);
+      h = static_cast<T>(D::M == D8::M ? hue >> 1 : hue);
+      s = static_cast<T>(sat);
+      v = static_cast<T>(mx);
+    }
+  }
+};
+
+template <class D>
+struct ToHLS {
+  static constexpr bool rgbIn = true;
+  using T = typename D::T;
+  static void pixel(T r, T g, T b, T& h, T& l, T& s) {
+    if constexpr (D::M == D32::M) {
+      const i64 mx = max3<i64>(r, g, b), mn = min3<i64>(r, g, b), sum = mx + mn;
+      const i64 delta = mx - mn;
+      l = static_cast<T>(sum >> 1);
+      if (delta == 0) {
+        h = s = 0;
+        return;
+      }
+      const double over = sum <= 2147483647 ? double(sum) : 4294967294.0 - double(sum);
+      s = chop(2147483647.0 * double(delta) / over);
+      h = hueDouble(r, g, b, mx, delta);
+    } else {
+      const int mx = max3<int>(r, g, b), mn = min3<int>(r, g, b), sum = mx + mn;
+      const int delta = mx - mn;
+      l = static_cast<T>(sum >> 1);
+      if (delta == 0) {
+        h = s = 0;
+        return;
+      }
+      const unsigned over = unsigned(sum <= D::M ? sum : 2 * D::M - sum);
+      s = static_cast<T>(unsigned(D::M) * unsigned(delta) / over);
+      const int hue = hueInt(r, g, b, mx, delta);
+      h = static_cast<T>(D::M == D8::M ? hue >> 1 : hue);
+    }
+  }
+};
+
+// The sector table of HSV to RGB.
+template <class V>
+inline void sector(int s, V v, V p, V q, V t, V& r, V& g, V& b) {
+  switch (s) {
+    case 0: r = v, g = t, b = p; break;
+    case 1: r = q, g = v, b = p; break;
+    case 2: r = p, g = v, b = t; break;
+    case 3: r = p, g = q, b = v; break;
+    case 4: r = t, g = p, b = v; break;
+    default: r = v, g = p, b = q; break;
+  }
+}
+
+template <class D>
+struct FromHSV {
+  static constexpr bool rgbIn = false;
+  using T = typename D::T;
+  static void pixel(T h, T s, T v, T& r, T& g, T& b) {
+    if (s == 0) {
+      r = g = b = v;
+      return;
+    }
+    if constexpr (D::M == D8::M) {
+      const int d = 2 * h, sec = d / 60, f = d - 60 * sec, V = v;
+      const int sv = (s * V) >> 8;
+      const int p = V - sv, q = V - ((f * sv * 34) >> 11), t = V - (((60 - f) * sv * 34) >> 11);
+      int R, G, B;
+      sector(sec, V, p, q, t, R, G, B);
+      r = static_cast<T>(R), g = static_cast<T>(G), b = static_cast<T>(B);
+    } else {
+      constexpr double M = D::M;
+      constexpr double k = D::M == D16::M ? 1.5259021896696422e-05 : 4.656612875245797e-10;
+      int sec = 0;
+      double f = 0;
+      if (h != 360) {
+        const double x = double(h) * 0.016666666666666666;
+        sec = chop(x);
+        f = x - sec;
+      }
+      const double S = s, V = v;
+      const T p = static_cast<T>(chop((M - S) * V * k));
+      const T q = static_cast<T>(chop((M - f * S) * V * k));
+      const T t = static_cast<T>(chop((M - (1 - f) * S) * V * k));
+      sector(sec, v, p, q, t, r, g, b);
+    }
+  }
+};
+
+// One channel of HLS to RGB at hue h (degrees).
+inline double rampDouble(double h, double m1, double m2) {
+  if (h < 0)
+    h += 360.0;
+  else if (h > 360)
+    h -= 360.0;
+  if (h < 60) return m1 + (m2 - m1) * h * 0.0166666667;
+  if (h < 180) return m2;
+  if (h < 240) return m1 + (m2 - m1) * (240 - h) * 0.0166666667;
+  return m1;
+}
+
+inline int rampInt(int x, int m1, int m2) {
+  if (x < 60) return m1 + (((m2 - m1) * 137 * x) >> 13);
+  if (x < 180) return m2;
+  if (x < 240) return m1 + (((m2 - m1) * 137 * (240 - x)) >> 13);
+  return m1;
+}
+
+template <class D>
+struct FromHLS {
+  static constexpr bool rgbIn = false;
+  using T = typename D::T;
+  static void pixel(T h, T l, T s, T& r, T& g, T& b) {
+    if (s == 0) {
+      r = g = b = l;
+      return;
+    }
+    if constexpr (D::M == D8::M) {
+      const int d = 2 * h, L = l, S = s, ls = (L * S * 258) >> 16;
+      const int m2 = L <= 127 ? L + ls : L + S - ls, m1 = 2 * L - m2;
+      r = static_cast<T>(rampInt(d < 241 ? d + 120 : d - 240, m1, m2));
+      g = static_cast<T>(rampInt(d, m1, m2));
+      b = static_cast<T>(rampInt(d < 120 ? d + 240 : d - 120, m1, m2));
+    } else {
+      constexpr double M = D::M;
+      constexpr i64 half = (i64(D::M) + 1) / 2;
+      const double L = l, S = s, H = h;
+      const double m2 = l < half ? L + L * S / M : L + S - L * S / M, m1 = 2 * L - m2;
+      r = static_cast<T>(chop(rampDouble(H + 120, m1, m2)));
+      g = static_cast<T>(chop(rampDouble(H, m1, m2)));
+      b = static_cast<T>(chop(rampDouble(H - 120, m1, m2)));
+    }
+  }
+};
+
+template <class Px>
+void threeToThree(const View* v, const void* arg) {
+  using T = typename Px::T;
+  const bool swap = static_cast<const ConvArgs*>(arg)->swap;
+  for (int y = 0; y < v[1].height; ++y) {
+    const Row3<T> s = row3<T>(v[0], y, Px::rgbIn && swap);
+    const Row3<T> d = row3<T>(v[1], y, !Px::rgbIn && swap);
+    const std::ptrdiff_t ss = s.step, ds = d.step;
+    for (int x = 0; x < v[1].width; ++x)
+      Px::pixel(s.c[0][x * ss], s.c[1][x * ss], s.c[2][x * ss], d.c[0][x * ds], d.c[1][x * ds],
+                d.c[2][x * ds]);
+  }
+}
+
+// ---------------------------------------------------------------- grey
+
+// Grey from colour by source depth; the destination keeps its low bits.
+template <class S>
+struct Gray {
+  using T = S;
+  static int weigh(T r, T g, T b) {
+    if constexpr (sizeof(T) == 4)
+      return 109 * (r >> 11) + 366 * (g >> 11) + 37 * (b >> 11);
+    else
+      return 54 * r + 183 * g + 18 * b;
+  }
+  // The bit of a 1-bit destination.
+  static bool bit(T r, T g, T b) {
+    if constexpr (sizeof(T) == 4)
+      return 109 * (r >> 10) + 366 * (g >> 10) + 37 * (b >> 10) > 0x1FFFFFFF;
+    else
+      return (weigh(r, g, b) >> 8) > (sizeof(T) == 1 ? 127 : 32767);
+  }
+};
+
+// Shift of the weighted sum for a source of SB and a destination of DB bits.
+constexpr int grayShift(int sb, int db) {
+  return sb == 32 ? (db == 8 ? 21 : 13) : sb == 8 ? (db == 8 ? 8 : 0) : (db == 8 ? 16 : 8);
+}
+
+template <class S, class D>
+void toGray(const View* v, const void* arg) {
+  const bool swap = static_cast<const ConvArgs*>(arg)->swap;
+  const View& dv = v[1];
+  for (int y = 0; y < dv.height; ++y) {
+    const Row3<const S> s = row3<const S>(v[0], y, swap);
+    const std::ptrdiff_t ss = s.step;
+    if constexpr (std::is_same_v<D, bool>) {
+      auto* row = reinterpret_cast<unsigned char*>(dv.data + std::ptrdiff_t(y) * dv.widthStep);
+      for (int x = 0; x < dv.width; ++x) {
+        const int at = dv.bitOffset + x;
+        const unsigned mask = 128u >> (at & 7);
+        if (Gray<S>::bit(s.c[0][x * ss], s.c[1][x * ss], s.c[2][x * ss]))
+          row[at >> 3] = static_cast<unsigned char>(row[at >> 3] | mask);
+        else
+          row[at >> 3] = static_cast<unsigned char>(row[at >> 3] & ~mask);
+      }
+    } else {
+      constexpr int shift = grayShift(8 * sizeof(S), 8 * sizeof(D));
+      const Row3<D> d = row1<D>(dv, y);
+      const std::ptrdiff_t ds = d.step;
+      for (int x = 0; x < dv.width; ++x)
+        d.c[0][x * ds] = static_cast<D>(
+            Gray<S>::weigh(s.c[0][x * ss], s.c[1][x * ss], s.c[2][x * ss]) >> shift);
+    }
+  }
+}
+
+// Colour from grey: T is the depth of both images, or bool for a 1-bit
+// source with an 8-bit destination.
+template <class T>
+void fromGray(const View* v, const void* arg) {
+  const ConvArgs& a = *static_cast<const ConvArgs*>(arg);
+  using D = std::conditional_t<std::is_same_v<T, bool>, std::uint8_t, T>;
+  const View& sv = v[0];
+  D on[3] = {};
+  if constexpr (std::is_same_v<T, bool>)
+    for (int k = 0; k < 3; ++k) on[k] = static_cast<D>((255 * a.mult[k]) >> a.shift);
+  for (int y = 0; y < v[1].height; ++y) {
+    const Row3<D> d = row3<D>(v[1], y, a.swap);
+    const std::ptrdiff_t ds = d.step;
+    if constexpr (std::is_same_v<T, bool>) {
+      const auto* row =
+          reinterpret_cast<const unsigned char*>(sv.data + std::ptrdiff_t(y) * sv.widthStep);
+      for (int x = 0; x < v[1].width; ++x) {
+        const int at = sv.bitOffset + x;
+        const bool set = (row[at >> 3] >> (7 - (at & 7))) & 1;
+        for (int k = 0; k < 3; ++k) d.c[k][x * ds] = set ? on[k] : D{0};
+      }
+    } else {
+      const Row3<const T> s = row1<const T>(sv, y);
+      const std::ptrdiff_t ss = s.step;
+      for (int x = 0; x < v[1].width; ++x) {
+        const T g = s.c[0][x * ss];
+        for (int k = 0; k < 3; ++k) {
+          if constexpr (sizeof(T) == 4)
+            d.c[k][x * ds] = chop(static_cast<float>(g) * a.factor[k]);
+          else
+            d.c[k][x * ds] = static_cast<T>((unsigned(g) * a.mult[k]) >> a.shift);
+        }
+      }
+    }
+  }
+}
+
+struct DepthError {
+  const char* func;
+  int line;
+};
+
+}  // namespace
+
+void grayMultipliers(unsigned dstDepth, float fractR, float fractG, float fractB, ConvArgs& a) {
+  const float fract[3] = {fractR, fractG, fractB};
+  const bool wide = dstDepth == MOX_DEPTH_16U || dstDepth == MOX_DEPTH_32S;
+  const double scale = wide ? 32768.0 : 256.0;
+  bool zero = true;
+  for (int k = 0; k < 3; ++k) {
+    a.mult[k] = static_cast<std::uint16_t>(chop(double(fract[k]) * scale));
+    a.factor[k] = fract[k];
+    zero = zero && (dstDepth == MOX_DEPTH_32S ? chop(double(fract[k]) * scale) == 0 : a.mult[k] == 0);
+  }
+  a.shift = wide ? 15 : 8;
+  if (!zero) return;
+  static const unsigned kNarrow[3] = {54, 183, 18}, kWide[3] = {109, 366, 37};
+  static const float kFactors[3] = {0.212671f, 0.715160f, 0.072169f};
+  for (int k = 0; k < 3; ++k) {
+    a.mult[k] = wide ? kWide[k] : kNarrow[k];
+    a.factor[k] = kFactors[k];
+  }
+  a.shift = wide ? 9 : 8;
+}
+
+Kernel pickConversion(Model model, unsigned src, unsigned dst) {
+  const bool same = src == dst;
+  const bool d8 = dst == MOX_DEPTH_8U, d16 = dst == MOX_DEPTH_16U, d1 = dst == MOX_DEPTH_1U;
+  Kernel k = nullptr;
+  DepthError error{};
+  switch (model) {
+    case Model::toGray:
+      error = {"ownColorToGray", 486};
+      if (src == MOX_DEPTH_8U)
+        k = d1 ? &toGray<std::uint8_t, bool> : d8 ? &toGray<std::uint8_t, std::uint8_t>
+            : d16 ? &toGray<std::uint8_t, std::uint16_t> : nullptr;
+      else if (src == MOX_DEPTH_16U)
+        k = d1 ? &toGray<std::uint16_t, bool> : d8 ? &toGray<std::uint16_t, std::uint8_t>
+            : d16 ? &toGray<std::uint16_t, std::uint16_t> : nullptr;
+      else if (src == MOX_DEPTH_32S)
+        k = d1 ? &toGray<std::int32_t, bool> : d8 ? &toGray<std::int32_t, std::uint8_t>
+            : d16 ? &toGray<std::int32_t, std::uint16_t> : nullptr;
+      break;
+    case Model::fromGray:
+      error = {"ownGrayToColor", 530};
+      if (src == MOX_DEPTH_1U && d8) k = &fromGray<bool>;
+      if (same && d8) k = &fromGray<std::uint8_t>;
+      if (same && d16) k = &fromGray<std::uint16_t>;
+      if (same && dst == MOX_DEPTH_32S) k = &fromGray<std::int32_t>;
+      break;
+    default: {
+      const bool hsv = model == Model::toHSV || model == Model::fromHSV;
+      const bool in = model == Model::toHSV || model == Model::toHLS;
+      error = hsv ? DepthError{"ownRGB2HSV", 560} : DepthError{"ownRGB2HLS", 590};
+      if (!same) break;
+      if (hsv && in)
+        k = d8 ? &threeToThree<ToHSV<D8>> : d16 ? &threeToThree<ToHSV<D16>>
+            : dst == MOX_DEPTH_32S ? &threeToThree<ToHSV<D32>> : nullptr;
+      else if (hsv)
+        k = d8 ? &threeToThree<FromHSV<D8>> : d16 ? &threeToThree<FromHSV<D16>>
+            : dst == MOX_DEPTH_32S ? &threeToThree<FromHSV<D32>> : nullptr;
+      else if (in)
+        k = d8 ? &threeToThree<ToHLS<D8>> : d16 ? &threeToThree<ToHLS<D16>>
+            : dst == MOX_DEPTH_32S ? &threeToThree<ToHLS<D32>> : nullptr;
+      else
+        k = d8 ? &threeToThree<FromHLS<D8>> : d16 ? &threeToThree<FromHLS<D16>>
+            : dst == MOX_DEPTH_32S ? &threeToThree<FromHLS<D32>> : nullptr;
+    }
+  }
+  (void)d1;
+  if (!k) report(Site{error.func, "owncolor", error.line}, "errInOutDepth");
+  return k;
+}
+
+}  // namespace mox::color
