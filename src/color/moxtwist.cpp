@@ -1,7 +1,9 @@
 // The colour twist: a 4 x 4 integer matrix over a power of two that maps the
 // three colour channels of each pixel, plus an offset, into a band of the
 // depth's range.
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <new>
 
 #include "color/color.h"
@@ -11,44 +13,86 @@ namespace {
 
 constexpr const char* kFile = "moxtwist";
 
-// The scaled matrix rows 0..2 and the band of the offset.
+// The results are defined in doubles: v_i = m[4i]·c0 + m[4i+1]·c1 +
+// m[4i+2]·c2 + m[4i+3] with every entry divided by 2^scalingValue. Dividing
+// by a power of two is exact, and so is every product and sum here (a
+// channel value has at most 16 bits and an entry 32, so the integer sum
+// stays below 2^50). So v_i is exactly S_i / 2^scalingValue for the integer
+// sum S_i of the unscaled entries, and the kernels compute S_i in integers:
+// the band tests compare S_i with the thresholds times 2^scalingValue, and
+// trunc(v_i), taken only where v_i >= 0, is S_i shifted right.
 struct TwistArgs {
-  double m[12];
-  double lowT, highT;
+  int d[12];
+  int shift;
+  long long lowS, highS;  // the thresholds times 2^shift
   int lowOut, highOut, offset;
 };
 
 TwistArgs twistArgs(const MoxColorTwist& t, int offset, int M) {
   TwistArgs a;
-  const double scale =
-      t.scalingValue < 31 ? 1.0 / double(1u << t.scalingValue) : 4.656612873077393e-10;
-  for (int i = 0; i < 12; ++i) a.m[i] = double(t.data[i]) * scale;
-  const double F = M + 1.0;
+  for (int i = 0; i < 12; ++i) a.d[i] = t.data[i];
+  a.shift = t.scalingValue;
+  const long long F = M + 1ll;
+  long long lowT = 0, highT = 0;
   a.offset = offset;
   if (offset >= M)
-    a.lowT = 0.0, a.highT = 0.0, a.lowOut = M, a.highOut = M;
+    a.lowOut = M, a.highOut = M;
   else if (offset >= 0)
-    a.lowT = 0.0, a.highT = F - offset, a.lowOut = offset, a.highOut = M;
+    highT = F - offset, a.lowOut = offset, a.highOut = M;
   else if (offset >= -(M - 1))
-    a.lowT = -double(offset), a.highT = F, a.lowOut = 0, a.highOut = offset + M;
+    lowT = -offset, highT = F, a.lowOut = 0, a.highOut = offset + M;
   else
-    a.lowT = 0.0, a.highT = 0.0, a.lowOut = 0, a.highOut = 0;
+    a.lowOut = 0, a.highOut = 0;
+  a.lowS = lowT << a.shift;
+  a.highS = highT << a.shift;
   return a;
 }
 
-template <class T>
+// Whether every sum of the twist fits in 32 bits for channel values up to M
+// (then the thresholds are cut to that range without changing any test).
+bool narrow(TwistArgs& a, int M) {
+  constexpr long long top = 0x7ffffffe;
+  for (int i = 0; i < 3; ++i) {
+    long long bound = std::llabs(a.d[4 * i + 3]);
+    for (int k = 0; k < 3; ++k) bound += std::llabs(a.d[4 * i + k]) * M;
+    if (bound > top) return false;
+  }
+  a.lowS = std::min(a.lowS, top + 1);
+  a.highS = std::min(a.highS, top + 1);
+  return true;
+}
+
+// Values are handled in blocks: gathered from their channels, twisted in
+// loops over whole blocks (which the compiler turns into vector code), and
+// stored back.
+constexpr int kBlock = 256;
+
+template <class T, class Acc>
 void twistKernel(const View* v, const void* arg) {
-  const TwistArgs a = *static_cast<const TwistArgs*>(arg);
+  const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
+  const int shift = a.shift, lowOut = a.lowOut, highOut = a.highOut, offset = a.offset;
+  const Acc lowS = static_cast<Acc>(a.lowS), highS = static_cast<Acc>(a.highS);
+  Acc c[3][kBlock];
+  T out[kBlock];
   for (int y = 0; y < v[1].height; ++y) {
     const Row3<const T> s = row3<const T>(v[0], y, false);
     const Row3<T> d = row3<T>(v[1], y, false);
     const std::ptrdiff_t ss = s.step, ds = d.step;
-    for (int x = 0; x < v[1].width; ++x) {
-      const double c0 = s.c[0][x * ss], c1 = s.c[1][x * ss], c2 = s.c[2][x * ss];
+    for (int x0 = 0; x0 < v[1].width; x0 += kBlock) {
+      const int n = std::min(kBlock, v[1].width - x0);
+      for (int k = 0; k < 3; ++k) {
+        const T* from = s.c[k] + x0 * ss;
+        for (int j = 0; j < n; ++j) c[k][j] = from[j * ss];
+      }
       for (int i = 0; i < 3; ++i) {
-        const double r = a.m[4 * i] * c0 + a.m[4 * i + 1] * c1 + a.m[4 * i + 2] * c2 + a.m[4 * i + 3];
-        const int out = r < a.lowT ? a.lowOut : r >= a.highT ? a.highOut : a.offset + chop(r);
-        d.c[i][x * ds] = static_cast<T>(out);
+        const Acc m0 = a.d[4 * i], m1 = a.d[4 * i + 1], m2 = a.d[4 * i + 2], m3 = a.d[4 * i + 3];
+        for (int j = 0; j < n; ++j) {
+          const Acc sum = m0 * c[0][j] + m1 * c[1][j] + m2 * c[2][j] + m3;
+          const Acc inside = offset + (sum >> shift);
+          out[j] = static_cast<T>(sum < lowS ? lowOut : sum >= highS ? highOut : inside);
+        }
+        T* to = d.c[i] + x0 * ds;
+        for (int j = 0; j < n; ++j) to[j * ds] = out[j];
       }
     }
   }
@@ -129,12 +173,15 @@ extern "C" MOX_API void MOX_CALL moxApplyColorTwist(const MoxImage* srcImage, Mo
                                                     const int* mapping) {
   if (refused(srcImage, dstImage, cTwist)) return;
   const bool wide = srcImage->depth == MOX_DEPTH_16U;
-  const TwistArgs args = twistArgs(*cTwist, offset, wide ? 65535 : 255);
+  const int M = wide ? 65535 : 255;
+  TwistArgs args = twistArgs(*cTwist, offset, M);
+  const bool fits = narrow(args, M);
+  const mox::Kernel kernel = wide ? (fits ? &twistKernel<std::uint16_t, int> : &twistKernel<std::uint16_t, long long>)
+                                  : (fits ? &twistKernel<std::uint8_t, int> : &twistKernel<std::uint8_t, long long>);
   const mox::WalkImage images[2] = {{srcImage, "srcImage", false}, {dstImage, "dstImage", true}};
   mox::WalkPlan plan{"moxApplyColorTwist", kFile, &kWalkLines, false};
   plan.area = mox::Area::firstRoi;
   plan.destinationFirst = true;
   plan.null = "NULL";
-  mox::walk(plan, images, 2, mapping,
-            wide ? &twistKernel<std::uint16_t> : &twistKernel<std::uint8_t>, &args);
+  mox::walk(plan, images, 2, mapping, kernel, &args);
 }
