@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "image/walk.h"
 
@@ -53,6 +54,22 @@ Row3<T> row1(const View& v, int y) {
   r.step = v.dataOrder == 0 ? v.nChannels : 1;
   return r;
 }
+
+// Calls f with the step as a compile-time constant for the usual steps (one
+// plane, three or four interleaved channels), so that loops over them
+// become vector code; other steps are passed as they are.
+template <class F>
+inline void byStep(std::ptrdiff_t step, F&& f) {
+  switch (step) {
+    case 1: f(std::integral_constant<std::ptrdiff_t, 1>{}); break;
+    case 3: f(std::integral_constant<std::ptrdiff_t, 3>{}); break;
+    case 4: f(std::integral_constant<std::ptrdiff_t, 4>{}); break;
+    default: f(step); break;
+  }
+}
+
+// Kernels that gather values into blocks work on this many pixels at once.
+constexpr int kBlock = 256;
 
 // The conversions the dispatchers run.
 enum class Model { toGray, fromGray, toHSV, fromHSV, toHLS, fromHLS };

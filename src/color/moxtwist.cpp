@@ -65,8 +65,6 @@ bool narrow(TwistArgs& a, int M) {
 // Values are handled in blocks: gathered from their channels, twisted in
 // loops over whole blocks (which the compiler turns into vector code), and
 // stored back.
-constexpr int kBlock = 256;
-
 template <class T, class Acc>
 void twistKernel(const View* v, const void* arg) {
   const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
@@ -80,10 +78,12 @@ void twistKernel(const View* v, const void* arg) {
     const std::ptrdiff_t ss = s.step, ds = d.step;
     for (int x0 = 0; x0 < v[1].width; x0 += kBlock) {
       const int n = std::min(kBlock, v[1].width - x0);
-      for (int k = 0; k < 3; ++k) {
-        const T* from = s.c[k] + x0 * ss;
-        for (int j = 0; j < n; ++j) c[k][j] = from[j * ss];
-      }
+      byStep(ss, [&](auto step) {
+        for (int k = 0; k < 3; ++k) {
+          const T* from = s.c[k] + x0 * step;
+          for (int j = 0; j < n; ++j) c[k][j] = from[j * step];
+        }
+      });
       for (int i = 0; i < 3; ++i) {
         const Acc m0 = a.d[4 * i], m1 = a.d[4 * i + 1], m2 = a.d[4 * i + 2], m3 = a.d[4 * i + 3];
         for (int j = 0; j < n; ++j) {
@@ -91,8 +91,10 @@ void twistKernel(const View* v, const void* arg) {
           const Acc inside = offset + (sum >> shift);
           out[j] = static_cast<T>(sum < lowS ? lowOut : sum >= highS ? highOut : inside);
         }
-        T* to = d.c[i] + x0 * ds;
-        for (int j = 0; j < n; ++j) to[j * ds] = out[j];
+        byStep(ds, [&](auto step) {
+          T* to = d.c[i] + x0 * step;
+          for (int j = 0; j < n; ++j) to[j * step] = out[j];
+        });
       }
     }
   }

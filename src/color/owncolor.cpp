@@ -1,11 +1,12 @@
 // Row kernels of the colour-model conversions and their depth dispatchers.
 //
-// The 8- and 16-bit kernels compute in integers only. Where a quotient is
-// defined as a double that is then truncated, the integer quotient is the
-// same number: the numerator is exact and a correctly rounded quotient never
-// reaches the next integer at these magnitudes. The 32-bit kernels compute in
-// doubles, operation by operation as defined, so that every build rounds the
-// same way.
+// The 8- and 16-bit kernels give the integer results of their formulas;
+// quotients are taken in floats or doubles only where that gives the same
+// whole number (see below), and the ways back to RGB at 8 bits are integer
+// only. The 32-bit kernels, and the 16-bit ways back, compute in doubles,
+// operation by operation as defined, so that every build rounds the same
+// way. Truncation is a C++ conversion: no rounding mode is involved.
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
@@ -28,21 +29,6 @@ struct D32 {
   using T = std::int32_t;
   static constexpr int M = 2147483647;
 };
-
-// a / b rounded down, b > 0.
-inline int floorDiv(int a, int b) { return a >= 0 ? a / b : -((b - 1 - a) / b); }
-
-// Hue in whole degrees of a pixel whose channels are not all equal: the
-// sector of the largest channel and the signed share of the other two.
-// Integer form (8 and 16 bits): 60 times the difference fits in an int.
-inline int hueInt(int r, int g, int b, int mx, int delta) {
-  if (r == mx) {
-    const int q = 60 * (g - b);
-    return q >= 0 ? q / delta : 360 + floorDiv(q, delta);
-  }
-  if (g == mx) return 120 + floorDiv(60 * (b - r), delta);
-  return 240 + floorDiv(60 * (r - g), delta);
-}
 
 // Double form (32 bits).
 inline std::int32_t hueDouble(i64 r, i64 g, i64 b, i64 mx, i64 delta) {
@@ -70,26 +56,68 @@ inline V min3(V a, V b, V c) {
 
 // ---------------------------------------------------------------- pixels
 
-// Each conversion turns three values into three; `rgbIn` says on which side
-// the RGB image (whose order may be B, G, R) is.
+// A conversion turns blocks of three value arrays into three; `rgbIn` says
+// on which side the RGB image (whose order may be B, G, R) is.
+//
+// The 8- and 16-bit quotients below are taken in floats where numerator
+// plus divisor stays below 2^24, else in doubles: then a correctly rounded
+// quotient that is not a whole number never reaches one, and truncating it
+// gives the integer quotient, in loops the compiler turns into vector code.
+
+// q = n / d rounded down, d > 0, |n| + d < 2^24.
+inline int floorQuotient(int n, int d) {
+  const float x = float(n) / float(d);
+  const int q = static_cast<int>(x);
+  return q - (float(q) > x ? 1 : 0);
+}
+
+// Hue in whole degrees of a pixel with delta = max - min > 0 (any value
+// for delta 0, where it is not used).
+inline int hueOf(int r, int g, int b, int mx, int delta) {
+  const int n = r == mx ? g - b : g == mx ? b - r : r - g;
+  const int base = r == mx ? 0 : g == mx ? 120 : 240;
+  const int h = base + floorQuotient(60 * n, delta > 0 ? delta : 1);
+  return h < 0 ? h + 360 : h;
+}
+
+// delta * M / over, truncated, over > 0.
+template <class D>
+inline int scaledQuotient(int delta, int over) {
+  if constexpr (D::M == D8::M)
+    return static_cast<int>(float(delta * D::M) / float(over));
+  else
+    return static_cast<int>(double(unsigned(delta) * unsigned(D::M)) / double(over));
+}
+
 template <class D>
 struct ToHSV {
   static constexpr bool rgbIn = true;
   using T = typename D::T;
-  static void pixel(T r, T g, T b, T& h, T& s, T& v) {
-    if constexpr (D::M == D32::M) {
-      const i64 mx = max3<i64>(r, g, b), delta = mx - min3<i64>(r, g, b);
+  static void block(const int* const* c, int* const* o, int n) {
+    for (int j = 0; j < n; ++j) {
+      const int r = c[0][j], g = c[1][j], b = c[2][j];
+      const int mx = max3(r, g, b), delta = mx - min3(r, g, b);
+      const int sat = scaledQuotient<D>(delta, mx > 0 ? mx : 1);
+      const int hue = hueOf(r, g, b, mx, delta);
+      o[0][j] = sat == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
+      o[1][j] = sat;
+      o[2][j] = mx;
+    }
+  }
+};
+
+template <>
+struct ToHSV<D32> {
+  static constexpr bool rgbIn = true;
+  using T = std::int32_t;
+  static void block(const int* const* c, int* const* o, int n) {
+    for (int j = 0; j < n; ++j) {
+      const i64 r = c[0][j], g = c[1][j], b = c[2][j];
+      const i64 mx = max3(r, g, b), delta = mx - min3(r, g, b);
       const std::int32_t sat = mx == 0 ? 0 : chop(double(delta) * 2147483647.0 / double(mx));
-      h = sat == 0 ? 0 : hueDouble(r, g, b, mx, delta);
-      s = sat;
-      v = static_cast<T>(mx);
-    } else {
-      const int mx = max3<int>(r, g, b), delta = mx - min3<int>(r, g, b);
-      const unsigned sat = mx == 0 ? 0u : unsigned(delta) * D::M / unsigned(mx);
-      const int hue = sat == 0 ? 0 : hueInt(r, g, b, mx, delta);
-      h = static_cast<T>(D::M == D8::M ? hue >> 1 : hue);
-      s = static_cast<T>(sat);
-      v = static_cast<T>(mx);
+      o[0][j] = sat == 0 ? 0 : hueDouble(r, g, b, mx, delta);
+      o[1][j] = sat;
+      o[2][j] = static_cast<int>(mx);
     }
   }
 };
@@ -98,80 +126,83 @@ template <class D>
 struct ToHLS {
   static constexpr bool rgbIn = true;
   using T = typename D::T;
-  static void pixel(T r, T g, T b, T& h, T& l, T& s) {
-    if constexpr (D::M == D32::M) {
-      const i64 mx = max3<i64>(r, g, b), mn = min3<i64>(r, g, b), sum = mx + mn;
-      const i64 delta = mx - mn;
-      l = static_cast<T>(sum >> 1);
-      if (delta == 0) {
-        h = s = 0;
-        return;
-      }
-      const double over = sum <= 2147483647 ? double(sum) : 4294967294.0 - double(sum);
-      s = chop(2147483647.0 * double(delta) / over);
-      h = hueDouble(r, g, b, mx, delta);
-    } else {
-      const int mx = max3<int>(r, g, b), mn = min3<int>(r, g, b), sum = mx + mn;
-      const int delta = mx - mn;
-      l = static_cast<T>(sum >> 1);
-      if (delta == 0) {
-        h = s = 0;
-        return;
-      }
-      const unsigned over = unsigned(sum <= D::M ? sum : 2 * D::M - sum);
-      s = static_cast<T>(unsigned(D::M) * unsigned(delta) / over);
-      const int hue = hueInt(r, g, b, mx, delta);
-      h = static_cast<T>(D::M == D8::M ? hue >> 1 : hue);
+  static void block(const int* const* c, int* const* o, int n) {
+    for (int j = 0; j < n; ++j) {
+      const int r = c[0][j], g = c[1][j], b = c[2][j];
+      const int mx = max3(r, g, b), mn = min3(r, g, b), sum = mx + mn, delta = mx - mn;
+      const int over = sum <= D::M ? sum : 2 * D::M - sum;
+      const int hue = hueOf(r, g, b, mx, delta);
+      o[0][j] = delta == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
+      o[1][j] = sum >> 1;
+      o[2][j] = scaledQuotient<D>(delta, over > 0 ? over : 1);
     }
   }
 };
 
-// The sector table of HSV to RGB.
-template <class V>
-inline void sector(int s, V v, V p, V q, V t, V& r, V& g, V& b) {
-  switch (s) {
-    case 0: r = v, g = t, b = p; break;
-    case 1: r = q, g = v, b = p; break;
-    case 2: r = p, g = v, b = t; break;
-    case 3: r = p, g = q, b = v; break;
-    case 4: r = t, g = p, b = v; break;
-    default: r = v, g = p, b = q; break;
+template <>
+struct ToHLS<D32> {
+  static constexpr bool rgbIn = true;
+  using T = std::int32_t;
+  static void block(const int* const* c, int* const* o, int n) {
+    for (int j = 0; j < n; ++j) {
+      const i64 r = c[0][j], g = c[1][j], b = c[2][j];
+      const i64 mx = max3(r, g, b), mn = min3(r, g, b), sum = mx + mn, delta = mx - mn;
+      o[1][j] = static_cast<int>(sum >> 1);
+      if (delta == 0) {
+        o[0][j] = o[2][j] = 0;
+        continue;
+      }
+      const double over = sum <= 2147483647 ? double(sum) : 4294967294.0 - double(sum);
+      o[2][j] = chop(2147483647.0 * double(delta) / over);
+      o[0][j] = hueDouble(r, g, b, mx, delta);
+    }
   }
+};
+
+// The sector table of HSV to RGB, as selections.
+inline void sector(int s, int v, int p, int q, int t, int& r, int& g, int& b) {
+  r = s == 1 ? q : s == 2 || s == 3 ? p : s == 4 ? t : v;
+  g = s == 0 ? t : s == 1 || s == 2 ? v : s == 3 ? q : p;
+  b = s == 0 || s == 1 ? p : s == 2 ? t : s == 3 || s == 4 ? v : q;
 }
 
 template <class D>
 struct FromHSV {
   static constexpr bool rgbIn = false;
   using T = typename D::T;
-  static void pixel(T h, T s, T v, T& r, T& g, T& b) {
-    if (s == 0) {
-      r = g = b = v;
-      return;
-    }
-    if constexpr (D::M == D8::M) {
-      const int d = 2 * h, sec = d / 60, f = d - 60 * sec, V = v;
-      const int sv = (s * V) >> 8;
-      const int p = V - sv, q = V - ((f * sv * 34) >> 11), t = V - (((60 - f) * sv * 34) >> 11);
-      int R, G, B;
-      sector(sec, V, p, q, t, R, G, B);
-      r = static_cast<T>(R), g = static_cast<T>(G), b = static_cast<T>(B);
-    } else {
-      constexpr double M = D::M;
-      constexpr double k = D::M == D16::M ? 1.5259021896696422e-05 : 4.656612875245797e-10;
-      int sec = 0;
-      double f = 0;
-      if (h != 360) {
-        const double x = double(h) * 0.016666666666666666;
-        sec = chop(x);
-        f = x - sec;
+  static void block(const int* const* c, int* const* o, int n) {
+    for (int j = 0; j < n; ++j) {
+      const int h = c[0][j], s = c[1][j], v = c[2][j];
+      int r, g, b;
+      if constexpr (D::M == D8::M) {
+        const int d = 2 * h, sec = d / 60, f = d - 60 * sec, sv = (s * v) >> 8;
+        const int p = v - sv, q = v - ((f * sv * 34) >> 11), t = v - (((60 - f) * sv * 34) >> 11);
+        sector(sec, v, p, q, t, r, g, b);
+      } else {
+        doubles(h, s, v, r, g, b);
       }
-      const double S = s, V = v;
-      const T p = static_cast<T>(chop((M - S) * V * k));
-      const T q = static_cast<T>(chop((M - f * S) * V * k));
-      const T t = static_cast<T>(chop((M - (1 - f) * S) * V * k));
-      sector(sec, v, p, q, t, r, g, b);
+      o[0][j] = s == 0 ? v : r;
+      o[1][j] = s == 0 ? v : g;
+      o[2][j] = s == 0 ? v : b;
     }
   }
+  static void doubles(int h, int s, int v, int& r, int& g, int& b) {
+    constexpr double M = D::M;
+    constexpr double k = D::M == D16::M ? 1.5259021896696422e-05 : 4.656612875245797e-10;
+    int sec = 0;
+    double f = 0;
+    if (h != 360) {
+      const double x = double(h) * 0.016666666666666666;
+      sec = chop(x);
+      f = x - sec;
+    }
+    const double S = s, V = v;
+    const int p = cut((M - S) * V * k), q = cut((M - f * S) * V * k);
+    const int t = cut((M - (1 - f) * S) * V * k);
+    sector(sec, v, p, q, t, r, g, b);
+  }
+  // The stored value of a result: truncated, then cut to the channel.
+  static int cut(double x) { return static_cast<T>(chop(x)); }
 };
 
 // One channel of HLS to RGB at hue h (degrees).
@@ -187,50 +218,69 @@ inline double rampDouble(double h, double m1, double m2) {
 }
 
 inline int rampInt(int x, int m1, int m2) {
-  if (x < 60) return m1 + (((m2 - m1) * 137 * x) >> 13);
-  if (x < 180) return m2;
-  if (x < 240) return m1 + (((m2 - m1) * 137 * (240 - x)) >> 13);
-  return m1;
+  const int up = m1 + (((m2 - m1) * 137 * x) >> 13);
+  const int down = m1 + (((m2 - m1) * 137 * (240 - x)) >> 13);
+  return x < 60 ? up : x < 180 ? m2 : x < 240 ? down : m1;
 }
 
 template <class D>
 struct FromHLS {
   static constexpr bool rgbIn = false;
   using T = typename D::T;
-  static void pixel(T h, T l, T s, T& r, T& g, T& b) {
-    if (s == 0) {
-      r = g = b = l;
-      return;
-    }
-    if constexpr (D::M == D8::M) {
-      const int d = 2 * h, L = l, S = s, ls = (L * S * 258) >> 16;
-      const int m2 = L <= 127 ? L + ls : L + S - ls, m1 = 2 * L - m2;
-      r = static_cast<T>(rampInt(d < 241 ? d + 120 : d - 240, m1, m2));
-      g = static_cast<T>(rampInt(d, m1, m2));
-      b = static_cast<T>(rampInt(d < 120 ? d + 240 : d - 120, m1, m2));
-    } else {
-      constexpr double M = D::M;
-      constexpr i64 half = (i64(D::M) + 1) / 2;
-      const double L = l, S = s, H = h;
-      const double m2 = l < half ? L + L * S / M : L + S - L * S / M, m1 = 2 * L - m2;
-      r = static_cast<T>(chop(rampDouble(H + 120, m1, m2)));
-      g = static_cast<T>(chop(rampDouble(H, m1, m2)));
-      b = static_cast<T>(chop(rampDouble(H - 120, m1, m2)));
+  static void block(const int* const* c, int* const* o, int n) {
+    for (int j = 0; j < n; ++j) {
+      const int h = c[0][j], l = c[1][j], s = c[2][j];
+      int r, g, b;
+      if constexpr (D::M == D8::M) {
+        const int d = 2 * h, ls = (l * s * 258) >> 16;
+        const int m2 = l <= 127 ? l + ls : l + s - ls, m1 = 2 * l - m2;
+        r = rampInt(d < 241 ? d + 120 : d - 240, m1, m2);
+        g = rampInt(d, m1, m2);
+        b = rampInt(d < 120 ? d + 240 : d - 120, m1, m2);
+      } else {
+        constexpr double M = D::M;
+        constexpr i64 half = (i64(D::M) + 1) / 2;
+        const double L = l, S = s, H = h;
+        const double m2 = l < half ? L + L * S / M : L + S - L * S / M, m1 = 2 * L - m2;
+        r = static_cast<T>(chop(rampDouble(H + 120, m1, m2)));
+        g = static_cast<T>(chop(rampDouble(H, m1, m2)));
+        b = static_cast<T>(chop(rampDouble(H - 120, m1, m2)));
+      }
+      o[0][j] = s == 0 ? l : r;
+      o[1][j] = s == 0 ? l : g;
+      o[2][j] = s == 0 ? l : b;
     }
   }
 };
 
+// Gathers a block of each row's three channels into ints, converts and
+// stores the results back.
 template <class Px>
 void threeToThree(const View* v, const void* arg) {
   using T = typename Px::T;
   const bool swap = static_cast<const ConvArgs*>(arg)->swap;
+  int in[3][kBlock], out[3][kBlock];
+  const int* const c[3] = {in[0], in[1], in[2]};
+  int* const o[3] = {out[0], out[1], out[2]};
   for (int y = 0; y < v[1].height; ++y) {
-    const Row3<T> s = row3<T>(v[0], y, Px::rgbIn && swap);
+    const Row3<const T> s = row3<const T>(v[0], y, Px::rgbIn && swap);
     const Row3<T> d = row3<T>(v[1], y, !Px::rgbIn && swap);
-    const std::ptrdiff_t ss = s.step, ds = d.step;
-    for (int x = 0; x < v[1].width; ++x)
-      Px::pixel(s.c[0][x * ss], s.c[1][x * ss], s.c[2][x * ss], d.c[0][x * ds], d.c[1][x * ds],
-                d.c[2][x * ds]);
+    for (int x0 = 0; x0 < v[1].width; x0 += kBlock) {
+      const int n = std::min(kBlock, v[1].width - x0);
+      byStep(s.step, [&](auto step) {
+        for (int k = 0; k < 3; ++k) {
+          const T* from = s.c[k] + x0 * step;
+          for (int j = 0; j < n; ++j) in[k][j] = from[j * step];
+        }
+      });
+      Px::block(c, o, n);
+      byStep(d.step, [&](auto step) {
+        for (int k = 0; k < 3; ++k) {
+          T* to = d.c[k] + x0 * step;
+          for (int j = 0; j < n; ++j) to[j * step] = static_cast<T>(out[k][j]);
+        }
+      });
+    }
   }
 }
 
@@ -280,10 +330,15 @@ void toGray(const View* v, const void* arg) {
     } else {
       constexpr int shift = grayShift(8 * sizeof(S), 8 * sizeof(D));
       const Row3<D> d = row1<D>(dv, y);
-      const std::ptrdiff_t ds = d.step;
-      for (int x = 0; x < dv.width; ++x)
-        d.c[0][x * ds] = static_cast<D>(
-            Gray<S>::weigh(s.c[0][x * ss], s.c[1][x * ss], s.c[2][x * ss]) >> shift);
+      byStep(ss, [&](auto sstep) {
+        byStep(d.step, [&](auto dstep) {
+          const S *r = s.c[0], *g = s.c[1], *b = s.c[2];
+          D* to = d.c[0];
+          for (int x = 0; x < dv.width; ++x)
+            to[x * dstep] =
+                static_cast<D>(Gray<S>::weigh(r[x * sstep], g[x * sstep], b[x * sstep]) >> shift);
+        });
+      });
     }
   }
 }
@@ -311,16 +366,24 @@ void fromGray(const View* v, const void* arg) {
       }
     } else {
       const Row3<const T> s = row1<const T>(sv, y);
-      const std::ptrdiff_t ss = s.step;
-      for (int x = 0; x < v[1].width; ++x) {
-        const T g = s.c[0][x * ss];
-        for (int k = 0; k < 3; ++k) {
-          if constexpr (sizeof(T) == 4)
-            d.c[k][x * ds] = chop(static_cast<float>(g) * a.factor[k]);
-          else
-            d.c[k][x * ds] = static_cast<T>((unsigned(g) * a.mult[k]) >> a.shift);
-        }
-      }
+      byStep(s.step, [&](auto sstep) {
+        byStep(ds, [&](auto dstep) {
+          const T* from = s.c[0];
+          for (int k = 0; k < 3; ++k) {
+            T* to = d.c[k];
+            if constexpr (sizeof(T) == 4) {
+              const float f = a.factor[k];
+              for (int x = 0; x < v[1].width; ++x)
+                to[x * dstep] = chop(static_cast<float>(from[x * sstep]) * f);
+            } else {
+              const unsigned m = a.mult[k];
+              const int shift = a.shift;
+              for (int x = 0; x < v[1].width; ++x)
+                to[x * dstep] = static_cast<T>((unsigned(from[x * sstep]) * m) >> shift);
+            }
+          }
+        });
+      });
     }
   }
 }
