@@ -204,6 +204,25 @@ TEST(ColorModels, ThreeChannelConversionsMatchTheFormulas) {
       }
 }
 
+// Every 8-bit colour once: the kernels' quotients equal the formulas' ones.
+TEST(ColorModels, EveryEightBitColourToHsvAndHls) {
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 3, 0, 4096, 4096}), d({MOX_DEPTH_8U, 3, 0, 4096, 4096});
+  for (int i = 0; i < 1 << 24; ++i)
+    for (int k = 0; k < 3; ++k) s->imageData[3 * i + k] = static_cast<char>(i >> (8 * k));
+  for (int hls = 0; hls < 2; ++hls) {
+    run(hls ? kToHLS : kToHSV, s, d);
+    int bad = 0;
+    for (int i = 0; i < 1 << 24 && bad < 5; ++i) {
+      const ll r = i & 255, g = (i >> 8) & 255, b = i >> 16;
+      const Px want = hls ? rgbToHls(MOX_DEPTH_8U, r, g, b) : rgbToHsv(MOX_DEPTH_8U, r, g, b);
+      const auto* got = reinterpret_cast<const unsigned char*>(d->imageData) + 3 * i;
+      if (got[0] != want[0] || got[1] != want[1] || got[2] != want[2])
+        ADD_FAILURE() << (hls ? "HLS " : "HSV ") << r << " " << g << " " << b << ++bad;
+    }
+  }
+}
+
 TEST(ColorModels, GreyConversionsMatchTheFormulasOnEveryDepthPair) {
   Capture capture;
   const unsigned dsts[] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U};
