@@ -56,8 +56,8 @@ inline V min3(V a, V b, V c) {
 
 // ---------------------------------------------------------------- pixels
 
-// A conversion turns blocks of three value arrays into three; `rgbIn` says
-// on which side the RGB image (whose order may be B, G, R) is.
+// A conversion turns three values of a pixel into three; `rgbIn` says on
+// which side the RGB image (whose order may be B, G, R) is.
 //
 // The 8- and 16-bit quotients below are taken in floats where numerator
 // plus divisor stays below 2^24, else in doubles: then a correctly rounded
@@ -93,16 +93,13 @@ template <class D>
 struct ToHSV {
   static constexpr bool rgbIn = true;
   using T = typename D::T;
-  static void block(const int* const* c, int* const* o, int n) {
-    for (int j = 0; j < n; ++j) {
-      const int r = c[0][j], g = c[1][j], b = c[2][j];
-      const int mx = max3(r, g, b), delta = mx - min3(r, g, b);
-      const int sat = scaledQuotient<D>(delta, mx > 0 ? mx : 1);
-      const int hue = hueOf(r, g, b, mx, delta);
-      o[0][j] = sat == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
-      o[1][j] = sat;
-      o[2][j] = mx;
-    }
+  static void pixel(int r, int g, int b, int& h, int& s, int& v) {
+    const int mx = max3(r, g, b), delta = mx - min3(r, g, b);
+    const int sat = scaledQuotient<D>(delta, mx > 0 ? mx : 1);
+    const int hue = hueOf(r, g, b, mx, delta);
+    h = sat == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
+    s = sat;
+    v = mx;
   }
 };
 
@@ -110,15 +107,12 @@ template <>
 struct ToHSV<D32> {
   static constexpr bool rgbIn = true;
   using T = std::int32_t;
-  static void block(const int* const* c, int* const* o, int n) {
-    for (int j = 0; j < n; ++j) {
-      const i64 r = c[0][j], g = c[1][j], b = c[2][j];
-      const i64 mx = max3(r, g, b), delta = mx - min3(r, g, b);
-      const std::int32_t sat = mx == 0 ? 0 : chop(double(delta) * 2147483647.0 / double(mx));
-      o[0][j] = sat == 0 ? 0 : hueDouble(r, g, b, mx, delta);
-      o[1][j] = sat;
-      o[2][j] = static_cast<int>(mx);
-    }
+  static void pixel(i64 r, i64 g, i64 b, int& h, int& s, int& v) {
+    const i64 mx = max3(r, g, b), delta = mx - min3(r, g, b);
+    const std::int32_t sat = mx == 0 ? 0 : chop(double(delta) * 2147483647.0 / double(mx));
+    h = sat == 0 ? 0 : hueDouble(r, g, b, mx, delta);
+    s = sat;
+    v = static_cast<int>(mx);
   }
 };
 
@@ -126,16 +120,13 @@ template <class D>
 struct ToHLS {
   static constexpr bool rgbIn = true;
   using T = typename D::T;
-  static void block(const int* const* c, int* const* o, int n) {
-    for (int j = 0; j < n; ++j) {
-      const int r = c[0][j], g = c[1][j], b = c[2][j];
-      const int mx = max3(r, g, b), mn = min3(r, g, b), sum = mx + mn, delta = mx - mn;
-      const int over = sum <= D::M ? sum : 2 * D::M - sum;
-      const int hue = hueOf(r, g, b, mx, delta);
-      o[0][j] = delta == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
-      o[1][j] = sum >> 1;
-      o[2][j] = scaledQuotient<D>(delta, over > 0 ? over : 1);
-    }
+  static void pixel(int r, int g, int b, int& h, int& l, int& s) {
+    const int mx = max3(r, g, b), mn = min3(r, g, b), sum = mx + mn, delta = mx - mn;
+    const int over = sum <= D::M ? sum : 2 * D::M - sum;
+    const int hue = hueOf(r, g, b, mx, delta);
+    h = delta == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
+    l = sum >> 1;
+    s = scaledQuotient<D>(delta, over > 0 ? over : 1);
   }
 };
 
@@ -143,21 +134,25 @@ template <>
 struct ToHLS<D32> {
   static constexpr bool rgbIn = true;
   using T = std::int32_t;
-  static void block(const int* const* c, int* const* o, int n) {
-    for (int j = 0; j < n; ++j) {
-      const i64 r = c[0][j], g = c[1][j], b = c[2][j];
-      const i64 mx = max3(r, g, b), mn = min3(r, g, b), sum = mx + mn, delta = mx - mn;
-      o[1][j] = static_cast<int>(sum >> 1);
-      if (delta == 0) {
-        o[0][j] = o[2][j] = 0;
-        continue;
-      }
-      const double over = sum <= 2147483647 ? double(sum) : 4294967294.0 - double(sum);
-      o[2][j] = chop(2147483647.0 * double(delta) / over);
-      o[0][j] = hueDouble(r, g, b, mx, delta);
+  static void pixel(i64 r, i64 g, i64 b, int& h, int& l, int& s) {
+    const i64 mx = max3(r, g, b), mn = min3(r, g, b), sum = mx + mn, delta = mx - mn;
+    l = static_cast<int>(sum >> 1);
+    if (delta == 0) {
+      h = s = 0;
+      return;
     }
+    const double over = sum <= 2147483647 ? double(sum) : 4294967294.0 - double(sum);
+    s = chop(2147483647.0 * double(delta) / over);
+    h = hueDouble(r, g, b, mx, delta);
   }
 };
+
+// Without saturation every channel is the grey value.
+inline void grey(int s, int v, int& r, int& g, int& b) {
+  r = s == 0 ? v : r;
+  g = s == 0 ? v : g;
+  b = s == 0 ? v : b;
+}
 
 // The sector table of HSV to RGB, as selections.
 inline void sector(int s, int v, int p, int q, int t, int& r, int& g, int& b) {
@@ -170,21 +165,15 @@ template <class D>
 struct FromHSV {
   static constexpr bool rgbIn = false;
   using T = typename D::T;
-  static void block(const int* const* c, int* const* o, int n) {
-    for (int j = 0; j < n; ++j) {
-      const int h = c[0][j], s = c[1][j], v = c[2][j];
-      int r, g, b;
-      if constexpr (D::M == D8::M) {
-        const int d = 2 * h, sec = d / 60, f = d - 60 * sec, sv = (s * v) >> 8;
-        const int p = v - sv, q = v - ((f * sv * 34) >> 11), t = v - (((60 - f) * sv * 34) >> 11);
-        sector(sec, v, p, q, t, r, g, b);
-      } else {
-        doubles(h, s, v, r, g, b);
-      }
-      o[0][j] = s == 0 ? v : r;
-      o[1][j] = s == 0 ? v : g;
-      o[2][j] = s == 0 ? v : b;
+  static void pixel(int h, int s, int v, int& r, int& g, int& b) {
+    if constexpr (D::M == D8::M) {
+      const int d = 2 * h, sec = d / 60, f = d - 60 * sec, sv = (s * v) >> 8;
+      const int p = v - sv, q = v - ((f * sv * 34) >> 11), t = v - (((60 - f) * sv * 34) >> 11);
+      sector(sec, v, p, q, t, r, g, b);
+    } else {
+      doubles(h, s, v, r, g, b);
     }
+    grey(s, v, r, g, b);
   }
   static void doubles(int h, int s, int v, int& r, int& g, int& b) {
     constexpr double M = D::M;
@@ -227,29 +216,23 @@ template <class D>
 struct FromHLS {
   static constexpr bool rgbIn = false;
   using T = typename D::T;
-  static void block(const int* const* c, int* const* o, int n) {
-    for (int j = 0; j < n; ++j) {
-      const int h = c[0][j], l = c[1][j], s = c[2][j];
-      int r, g, b;
-      if constexpr (D::M == D8::M) {
-        const int d = 2 * h, ls = (l * s * 258) >> 16;
-        const int m2 = l <= 127 ? l + ls : l + s - ls, m1 = 2 * l - m2;
-        r = rampInt(d < 241 ? d + 120 : d - 240, m1, m2);
-        g = rampInt(d, m1, m2);
-        b = rampInt(d < 120 ? d + 240 : d - 120, m1, m2);
-      } else {
-        constexpr double M = D::M;
-        constexpr i64 half = (i64(D::M) + 1) / 2;
-        const double L = l, S = s, H = h;
-        const double m2 = l < half ? L + L * S / M : L + S - L * S / M, m1 = 2 * L - m2;
-        r = static_cast<T>(chop(rampDouble(H + 120, m1, m2)));
-        g = static_cast<T>(chop(rampDouble(H, m1, m2)));
-        b = static_cast<T>(chop(rampDouble(H - 120, m1, m2)));
-      }
-      o[0][j] = s == 0 ? l : r;
-      o[1][j] = s == 0 ? l : g;
-      o[2][j] = s == 0 ? l : b;
+  static void pixel(int h, int l, int s, int& r, int& g, int& b) {
+    if constexpr (D::M == D8::M) {
+      const int d = 2 * h, ls = (l * s * 258) >> 16;
+      const int m2 = l <= 127 ? l + ls : l + s - ls, m1 = 2 * l - m2;
+      r = rampInt(d < 241 ? d + 120 : d - 240, m1, m2);
+      g = rampInt(d, m1, m2);
+      b = rampInt(d < 120 ? d + 240 : d - 120, m1, m2);
+    } else {
+      constexpr double M = D::M;
+      constexpr i64 half = (i64(D::M) + 1) / 2;
+      const double L = l, S = s, H = h;
+      const double m2 = l < half ? L + L * S / M : L + S - L * S / M, m1 = 2 * L - m2;
+      r = static_cast<T>(chop(rampDouble(H + 120, m1, m2)));
+      g = static_cast<T>(chop(rampDouble(H, m1, m2)));
+      b = static_cast<T>(chop(rampDouble(H - 120, m1, m2)));
     }
+    grey(s, l, r, g, b);
   }
 };
 
@@ -260,8 +243,6 @@ void threeToThree(const View* v, const void* arg) {
   using T = typename Px::T;
   const bool swap = static_cast<const ConvArgs*>(arg)->swap;
   int in[3][kBlock], out[3][kBlock];
-  const int* const c[3] = {in[0], in[1], in[2]};
-  int* const o[3] = {out[0], out[1], out[2]};
   for (int y = 0; y < v[1].height; ++y) {
     const Row3<const T> s = row3<const T>(v[0], y, Px::rgbIn && swap);
     const Row3<T> d = row3<T>(v[1], y, !Px::rgbIn && swap);
@@ -273,7 +254,8 @@ void threeToThree(const View* v, const void* arg) {
           for (int j = 0; j < n; ++j) in[k][j] = from[j * step];
         }
       });
-      Px::block(c, o, n);
+      for (int j = 0; j < n; ++j)
+        Px::pixel(in[0][j], in[1][j], in[2][j], out[0][j], out[1][j], out[2][j]);
       byStep(d.step, [&](auto step) {
         for (int k = 0; k < 3; ++k) {
           T* to = d.c[k] + x0 * step;
