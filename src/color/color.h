@@ -3,6 +3,7 @@
 // colour-model conversions.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -55,6 +56,13 @@ Row3<T> row1(const View& v, int y) {
   return r;
 }
 
+// a when c holds, else b, without a branch: chains of these stay in vector
+// code where chains of ?: would not.
+inline int pick(bool c, int a, int b) {
+  const int m = -int(c);
+  return (a & m) | (b & ~m);
+}
+
 // Calls f with the step as a compile-time constant for the usual steps (one
 // plane, three or four interleaved channels), so that loops over them
 // become vector code; other steps are passed as they are.
@@ -66,6 +74,35 @@ inline void byStep(std::ptrdiff_t step, F&& f) {
     case 4: f(std::integral_constant<std::ptrdiff_t, 4>{}); break;
     default: f(step); break;
   }
+}
+
+// Calls f(at), where at(k, j) is channel k of pixel j of the row. For
+// interleaved rows of three or four channels (in either colour order) the
+// step and the channels' places are constants, so that the compiler reads
+// or writes the three channels of a pixel as one group of vector code.
+template <class T, class F>
+inline void byLayout(const Row3<T>& r, F&& f) {
+  if ((r.step == 3 || r.step == 4) && r.c[1] == std::min(r.c[0], r.c[2]) + 1 &&
+      std::max(r.c[0], r.c[2]) == r.c[1] + 1) {
+    T* const base = r.c[1] - 1;
+    const auto with = [&](auto step, auto first) {
+      f([=](int k, std::ptrdiff_t j) -> T& {
+        return base[j * step + (k == 1 ? 1 : (k == 0) == (first == 0) ? 0 : 2)];
+      });
+    };
+    using S3 = std::integral_constant<std::ptrdiff_t, 3>;
+    using S4 = std::integral_constant<std::ptrdiff_t, 4>;
+    using F0 = std::integral_constant<int, 0>;
+    using F2 = std::integral_constant<int, 2>;
+    const bool swapped = r.c[0] > r.c[2];
+    if (r.step == 3)
+      swapped ? with(S3{}, F2{}) : with(S3{}, F0{});
+    else
+      swapped ? with(S4{}, F2{}) : with(S4{}, F0{});
+    return;
+  }
+  const std::ptrdiff_t step = r.step;
+  f([&](int k, std::ptrdiff_t j) -> T& { return r.c[k][j * step]; });
 }
 
 // Kernels that gather values into blocks work on this many pixels at once.

@@ -71,31 +71,28 @@ void twistKernel(const View* v, const void* arg) {
   const int shift = a.shift, lowOut = a.lowOut, highOut = a.highOut, offset = a.offset;
   const Acc lowS = static_cast<Acc>(a.lowS), highS = static_cast<Acc>(a.highS);
   Acc c[3][kBlock];
-  T out[kBlock];
+  T out[3][kBlock];
   for (int y = 0; y < v[1].height; ++y) {
     const Row3<const T> s = row3<const T>(v[0], y, false);
     const Row3<T> d = row3<T>(v[1], y, false);
-    const std::ptrdiff_t ss = s.step, ds = d.step;
     for (int x0 = 0; x0 < v[1].width; x0 += kBlock) {
       const int n = std::min(kBlock, v[1].width - x0);
-      byStep(ss, [&](auto step) {
-        for (int k = 0; k < 3; ++k) {
-          const T* from = s.c[k] + x0 * step;
-          for (int j = 0; j < n; ++j) c[k][j] = from[j * step];
-        }
+      byLayout(s, [&](auto at) {
+        for (int j = 0; j < n; ++j)
+          c[0][j] = at(0, x0 + j), c[1][j] = at(1, x0 + j), c[2][j] = at(2, x0 + j);
       });
       for (int i = 0; i < 3; ++i) {
         const Acc m0 = a.d[4 * i], m1 = a.d[4 * i + 1], m2 = a.d[4 * i + 2], m3 = a.d[4 * i + 3];
         for (int j = 0; j < n; ++j) {
           const Acc sum = m0 * c[0][j] + m1 * c[1][j] + m2 * c[2][j] + m3;
           const Acc inside = offset + (sum >> shift);
-          out[j] = static_cast<T>(sum < lowS ? lowOut : sum >= highS ? highOut : inside);
+          out[i][j] = static_cast<T>(sum < lowS ? lowOut : sum >= highS ? highOut : inside);
         }
-        byStep(ds, [&](auto step) {
-          T* to = d.c[i] + x0 * step;
-          for (int j = 0; j < n; ++j) to[j * step] = out[j];
-        });
       }
+      byLayout(d, [&](auto at) {
+        for (int j = 0; j < n; ++j)
+          at(0, x0 + j) = out[0][j], at(1, x0 + j) = out[1][j], at(2, x0 + j) = out[2][j];
+      });
     }
   }
 }

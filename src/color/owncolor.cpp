@@ -74,10 +74,10 @@ inline int floorQuotient(int n, int d) {
 // Hue in whole degrees of a pixel with delta = max - min > 0 (any value
 // for delta 0, where it is not used).
 inline int hueOf(int r, int g, int b, int mx, int delta) {
-  const int n = r == mx ? g - b : g == mx ? b - r : r - g;
-  const int base = r == mx ? 0 : g == mx ? 120 : 240;
+  const int n = pick(r == mx, g - b, pick(g == mx, b - r, r - g));
+  const int base = pick(r == mx, 0, pick(g == mx, 120, 240));
   const int h = base + floorQuotient(60 * n, delta > 0 ? delta : 1);
-  return h < 0 ? h + 360 : h;
+  return pick(h < 0, h + 360, h);
 }
 
 // delta * M / over, truncated, over > 0.
@@ -97,7 +97,7 @@ struct ToHSV {
     const int mx = max3(r, g, b), delta = mx - min3(r, g, b);
     const int sat = scaledQuotient<D>(delta, mx > 0 ? mx : 1);
     const int hue = hueOf(r, g, b, mx, delta);
-    h = sat == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
+    h = pick(sat == 0, 0, D::M == D8::M ? hue >> 1 : hue);
     s = sat;
     v = mx;
   }
@@ -122,9 +122,9 @@ struct ToHLS {
   using T = typename D::T;
   static void pixel(int r, int g, int b, int& h, int& l, int& s) {
     const int mx = max3(r, g, b), mn = min3(r, g, b), sum = mx + mn, delta = mx - mn;
-    const int over = sum <= D::M ? sum : 2 * D::M - sum;
+    const int over = pick(sum <= D::M, sum, 2 * D::M - sum);
     const int hue = hueOf(r, g, b, mx, delta);
-    h = delta == 0 ? 0 : D::M == D8::M ? hue >> 1 : hue;
+    h = pick(delta == 0, 0, D::M == D8::M ? hue >> 1 : hue);
     l = sum >> 1;
     s = scaledQuotient<D>(delta, over > 0 ? over : 1);
   }
@@ -149,16 +149,16 @@ struct ToHLS<D32> {
 
 // Without saturation every channel is the grey value.
 inline void grey(int s, int v, int& r, int& g, int& b) {
-  r = s == 0 ? v : r;
-  g = s == 0 ? v : g;
-  b = s == 0 ? v : b;
+  r = pick(s == 0, v, r);
+  g = pick(s == 0, v, g);
+  b = pick(s == 0, v, b);
 }
 
 // The sector table of HSV to RGB, as selections.
 inline void sector(int s, int v, int p, int q, int t, int& r, int& g, int& b) {
-  r = s == 1 ? q : s == 2 || s == 3 ? p : s == 4 ? t : v;
-  g = s == 0 ? t : s == 1 || s == 2 ? v : s == 3 ? q : p;
-  b = s == 0 || s == 1 ? p : s == 2 ? t : s == 3 || s == 4 ? v : q;
+  r = pick(s == 1, q, pick((s == 2) | (s == 3), p, pick(s == 4, t, v)));
+  g = pick(s == 0, t, pick((s == 1) | (s == 2), v, pick(s == 3, q, p)));
+  b = pick((s == 0) | (s == 1), p, pick(s == 2, t, pick((s == 3) | (s == 4), v, q)));
 }
 
 template <class D>
@@ -167,7 +167,8 @@ struct FromHSV {
   using T = typename D::T;
   static void pixel(int h, int s, int v, int& r, int& g, int& b) {
     if constexpr (D::M == D8::M) {
-      const int d = 2 * h, sec = d / 60, f = d - 60 * sec, sv = (s * v) >> 8;
+      // d / 60 for d up to 510, as a product.
+      const int d = 2 * h, sec = (d * 1093) >> 16, f = d - 60 * sec, sv = (s * v) >> 8;
       const int p = v - sv, q = v - ((f * sv * 34) >> 11), t = v - (((60 - f) * sv * 34) >> 11);
       sector(sec, v, p, q, t, r, g, b);
     } else {
@@ -209,7 +210,7 @@ inline double rampDouble(double h, double m1, double m2) {
 inline int rampInt(int x, int m1, int m2) {
   const int up = m1 + (((m2 - m1) * 137 * x) >> 13);
   const int down = m1 + (((m2 - m1) * 137 * (240 - x)) >> 13);
-  return x < 60 ? up : x < 180 ? m2 : x < 240 ? down : m1;
+  return pick(x < 60, up, pick(x < 180, m2, pick(x < 240, down, m1)));
 }
 
 template <class D>
@@ -219,10 +220,10 @@ struct FromHLS {
   static void pixel(int h, int l, int s, int& r, int& g, int& b) {
     if constexpr (D::M == D8::M) {
       const int d = 2 * h, ls = (l * s * 258) >> 16;
-      const int m2 = l <= 127 ? l + ls : l + s - ls, m1 = 2 * l - m2;
-      r = rampInt(d < 241 ? d + 120 : d - 240, m1, m2);
+      const int m2 = pick(l <= 127, l + ls, l + s - ls), m1 = 2 * l - m2;
+      r = rampInt(pick(d < 241, d + 120, d - 240), m1, m2);
       g = rampInt(d, m1, m2);
-      b = rampInt(d < 120 ? d + 240 : d - 120, m1, m2);
+      b = rampInt(pick(d < 120, d + 240, d - 120), m1, m2);
     } else {
       constexpr double M = D::M;
       constexpr i64 half = (i64(D::M) + 1) / 2;
@@ -248,18 +249,17 @@ void threeToThree(const View* v, const void* arg) {
     const Row3<T> d = row3<T>(v[1], y, !Px::rgbIn && swap);
     for (int x0 = 0; x0 < v[1].width; x0 += kBlock) {
       const int n = std::min(kBlock, v[1].width - x0);
-      byStep(s.step, [&](auto step) {
-        for (int k = 0; k < 3; ++k) {
-          const T* from = s.c[k] + x0 * step;
-          for (int j = 0; j < n; ++j) in[k][j] = from[j * step];
-        }
+      byLayout(s, [&](auto at) {
+        for (int j = 0; j < n; ++j)
+          in[0][j] = at(0, x0 + j), in[1][j] = at(1, x0 + j), in[2][j] = at(2, x0 + j);
       });
       for (int j = 0; j < n; ++j)
         Px::pixel(in[0][j], in[1][j], in[2][j], out[0][j], out[1][j], out[2][j]);
-      byStep(d.step, [&](auto step) {
-        for (int k = 0; k < 3; ++k) {
-          T* to = d.c[k] + x0 * step;
-          for (int j = 0; j < n; ++j) to[j * step] = static_cast<T>(out[k][j]);
+      byLayout(d, [&](auto at) {
+        for (int j = 0; j < n; ++j) {
+          at(0, x0 + j) = static_cast<T>(out[0][j]);
+          at(1, x0 + j) = static_cast<T>(out[1][j]);
+          at(2, x0 + j) = static_cast<T>(out[2][j]);
         }
       });
     }
@@ -312,13 +312,11 @@ void toGray(const View* v, const void* arg) {
     } else {
       constexpr int shift = grayShift(8 * sizeof(S), 8 * sizeof(D));
       const Row3<D> d = row1<D>(dv, y);
-      byStep(ss, [&](auto sstep) {
+      byLayout(s, [&](auto at) {
         byStep(d.step, [&](auto dstep) {
-          const S *r = s.c[0], *g = s.c[1], *b = s.c[2];
           D* to = d.c[0];
           for (int x = 0; x < dv.width; ++x)
-            to[x * dstep] =
-                static_cast<D>(Gray<S>::weigh(r[x * sstep], g[x * sstep], b[x * sstep]) >> shift);
+            to[x * dstep] = static_cast<D>(Gray<S>::weigh(at(0, x), at(1, x), at(2, x)) >> shift);
         });
       });
     }
@@ -349,19 +347,22 @@ void fromGray(const View* v, const void* arg) {
     } else {
       const Row3<const T> s = row1<const T>(sv, y);
       byStep(s.step, [&](auto sstep) {
-        byStep(ds, [&](auto dstep) {
+        byLayout(d, [&](auto at) {
           const T* from = s.c[0];
-          for (int k = 0; k < 3; ++k) {
-            T* to = d.c[k];
-            if constexpr (sizeof(T) == 4) {
-              const float f = a.factor[k];
-              for (int x = 0; x < v[1].width; ++x)
-                to[x * dstep] = chop(static_cast<float>(from[x * sstep]) * f);
-            } else {
-              const unsigned m = a.mult[k];
-              const int shift = a.shift;
-              for (int x = 0; x < v[1].width; ++x)
-                to[x * dstep] = static_cast<T>((unsigned(from[x * sstep]) * m) >> shift);
+          if constexpr (sizeof(T) == 4) {
+            const float f0 = a.factor[0], f1 = a.factor[1], f2 = a.factor[2];
+            for (int x = 0; x < v[1].width; ++x) {
+              const float g = static_cast<float>(from[x * sstep]);
+              at(0, x) = chop(g * f0), at(1, x) = chop(g * f1), at(2, x) = chop(g * f2);
+            }
+          } else {
+            const unsigned m0 = a.mult[0], m1 = a.mult[1], m2 = a.mult[2];
+            const int shift = a.shift;
+            for (int x = 0; x < v[1].width; ++x) {
+              const unsigned g = from[x * sstep];
+              at(0, x) = static_cast<T>((g * m0) >> shift);
+              at(1, x) = static_cast<T>((g * m1) >> shift);
+              at(2, x) = static_cast<T>((g * m2) >> shift);
             }
           }
         });
