@@ -48,7 +48,7 @@ void call(Op op, const MoxImage* s, MoxImage* d) {
   static Twist twist;
   switch (op) {
     case kToGray: moxColorToGray(s, d, nullptr); break;
-    case kFromGray: moxGrayToColor(s, d, 0.25f, 0.5f, 0.75f, nullptr); break;
+    case kFromGray: moxGrayToColor(s, d, 0.299f, 0.587f, 0.114f, nullptr); break;
     case kToHSV: moxRGB2HSV(s, d, nullptr); break;
     case kFromHSV: moxHSV2RGB(s, d, nullptr); break;
     case kToHLS: moxRGB2HLS(s, d, nullptr); break;
@@ -63,9 +63,8 @@ template <class T>
 [[gnu::noinline]] void grayFloor(const char* a, char* d, std::size_t pixels) {
   const T* __restrict s = reinterpret_cast<const T*>(a);
   T* __restrict g = reinterpret_cast<T*>(d);
-  constexpr int shift = sizeof(T) == 1 ? 8 : 8;
   for (std::size_t i = 0; i < pixels; ++i)
-    g[i] = static_cast<T>((18u * s[3 * i] + 183u * s[3 * i + 1] + 54u * s[3 * i + 2]) >> shift);
+    g[i] = static_cast<T>((18u * s[3 * i] + 183u * s[3 * i + 1] + 54u * s[3 * i + 2]) >> 8);
 }
 
 template <class T>
@@ -73,8 +72,9 @@ template <class T>
   const T* __restrict g = reinterpret_cast<const T*>(a);
   T* __restrict s = reinterpret_cast<T*>(d);
   constexpr unsigned shift = sizeof(T) == 1 ? 8 : 15;
-  constexpr unsigned m0 = sizeof(T) == 1 ? 192 : 24576, m1 = sizeof(T) == 1 ? 128 : 16384,
-                     m2 = sizeof(T) == 1 ? 64 : 8192;  // B, G, R of fractions 0.75, 0.5, 0.25
+  // B, G, R of the fractions 0.114, 0.587, 0.299 in fixed point.
+  constexpr unsigned m0 = sizeof(T) == 1 ? 29 : 3735, m1 = sizeof(T) == 1 ? 150 : 19234,
+                     m2 = sizeof(T) == 1 ? 76 : 9797;
   for (std::size_t i = 0; i < pixels; ++i) {
     const unsigned v = g[i];
     s[3 * i] = static_cast<T>((v * m0) >> shift);
