@@ -65,12 +65,14 @@ bool narrow(TwistArgs& a, int M) {
 // Values are handled in blocks: gathered from their channels, twisted in
 // loops over whole blocks (which the compiler turns into vector code), and
 // stored back.
-template <class T, class Acc>
+// C holds channel values and matrix entries: 16 bits where both fit (the
+// products are then the cheap 16-bit ones), else the sum's own type.
+template <class T, class Acc, class C = Acc>
 void twistKernel(const View* v, const void* arg) {
   const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
   const int shift = a.shift, lowOut = a.lowOut, highOut = a.highOut, offset = a.offset;
   const Acc lowS = static_cast<Acc>(a.lowS), highS = static_cast<Acc>(a.highS);
-  Acc c[3][kBlock];
+  C c[3][kBlock];
   T out[3][kBlock];
   for (int y = 0; y < v[1].height; ++y) {
     const Row3<const T> s = row3<const T>(v[0], y, false);
@@ -82,9 +84,11 @@ void twistKernel(const View* v, const void* arg) {
           c[0][j] = at(0, x0 + j), c[1][j] = at(1, x0 + j), c[2][j] = at(2, x0 + j);
       });
       for (int i = 0; i < 3; ++i) {
-        const Acc m0 = a.d[4 * i], m1 = a.d[4 * i + 1], m2 = a.d[4 * i + 2], m3 = a.d[4 * i + 3];
+        const C m0 = static_cast<C>(a.d[4 * i]), m1 = static_cast<C>(a.d[4 * i + 1]);
+        const C m2 = static_cast<C>(a.d[4 * i + 2]);
+        const Acc m3 = a.d[4 * i + 3];
         for (int j = 0; j < n; ++j) {
-          const Acc sum = m0 * c[0][j] + m1 * c[1][j] + m2 * c[2][j] + m3;
+          const Acc sum = Acc(m0 * c[0][j]) + Acc(m1 * c[1][j]) + Acc(m2 * c[2][j]) + m3;
           const Acc inside = offset + (sum >> shift);
           out[i][j] = static_cast<T>(sum < lowS ? lowOut : sum >= highS ? highOut : inside);
         }
@@ -175,8 +179,14 @@ extern "C" MOX_API void MOX_CALL moxApplyColorTwist(const MoxImage* srcImage, Mo
   const int M = wide ? 65535 : 255;
   TwistArgs args = twistArgs(*cTwist, offset, M);
   const bool fits = narrow(args, M);
-  const mox::Kernel kernel = wide ? (fits ? &twistKernel<std::uint16_t, int> : &twistKernel<std::uint16_t, long long>)
-                                  : (fits ? &twistKernel<std::uint8_t, int> : &twistKernel<std::uint8_t, long long>);
+  bool small = fits;
+  for (int i = 0; i < 12; ++i)
+    small = small && (i % 4 == 3 || (args.d[i] >= -32768 && args.d[i] <= 32767));
+  const mox::Kernel kernel =
+      wide ? (fits ? &twistKernel<std::uint16_t, int> : &twistKernel<std::uint16_t, long long>)
+      : small ? &twistKernel<std::uint8_t, int, std::int16_t>
+      : fits  ? &twistKernel<std::uint8_t, int>
+              : &twistKernel<std::uint8_t, long long>;
   const mox::WalkImage images[2] = {{srcImage, "srcImage", false}, {dstImage, "dstImage", true}};
   mox::WalkPlan plan{"moxApplyColorTwist", kFile, &kWalkLines, false};
   plan.area = mox::Area::firstRoi;
