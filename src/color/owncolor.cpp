@@ -356,13 +356,18 @@ void fromGray(const View* v, const void* arg) {
               at(0, x) = chop(g * f0), at(1, x) = chop(g * f1), at(2, x) = chop(g * f2);
             }
           } else {
-            const unsigned m0 = a.mult[0], m1 = a.mult[1], m2 = a.mult[2];
+            // Products of 16-bit numbers; at 8 bits (shift 8) only the
+            // product's low 16 bits reach the result.
+            using P = std::conditional_t<sizeof(T) == 1, std::uint16_t, unsigned>;
+            const std::uint16_t m0 = static_cast<std::uint16_t>(a.mult[0]);
+            const std::uint16_t m1 = static_cast<std::uint16_t>(a.mult[1]);
+            const std::uint16_t m2 = static_cast<std::uint16_t>(a.mult[2]);
             const int shift = a.shift;
             for (int x = 0; x < v[1].width; ++x) {
-              const unsigned g = from[x * sstep];
-              at(0, x) = static_cast<T>((g * m0) >> shift);
-              at(1, x) = static_cast<T>((g * m1) >> shift);
-              at(2, x) = static_cast<T>((g * m2) >> shift);
+              const std::uint16_t g = from[x * sstep];
+              at(0, x) = static_cast<T>(P(P(g) * P(m0)) >> shift);
+              at(1, x) = static_cast<T>(P(P(g) * P(m1)) >> shift);
+              at(2, x) = static_cast<T>(P(P(g) * P(m2)) >> shift);
             }
           }
         });
