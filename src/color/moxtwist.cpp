@@ -13,21 +13,6 @@ namespace {
 
 constexpr const char* kFile = "moxtwist";
 
-// The results are defined in doubles: v_i = m[4i]·c0 + m[4i+1]·c1 +
-// m[4i+2]·c2 + m[4i+3] with every entry divided by 2^scalingValue. Dividing
-// by a power of two is exact, and so is every product and sum here (a
-// channel value has at most 16 bits and an entry 32, so the integer sum
-// stays below 2^50). So v_i is exactly S_i / 2^scalingValue for the integer
-// sum S_i of the unscaled entries, and the kernels compute S_i in integers:
-// the band tests compare S_i with the thresholds times 2^scalingValue, and
-// trunc(v_i), taken only where v_i >= 0, is S_i shifted right.
-struct TwistArgs {
-  int d[12];
-  int shift;
-  long long lowS, highS;  // the thresholds times 2^shift
-  int lowOut, highOut, offset;
-};
-
 TwistArgs twistArgs(const MoxColorTwist& t, int offset, int M) {
   TwistArgs a;
   for (int i = 0; i < 12; ++i) a.d[i] = t.data[i];
@@ -60,45 +45,6 @@ bool narrow(TwistArgs& a, int M) {
   a.lowS = std::min(a.lowS, top + 1);
   a.highS = std::min(a.highS, top + 1);
   return true;
-}
-
-// Values are handled in blocks: gathered from their channels, twisted in
-// loops over whole blocks (which the compiler turns into vector code), and
-// stored back.
-// C holds channel values and matrix entries: 16 bits where both fit (the
-// products are then the cheap 16-bit ones), else the sum's own type.
-template <class T, class Acc, class C = Acc>
-void twistKernel(const View* v, const void* arg) {
-  const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
-  const int shift = a.shift, lowOut = a.lowOut, highOut = a.highOut, offset = a.offset;
-  const Acc lowS = static_cast<Acc>(a.lowS), highS = static_cast<Acc>(a.highS);
-  C c[3][kBlock];
-  T out[3][kBlock];
-  for (int y = 0; y < v[1].height; ++y) {
-    const Row3<const T> s = row3<const T>(v[0], y, false);
-    const Row3<T> d = row3<T>(v[1], y, false);
-    for (int x0 = 0; x0 < v[1].width; x0 += kBlock) {
-      const int n = std::min(kBlock, v[1].width - x0);
-      byLayout(s, [&](auto at) {
-        for (int j = 0; j < n; ++j)
-          c[0][j] = at(0, x0 + j), c[1][j] = at(1, x0 + j), c[2][j] = at(2, x0 + j);
-      });
-      for (int i = 0; i < 3; ++i) {
-        const C m0 = static_cast<C>(a.d[4 * i]), m1 = static_cast<C>(a.d[4 * i + 1]);
-        const C m2 = static_cast<C>(a.d[4 * i + 2]);
-        const Acc m3 = a.d[4 * i + 3];
-        for (int j = 0; j < n; ++j) {
-          const Acc sum = Acc(m0 * c[0][j]) + Acc(m1 * c[1][j]) + Acc(m2 * c[2][j]) + m3;
-          const Acc inside = offset + (sum >> shift);
-          out[i][j] = static_cast<T>(sum < lowS ? lowOut : sum >= highS ? highOut : inside);
-        }
-      }
-      byLayout(d, [&](auto at) {
-        for (int j = 0; j < n; ++j)
-          at(0, x0 + j) = out[0][j], at(1, x0 + j) = out[1][j], at(2, x0 + j) = out[2][j];
-      });
-    }
-  }
 }
 
 // A failed test reports at its line and stops the call.
@@ -182,11 +128,7 @@ extern "C" MOX_API void MOX_CALL moxApplyColorTwist(const MoxImage* srcImage, Mo
   bool small = fits;
   for (int i = 0; i < 12; ++i)
     small = small && (i % 4 == 3 || (args.d[i] >= -32768 && args.d[i] <= 32767));
-  const mox::Kernel kernel =
-      wide ? (fits ? &twistKernel<std::uint16_t, int> : &twistKernel<std::uint16_t, long long>)
-      : small ? &twistKernel<std::uint8_t, int, std::int16_t>
-      : fits  ? &twistKernel<std::uint8_t, int>
-              : &twistKernel<std::uint8_t, long long>;
+  const mox::Kernel kernel = kernels().twist[wide][small ? 0 : fits ? 1 : 2];
   const mox::WalkImage images[2] = {{srcImage, "srcImage", false}, {dstImage, "dstImage", true}};
   mox::WalkPlan plan{"moxApplyColorTwist", kFile, &kWalkLines, false};
   plan.area = mox::Area::firstRoi;
