@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 
+#include "color/color.h"
 #include "image_helpers.h"
 
 using namespace testimg;
@@ -326,6 +327,45 @@ TEST(ColorModels, RoundTrips) {
     EXPECT_LE(worst, c.limit) << bitsOf(c.depth) << (c.hls ? " HLS" : " HSV");
   }
   EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
+}
+
+// The kernels for this processor's widest vectors give the bits of the
+// build's own, slot by slot, on both data orders.
+TEST(ColorModels, EveryKernelTableGivesTheSameBits) {
+  using mox::color::KernelTable;
+  const KernelTable &wide = mox::color::kernels(), &base = mox::color::baseKernels();
+  auto view = [](MoxImage* im) {
+    return mox::View{im->imageData, im->widthStep, im->width,     im->height, im->nChannels, 0,
+                     im->dataOrder, im->depth,     0,             std::ptrdiff_t(im->widthStep) * im->height};
+  };
+  auto same = [&](mox::Kernel a, mox::Kernel b, Shape ss, Shape ds, const void* arg, const char* what) {
+    Image s(ss, 31), d1(ds, 32), d2(ds, 32);
+    const mox::View v1[2] = {view(s), view(d1)}, v2[2] = {view(s), view(d2)};
+    a(v1, arg);
+    b(v2, arg);
+    EXPECT_EQ(d1.bytes(), d2.bytes()) << what << " depth " << bitsOf(ss.depth) << " order " << ss.dataOrder;
+  };
+  const unsigned depths[3] = {MOX_DEPTH_8U, MOX_DEPTH_16U, MOX_DEPTH_32S};
+  const unsigned greys[3] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U};
+  for (int order = 0; order < 2; ++order) {
+    mox::color::ConvArgs conv{};
+    conv.swap = order == 0;
+    for (int s = 0; s < 3; ++s) {
+      for (int g = 0; g < 3; ++g)
+        same(wide.toGray[s][g], base.toGray[s][g], {depths[s], 3, order, 9, 301}, {greys[g], 1, 0, 9, 301}, &conv, "grey");
+      for (int m = 0; m < 4; ++m)
+        same(wide.three[m][s], base.three[m][s], {depths[s], 4, order, 9, 301}, {depths[s], 4, order, 9, 301}, &conv, "three");
+    }
+    for (int k = 0; k < 4; ++k) {
+      const unsigned sd = k == 0 ? MOX_DEPTH_1U : depths[k - 1], dd = k == 0 ? MOX_DEPTH_8U : sd;
+      mox::color::grayMultipliers(dd, 0.3f, 0.6f, 0.1f, conv);
+      same(wide.fromGray[k], base.fromGray[k], {sd, 1, 0, 9, 301}, {dd, 3, order, 9, 301}, &conv, "colour");
+    }
+    mox::color::TwistArgs twist{{150, -40, 20, 300, -7, 260, 3, -9, 30, 30, 200, 0}, 8, 5 << 8, 200 << 8, 0, 250, -5};
+    for (int k = 0; k < 2; ++k)
+      for (int a = 0; a < 3; ++a)
+        same(wide.twist[k][a], base.twist[k][a], {depths[k], 3, order, 9, 301}, {depths[k], 3, order, 9, 301}, &twist, "twist");
+  }
 }
 
 // ---------------------------------------------------------------- runs

@@ -53,8 +53,9 @@ struct KernelTable {
 };
 
 // The table for this processor: the build's own vectors, or 256-bit ones
-// on x86-64 processors that have them.
+// on x86-64 processors that have them; and the first alone.
 const KernelTable& kernels();
+const KernelTable& baseKernels();
 #if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
 #define MOX_COLOR_HAVE_WIDE 1
 extern const KernelTable kWideKernels;

@@ -7,6 +7,8 @@ namespace mox::color {
 
 const KernelTable kBaseKernels = makeTable();
 
+const KernelTable& baseKernels() { return kBaseKernels; }
+
 const KernelTable& kernels() {
 #if defined(MOX_COLOR_HAVE_WIDE)
   if (wideVectors()) return kWideKernels;
