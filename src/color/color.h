@@ -25,11 +25,11 @@ struct ConvArgs {
 // after reporting the pair as not supported.
 Kernel pickConversion(Model model, unsigned srcDepth, unsigned dstDepth);
 
-// The results are defined in doubles: v_i = m[4i]·c0 + m[4i+1]·c1 +
-// m[4i+2]·c2 + m[4i+3] with every entry divided by 2^scalingValue. Dividing
-// by a power of two is exact, and so is every product and sum here (a
-// channel value has at most 16 bits and an entry 32, so the integer sum
-// stays below 2^50). So v_i is exactly S_i / 2^scalingValue for the integer
+// The arguments of the twist kernels. Results are defined in doubles:
+// v_i = m[4i]·c0 + m[4i+1]·c1 + m[4i+2]·c2 + m[4i+3] with every entry
+// divided by 2^scalingValue. Dividing by a power of two is exact, and so is
+// every product and sum here (a channel value has at most 16 bits and an
+// entry 32, so the integer sum stays below 2^50). So v_i is exactly S_i / 2^scalingValue for the integer
 // sum S_i of the unscaled entries, and the kernels compute S_i in integers:
 // the band tests compare S_i with the thresholds times 2^scalingValue, and
 // trunc(v_i), taken only where v_i >= 0, is S_i shifted right.
