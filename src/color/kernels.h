@@ -400,12 +400,15 @@ template <class S, class D>
 void toGray(const View* v, const void* arg) {
   const bool swap = static_cast<const ConvArgs*>(arg)->swap;
   const View& dv = v[1];
+  // Stores through byte pointers may change any memory: the loops keep
+  // their bounds in locals so that they stay countable (and vector code).
+  const int width = dv.width;
   for (int y = 0; y < dv.height; ++y) {
     const Row3<const S> s = row3<const S>(v[0], y, swap);
     const std::ptrdiff_t ss = s.step;
     if constexpr (std::is_same_v<D, bool>) {
       auto* row = reinterpret_cast<unsigned char*>(dv.data + std::ptrdiff_t(y) * dv.widthStep);
-      for (int x = 0; x < dv.width; ++x) {
+      for (int x = 0; x < width; ++x) {
         const int at = dv.bitOffset + x;
         const unsigned mask = 128u >> (at & 7);
         if (Gray<S>::bit(s.c[0][x * ss], s.c[1][x * ss], s.c[2][x * ss]))
@@ -419,7 +422,7 @@ void toGray(const View* v, const void* arg) {
       byLayout(s, [&](auto at) {
         byStep(d.step, [&](auto dstep) {
           D* to = d.c[0];
-          for (int x = 0; x < dv.width; ++x)
+          for (int x = 0; x < width; ++x)
             to[x * dstep] = static_cast<D>(Gray<S>::weigh(at(0, x), at(1, x), at(2, x)) >> shift);
         });
       });
@@ -434,6 +437,7 @@ void fromGray(const View* v, const void* arg) {
   const ConvArgs& a = *static_cast<const ConvArgs*>(arg);
   using D = std::conditional_t<std::is_same_v<T, bool>, std::uint8_t, T>;
   const View& sv = v[0];
+  const int width = v[1].width;
   D on[3] = {};
   if constexpr (std::is_same_v<T, bool>)
     for (int k = 0; k < 3; ++k) on[k] = static_cast<D>((255 * a.mult[k]) >> a.shift);
@@ -443,7 +447,7 @@ void fromGray(const View* v, const void* arg) {
     if constexpr (std::is_same_v<T, bool>) {
       const auto* row =
           reinterpret_cast<const unsigned char*>(sv.data + std::ptrdiff_t(y) * sv.widthStep);
-      for (int x = 0; x < v[1].width; ++x) {
+      for (int x = 0; x < width; ++x) {
         const int at = sv.bitOffset + x;
         const bool set = (row[at >> 3] >> (7 - (at & 7))) & 1;
         for (int k = 0; k < 3; ++k) d.c[k][x * ds] = set ? on[k] : D{0};
@@ -455,7 +459,7 @@ void fromGray(const View* v, const void* arg) {
           const T* from = s.c[0];
           if constexpr (sizeof(T) == 4) {
             const float f0 = a.factor[0], f1 = a.factor[1], f2 = a.factor[2];
-            for (int x = 0; x < v[1].width; ++x) {
+            for (int x = 0; x < width; ++x) {
               const float g = static_cast<float>(from[x * sstep]);
               at(0, x) = chop(g * f0), at(1, x) = chop(g * f1), at(2, x) = chop(g * f2);
             }
@@ -467,7 +471,7 @@ void fromGray(const View* v, const void* arg) {
             const std::uint16_t m1 = static_cast<std::uint16_t>(a.mult[1]);
             const std::uint16_t m2 = static_cast<std::uint16_t>(a.mult[2]);
             const int shift = a.shift;
-            for (int x = 0; x < v[1].width; ++x) {
+            for (int x = 0; x < width; ++x) {
               const std::uint16_t g = from[x * sstep];
               at(0, x) = static_cast<T>(P(P(g) * P(m0)) >> shift);
               at(1, x) = static_cast<T>(P(P(g) * P(m1)) >> shift);
