@@ -6,11 +6,13 @@ extern const GalleryEntry galleryArith[];
 extern const GalleryEntry galleryData[];
 extern const GalleryEntry galleryTransform[];
 extern const GalleryEntry galleryConvert[];
+extern const GalleryEntry galleryColour[];
 
 const GalleryEntry* const galleryFamilies[] = {
     galleryArith,
     galleryData,
     galleryTransform,
     galleryConvert,
+    galleryColour,
     0,
 };

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -54,7 +55,17 @@ struct Golden {
 
 const Shape k8U3{MOX_DEPTH_8U, 3, 0, 61, 83}, k16S1{MOX_DEPTH_16S, 1, 0, 48, 64},
     k32S1{MOX_DEPTH_32S, 1, 0, 48, 64}, k8U1{MOX_DEPTH_8U, 1, 0, 45, 60},
-    k32S1odd{MOX_DEPTH_32S, 1, 0, 45, 60}, k16S3P{MOX_DEPTH_16S, 3, 1, 40, 40};
+    k32S1odd{MOX_DEPTH_32S, 1, 0, 45, 60}, k16S3P{MOX_DEPTH_16S, 3, 1, 40, 40},
+    k16U3{MOX_DEPTH_16U, 3, 0, 40, 40}, k32S3{MOX_DEPTH_32S, 3, 0, 40, 40},
+    k16U3P{MOX_DEPTH_16U, 3, 1, 40, 40};
+
+// A twist with entries that are not powers of two, so that every product rounds.
+void twist(const MoxImage* a, MoxImage* d, unsigned depth) {
+  const int m[16] = {-3001, 70001, 19999, 5, 12345, -4321, 99999, -77, 3, 65537, -1, 1000, 0, 0, 0, 0};
+  MoxColorTwist* t = moxCreateColorTwist(m, 16);
+  moxApplyColorTwist(a, d, t, depth == MOX_DEPTH_8U ? -13 : 517, nullptr);
+  moxDeleteColorTwist(t);
+}
 
 const Golden kCases[] = {
     {"add 8U", k8U3, k8U3, [](auto a, auto b, auto d) { moxAdd(a, b, d, nullptr); },
@@ -88,6 +99,22 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { moxConvert(a, d); }, 0x66712eb564a2cb1full},
     {"8-bit bitmaps: median cut with FS, 3-3-2 cube with STUCKEY", k8U3, k8U3,
      [](auto a, auto, auto d) { paletteRoundTrip(a, d); }, 0xa625ef99d9b1a988ull},
+    {"rgb to hsv 16U", k16U3, k16U3, [](auto a, auto, auto d) { moxRGB2HSV(a, d, nullptr); }, 0x3f6214817646aeaeull},
+    {"rgb to hls 32S", k32S3, k32S3, [](auto a, auto, auto d) { moxRGB2HLS(a, d, nullptr); }, 0xb3fc95efbf5142cfull},
+    {"hsv to rgb 16U", k16U3, k16U3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HSV", 3), moxHSV2RGB(a, d, nullptr); }, 0x04fd16fd90018d1dull},
+    {"hsv to rgb 32S", k32S3, k32S3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HSV", 3), moxHSV2RGB(a, d, nullptr); }, 0x731d5e7e1c844328ull},
+    {"hls to rgb 16U", k16U3, k16U3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HLS", 3), moxHLS2RGB(a, d, nullptr); }, 0xd846e3b3ba240d24ull},
+    {"hls to rgb 32S", k32S3, k32S3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HLS", 3), moxHLS2RGB(a, d, nullptr); }, 0x9e8e7432e9062649ull},
+    {"gray to color 32S", {MOX_DEPTH_32S, 1, 0, 40, 40}, k32S3,
+     [](auto a, auto, auto d) { moxGrayToColor(a, d, 0.3f, 0.6f, 0.1f, nullptr); }, 0x06cf144b0b464320ull},
+    {"color twist 8U", k8U3, k8U3,
+     [](auto a, auto, auto d) { twist(a, d, MOX_DEPTH_8U); }, 0xe8e74efcd29ff35full},
+    {"color twist 16U planes", k16U3P, k16U3P,
+     [](auto a, auto, auto d) { twist(a, d, MOX_DEPTH_16U); }, 0x9786f767caf0a429ull},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {

@@ -75,11 +75,16 @@ struct WalkImage {
 
 // Lines of one operation's walk reports. For n images the tile-data lines
 // are 4n numbers in this order: n first-walk gets; n pairs (release, get) of
-// the second walk; n final releases.
+// the second walk; n final releases. A line 0 leaves that test out.
 struct WalkLines {
   int request[4];  // begX > endX, begY > endY, endX < begX, endY < begY
   int tileData[12];
 };
+
+// The rectangle the images share: their ROIs (as above); the whole images
+// from their top-left corner, ROIs and channels of interest not consulted;
+// or the first image's ROI, at the same place in every image.
+enum class Area { rois, whole, firstRoi };
 
 struct WalkPlan {
   const char* func;
@@ -93,6 +98,11 @@ struct WalkPlan {
   // null; null keeps "(name->tileInfo->tileData == ((void*)(0)))".
   const char* nullText = nullptr;
   int nullStatus = MOX_StsBadArgument;
+  Area area = Area::rois;
+  // Each piece asks the destination's tile before the sources'.
+  bool destinationFirst = false;
+  // How the tile-data reports spell a null pointer.
+  const char* null = "((void*)(0))";
 };
 
 // Reports a tile call-back that left tileData null after a get (`afterGet`,
