@@ -1,0 +1,59 @@
+// moxDecimate: the argument checks. Every check from the depths on reports
+// on its own; the work is done only when none of them failed.
+#include "geom/decim.h"
+
+namespace {
+
+using mox::Site;
+
+constexpr Site at(int line) { return Site{"moxDecimate", "moxdecim", line}; }
+
+const mox::geom::TileSites kSites{
+    Site{"moxDecimate", "owndecim", 390}, MOX_StsInternalError, "dstImage->tileInfo->callBack crash",
+    Site{"moxDecimate", "owndecim", 385}, MOX_StsInternalError, "srcImage->tileInfo->callBack crash"};
+
+}  // namespace
+
+extern "C" MOX_API void MOX_CALL moxDecimate(const MoxImage* srcImage, MoxImage* dstImage, int xU,
+                                             int xL, int yU, int yL, int interpolate,
+                                             const int* point) {
+  if (mox::badHeader(srcImage, at(91)) || mox::badHeader(dstImage, at(92))) return;
+  const MoxImage* s = srcImage;
+  const MoxImage* d = dstImage;
+  struct Check {
+    bool fails;
+    int line;
+    const char* text;
+  };
+  const Check checks[] = {
+      {s->depth != d->depth, 93, "srcImage->depth != dstImage->depth"},
+      {s->origin != d->origin, 94, "srcImage->origin != dstImage->origin"},
+      {s->dataOrder != d->dataOrder, 95, "srcImage->dataOrder != dstImage->dataOrder"},
+      {interpolate < MOX_INTER_NN || interpolate > MOX_INTER_CUBIC, 101,
+       "interpolate != MOX_INTER_NN, MOX_INTER_LINEAR or MOX_INTER_CUBIC"},
+      {xU < 1, 106, "xU <= 0"},
+      {xL < 1, 107, "xL <= 0"},
+      {yU < 1, 108, "yU <= 0"},
+      {yL < 1, 109, "yL <= 0"},
+      {xU > xL, 111, "xU > xL"},
+      {yU > yL, 112, "yU > yL"},
+  };
+  bool failed = false;
+  for (const Check& c : checks)
+    if (c.fails) mox::report(at(c.line), c.text), failed = true;
+  if (failed) return;
+  const Check more[] = {
+      {mox::geom::roiOutside(s), 113,
+       "srcImage->roi->xOffset >= srcImage->width || srcImage->roi->yOffset >= srcImage->height"},
+      {mox::geom::roiOutside(d), 114,
+       "dstImage->roi->xOffset >= dstImage->width || dstImage->roi->yOffset >= dstImage->height"},
+      {mox::geom::channelsOf(s) != mox::geom::channelsOf(d), 115, "nChSrc != nChDst"},
+  };
+  for (const Check& c : more)
+    if (c.fails) return mox::report(at(c.line), c.text);
+  if (mox::badLayout(s, "srcImage", at(91)) || mox::badLayout(d, "dstImage", at(92))) return;
+
+  const mox::geom::Job job =
+      mox::geom::jobOf(s, dstImage, xU, xL, yU, yL, point, &kSites);
+  mox::geom::ownDecimate(job, xU, xL, yU, yL, interpolate);
+}

@@ -1,0 +1,208 @@
+// What zoom and decimation share: the rectangles they work on, the channel
+// layers a kernel runs over, the floating-point scope, and the driver that
+// cuts the destination into pieces (destination tiles, or bands of a plain
+// image), hands each piece the source pixels its positions need as a plain
+// view, and runs the kernel on it.
+//
+// A kernel never sees a tile: it gets a view of the destination piece and a
+// view of a source rectangle together with where that rectangle starts in
+// image coordinates, so plain and tiled images give the same bits.
+#pragma once
+
+#include <cfenv>
+#include <cstddef>
+
+#include "image/walk.h"
+
+namespace mox::geom {
+
+// A rectangle in image coordinates, end exclusive.
+struct Box {
+  long long x0, y0, x1, y1;
+  bool empty() const { return x1 <= x0 || y1 <= y0; }
+};
+
+// The ROI clipped to the image (the whole image without one).
+Box roiBox(const MoxImage* image);
+
+// True when the image has a ROI that starts outside it.
+inline bool roiOutside(const MoxImage* image) {
+  const MoxROI* r = image->roi;
+  return r && (r->xOffset >= image->width || r->yOffset >= image->height);
+}
+
+// Channels worked on: 1 with a channel of interest, else all.
+inline int channelsOf(const MoxImage* image) { return workChannels(image); }
+
+// Runs the body with the default floating-point environment (round to
+// nearest, no flush to zero) and gives the caller's environment back after.
+class FpScope {
+ public:
+  FpScope() {
+    std::fegetenv(&saved_);
+    std::fesetenv(FE_DFL_ENV);
+  }
+  ~FpScope() { std::fesetenv(&saved_); }
+  FpScope(const FpScope&) = delete;
+  FpScope& operator=(const FpScope&) = delete;
+
+ private:
+  std::fenv_t saved_;
+};
+
+// One run of channels a kernel resamples together: `k` channels that lie next
+// to each other in every pixel (all channels of a pixel-order image, else 1),
+// starting at channel `srcChannel` of the source and `dstChannel` of the
+// destination (0-based).
+struct Layer {
+  int k;
+  int srcChannel, dstChannel;
+};
+
+// The layers of a call: all channels in one layer (pixel order), one layer
+// per channel (plane order), or the one channel of interest.
+int layerCount(const MoxImage* src, const MoxImage* dst);
+Layer layerAt(const MoxImage* src, const MoxImage* dst, int i);
+
+// The first value of row y (relative to the view) of one channel of a view,
+// and the distance in values from one pixel to the next.
+template <class T>
+inline T* rowOf(const View& v, int y, int channel) {
+  char* row = v.data + std::ptrdiff_t(y) * v.widthStep;
+  if (v.dataOrder == 1) return reinterpret_cast<T*>(row + std::ptrdiff_t(channel) * v.planeStep);
+  return reinterpret_cast<T*>(row) + channel;
+}
+inline int pixelStride(const View& v) { return v.dataOrder == 1 ? 1 : v.nChannels; }
+
+// Source pixels: a view of a rectangle that starts at image pixel (x0, y0).
+struct Source {
+  View view;
+  long long x0, y0;
+};
+
+// One piece of destination work: the destination indices [dx0, dx1) x
+// [dy0, dy1) counted from the destination rectangle's first pixel, and the
+// view of those pixels.
+struct Piece {
+  int dx0, dy0, dx1, dy1;
+  View dst;
+};
+
+// The value offsets, from the first value of a source row of the layer, of
+// the samples at source columns column(j) (image coordinates) for the
+// destination pixels j = 0 .. width - 1 of a piece: value e = j * k + c
+// reads channel c of that pixel.
+template <class Column>
+void fillOffsets(int width, const Source& s, const Layer& layer, int* offset, Column column) {
+  const int sps = pixelStride(s.view);
+  for (int j = 0; j < width; ++j) {
+    const long long base = (column(j) - s.x0) * sps;
+    for (int c = 0; c < layer.k; ++c) offset[j * layer.k + c] = static_cast<int>(base + c);
+  }
+}
+
+// Nearest neighbour: destination row r of the piece (indices dy0..dy1-1)
+// takes source row row(r) at the offsets.
+template <class T, class Row>
+void copyNearest(const Piece& p, const Source& s, const Layer& layer, const int* offset, Row row) {
+  const int n = (p.dx1 - p.dx0) * layer.k;
+  const int dps = pixelStride(p.dst);
+  const std::ptrdiff_t step = dps == layer.k ? 1 : dps;
+  for (int r = p.dy0; r < p.dy1; ++r) {
+    const T* src = rowOf<T>(s.view, static_cast<int>(row(r) - s.y0), layer.srcChannel);
+    T* out = rowOf<T>(p.dst, r - p.dy0, layer.dstChannel);
+    for (int e = 0; e < n; ++e) out[e * step] = src[offset[e]];
+  }
+}
+
+// Nearest neighbour on packed bits, pixel by pixel.
+template <class Column, class Row>
+void copyNearestBits(const Piece& p, const Source& s, Column column, Row row) {
+  for (int r = p.dy0; r < p.dy1; ++r) {
+    const auto* src = reinterpret_cast<const unsigned char*>(s.view.data) +
+                      std::ptrdiff_t(row(r) - s.y0) * s.view.widthStep;
+    auto* out = reinterpret_cast<unsigned char*>(p.dst.data) +
+                std::ptrdiff_t(r - p.dy0) * p.dst.widthStep;
+    for (int j = 0; j < p.dx1 - p.dx0; ++j) {
+      const long long sx = column(j) - s.x0 + s.view.bitOffset;
+      const int bit = (src[sx >> 3] >> (7 - (sx & 7))) & 1;
+      const int dx = p.dst.bitOffset + j;
+      const int mask = 0x80 >> (dx & 7);
+      out[dx >> 3] = static_cast<unsigned char>(bit ? out[dx >> 3] | mask : out[dx >> 3] & ~mask);
+    }
+  }
+}
+
+// An operation's resampling: the source rectangle a piece needs (image
+// coordinates; inside the source image), and the kernel.
+class Resampler {
+ public:
+  virtual Box need(const Piece& piece) const = 0;
+  virtual void run(const Piece& piece, const Source& source) const = 0;
+
+ protected:
+  ~Resampler() = default;
+};
+
+// The report sites of the tile paths of one operation.
+struct TileSites {
+  Site dstGet;         // a destination tile to write came without data
+  int dstGetStatus;
+  const char* dstGetText;
+  Site srcGet;         // a source tile to read came without data
+  int srcGetStatus;
+  const char* srcGetText;
+};
+
+// One call: the images, the destination rectangle (its first pixel in image
+// coordinates and the number of pixels processed), the optional point.
+struct Job {
+  const MoxImage* src;
+  MoxImage* dst;
+  long long dx, dy;
+  int width, height;
+  const int* point;
+  const TileSites* sites;
+  // Pieces are at most this many destination pixels wide, so that a
+  // kernel's row buffers stay bounded.
+  int maxPieceWidth;
+};
+
+// Buffers of a call, from the library allocator, for pieces of up to
+// `values` values per row: four source offsets, four 32-bit weights and
+// four 32-bit row-buffer entries per value.
+class Scratch {
+ public:
+  Scratch() = default;
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  ~Scratch();
+  // False when the buffers cannot be had.
+  bool allocate(long long values);
+  template <class T>
+  T* weights() const {
+    return static_cast<T*>(weights_);
+  }
+  template <class T>
+  T* rows() const {
+    return static_cast<T*>(rows_);
+  }
+  int* offsets() const { return offsets_; }
+
+ private:
+  int* offsets_ = nullptr;
+  void* weights_ = nullptr;
+  void* rows_ = nullptr;
+};
+
+// The job of a call: the destination ROI cut to the pixels whose positions
+// fall inside the source ROI (indices d with d * L < length * U per axis),
+// with pieces at most 8192 values wide.
+Job jobOf(const MoxImage* src, MoxImage* dst, int xU, int xL, int yU, int yL, const int* point,
+          const TileSites* sites);
+
+// Cuts the destination into pieces and runs the resampler on each. Returns
+// false after a report.
+bool resample(const Job& job, const Resampler& r);
+
+}  // namespace mox::geom
