@@ -19,6 +19,7 @@
 #include <new>
 
 #include "geom/resample.h"
+#include "geom/rowloops.h"
 #include "image/pointop.h"
 
 namespace {
@@ -74,17 +75,6 @@ struct Axis {
   int taps() const { return interpolate == MOX_INTER_NN ? 1 : interpolate == MOX_INTER_LINEAR ? 2 : 4; }
 };
 
-// The value of a result: truncated after the tolerance, clamped to the
-// depth. Clamping first keeps the conversion in range; it gives the same
-// value as clamping the truncated number.
-template <class D>
-inline typename D::T toDepth(double v) {
-  v += kTolerance;
-  v = v < double(D::lo) ? double(D::lo) : v;
-  v = v > double(D::hi) ? double(D::hi) : v;
-  return static_cast<typename D::T>(static_cast<std::int32_t>(v));
-}
-
 // Newton's forward-difference weights of the cubic through samples at -1,
 // 0, 1, 2 evaluated at t.
 template <class F>
@@ -96,14 +86,6 @@ template <class F>
 inline Cubic<F> cubicAt(F t) {
   const F c2 = t * (1 + t) * F(0.5);
   return Cubic<F>{1 + t, c2, (t - 1) * c2 * (F(1) / F(3))};
-}
-
-template <class F>
-inline F newton(F p0, F p1, F p2, F p3, const Cubic<F>& c) {
-  const F d1 = p1 - p0;
-  const F d2 = (p2 - p1) - d1;
-  const F d3 = (p1 + p3 - 2 * p2) - d2;
-  return p0 + d1 * c.c1 + d2 * c.c2 + d3 * c.c3;
 }
 
 class ZoomBase : public mox::geom::Resampler {
@@ -139,6 +121,7 @@ class Zoom final : public ZoomBase {
 
  private:
   void runLayer(const Piece& p, const Source& s, const mox::geom::Layer& layer) const;
+  void interpolate(const Piece& p, const Source& s, const mox::geom::Layer& layer) const;
 };
 
 template <class D>
@@ -153,66 +136,68 @@ void Zoom<D>::runLayer(const Piece& p, const Source& s, const mox::geom::Layer& 
                            [&](int j) { return x_.index(p.dx0 + j, &t); });
     mox::geom::copyNearest<T>(p, s, layer, s_.offsets(), row);
   } else {
-    const int k = layer.k, width = p.dx1 - p.dx0, n = width * k;
-    const int sps = mox::geom::pixelStride(s.view), dps = mox::geom::pixelStride(p.dst);
-    const int taps = x_.taps();
-    int* offset = s_.offsets();
-    float* weight = s_.weights<float>();
-    float* rows = s_.rows<float>();
-    mox::geom::fillOffsets(width, s, layer, offset, [&](int j) { return x_.index(p.dx0 + j, &t); });
-    for (int j = 0; j < width; ++j) {
-      x_.index(p.dx0 + j, &t);
-      const float tf = static_cast<float>(t);
-      const Cubic<float> c = cubicAt(tf);
-      for (int e = j * k; e < j * k + k; ++e) {
-        weight[3 * e] = taps == 4 ? c.c1 : tf;
-        weight[3 * e + 1] = c.c2;
-        weight[3 * e + 2] = c.c3;
-      }
+    interpolate(p, s, layer);
+  }
+}
+
+// Linear and cubic: source rows resampled along x into row buffers (kept
+// by source row, slot = row mod taps), then combined along y.
+template <class D>
+void Zoom<D>::interpolate(const Piece& p, const Source& s, const mox::geom::Layer& layer) const {
+  const auto& loops = mox::geom::rowLoops().of<T>();
+  const int k = layer.k, width = p.dx1 - p.dx0, n = width * k;
+  const int sps = mox::geom::pixelStride(s.view), dps = mox::geom::pixelStride(p.dst);
+  const int taps = x_.taps();
+  int* offset = s_.offsets();
+  float* weight = s_.weights<float>();
+  float* rows = s_.rows<float>();
+  // The source pixels [first, end) of a row are read as floats, k values
+  // each.
+  double t;
+  const i64 first = x_.index(p.dx0, &t), end = x_.index(p.dx1 - 1, &t) + taps;
+  const int span = static_cast<int>(end - first);
+  float* wide = s_.sourceRow();
+  for (int j = 0; j < width; ++j) {
+    const int at = static_cast<int>(x_.index(p.dx0 + j, &t) - first) * k;
+    const float tf = static_cast<float>(t);
+    const Cubic<float> c = cubicAt(tf);
+    for (int e = j * k; e < j * k + k; ++e) {
+      offset[e] = at + e - j * k;
+      weight[e] = taps == 4 ? c.c1 : tf;
+      weight[n + e] = c.c2;
+      weight[2 * n + e] = c.c3;
     }
-    // Row buffers by source row: slot = row mod taps.
-    i64 held[4] = {-1, -1, -1, -1};
-    auto buffered = [&](i64 row) -> const float* {
-      float* buf = rows + std::ptrdiff_t(row % taps) * n;
-      if (held[row % taps] == row) return buf;
-      held[row % taps] = row;
-      const T* src = mox::geom::rowOf<T>(s.view, int(row - s.y0), layer.srcChannel);
-      const int* off = offset;
-      const float* w = weight;
-      if (taps == 2) {
-        for (int e = 0; e < n; ++e) {
-          const float a = float(src[off[e]]), b = float(src[off[e] + sps]);
-          buf[e] = a + (b - a) * w[3 * e];
-        }
-      } else {
-        for (int e = 0; e < n; ++e) {
-          const T* q = src + off[e];
-          const Cubic<float> c{w[3 * e], w[3 * e + 1], w[3 * e + 2]};
-          buf[e] = newton(float(q[0]), float(q[sps]), float(q[2 * sps]), float(q[3 * sps]), c);
-        }
-      }
-      return buf;
-    };
-    for (int r = p.dy0; r < p.dy1; ++r) {
-      double ty;
-      const i64 sy = y_.index(r, &ty);
-      T* out = mox::geom::rowOf<T>(p.dst, r - p.dy0, layer.dstChannel);
-      const std::ptrdiff_t step = dps == k ? 1 : dps;  // k values of a pixel lie together
-      if (taps == 2) {
-        const float* r0 = buffered(sy);
-        const float* r1 = buffered(sy + 1);
-        for (int e = 0; e < n; ++e) {
-          const double a = r0[e], b = r1[e];
-          out[e * step] = toDepth<D>(a + (b - a) * ty);
-        }
-      } else {
-        const float* q[4];
-        for (int m = 0; m < 4; ++m) q[m] = buffered(sy + m);
-        const Cubic<double> c = cubicAt(ty);
-        for (int e = 0; e < n; ++e)
-          out[e * step] = toDepth<D>(newton<double>(q[0][e], q[1][e], q[2][e], q[3][e], c));
-      }
+  }
+  i64 held[4] = {-1, -1, -1, -1};
+  auto buffered = [&](i64 row) -> const float* {
+    float* buf = rows + std::ptrdiff_t(row % taps) * n;
+    if (held[row % taps] == row) return buf;
+    held[row % taps] = row;
+    const T* src = mox::geom::rowOf<T>(s.view, int(row - s.y0), layer.srcChannel);
+    loops.widen(src + (first - s.x0) * sps, sps, k, wide, span);
+    (taps == 2 ? loops.linearX : loops.cubicX)(wide, offset, k, weight, buf, n);
+    return buf;
+  };
+  // Values of a pixel lie together in the destination when it takes all
+  // of them; else they go through a line.
+  T* line = dps == k ? nullptr : s_.line<T>();
+  const double lo = double(D::lo), hi = double(D::hi);
+  for (int r = p.dy0; r < p.dy1; ++r) {
+    double ty;
+    const i64 sy = y_.index(r, &ty);
+    T* out = mox::geom::rowOf<T>(p.dst, r - p.dy0, layer.dstChannel);
+    T* target = line ? line : out;
+    if (taps == 2) {
+      loops.linearY(buffered(sy), buffered(sy + 1), ty, target, n, lo, hi);
+    } else {
+      const float* q[4];
+      for (int m = 0; m < 4; ++m) q[m] = buffered(sy + m);
+      const Cubic<double> c = cubicAt(ty);
+      const double weights[3] = {c.c1, c.c2, c.c3};
+      loops.cubicY(q, weights, target, n, lo, hi);
     }
+    if (line)
+      for (int e = 0; e < n; ++e) out[std::ptrdiff_t(e) * dps] = line[e];
   }
 }
 

@@ -164,9 +164,10 @@ Scratch::~Scratch() {
 bool Scratch::allocate(i64 values) {
   if (values > (1 << 24)) return false;
   const int bytes = static_cast<int>(values) * 16;
+  values_ = values;
   offsets_ = static_cast<int*>(moxMalloc(bytes));
   weights_ = moxMalloc(bytes);
-  rows_ = moxMalloc(bytes);
+  rows_ = moxMalloc(bytes + static_cast<int>(values) * (4 + 32));
   return offsets_ && weights_ && rows_;
 }
 

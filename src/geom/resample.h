@@ -170,7 +170,9 @@ struct Job {
 
 // Buffers of a call, from the library allocator, for pieces of up to
 // `values` values per row: four source offsets, four 32-bit weights and
-// four 32-bit row-buffer entries per value.
+// four 32-bit row-buffer entries per value, one row of up to 32-bit values
+// and a row of 8 floats per value (a source row as zoom reads it: no wider
+// than the destination's plus a stencil of at most 7 pixels).
 class Scratch {
  public:
   Scratch() = default;
@@ -188,8 +190,16 @@ class Scratch {
     return static_cast<T*>(rows_);
   }
   int* offsets() const { return offsets_; }
+  template <class T>
+  T* line() const {
+    return reinterpret_cast<T*>(static_cast<char*>(rows_) + values_ * 16);
+  }
+  float* sourceRow() const {
+    return reinterpret_cast<float*>(static_cast<char*>(rows_) + values_ * 20);
+  }
 
  private:
+  long long values_ = 0;
   int* offsets_ = nullptr;
   void* weights_ = nullptr;
   void* rows_ = nullptr;
