@@ -348,25 +348,33 @@ TEST(ZoomAndDecimate, PointComputesOnePixel) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Tiled destinations of 8, 24 and 64 pixels give the plain result, with
-// ROIs that cross tile edges.
-TEST(ZoomAndDecimate, TiledDestinationEqualsPlain) {
+// Tiled sources, destinations and both, with tiles of 8, 24 and 64 pixels
+// and ROIs that cross tile edges, give the plain result.
+TEST(ZoomAndDecimate, TiledRunsEqualPlainRuns) {
   Capture capture;
+  const struct {
+    unsigned depth;
+    int channels, order;
+  } shapes[] = {{MOX_DEPTH_16U, 3, 1}, {MOX_DEPTH_8U, 3, 0}, {MOX_DEPTH_1U, 1, 0}};
   for (const Op* op : {&kZoom, &kDecimate})
-    for (int tile : {8, 24, 64})
-      for (int in = 0; in < 3; ++in) {
-        const Call c = op->enlarges ? Call{7, 3, 5, 2, in} : Call{2, 3, 5, 7, in};
-        const int sr[5] = {0, 5, 3, 40, 50}, dr[5] = {0, 6, 9, 100, 110};
-        Image s({MOX_DEPTH_16U, 3, 1, 50, 60}, 7, sr);
-        Image plain({MOX_DEPTH_16U, 3, 1, 120, 130}, 8, dr);
-        Image back({MOX_DEPTH_16U, 3, 1, 120, 130}, 8, dr);
-        Tiled tiled(plain, tile, tile);
-        run(*op, s, plain, c);
-        run(*op, s, tiled, c);
-        tiled.gather(back);
-        ASSERT_EQ(back.bytes(), plain.bytes()) << op->name << " tile " << tile << " inter " << in;
-        EXPECT_FALSE(tiled.badIndex);
-      }
+    for (const auto& sh : shapes)
+      for (int tile : {8, 24, 64})
+        for (int tiled : {1, 2, 3})  // source, destination, both
+          for (int in = 0; in < 3; ++in) {
+            const Call c = op->enlarges ? Call{7, 3, 5, 2, in} : Call{2, 3, 5, 7, in};
+            const int sr[5] = {0, 5, 3, 40, 50}, dr[5] = {0, 6, 9, 100, 110};
+            Image s({sh.depth, sh.channels, sh.order, 50, 60}, 7, sr);
+            Image plain({sh.depth, sh.channels, sh.order, 120, 130}, 8, dr);
+            Image back({sh.depth, sh.channels, sh.order, 120, 130}, 8, dr);
+            Tiled ts(s, tile, tile), td(plain, tile, tile);
+            run(*op, s, plain, c);
+            run(*op, tiled & 1 ? +ts : +s, tiled & 2 ? +td : +back, c);
+            if (tiled & 2) td.gather(back);
+            ASSERT_EQ(back.bytes(), plain.bytes())
+                << op->name << " depth " << sh.depth << " tile " << tile << " tiled " << tiled
+                << " inter " << in;
+            EXPECT_FALSE(ts.badIndex || td.badIndex);
+          }
   EXPECT_TRUE(reports().empty());
 }
 
@@ -480,26 +488,34 @@ TEST(DecimateChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
       });
 }
 
-// A destination call-back that hands out no tile stops the work with the
-// operation's own report.
-TEST(ZoomAndDecimateChecks, DestinationTileWithoutData) {
+// A call-back that hands out no tile stops the work with the operation's
+// own report.
+TEST(ZoomAndDecimateChecks, TilesWithoutData) {
   Capture capture;
   const struct {
     const Op* op;
     Call call;
+    bool source, both;
     int status, line;
     const char *text, *file;
   } cases[] = {
-      {&kZoom, {2, 1, 2, 1, 1}, MOX_StsUnknownError, 1031, "Error get tile to write", "moxZoom"},
-      {&kDecimate, {1, 2, 2, 3, 1}, MOX_StsInternalError, 390,
+      {&kZoom, {2, 1, 2, 1, 1}, false, false, MOX_StsUnknownError, 1031, "Error get tile to write",
+       "moxZoom"},
+      {&kZoom, {2, 1, 2, 1, 1}, false, true, MOX_StsUnknownError, 658, "Error get tile to write",
+       "moxZoom"},
+      {&kZoom, {2, 1, 2, 1, 1}, true, false, MOX_StsBadArgument, 709,
+       "(srcImage->tileInfo->tileData == ((void*)(0)))", "moxZoom"},
+      {&kDecimate, {1, 2, 2, 3, 1}, false, false, MOX_StsInternalError, 390,
        "dstImage->tileInfo->callBack crash", "owndecim"},
+      {&kDecimate, {1, 2, 2, 3, 1}, true, true, MOX_StsInternalError, 385,
+       "srcImage->tileInfo->callBack crash", "owndecim"},
   };
   for (const auto& k : cases) {
     Image s({MOX_DEPTH_8U, 1, 0, 40, 40}, 1), plain({MOX_DEPTH_8U, 1, 0, 40, 40}, 2);
-    Tiled d(plain, 16, 16);
-    d.nullOnGet = 1;
-    run(*k.op, s, d, k.call);
-    ASSERT_EQ(reports().size(), 1u);
+    Tiled ts(s, 16, 16), td(plain, 16, 16);
+    (k.source ? ts : td).nullOnGet = 1;
+    run(*k.op, k.source || k.both ? +ts : +s, k.source && !k.both ? +plain : +td, k.call);
+    ASSERT_EQ(reports().size(), 1u) << k.text;
     const Report r = reports()[0];
     EXPECT_EQ(std::tie(r.status, r.func, r.message, r.file, r.line),
               std::make_tuple(k.status, std::string(k.op->name), std::string(k.text),

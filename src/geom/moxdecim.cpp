@@ -8,9 +8,13 @@ using mox::Site;
 
 constexpr Site at(int line) { return Site{"moxDecimate", "moxdecim", line}; }
 
-const mox::geom::TileSites kSites{
-    Site{"moxDecimate", "owndecim", 390}, MOX_StsInternalError, "dstImage->tileInfo->callBack crash",
-    Site{"moxDecimate", "owndecim", 385}, MOX_StsInternalError, "srcImage->tileInfo->callBack crash"};
+// Tiles without data, from either call-back, are reported by the kernels'
+// file.
+constexpr mox::WalkLines kTileLines{{}, {390, 391, 390, 391}};
+const mox::WalkPlan kWalk{"moxDecimate", "owndecim", &kTileLines, false, true,
+                          "dstImage->tileInfo->callBack crash", MOX_StsInternalError};
+const mox::SourceSites kSource{"moxDecimate", "owndecim", "srcImage", 385, 386, 385, 395,
+                               "srcImage->tileInfo->callBack crash", MOX_StsInternalError};
 
 }  // namespace
 
@@ -54,6 +58,6 @@ extern "C" MOX_API void MOX_CALL moxDecimate(const MoxImage* srcImage, MoxImage*
   if (mox::badLayout(s, "srcImage", at(91)) || mox::badLayout(d, "dstImage", at(92))) return;
 
   const mox::geom::Job job =
-      mox::geom::jobOf(s, dstImage, xU, xL, yU, yL, point, &kSites);
+      mox::geom::jobOf(s, dstImage, xU, xL, yU, yL, point, &kWalk, &kSource);
   mox::geom::ownDecimate(job, xU, xL, yU, yL, interpolate);
 }

@@ -219,10 +219,16 @@ Axis axisOf(i64 s0, i64 length, i64 size, int u, int l, int interpolate) {
   return a;
 }
 
-const mox::geom::TileSites kBothTiled{at(658), MOX_StsUnknownError, "Error get tile to write",
-                                      at(659), MOX_StsUnknownError, "Error get tile to read"};
-const mox::geom::TileSites kOneTiled{at(1031), MOX_StsUnknownError, "Error get tile to write",
-                                     at(711), MOX_StsUnknownError, "Error get tile to read"};
+// Tile reports: a destination tile to write without data is the zoom's own
+// report; the walk and the source reader report the rest at these lines.
+constexpr mox::WalkLines kBothTiledLines{{}, {658, 661, 658, 661}};
+constexpr mox::WalkLines kDstTiledLines{{}, {1031, 1034, 1031, 1034}};
+const mox::WalkPlan kBothTiled{kFunc, kFile, &kBothTiledLines, false, true,
+                               "Error get tile to write", MOX_StsUnknownError};
+const mox::WalkPlan kDstTiled{kFunc, kFile, &kDstTiledLines, false, true,
+                              "Error get tile to write", MOX_StsUnknownError};
+const mox::SourceSites kBothTiledSource{kFunc, kFile, "srcImage", 657, 660, 657, 510};
+const mox::SourceSites kSrcTiledSource{kFunc, kFile, "srcImage", 709, 712, 709, 510};
 
 }  // namespace
 
@@ -285,7 +291,8 @@ extern "C" MOX_API void MOX_CALL moxZoom(const MoxImage* srcImage, MoxImage* dst
   const Axis x = axisOf(sb.x0, sb.x1 - sb.x0, s->width, xU, xL, interpolate);
   const Axis y = axisOf(sb.y0, sb.y1 - sb.y0, s->height, yU, yL, interpolate);
   const mox::geom::Job job =
-      mox::geom::jobOf(s, dstImage, xU, xL, yU, yL, point, st && dt ? &kBothTiled : &kOneTiled);
+      mox::geom::jobOf(s, dstImage, xU, xL, yU, yL, point, st && dt ? &kBothTiled : &kDstTiled,
+                       st && dt ? &kBothTiledSource : &kSrcTiledSource);
   const int k = mox::geom::channelsOf(s);
 
   mox::geom::Scratch scratch;

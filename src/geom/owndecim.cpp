@@ -204,7 +204,7 @@ void ownDecimate(const Job& job, int xU, int xL, int yU, int yL, int interpolate
   const Axis y = axisOf(sb.y0, sb.y1 - sb.y0, yU, yL, interpolate);
   Scratch scratch;
   if (!scratch.allocate(i64(std::min(job.width, job.maxPieceWidth)) * channelsOf(src)))
-    return report(Site{"moxDecimate", "moxdecim", 116}, "Out of memory", MOX_StsOutOfMemory);
+    return report(at(395), "Out of memory", MOX_StsOutOfMemory);
   if (depth == MOX_DEPTH_1U)
     decimateAt<Bit>(job, x, y, interpolate, scratch);
   else if (depth == MOX_DEPTH_8U)

@@ -12,118 +12,49 @@ using i64 = long long;
 // rectangle a band needs stays small.
 constexpr int kBandRows = 64;
 
-// The view of the rectangle (x, y, w, h) of an image whose pixels start, at
-// `base`, with pixel (ox, oy).
-View viewOf(const MoxImage* im, char* base, i64 step, i64 planeStep, i64 ox, i64 oy, i64 x, i64 y,
-            i64 w, i64 h) {
-  const unsigned bits = depthBits(im->depth);
-  const i64 col = x - ox;
-  View v{};
+// The part (x, y, w, h) of a view.
+View part(const View& v, long long x, long long y, long long w, long long h) {
+  View p = v;
+  const unsigned bits = depthBits(v.depth);
   if (bits == 1) {
-    v.data = base + (y - oy) * step + (col >> 3);
-    v.bitOffset = static_cast<int>(col & 7);
+    const long long bit = v.bitOffset + x;
+    p.data = v.data + y * v.widthStep + (bit >> 3);
+    p.bitOffset = static_cast<int>(bit & 7);
   } else {
-    v.data = base + (y - oy) * step + col * (bits / 8) * (im->dataOrder == 0 ? im->nChannels : 1);
+    p.data = v.data + y * v.widthStep + x * (bits / 8) * (v.dataOrder == 0 ? v.nChannels : 1);
   }
-  v.widthStep = static_cast<int>(step);
-  v.width = static_cast<int>(w);
-  v.height = static_cast<int>(h);
-  v.nChannels = im->nChannels;
-  v.coi = im->roi ? im->roi->coi : 0;
-  v.dataOrder = im->dataOrder;
-  v.depth = im->depth;
-  v.planeStep = static_cast<std::ptrdiff_t>(planeStep);
-  return v;
+  p.width = static_cast<int>(w);
+  p.height = static_cast<int>(h);
+  return p;
 }
 
-View plainView(const MoxImage* im, i64 x, i64 y, i64 w, i64 h) {
-  return viewOf(im, im->imageData, im->widthStep, i64(im->widthStep) * im->height, 0, 0, x, y, w,
-                h);
-}
-
-class Driver {
- public:
-  Driver(const Job& job, const Resampler& r) : job_(job), r_(r) {}
-
-  bool run();
-
- private:
-  // Runs the pieces of the destination box b (indices), whose pixels a view
-  // maker gives.
-  template <class MakeView>
-  bool pieces(const Box& b, int bandRows, MakeView&& makeView) {
-    for (i64 y = b.y0; y < b.y1; y += bandRows) {
-      const i64 y1 = std::min<i64>(b.y1, y + bandRows);
-      for (i64 x = b.x0; x < b.x1; x += job_.maxPieceWidth) {
-        const i64 x1 = std::min<i64>(b.x1, x + job_.maxPieceWidth);
-        Piece p{int(x), int(y), int(x1), int(y1), makeView(x, y, x1 - x, y1 - y)};
-        if (!source(p)) return false;
-      }
-    }
-    return true;
-  }
-  bool source(const Piece& p) {
-    const Box need = r_.need(p);
-    const MoxImage* s = job_.src;
-    r_.run(p, Source{plainView(s, 0, 0, s->width, s->height), 0, 0});
-    (void)need;
-    return true;
-  }
-  bool tiledDestination(const Box& b);
-
-  const Job& job_;
-  const Resampler& r_;
+struct Run {
+  const Job& job;
+  const Resampler& r;
+  SourceReader& reader;
 };
 
-bool Driver::run() {
-  Box b{0, 0, job_.width, job_.height};
-  if (const int* pt = job_.point) {
-    const i64 x = pt[0] - job_.dx, y = pt[1] - job_.dy;
-    if (x < 0 || y < 0 || x >= job_.width || y >= job_.height) return true;
-    b = Box{x, y, x + 1, y + 1};
-  }
-  if (b.empty()) return true;
-  if (job_.src->tileInfo) {
-    report(job_.sites->srcGet, "tiled source images are not read yet", MOX_StsUnsupportedFunction);
-    return false;
-  }
-  if (job_.dst->tileInfo) return tiledDestination(b);
-  const MoxImage* d = job_.dst;
-  const int band = job_.src->tileInfo ? kBandRows : job_.height;
-  return pieces(b, band, [&](i64 x, i64 y, i64 w, i64 h) {
-    return plainView(d, job_.dx + x, job_.dy + y, w, h);
-  });
-}
-
-// Every destination tile that meets the box is asked for writing, filled
-// piece by piece and handed back.
-bool Driver::tiledDestination(const Box& b) {
-  MoxImage* d = job_.dst;
-  MoxTileInfo* tile = d->tileInfo;
-  const i64 tw = tile->width, th = tile->height;
-  int step = 0, size = 0;
-  layoutSize(tile->width, tile->height, d->depth, d->nChannels, d->dataOrder, d->align, &step,
-             &size);
-  const i64 ix0 = job_.dx + b.x0, iy0 = job_.dy + b.y0;
-  const i64 ix1 = job_.dx + b.x1, iy1 = job_.dy + b.y1;
-  for (i64 ty = iy0 / th; ty * th < iy1; ++ty) {
-    for (i64 tx = ix0 / tw; tx * tw < ix1; ++tx) {
-      tile->callBack(d, int(tx), int(ty), MOX_GET_TILE_TO_WRITE);
-      char* data = tile->tileData;
-      if (!data) {
-        report(job_.sites->dstGet, job_.sites->dstGetText, job_.sites->dstGetStatus);
+// One piece of the walk (its first pixel at (x, y) of the destination): the
+// pixels worked on, band by band.
+bool piece(const View& dst, int x, int y, void* arg) {
+  const Run& run = *static_cast<const Run*>(arg);
+  const Job& job = run.job;
+  const i64 x0 = std::max<i64>(x - job.dx, 0), y0 = std::max<i64>(y - job.dy, 0);
+  const i64 x1 = std::min<i64>(x - job.dx + dst.width, job.width);
+  const i64 y1 = std::min<i64>(y - job.dy + dst.height, job.height);
+  const i64 band = job.src->tileInfo ? kBandRows : y1 - y0;
+  for (i64 by = y0; by < y1; by += band)
+    for (i64 bx = x0; bx < x1; bx += job.maxPieceWidth) {
+      const i64 bx1 = std::min<i64>(x1, bx + job.maxPieceWidth), by1 = std::min(y1, by + band);
+      const Piece p{int(bx), int(by), int(bx1), int(by1),
+                    part(dst, bx - (x - job.dx), by - (y - job.dy), bx1 - bx, by1 - by)};
+      const Box need = run.r.need(p);
+      View src;
+      if (!run.reader.read(int(need.x0), int(need.y0), int(need.x1 - need.x0),
+                           int(need.y1 - need.y0), &src))
         return false;
-      }
-      const Box part{std::max(ix0, tx * tw) - job_.dx, std::max(iy0, ty * th) - job_.dy,
-                     std::min(ix1, (tx + 1) * tw) - job_.dx, std::min(iy1, (ty + 1) * th) - job_.dy};
-      const bool ok = pieces(part, int(th), [&](i64 x, i64 y, i64 w, i64 h) {
-        return viewOf(d, data, step, i64(step) * th, tx * tw, ty * th, job_.dx + x, job_.dy + y, w,
-                      h);
-      });
-      if (!ok) return false;
-      tile->callBack(d, int(tx), int(ty), MOX_RELEASE_TILE);
+      run.r.run(p, Source{src, need.x0, need.y0});
     }
-  }
   return true;
 }
 
@@ -172,7 +103,7 @@ bool Scratch::allocate(i64 values) {
 }
 
 Job jobOf(const MoxImage* src, MoxImage* dst, int xU, int xL, int yU, int yL, const int* point,
-          const TileSites* sites) {
+          const WalkPlan* walk, const SourceSites* source) {
   const Box sb = roiBox(src), db = roiBox(dst);
   auto covered = [](i64 length, int u, int l) { return (length * u + l - 1) / l; };
   Job job{};
@@ -182,14 +113,17 @@ Job jobOf(const MoxImage* src, MoxImage* dst, int xU, int xL, int yU, int yL, co
   job.width = static_cast<int>(std::min(db.x1 - db.x0, covered(sb.x1 - sb.x0, xU, xL)));
   job.height = static_cast<int>(std::min(db.y1 - db.y0, covered(sb.y1 - sb.y0, yU, yL)));
   job.point = point;
-  job.sites = sites;
+  job.walk = walk;
+  job.source = source;
   job.maxPieceWidth = std::max(1, 8192 / channelsOf(src));
   return job;
 }
 
 bool resample(const Job& job, const Resampler& r) {
-  Driver driver(job, r);
-  return driver.run();
+  if (job.width <= 0 || job.height <= 0) return true;
+  SourceReader reader(job.src, Edge::kClamp, *job.source);
+  Run run{job, r, reader};
+  return walkDestination(*job.walk, WalkImage{job.dst, "dstImage", true}, job.point, &piece, &run);
 }
 
 }  // namespace mox::geom

@@ -1,8 +1,9 @@
 // What zoom and decimation share: the rectangles they work on, the channel
 // layers a kernel runs over, the floating-point scope, and the driver that
-// cuts the destination into pieces (destination tiles, or bands of a plain
-// image), hands each piece the source pixels its positions need as a plain
-// view, and runs the kernel on it.
+// lets the destination walk hand out pieces (destination tiles, or the
+// whole rectangle), cuts them into bands, has the source reader hand each
+// band the source pixels its positions need as a plain view, and runs the
+// kernel on it.
 //
 // A kernel never sees a tile: it gets a view of the destination piece and a
 // view of a source rectangle together with where that rectangle starts in
@@ -12,6 +13,7 @@
 #include <cfenv>
 #include <cstddef>
 
+#include "image/source.h"
 #include "image/walk.h"
 
 namespace mox::geom {
@@ -144,16 +146,6 @@ class Resampler {
   ~Resampler() = default;
 };
 
-// The report sites of the tile paths of one operation.
-struct TileSites {
-  Site dstGet;         // a destination tile to write came without data
-  int dstGetStatus;
-  const char* dstGetText;
-  Site srcGet;         // a source tile to read came without data
-  int srcGetStatus;
-  const char* srcGetText;
-};
-
 // One call: the images, the destination rectangle (its first pixel in image
 // coordinates and the number of pixels processed), the optional point.
 struct Job {
@@ -162,7 +154,8 @@ struct Job {
   long long dx, dy;
   int width, height;
   const int* point;
-  const TileSites* sites;
+  const WalkPlan* walk;         // the destination walk, with a point mapping
+  const SourceSites* source;    // the source reader's report sites
   // Pieces are at most this many destination pixels wide, so that a
   // kernel's row buffers stay bounded.
   int maxPieceWidth;
@@ -209,10 +202,11 @@ class Scratch {
 // fall inside the source ROI (indices d with d * L < length * U per axis),
 // with pieces at most 8192 values wide.
 Job jobOf(const MoxImage* src, MoxImage* dst, int xU, int xL, int yU, int yL, const int* point,
-          const TileSites* sites);
+          const WalkPlan* walk, const SourceSites* source);
 
-// Cuts the destination into pieces and runs the resampler on each. Returns
-// false after a report.
+// Walks the destination (its tiles, or the one point), cuts every piece to
+// the pixels worked on and into bands, reads the source rectangle each band
+// needs and runs the resampler on it. Returns false after a report.
 bool resample(const Job& job, const Resampler& r);
 
 }  // namespace mox::geom
