@@ -14,6 +14,7 @@
 #include <algorithm>
 
 #include "geom/decim.h"
+#include "geom/rowloops.h"
 #include "image/pointop.h"
 
 namespace mox::geom {
@@ -23,13 +24,10 @@ using i64 = long long;
 
 constexpr Site at(int line) { return Site{"moxDecimate", "owndecim", line}; }
 
-// Scale of one axis's weights: linear sums are in 1/256, cubic ones in
-// 1/(6 * 256).
-constexpr i64 kLinearScale = 256, kCubicScale = 1536;
-
 struct Axis {
   i64 s0, last, step, half;
-  int taps;  // samples read: 1 (nearest or integral), 2 (linear), 4 (cubic)
+  int taps;       // samples: 1 (nearest), 2 (linear), 4 (cubic)
+  bool integral;  // the fraction is always 0: every sample is the first
 
   // The samples of destination index d (clamped to the rectangle) and the
   // fraction.
@@ -37,8 +35,8 @@ struct Axis {
     const i64 pos = (s0 << 8) + d * step + half;
     const i64 i = std::min(pos >> 8, last);
     *f = static_cast<int>(pos & 255);
-    if (taps == 1) {
-      index[0] = i;
+    if (taps == 1 || integral) {
+      for (int m = 0; m < taps; ++m) index[m] = i;
     } else if (taps == 2) {
       index[0] = i;
       index[1] = std::min(i + 1, last);
@@ -47,30 +45,18 @@ struct Axis {
     }
   }
   i64 first(i64 d) const {
-    i64 index[4];
+    i64 index[4] = {};
     int f;
     stencil(d, index, &f);
     return index[0];
   }
   i64 end(i64 d) const {
-    i64 index[4];
+    i64 index[4] = {};
     int f;
     stencil(d, index, &f);
     return index[taps - 1] + 1;
   }
 };
-
-// One axis's sum over its samples, in the axis's scale.
-template <class W>
-inline W weigh(const W* p, int taps, int f, i64 scale) {
-  if (taps == 1) return W(scale) * p[0];
-  if (taps == 2) return W(256 - f) * p[0] + W(f) * p[1];
-  const W t = f, t2 = (f * f) >> 8, t3 = (f * f * f) >> 16;
-  const W a1 = -2 * p[0] - 3 * p[1] + 6 * p[2] - p[3];
-  const W a2 = 3 * p[0] - 6 * p[1] + 3 * p[2];
-  const W a3 = 3 * p[1] - p[0] - 3 * p[2] + p[3];
-  return W(kCubicScale) * p[1] + a1 * t + a2 * t2 + a3 * t3;
-}
 
 template <class D>
 class Decim final : public Resampler {
@@ -113,60 +99,57 @@ class Decim final : public Resampler {
 
 template <class D>
 void Decim<D>::interpolate(const Piece& p, const Source& s, const Layer& layer) const {
-  const int k = layer.k, width = p.dx1 - p.dx0, n = width * k;
-  const int sps = pixelStride(s.view), dps = pixelStride(p.dst);
-  const i64 scale = interpolate_ == MOX_INTER_LINEAR ? kLinearScale : kCubicScale;
-  // Per value: the offsets of its x samples and its x fraction.
-  int* offset = s_.offsets();
-  int* fx = s_.weights<int>();
-  for (int j = 0; j < width; ++j) {
-    i64 index[4];
-    int f;
-    x_.stencil(p.dx0 + j, index, &f);
-    for (int c = 0; c < k; ++c) {
-      const int e = j * k + c;
-      for (int m = 0; m < x_.taps; ++m)
-        offset[4 * e + m] = static_cast<int>((index[m] - s.x0) * sps + c);
-      fx[e] = f;
-    }
-  }
-  // Rows weighed along x, by source row: slot = row mod 4.
-  int* rows = s_.rows<int>();
-  i64 held[4] = {-1, -1, -1, -1};
-  auto weighed = [&](i64 row) -> const int* {
-    int* buf = rows + std::ptrdiff_t(row & 3) * n;
-    if (held[row & 3] == row) return buf;
-    held[row & 3] = row;
-    const T* src = rowOf<T>(s.view, static_cast<int>(row - s.y0), layer.srcChannel);
-    for (int e = 0; e < n; ++e) {
-      int q[4];
-      for (int m = 0; m < x_.taps; ++m) q[m] = src[offset[4 * e + m]];
-      buf[e] = weigh<int>(q, x_.taps, fx[e], scale);
-    }
-    return buf;
-  };
-  const std::ptrdiff_t step = dps == k ? 1 : dps;
-  for (int r = p.dy0; r < p.dy1; ++r) {
-    i64 index[4];
-    int fy;
-    y_.stencil(r, index, &fy);
-    const int* q[4];
-    for (int m = 0; m < y_.taps; ++m) q[m] = weighed(index[m]);
-    T* out = rowOf<T>(p.dst, r - p.dy0, layer.dstChannel);
-    for (int e = 0; e < n; ++e) {
-      i64 v[4];
-      for (int m = 0; m < y_.taps; ++m) v[m] = q[m][e];
-      const i64 sum = weigh<i64>(v, y_.taps, fy, scale);
-      i64 value;
-      if (interpolate_ == MOX_INTER_LINEAR) {
-        value = ((sum >> 15) + 1) >> 1;
-      } else {
-        const i64 whole = kCubicScale * kCubicScale;
-        const i64 shifted = sum + whole / 2;
-        value = shifted >= 0 ? shifted / whole : -((whole - 1 - shifted) / whole);
+  if constexpr (D::bits == 8 || D::bits == 16) {
+    const auto& loops = rowLoops().decim<T>();
+    const int k = layer.k, width = p.dx1 - p.dx0, n = width * k;
+    const int sps = pixelStride(s.view), dps = pixelStride(p.dst);
+    const int taps = x_.taps;
+    // Per value: the offsets of its x samples (one run of n per sample) and
+    // its x fraction.
+    int* offset = s_.offsets();
+    int* fx = s_.weights<int>();
+    for (int j = 0; j < width; ++j) {
+      i64 index[4] = {};
+      int f;
+      x_.stencil(p.dx0 + j, index, &f);
+      for (int c = 0; c < k; ++c) {
+        const int e = j * k + c;
+        for (int m = 0; m < taps; ++m)
+          offset[m * n + e] = static_cast<int>((index[m] - s.x0) * sps + c);
+        fx[e] = f;
       }
-      out[e * step] = D::sat(value);
     }
+    // Rows weighed along x, by source row: slot = row mod 4.
+    int* rows = s_.rows<int>();
+    i64 held[4] = {-1, -1, -1, -1};
+    auto weighed = [&](i64 row) -> const int* {
+      int* buf = rows + std::ptrdiff_t(row & 3) * n;
+      if (held[row & 3] == row) return buf;
+      held[row & 3] = row;
+      const T* src = rowOf<T>(s.view, static_cast<int>(row - s.y0), layer.srcChannel);
+      (taps == 2 ? loops.linearX : loops.cubicX)(src, offset, fx, buf, n);
+      return buf;
+    };
+    // Values of a pixel lie together in the destination when it takes all
+    // of them; else they go through a line.
+    T* line = dps == k ? nullptr : s_.line<T>();
+    for (int r = p.dy0; r < p.dy1; ++r) {
+      i64 index[4] = {};
+      int fy;
+      y_.stencil(r, index, &fy);
+      const int* q[4];
+      for (int m = 0; m < taps; ++m) q[m] = weighed(index[m]);
+      T* out = rowOf<T>(p.dst, r - p.dy0, layer.dstChannel);
+      T* target = line ? line : out;
+      if (taps == 2)
+        loops.linearY(q[0], q[1], fy, target, n);
+      else
+        loops.cubicY(q, fy, target, n, double(D::hi));
+      if (line)
+        for (int e = 0; e < n; ++e) out[std::ptrdiff_t(e) * dps] = line[e];
+    }
+  } else {
+    (void)p, (void)s, (void)layer;
   }
 }
 
@@ -177,7 +160,8 @@ Axis axisOf(i64 s0, i64 length, int u, int l, int interpolate) {
   a.last = s0 + length - 1;
   a.step = (i64(l) * 256) / u;
   a.half = interpolate == MOX_INTER_NN && !integral ? 128 : 0;
-  a.taps = interpolate == MOX_INTER_NN || integral ? 1 : interpolate == MOX_INTER_LINEAR ? 2 : 4;
+  a.taps = interpolate == MOX_INTER_NN ? 1 : interpolate == MOX_INTER_LINEAR ? 2 : 4;
+  a.integral = integral;
   return a;
 }
 

@@ -1,4 +1,4 @@
-// The table of row loops of zoom's two passes, one per vector width.
+// The table of the row loops of zoom and decimation, one per vector width.
 #pragma once
 
 #include <cstdint>
@@ -22,13 +22,33 @@ struct ZoomLoops {
   void (*cubicY)(const float* const* rows, const double* c, T* out, int n, double lo, double hi);
 };
 
+// The passes of decimation: along x into 32-bit sums (linear: in 1/256,
+// offsets of the two samples as two runs of n; cubic: in 1/1536, four runs),
+// f the fraction per value; along y into rounded, clamped values.
+template <class T>
+struct DecimLoops {
+  void (*linearX)(const T* src, const int* off, const int* f, int* out, int n);
+  void (*cubicX)(const T* src, const int* off, const int* f, int* out, int n);
+  void (*linearY)(const int* h0, const int* h1, int f, T* out, int n);
+  void (*cubicY)(const int* const* rows, int f, T* out, int n, double hi);
+};
+
 struct RowLoops {
   ZoomLoops<std::uint8_t> u8;
   ZoomLoops<std::int8_t> s8;
   ZoomLoops<std::uint16_t> u16;
   ZoomLoops<std::int16_t> s16;
   ZoomLoops<std::int32_t> s32;
+  DecimLoops<std::uint8_t> decimU8;
+  DecimLoops<std::uint16_t> decimU16;
 
+  template <class T>
+  const DecimLoops<T>& decim() const {
+    if constexpr (std::is_same_v<T, std::uint8_t>)
+      return decimU8;
+    else
+      return decimU16;
+  }
   template <class T>
   const ZoomLoops<T>& of() const {
     if constexpr (std::is_same_v<T, std::uint8_t>) {

@@ -6,6 +6,7 @@
 // the other. The results do not depend on the width: every value is the
 // same sequence of correctly rounded operations.
 #include <cstdint>
+#include <type_traits>
 
 #include "geom/rowloops.h"
 
@@ -78,6 +79,66 @@ void cubicX(const float* __restrict src, const int* __restrict off, int next,
   }
 }
 
+// Decimation in 8-bit fixed point: exact integer sums, rounded once.
+template <class T>
+void decimLinearX(const T* __restrict src, const int* __restrict off, const int* __restrict f,
+                  int* __restrict out, int n) {
+  for (int e = 0; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
+}
+
+template <class T>
+void decimCubicX(const T* __restrict src, const int* __restrict off, const int* __restrict f,
+                 int* __restrict out, int n) {
+  for (int e = 0; e < n; ++e) {
+    const int t = f[e], t2 = (t * t) >> 8, t3 = (t * t * t) >> 16;
+    const int q0 = src[off[e]], q1 = src[off[n + e]], q2 = src[off[2 * n + e]];
+    const int q3 = src[off[3 * n + e]];
+    out[e] = 1536 * q1 + (-2 * q0 - 3 * q1 + 6 * q2 - q3) * t + (3 * q0 - 6 * q1 + 3 * q2) * t2 +
+             (3 * q1 - q0 - 3 * q2 + q3) * t3;
+  }
+}
+
+// The weighted sum of two rows fits 32 bits unsigned (16-bit values: at
+// most 65535 * 65536).
+template <class T>
+void decimLinearY(const int* __restrict h0, const int* __restrict h1, int f, T* __restrict out,
+                  int n) {
+  using Sum = std::conditional_t<sizeof(T) == 1, int, unsigned>;
+  const Sum a = static_cast<Sum>(256 - f), b = static_cast<Sum>(f);
+  for (int e = 0; e < n; ++e) {
+    const Sum sum = a * static_cast<Sum>(h0[e]) + b * static_cast<Sum>(h1[e]);
+    out[e] = static_cast<T>(((sum >> 15) + 1) >> 1);
+  }
+}
+
+// The sums reach 2^43 at most, whole numbers that doubles hold exactly; the
+// quotient by 1536 * 1536 then truncates exactly like the integer division
+// (it lies at least 1 / 2359296 from the next whole number unless it is
+// one). Values below 0 clamp to 0, so truncation is the floor.
+template <class T>
+void decimCubicY(const int* const* q, int f, T* __restrict out, int n, double hi) {
+  const int* __restrict q0 = q[0];
+  const int* __restrict q1 = q[1];
+  const int* __restrict q2 = q[2];
+  const int* __restrict q3 = q[3];
+  const double t = f, t2 = (f * f) >> 8, t3 = (f * f * f) >> 16;
+  constexpr double whole = 1536.0 * 1536.0;
+  for (int e = 0; e < n; ++e) {
+    const double p0 = q0[e], p1 = q1[e], p2 = q2[e], p3 = q3[e];
+    const double sum = 1536 * p1 + (-2 * p0 - 3 * p1 + 6 * p2 - p3) * t +
+                       (3 * p0 - 6 * p1 + 3 * p2) * t2 + (3 * p1 - p0 - 3 * p2 + p3) * t3;
+    double v = (sum + whole / 2) / whole;
+    v = v < 0 ? 0 : v;
+    v = v > hi ? hi : v;
+    out[e] = static_cast<T>(static_cast<std::int32_t>(v));
+  }
+}
+
+template <class T>
+constexpr DecimLoops<T> decimLoops() {
+  return DecimLoops<T>{&decimLinearX<T>, &decimCubicX<T>, &decimLinearY<T>, &decimCubicY<T>};
+}
+
 template <class T>
 constexpr ZoomLoops<T> zoomLoops() {
   return ZoomLoops<T>{&widen<T>, &linearX, &cubicX, &linearY<T>, &cubicY<T>};
@@ -85,8 +146,9 @@ constexpr ZoomLoops<T> zoomLoops() {
 
 }  // namespace
 
-extern const RowLoops MOX_GEOM_LOOPS = {zoomLoops<std::uint8_t>(), zoomLoops<std::int8_t>(),
-                                        zoomLoops<std::uint16_t>(), zoomLoops<std::int16_t>(),
-                                        zoomLoops<std::int32_t>()};
+extern const RowLoops MOX_GEOM_LOOPS = {
+    zoomLoops<std::uint8_t>(), zoomLoops<std::int8_t>(),   zoomLoops<std::uint16_t>(),
+    zoomLoops<std::int16_t>(), zoomLoops<std::int32_t>(), decimLoops<std::uint8_t>(),
+    decimLoops<std::uint16_t>()};
 
 }  // namespace mox::geom
