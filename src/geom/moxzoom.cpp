@@ -156,7 +156,7 @@ void Zoom<D>::interpolate(const Piece& p, const Source& s, const mox::geom::Laye
   double t;
   const i64 first = x_.index(p.dx0, &t), end = x_.index(p.dx1 - 1, &t) + taps;
   const int span = static_cast<int>(end - first);
-  float* wide = s_.sourceRow();
+  float* wide = s_.sourceRow<float>();
   for (int j = 0; j < width; ++j) {
     const int at = static_cast<int>(x_.index(p.dx0 + j, &t) - first) * k;
     const float tf = static_cast<float>(t);
@@ -293,10 +293,9 @@ extern "C" MOX_API void MOX_CALL moxZoom(const MoxImage* srcImage, MoxImage* dst
   const mox::geom::Job job =
       mox::geom::jobOf(s, dstImage, xU, xL, yU, yL, point, st && dt ? &kBothTiled : &kDstTiled,
                        st && dt ? &kBothTiledSource : &kSrcTiledSource);
-  const int k = mox::geom::channelsOf(s);
 
   mox::geom::Scratch scratch;
-  if (!scratch.allocate(i64(std::min(job.width, job.maxPieceWidth)) * k))
+  if (!scratch.allocate(job))
     return report(at(510), "Out of memory", MOX_StsOutOfMemory);
 
   const mox::geom::FpScope fp;

@@ -104,8 +104,12 @@ void Decim<D>::interpolate(const Piece& p, const Source& s, const Layer& layer) 
     const int k = layer.k, width = p.dx1 - p.dx0, n = width * k;
     const int sps = pixelStride(s.view), dps = pixelStride(p.dst);
     const int taps = x_.taps;
-    // Per value: the offsets of its x samples (one run of n per sample) and
-    // its x fraction.
+    // The source pixels [first, end) of a row are read as 32-bit values, k
+    // each; per value: the offsets of its x samples there (one run of n per
+    // sample) and its x fraction.
+    const i64 first = x_.first(p.dx0), end = x_.end(p.dx1 - 1);
+    const int span = static_cast<int>(end - first);
+    int* wide = s_.sourceRow<int>();
     int* offset = s_.offsets();
     int* fx = s_.weights<int>();
     for (int j = 0; j < width; ++j) {
@@ -114,8 +118,7 @@ void Decim<D>::interpolate(const Piece& p, const Source& s, const Layer& layer) 
       x_.stencil(p.dx0 + j, index, &f);
       for (int c = 0; c < k; ++c) {
         const int e = j * k + c;
-        for (int m = 0; m < taps; ++m)
-          offset[m * n + e] = static_cast<int>((index[m] - s.x0) * sps + c);
+        for (int m = 0; m < taps; ++m) offset[m * n + e] = static_cast<int>((index[m] - first) * k + c);
         fx[e] = f;
       }
     }
@@ -127,7 +130,8 @@ void Decim<D>::interpolate(const Piece& p, const Source& s, const Layer& layer) 
       if (held[row & 3] == row) return buf;
       held[row & 3] = row;
       const T* src = rowOf<T>(s.view, static_cast<int>(row - s.y0), layer.srcChannel);
-      (taps == 2 ? loops.linearX : loops.cubicX)(src, offset, fx, buf, n);
+      loops.widen(src + (first - s.x0) * sps, sps, k, wide, span);
+      (taps == 2 ? loops.linearX : loops.cubicX)(wide, offset, fx, buf, n);
       return buf;
     };
     // Values of a pixel lie together in the destination when it takes all
@@ -187,7 +191,7 @@ void ownDecimate(const Job& job, int xU, int xL, int yU, int yL, int interpolate
   const Axis x = axisOf(sb.x0, sb.x1 - sb.x0, xU, xL, interpolate);
   const Axis y = axisOf(sb.y0, sb.y1 - sb.y0, yU, yL, interpolate);
   Scratch scratch;
-  if (!scratch.allocate(i64(std::min(job.width, job.maxPieceWidth)) * channelsOf(src)))
+  if (!scratch.allocate(job))
     return report(at(395), "Out of memory", MOX_StsOutOfMemory);
   if (depth == MOX_DEPTH_1U)
     decimateAt<Bit>(job, x, y, interpolate, scratch);

@@ -92,13 +92,14 @@ Scratch::~Scratch() {
   moxFree(rows_);
 }
 
-bool Scratch::allocate(i64 values) {
-  if (values > (1 << 24)) return false;
+bool Scratch::allocate(const Job& job) {
+  const i64 values = i64(std::min(job.width, job.maxPieceWidth)) * channelsOf(job.src);
+  if (values > (1 << 24) || job.sourceValues > (1 << 24)) return false;
   const int bytes = static_cast<int>(values) * 16;
   values_ = values;
   offsets_ = static_cast<int*>(moxMalloc(bytes));
   weights_ = moxMalloc(bytes);
-  rows_ = moxMalloc(bytes + static_cast<int>(values) * (4 + 32));
+  rows_ = moxMalloc(bytes + static_cast<int>(values) * 4 + static_cast<int>(job.sourceValues) * 4);
   return offsets_ && weights_ && rows_;
 }
 
@@ -115,7 +116,10 @@ Job jobOf(const MoxImage* src, MoxImage* dst, int xU, int xL, int yU, int yL, co
   job.point = point;
   job.walk = walk;
   job.source = source;
-  job.maxPieceWidth = std::max(1, 8192 / channelsOf(src));
+  // A piece reads up to width * L / U + 8 source pixels per row.
+  const i64 k = channelsOf(src);
+  job.maxPieceWidth = static_cast<int>(std::max<i64>(1, std::min(8192 / k, 8192 * i64(xU) / (xL * k))));
+  job.sourceValues = ((i64(job.maxPieceWidth) * xL + xU - 1) / xU + 8) * k;
   return job;
 }
 

@@ -157,23 +157,24 @@ struct Job {
   const WalkPlan* walk;         // the destination walk, with a point mapping
   const SourceSites* source;    // the source reader's report sites
   // Pieces are at most this many destination pixels wide, so that a
-  // kernel's row buffers stay bounded.
+  // kernel's row buffers stay bounded, and the source rows they read hold
+  // at most this many values.
   int maxPieceWidth;
+  long long sourceValues;
 };
 
 // Buffers of a call, from the library allocator, for pieces of up to
 // `values` values per row: four source offsets, four 32-bit weights and
-// four 32-bit row-buffer entries per value, one row of up to 32-bit values
-// and a row of 8 floats per value (a source row as zoom reads it: no wider
-// than the destination's plus a stencil of at most 7 pixels).
+// four 32-bit row-buffer entries per value, one row of up to 32-bit values,
+// and one source row as 32-bit values.
 class Scratch {
  public:
   Scratch() = default;
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
   ~Scratch();
-  // False when the buffers cannot be had.
-  bool allocate(long long values);
+  // False when the buffers for the pieces of the job cannot be had.
+  bool allocate(const struct Job& job);
   template <class T>
   T* weights() const {
     return static_cast<T*>(weights_);
@@ -187,8 +188,9 @@ class Scratch {
   T* line() const {
     return reinterpret_cast<T*>(static_cast<char*>(rows_) + values_ * 16);
   }
-  float* sourceRow() const {
-    return reinterpret_cast<float*>(static_cast<char*>(rows_) + values_ * 20);
+  template <class T>
+  T* sourceRow() const {
+    return reinterpret_cast<T*>(static_cast<char*>(rows_) + values_ * 20);
   }
 
  private:
@@ -200,7 +202,7 @@ class Scratch {
 
 // The job of a call: the destination ROI cut to the pixels whose positions
 // fall inside the source ROI (indices d with d * L < length * U per axis),
-// with pieces at most 8192 values wide.
+// with pieces whose rows and source rows hold about 8192 values at most.
 Job jobOf(const MoxImage* src, MoxImage* dst, int xU, int xL, int yU, int yL, const int* point,
           const WalkPlan* walk, const SourceSites* source);
 

@@ -22,13 +22,15 @@ struct ZoomLoops {
   void (*cubicY)(const float* const* rows, const double* c, T* out, int n, double lo, double hi);
 };
 
-// The passes of decimation: along x into 32-bit sums (linear: in 1/256,
+// The passes of decimation: a source row's pixels as 32-bit values (as
+// zoom's); along x from such a row into 32-bit sums (linear: in 1/256,
 // offsets of the two samples as two runs of n; cubic: in 1/1536, four runs),
 // f the fraction per value; along y into rounded, clamped values.
 template <class T>
 struct DecimLoops {
-  void (*linearX)(const T* src, const int* off, const int* f, int* out, int n);
-  void (*cubicX)(const T* src, const int* off, const int* f, int* out, int n);
+  void (*widen)(const T* src, int stride, int k, int* out, int pixels);
+  void (*linearX)(const int* src, const int* off, const int* f, int* out, int n);
+  void (*cubicX)(const int* src, const int* off, const int* f, int* out, int n);
   void (*linearY)(const int* h0, const int* h1, int f, T* out, int n);
   void (*cubicY)(const int* const* rows, int f, T* out, int n, double hi);
 };

@@ -49,14 +49,14 @@ void cubicY(const float* const* q, const double* c, T* __restrict out, int n, do
   }
 }
 
-template <class T>
-void widen(const T* __restrict src, int stride, int k, float* __restrict out, int pixels) {
+template <class T, class W>
+void widen(const T* __restrict src, int stride, int k, W* __restrict out, int pixels) {
   if (stride == k) {
-    for (int i = 0; i < pixels * k; ++i) out[i] = static_cast<float>(src[i]);
+    for (int i = 0; i < pixels * k; ++i) out[i] = static_cast<W>(src[i]);
     return;
   }
   for (int i = 0; i < pixels; ++i)
-    for (int c = 0; c < k; ++c) out[i * k + c] = static_cast<float>(src[i * stride + c]);
+    for (int c = 0; c < k; ++c) out[i * k + c] = static_cast<W>(src[i * stride + c]);
 }
 
 void linearX(const float* __restrict src, const int* __restrict off, int next,
@@ -80,14 +80,12 @@ void cubicX(const float* __restrict src, const int* __restrict off, int next,
 }
 
 // Decimation in 8-bit fixed point: exact integer sums, rounded once.
-template <class T>
-void decimLinearX(const T* __restrict src, const int* __restrict off, const int* __restrict f,
+void decimLinearX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
                   int* __restrict out, int n) {
   for (int e = 0; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
 }
 
-template <class T>
-void decimCubicX(const T* __restrict src, const int* __restrict off, const int* __restrict f,
+void decimCubicX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
                  int* __restrict out, int n) {
   for (int e = 0; e < n; ++e) {
     const int t = f[e], t2 = (t * t) >> 8, t3 = (t * t * t) >> 16;
@@ -136,12 +134,13 @@ void decimCubicY(const int* const* q, int f, T* __restrict out, int n, double hi
 
 template <class T>
 constexpr DecimLoops<T> decimLoops() {
-  return DecimLoops<T>{&decimLinearX<T>, &decimCubicX<T>, &decimLinearY<T>, &decimCubicY<T>};
+  return DecimLoops<T>{&widen<T, int>, &decimLinearX, &decimCubicX, &decimLinearY<T>,
+                       &decimCubicY<T>};
 }
 
 template <class T>
 constexpr ZoomLoops<T> zoomLoops() {
-  return ZoomLoops<T>{&widen<T>, &linearX, &cubicX, &linearY<T>, &cubicY<T>};
+  return ZoomLoops<T>{&widen<T, float>, &linearX, &cubicX, &linearY<T>, &cubicY<T>};
 }
 
 }  // namespace
