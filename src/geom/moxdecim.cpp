@@ -24,12 +24,7 @@ extern "C" MOX_API void MOX_CALL moxDecimate(const MoxImage* srcImage, MoxImage*
   if (mox::badHeader(srcImage, at(91)) || mox::badHeader(dstImage, at(92))) return;
   const MoxImage* s = srcImage;
   const MoxImage* d = dstImage;
-  struct Check {
-    bool fails;
-    int line;
-    const char* text;
-  };
-  const Check checks[] = {
+  const mox::geom::Check checks[] = {
       {s->depth != d->depth, 93, "srcImage->depth != dstImage->depth"},
       {s->origin != d->origin, 94, "srcImage->origin != dstImage->origin"},
       {s->dataOrder != d->dataOrder, 95, "srcImage->dataOrder != dstImage->dataOrder"},
@@ -43,19 +38,9 @@ extern "C" MOX_API void MOX_CALL moxDecimate(const MoxImage* srcImage, MoxImage*
       {yU > yL, 112, "yU > yL"},
   };
   bool failed = false;
-  for (const Check& c : checks)
+  for (const mox::geom::Check& c : checks)
     if (c.fails) mox::report(at(c.line), c.text), failed = true;
-  if (failed) return;
-  const Check more[] = {
-      {mox::geom::roiOutside(s), 113,
-       "srcImage->roi->xOffset >= srcImage->width || srcImage->roi->yOffset >= srcImage->height"},
-      {mox::geom::roiOutside(d), 114,
-       "dstImage->roi->xOffset >= dstImage->width || dstImage->roi->yOffset >= dstImage->height"},
-      {mox::geom::channelsOf(s) != mox::geom::channelsOf(d), 115, "nChSrc != nChDst"},
-  };
-  for (const Check& c : more)
-    if (c.fails) return mox::report(at(c.line), c.text);
-  if (mox::badLayout(s, "srcImage", at(91)) || mox::badLayout(d, "dstImage", at(92))) return;
+  if (failed || mox::geom::failsPlacement(s, d, "moxDecimate", "moxdecim", 113, 91, 92)) return;
 
   const mox::geom::Job job =
       mox::geom::jobOf(s, dstImage, xU, xL, yU, yL, point, &kWalk, &kSource);

@@ -243,12 +243,7 @@ extern "C" MOX_API void MOX_CALL moxZoom(const MoxImage* srcImage, MoxImage* dst
   if (failed) return;
   const MoxImage* s = srcImage;
   const MoxImage* d = dstImage;
-  struct Check {
-    bool fails;
-    int line;
-    const char* text;
-  };
-  const Check checks[] = {
+  const mox::geom::Check checks[] = {
       {!s->imageData && !s->tileInfo, 497,
        "srcImage->imageData == ((void*)(0)) && srcImage->tileInfo == ((void*)(0))"},
       {s->imageData && s->tileInfo, 498,
@@ -267,15 +262,10 @@ extern "C" MOX_API void MOX_CALL moxZoom(const MoxImage* srcImage, MoxImage* dst
       {xU <= 0 || xL <= 0, 504, "xU <= 0 || xL <= 0"},
       {yU <= 0 || yL <= 0, 505, "yU <= 0 || yL <= 0"},
       {xU < xL || yU < yL, 506, "xU < xL || yU < yL"},
-      {mox::geom::roiOutside(s), 507,
-       "srcImage->roi->xOffset >= srcImage->width || srcImage->roi->yOffset >= srcImage->height"},
-      {mox::geom::roiOutside(d), 508,
-       "dstImage->roi->xOffset >= dstImage->width || dstImage->roi->yOffset >= dstImage->height"},
-      {mox::geom::channelsOf(s) != mox::geom::channelsOf(d), 509, "nChSrc != nChDst"},
   };
-  for (const Check& c : checks)
+  for (const mox::geom::Check& c : checks)
     if (c.fails) return report(at(c.line), c.text);
-  if (mox::badLayout(s, "srcImage", at(494)) || mox::badLayout(d, "dstImage", at(495))) return;
+  if (mox::geom::failsPlacement(s, d, kFunc, kFile, 507, 494, 495)) return;
   const MoxTileInfo *st = s->tileInfo, *dt = d->tileInfo;
   if (st && !st->callBack)
     return report(at(dt ? 526 : 710), "srcImage->tileInfo->callBack == ((void*)(0))");

@@ -60,6 +60,28 @@ bool piece(const View& dst, int x, int y, void* arg) {
 
 }  // namespace
 
+bool failsPlacement(const MoxImage* s, const MoxImage* d, const char* func, const char* file,
+                    int roiLine, int srcHeaderLine, int dstHeaderLine) {
+  auto outside = [](const MoxImage* im) {
+    const MoxROI* r = im->roi;
+    return r && (r->xOffset >= im->width || r->yOffset >= im->height);
+  };
+  const Check checks[] = {
+      {outside(s), roiLine,
+       "srcImage->roi->xOffset >= srcImage->width || srcImage->roi->yOffset >= srcImage->height"},
+      {outside(d), roiLine + 1,
+       "dstImage->roi->xOffset >= dstImage->width || dstImage->roi->yOffset >= dstImage->height"},
+      {channelsOf(s) != channelsOf(d), roiLine + 2, "nChSrc != nChDst"},
+  };
+  for (const Check& c : checks) {
+    if (!c.fails) continue;
+    report(Site{func, file, c.line}, c.text);
+    return true;
+  }
+  return badLayout(s, "srcImage", Site{func, file, srcHeaderLine}) ||
+         badLayout(d, "dstImage", Site{func, file, dstHeaderLine});
+}
+
 Box roiBox(const MoxImage* im) {
   Box b{0, 0, im->width, im->height};
   if (const MoxROI* r = im->roi) {

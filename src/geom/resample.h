@@ -27,11 +27,20 @@ struct Box {
 // The ROI clipped to the image (the whole image without one).
 Box roiBox(const MoxImage* image);
 
-// True when the image has a ROI that starts outside it.
-inline bool roiOutside(const MoxImage* image) {
-  const MoxROI* r = image->roi;
-  return r && (r->xOffset >= image->width || r->yOffset >= image->height);
-}
+// One argument check: the failed condition, its line and its text.
+struct Check {
+  bool fails;
+  int line;
+  const char* text;
+};
+
+// The checks both operations make after their own, each reporting at its
+// line and returning true: a ROI that starts outside its image (source at
+// `roiLine`, destination at roiLine + 1), channel counts that differ
+// (roiLine + 2), and layouts that do not hold their rows (at the header
+// lines).
+bool failsPlacement(const MoxImage* s, const MoxImage* d, const char* func, const char* file,
+                    int roiLine, int srcHeaderLine, int dstHeaderLine);
 
 // Channels worked on: 1 with a channel of interest, else all.
 inline int channelsOf(const MoxImage* image) { return workChannels(image); }
