@@ -31,6 +31,7 @@ TARGETS = [
     (r".*", r".*", "tiled256", 1.3),
     (r".*(?i:fft).*", r".*", "fftw", 2.0),
     (r".*(?i:fft).*", r".*", "opencv", 1.0),
+    (r"(Zoom|Decimate).*", r".*", "opencv", 1.0),
 ]
 
 NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_tiled(\d+))?(?:/repeats:\d+)?$")
