@@ -272,6 +272,9 @@ extern "C" MOX_API void MOX_CALL moxZoom(const MoxImage* srcImage, MoxImage* dst
   if (dt && !dt->callBack)
     return report(at(st ? 527 : 899), "dstImage->tileInfo->callBack == ((void*)(0))");
 
+  // Positions and results are computed in the default rounding, whatever
+  // the caller's.
+  const mox::geom::FpScope fp;
   if (s->depth == MOX_DEPTH_1U || s->width < 2 || s->height < 2)
     interpolate = MOX_INTER_NN;
   else if ((s->width < 4 || s->height < 4) && interpolate == MOX_INTER_CUBIC)
@@ -288,7 +291,6 @@ extern "C" MOX_API void MOX_CALL moxZoom(const MoxImage* srcImage, MoxImage* dst
   if (!scratch.allocate(job))
     return report(at(510), "Out of memory", MOX_StsOutOfMemory);
 
-  const mox::geom::FpScope fp;
   switch (s->depth) {
     case MOX_DEPTH_1U: zoomAt<mox::Bit>(job, x, y, scratch); break;
     case MOX_DEPTH_8U: zoomAt<mox::U8>(job, x, y, scratch); break;
