@@ -318,8 +318,9 @@ TEST(ZoomAndDecimate, UnitFactorsCopyTheRoi) {
   EXPECT_TRUE(reports().empty());
 }
 
-// A point computes the pixel the whole run gives there and nothing else;
-// outside the destination rectangle it does nothing.
+// A point computes the pixel the whole run gives there and nothing else, in
+// a plain or a tiled destination; outside the destination rectangle it does
+// nothing.
 TEST(ZoomAndDecimate, PointComputesOnePixel) {
   Capture capture;
   for (const Op* op : {&kZoom, &kDecimate})
@@ -332,7 +333,12 @@ TEST(ZoomAndDecimate, PointComputesOnePixel) {
         Image one({MOX_DEPTH_8U, 3, 0, 40, 40}, 4, dr);
         const std::vector<char> before = one.bytes();
         const int point[2] = {x, y};
+        Tiled tiled(one, 16, 8);
+        run(*op, s, tiled, c, point);
         run(*op, s, one, c, point);
+        Image back({MOX_DEPTH_8U, 3, 0, 40, 40}, 4, dr);
+        tiled.gather(back);
+        ASSERT_EQ(back.bytes(), one.bytes()) << op->name << " tiled point " << x << "," << y;
         for (int yy = 0; yy < 40; ++yy)
           for (int xx = 0; xx < 40; ++xx)
             for (int ch = 0; ch < 3; ++ch) {
