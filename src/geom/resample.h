@@ -12,6 +12,7 @@
 
 #include <cfenv>
 #include <cstddef>
+#include <cstring>
 
 #include "image/source.h"
 #include "image/walk.h"
@@ -112,17 +113,57 @@ void fillOffsets(int width, const Source& s, const Layer& layer, int* offset, Co
   }
 }
 
+// The whole-pixel step of offsets that advance by the same number of
+// values from pixel to pixel (an integral axis), else 0.
+inline int evenStep(const int* offset, int pixels, int k) {
+  if (pixels < 2) return 0;
+  const int step = offset[k] - offset[0];
+  for (int e = 0; e < pixels * k; ++e)
+    if (offset[e] != offset[e % k] + (e / k) * step) return 0;
+  return step;
+}
+
+// Copies pixels of k values from src, `step` values apart, to contiguous
+// out; the common steps of halving get loops of their own.
+template <class T>
+void copyEven(const T* __restrict src, T* __restrict out, int pixels, int k, int step) {
+  if (k == 1 && step == 2) {
+    for (int j = 0; j < pixels; ++j) out[j] = src[2 * j];
+  } else if (k == 3 && step == 6) {
+    for (int j = 0; j < pixels; ++j)
+      for (int c = 0; c < 3; ++c) out[3 * j + c] = src[6 * j + c];
+  } else {
+    for (int j = 0; j < pixels; ++j)
+      for (int c = 0; c < k; ++c) out[j * k + c] = src[std::ptrdiff_t(j) * step + c];
+  }
+}
+
 // Nearest neighbour: destination row r of the piece (indices dy0..dy1-1)
-// takes source row row(r) at the offsets.
+// takes source row row(r) at the offsets; a row that takes the same source
+// row as the one before is copied from it.
 template <class T, class Row>
 void copyNearest(const Piece& p, const Source& s, const Layer& layer, const int* offset, Row row) {
-  const int n = (p.dx1 - p.dx0) * layer.k;
+  const int pixels = p.dx1 - p.dx0, n = pixels * layer.k;
   const int dps = pixelStride(p.dst);
-  const std::ptrdiff_t step = dps == layer.k ? 1 : dps;
+  const bool together = dps == layer.k;
+  const int even = together ? evenStep(offset, pixels, layer.k) : 0;
+  long long before = -1;
+  const T* last = nullptr;
   for (int r = p.dy0; r < p.dy1; ++r) {
-    const T* src = rowOf<T>(s.view, static_cast<int>(row(r) - s.y0), layer.srcChannel);
+    const long long sr = row(r);
     T* out = rowOf<T>(p.dst, r - p.dy0, layer.dstChannel);
-    for (int e = 0; e < n; ++e) out[e * step] = src[offset[e]];
+    if (together && sr == before) {
+      std::memcpy(out, last, std::size_t(n) * sizeof(T));
+      continue;
+    }
+    const T* src = rowOf<T>(s.view, static_cast<int>(sr - s.y0), layer.srcChannel);
+    if (even)
+      copyEven(src + offset[0], out, pixels, layer.k, even);
+    else if (together)
+      for (int e = 0; e < n; ++e) out[e] = src[offset[e]];
+    else
+      for (int e = 0; e < n; ++e) out[std::ptrdiff_t(e) * dps] = src[offset[e]];
+    before = sr, last = out;
   }
 }
 
