@@ -187,6 +187,7 @@ struct Layout {
 
 const Layout kLayouts[] = {
     {"pixel", 0, 3, 3, false, 0, 0},
+    {"pixel4", 0, 4, 4, true, 0, 0},
     {"plane", 1, 3, 3, false, 0, 0},
     {"rois", 0, 3, 3, true, 0, 0},
     {"coi", 0, 3, 1, true, 2, 0},

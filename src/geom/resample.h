@@ -138,6 +138,13 @@ void copyEven(const T* __restrict src, T* __restrict out, int pixels, int k, int
   }
 }
 
+// Copies whole pixels of K values: pixel j from the offset of its first value.
+template <class T, int K>
+void copyPixels(const T* __restrict src, const int* __restrict offset, T* __restrict out,
+                int pixels) {
+  for (int j = 0; j < pixels; ++j) std::memcpy(out + j * K, src + offset[j * K], K * sizeof(T));
+}
+
 // Nearest neighbour: destination row r of the piece (indices dy0..dy1-1)
 // takes source row row(r) at the offsets; a row that takes the same source
 // row as the one before is copied from it.
@@ -159,6 +166,10 @@ void copyNearest(const Piece& p, const Source& s, const Layer& layer, const int*
     const T* src = rowOf<T>(s.view, static_cast<int>(sr - s.y0), layer.srcChannel);
     if (even)
       copyEven(src + offset[0], out, pixels, layer.k, even);
+    else if (together && layer.k == 3)
+      copyPixels<T, 3>(src, offset, out, pixels);
+    else if (together && layer.k == 4)
+      copyPixels<T, 4>(src, offset, out, pixels);
     else if (together)
       for (int e = 0; e < n; ++e) out[e] = src[offset[e]];
     else
