@@ -121,7 +121,9 @@ bool Scratch::allocate(const Job& job) {
   values_ = values;
   offsets_ = static_cast<int*>(moxMalloc(bytes));
   weights_ = moxMalloc(bytes);
-  rows_ = moxMalloc(bytes + static_cast<int>(values) * 4 + static_cast<int>(job.sourceValues) * 4);
+  // The source row has room for 16 values more than it holds: vector loads
+  // may reach past its end.
+  rows_ = moxMalloc(bytes + static_cast<int>(values) * 4 + static_cast<int>(job.sourceValues + 16) * 4);
   return offsets_ && weights_ && rows_;
 }
 

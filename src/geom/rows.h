@@ -1,7 +1,9 @@
 // The row loops of zoom and decimation: one pass of a separable resampling
 // over the values of one row, written so that the compiler vectorises them.
 // Included once per vector width (rows.cpp with the build's own vectors,
-// rows_wide.cpp for 256-bit vectors, chosen at run time); everything here
+// rows_wide.cpp for 256-bit vectors, chosen at run time, with
+// MOX_GEOM_WIDE_BODY set: a target pragma does not announce itself to the
+// preprocessor); everything here
 // has internal linkage so that no copy compiled for one width stands in for
 // the other. The results do not depend on the width: every value is the
 // same sequence of correctly rounded operations.
@@ -9,6 +11,10 @@
 #include <type_traits>
 
 #include "geom/rowloops.h"
+
+#if defined(MOX_GEOM_WIDE_BODY)
+#include <immintrin.h>
+#endif
 
 namespace mox::geom {
 namespace {
@@ -59,9 +65,58 @@ void widen(const T* __restrict src, int stride, int k, W* __restrict out, int pi
     for (int c = 0; c < k; ++c) out[i * k + c] = static_cast<W>(src[i * stride + c]);
 }
 
+#if defined(MOX_GEOM_WIDE_BODY)
+// One value per pixel (next = 1): eight values whose first samples lie
+// within eight floats of each other (always so when the source is not
+// shrunk) take one load and a permute per sample instead of a gather. The
+// loads reach up to 11 floats past the last sample; the source row has room
+// for them. Returns the values done.
+inline __m256 sample(const float* src, int base, int tap, __m256i idx) {
+  return _mm256_permutevar8x32_ps(_mm256_loadu_ps(src + base + tap), idx);
+}
+
+inline __m256i within(const int* off, int base) {
+  return _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(off)),
+                          _mm256_set1_epi32(base));
+}
+
+int linearXPermuted(const float* src, const int* off, const float* w, float* out, int n) {
+  int e = 0;
+  for (; e + 8 <= n && off[e + 7] - off[e] <= 7; e += 8) {
+    const __m256i idx = within(off + e, off[e]);
+    const __m256 a = sample(src, off[e], 0, idx), b = sample(src, off[e], 1, idx);
+    _mm256_storeu_ps(out + e, _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a),
+                                                             _mm256_loadu_ps(w + e))));
+  }
+  return e;
+}
+
+int cubicXPermuted(const float* src, const int* off, const float* w, float* out, int n) {
+  int e = 0;
+  const __m256 two = _mm256_set1_ps(2);
+  for (; e + 8 <= n && off[e + 7] - off[e] <= 7; e += 8) {
+    const __m256i idx = within(off + e, off[e]);
+    const __m256 p0 = sample(src, off[e], 0, idx), p1 = sample(src, off[e], 1, idx);
+    const __m256 p2 = sample(src, off[e], 2, idx), p3 = sample(src, off[e], 3, idx);
+    const __m256 d1 = _mm256_sub_ps(p1, p0);
+    const __m256 d2 = _mm256_sub_ps(_mm256_sub_ps(p2, p1), d1);
+    const __m256 d3 = _mm256_sub_ps(_mm256_sub_ps(_mm256_add_ps(p1, p3), _mm256_mul_ps(two, p2)), d2);
+    __m256 v = _mm256_add_ps(p0, _mm256_mul_ps(d1, _mm256_loadu_ps(w + e)));
+    v = _mm256_add_ps(v, _mm256_mul_ps(d2, _mm256_loadu_ps(w + n + e)));
+    v = _mm256_add_ps(v, _mm256_mul_ps(d3, _mm256_loadu_ps(w + 2 * n + e)));
+    _mm256_storeu_ps(out + e, v);
+  }
+  return e;
+}
+#endif
+
 void linearX(const float* __restrict src, const int* __restrict off, int next,
              const float* __restrict w, float* __restrict out, int n) {
-  for (int e = 0; e < n; ++e) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  if (next == 1) e = linearXPermuted(src, off, w, out, n);
+#endif
+  for (; e < n; ++e) {
     const float a = src[off[e]], b = src[off[e] + next];
     out[e] = a + (b - a) * w[e];
   }
@@ -69,7 +124,11 @@ void linearX(const float* __restrict src, const int* __restrict off, int next,
 
 void cubicX(const float* __restrict src, const int* __restrict off, int next,
             const float* __restrict w, float* __restrict out, int n) {
-  for (int e = 0; e < n; ++e) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  if (next == 1) e = cubicXPermuted(src, off, w, out, n);
+#endif
+  for (; e < n; ++e) {
     const float* p = src + off[e];
     const float p0 = p[0], p1 = p[next], p2 = p[2 * next], p3 = p[3 * next];
     const float d1 = p1 - p0;

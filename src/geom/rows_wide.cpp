@@ -7,7 +7,9 @@
 #include "geom/rowloops.h"
 
 #if defined(MOX_GEOM_HAVE_WIDE)
+#include <immintrin.h>
 #pragma GCC target("avx2")
+#define MOX_GEOM_WIDE_BODY 1
 #define MOX_GEOM_LOOPS kWideLoops
 #include "geom/rows.h"
 #endif
