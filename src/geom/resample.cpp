@@ -121,9 +121,10 @@ bool Scratch::allocate(const Job& job) {
   values_ = values;
   offsets_ = static_cast<int*>(moxMalloc(bytes));
   weights_ = moxMalloc(bytes);
-  // The source row has room for 16 values more than it holds: vector loads
+  // The source row has room for 32 values more than it holds: vector loads
   // may reach past its end.
-  rows_ = moxMalloc(bytes + static_cast<int>(values) * 4 + static_cast<int>(job.sourceValues + 16) * 4);
+  rows_ = moxMalloc(bytes + static_cast<int>(values) * 4 +
+                    static_cast<int>(job.sourceValues + 32) * 4);
   return offsets_ && weights_ && rows_;
 }
 

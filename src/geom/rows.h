@@ -66,13 +66,24 @@ void widen(const T* __restrict src, int stride, int k, W* __restrict out, int pi
 }
 
 #if defined(MOX_GEOM_WIDE_BODY)
-// One value per pixel (next = 1): eight values whose first samples lie
-// within eight floats of each other (always so when the source is not
-// shrunk) take one load and a permute per sample instead of a gather. The
-// loads reach up to 11 floats past the last sample; the source row has room
-// for them. Returns the values done.
-inline __m256 sample(const float* src, int base, int tap, __m256i idx) {
-  return _mm256_permutevar8x32_ps(_mm256_loadu_ps(src + base + tap), idx);
+// The source row holds `next` values per pixel and the values of a
+// destination pixel come together, so value e's pixel starts at
+// off[e] - e % next. Eight values whose first samples lie within W floats
+// of that start (always so for W = 8 with one value per pixel, for W = 16
+// with up to four, when the source is not shrunk) take one or two loads and
+// permutes per sample instead of a gather. The loads reach up to
+// 3 * next + W - 1 floats past the last sample; the source row has room for
+// them. The functions return the values done.
+template <int W>
+inline __m256 sample(const float* src, int at, __m256i idx) {
+  const __m256 lo = _mm256_permutevar8x32_ps(_mm256_loadu_ps(src + at), idx);
+  if constexpr (W == 8) {
+    return lo;
+  } else {
+    const __m256 hi = _mm256_permutevar8x32_ps(_mm256_loadu_ps(src + at + 8), idx);
+    const __m256 high = _mm256_castsi256_ps(_mm256_cmpgt_epi32(idx, _mm256_set1_epi32(7)));
+    return _mm256_blendv_ps(lo, hi, high);
+  }
 }
 
 inline __m256i within(const int* off, int base) {
@@ -80,27 +91,37 @@ inline __m256i within(const int* off, int base) {
                           _mm256_set1_epi32(base));
 }
 
-int linearXPermuted(const float* src, const int* off, const float* w, float* out, int n) {
+template <int W>
+int linearXPermuted(const float* src, const int* off, int next, const float* w, float* out,
+                    int n) {
   int e = 0;
-  for (; e + 8 <= n && off[e + 7] - off[e] <= 7; e += 8) {
-    const __m256i idx = within(off + e, off[e]);
-    const __m256 a = sample(src, off[e], 0, idx), b = sample(src, off[e], 1, idx);
+  for (; e + 8 <= n; e += 8) {
+    const int base = off[e] - e % next;
+    if (off[e + 7] + next - 1 - base >= W) break;
+    const __m256i idx = within(off + e, base);
+    const __m256 a = sample<W>(src, base, idx), b = sample<W>(src, base + next, idx);
     _mm256_storeu_ps(out + e, _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a),
                                                              _mm256_loadu_ps(w + e))));
   }
   return e;
 }
 
-int cubicXPermuted(const float* src, const int* off, const float* w, float* out, int n) {
+template <int W>
+int cubicXPermuted(const float* src, const int* off, int next, const float* w, float* out,
+                   int n) {
   int e = 0;
   const __m256 two = _mm256_set1_ps(2);
-  for (; e + 8 <= n && off[e + 7] - off[e] <= 7; e += 8) {
-    const __m256i idx = within(off + e, off[e]);
-    const __m256 p0 = sample(src, off[e], 0, idx), p1 = sample(src, off[e], 1, idx);
-    const __m256 p2 = sample(src, off[e], 2, idx), p3 = sample(src, off[e], 3, idx);
+  for (; e + 8 <= n; e += 8) {
+    const int base = off[e] - e % next;
+    if (off[e + 7] + next - 1 - base >= W) break;
+    const __m256i idx = within(off + e, base);
+    const __m256 p0 = sample<W>(src, base, idx), p1 = sample<W>(src, base + next, idx);
+    const __m256 p2 = sample<W>(src, base + 2 * next, idx);
+    const __m256 p3 = sample<W>(src, base + 3 * next, idx);
     const __m256 d1 = _mm256_sub_ps(p1, p0);
     const __m256 d2 = _mm256_sub_ps(_mm256_sub_ps(p2, p1), d1);
-    const __m256 d3 = _mm256_sub_ps(_mm256_sub_ps(_mm256_add_ps(p1, p3), _mm256_mul_ps(two, p2)), d2);
+    const __m256 d3 =
+        _mm256_sub_ps(_mm256_sub_ps(_mm256_add_ps(p1, p3), _mm256_mul_ps(two, p2)), d2);
     __m256 v = _mm256_add_ps(p0, _mm256_mul_ps(d1, _mm256_loadu_ps(w + e)));
     v = _mm256_add_ps(v, _mm256_mul_ps(d2, _mm256_loadu_ps(w + n + e)));
     v = _mm256_add_ps(v, _mm256_mul_ps(d3, _mm256_loadu_ps(w + 2 * n + e)));
@@ -114,7 +135,8 @@ void linearX(const float* __restrict src, const int* __restrict off, int next,
              const float* __restrict w, float* __restrict out, int n) {
   int e = 0;
 #if defined(MOX_GEOM_WIDE_BODY)
-  if (next == 1) e = linearXPermuted(src, off, w, out, n);
+  if (next == 1) e = linearXPermuted<8>(src, off, next, w, out, n);
+  if (next > 1 && next <= 4) e = linearXPermuted<16>(src, off, next, w, out, n);
 #endif
   for (; e < n; ++e) {
     const float a = src[off[e]], b = src[off[e] + next];
@@ -126,7 +148,8 @@ void cubicX(const float* __restrict src, const int* __restrict off, int next,
             const float* __restrict w, float* __restrict out, int n) {
   int e = 0;
 #if defined(MOX_GEOM_WIDE_BODY)
-  if (next == 1) e = cubicXPermuted(src, off, w, out, n);
+  if (next == 1) e = cubicXPermuted<8>(src, off, next, w, out, n);
+  if (next > 1 && next <= 4) e = cubicXPermuted<16>(src, off, next, w, out, n);
 #endif
   for (; e < n; ++e) {
     const float* p = src + off[e];
