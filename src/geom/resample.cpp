@@ -71,7 +71,7 @@ bool failsPlacement(const MoxImage* s, const MoxImage* d, const char* func, cons
        "srcImage->roi->xOffset >= srcImage->width || srcImage->roi->yOffset >= srcImage->height"},
       {outside(d), roiLine + 1,
        "dstImage->roi->xOffset >= dstImage->width || dstImage->roi->yOffset >= dstImage->height"},
-      {channelsOf(s) != channelsOf(d), roiLine + 2, "nChSrc != nChDst"},
+      {workChannels(s) != workChannels(d), roiLine + 2, "nChSrc != nChDst"},
   };
   for (const Check& c : checks) {
     if (!c.fails) continue;
@@ -96,13 +96,13 @@ Box roiBox(const MoxImage* im) {
 }
 
 int layerCount(const MoxImage* src, const MoxImage* dst) {
-  if (channelsOf(src) == 1 || channelsOf(dst) == 1) return 1;
+  if (workChannels(src) == 1 || workChannels(dst) == 1) return 1;
   return src->dataOrder == 1 ? src->nChannels : 1;
 }
 
 Layer layerAt(const MoxImage* src, const MoxImage* dst, int i) {
   const int cs = src->roi ? src->roi->coi : 0, cd = dst->roi ? dst->roi->coi : 0;
-  if (channelsOf(src) == 1 || channelsOf(dst) == 1)
+  if (workChannels(src) == 1 || workChannels(dst) == 1)
     return Layer{1, cs > 0 ? cs - 1 : 0, cd > 0 ? cd - 1 : 0};
   if (src->dataOrder == 1) return Layer{1, i, i};
   return Layer{src->nChannels, 0, 0};
@@ -115,7 +115,7 @@ Scratch::~Scratch() {
 }
 
 bool Scratch::allocate(const Job& job) {
-  const i64 values = i64(std::min(job.width, job.maxPieceWidth)) * channelsOf(job.src);
+  const i64 values = i64(std::min(job.width, job.maxPieceWidth)) * workChannels(job.src);
   if (values > (1 << 24) || job.sourceValues > (1 << 24)) return false;
   const int bytes = static_cast<int>(values) * 16;
   values_ = values;
@@ -142,7 +142,7 @@ Job jobOf(const MoxImage* src, MoxImage* dst, int xU, int xL, int yU, int yL, co
   job.walk = walk;
   job.source = source;
   // A piece reads up to width * L / U + 8 source pixels per row.
-  const i64 k = channelsOf(src);
+  const i64 k = workChannels(src);
   job.maxPieceWidth = static_cast<int>(std::max<i64>(1, std::min(8192 / k, 8192 * i64(xU) / (xL * k))));
   job.sourceValues = ((i64(job.maxPieceWidth) * xL + xU - 1) / xU + 8) * k;
   return job;

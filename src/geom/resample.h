@@ -22,7 +22,6 @@ namespace mox::geom {
 // A rectangle in image coordinates, end exclusive.
 struct Box {
   long long x0, y0, x1, y1;
-  bool empty() const { return x1 <= x0 || y1 <= y0; }
 };
 
 // The ROI clipped to the image (the whole image without one).
@@ -42,9 +41,6 @@ struct Check {
 // lines).
 bool failsPlacement(const MoxImage* s, const MoxImage* d, const char* func, const char* file,
                     int roiLine, int srcHeaderLine, int dstHeaderLine);
-
-// Channels worked on: 1 with a channel of interest, else all.
-inline int channelsOf(const MoxImage* image) { return workChannels(image); }
 
 // Runs the body with the default floating-point environment (round to
 // nearest, no flush to zero) and gives the caller's environment back after.
