@@ -131,7 +131,7 @@ void Decim<D>::interpolate(const Piece& p, const Source& s, const Layer& layer) 
       held[row & 3] = row;
       const T* src = rowOf<T>(s.view, static_cast<int>(row - s.y0), layer.srcChannel);
       loops.widen(src + (first - s.x0) * sps, sps, k, wide, span);
-      (taps == 2 ? loops.linearX : loops.cubicX)(wide, offset, fx, buf, n);
+      (taps == 2 ? loops.linearX : loops.cubicX)(wide, offset, fx, buf, n, k);
       return buf;
     };
     // Values of a pixel lie together in the destination when it takes all

@@ -23,14 +23,15 @@ struct ZoomLoops {
 };
 
 // The passes of decimation: a source row's pixels as 32-bit values (as
-// zoom's); along x from such a row into 32-bit sums (linear: in 1/256,
-// offsets of the two samples as two runs of n; cubic: in 1/1536, four runs),
-// f the fraction per value; along y into rounded, clamped values.
+// zoom's); along x from such a row (`next` values per pixel) into 32-bit
+// sums (linear: in 1/256, offsets of the two samples as two runs of n;
+// cubic: in 1/1536, four runs), f the fraction per value; along y into
+// rounded, clamped values.
 template <class T>
 struct DecimLoops {
   void (*widen)(const T* src, int stride, int k, int* out, int pixels);
-  void (*linearX)(const int* src, const int* off, const int* f, int* out, int n);
-  void (*cubicX)(const int* src, const int* off, const int* f, int* out, int n);
+  void (*linearX)(const int* src, const int* off, const int* f, int* out, int n, int next);
+  void (*cubicX)(const int* src, const int* off, const int* f, int* out, int n, int next);
   void (*linearY)(const int* h0, const int* h1, int f, T* out, int n);
   void (*cubicY)(const int* const* rows, int f, T* out, int n, double hi);
 };

@@ -162,14 +162,76 @@ void cubicX(const float* __restrict src, const int* __restrict off, int next,
 }
 
 // Decimation in 8-bit fixed point: exact integer sums, rounded once.
+#if defined(MOX_GEOM_WIDE_BODY)
+// As for zoom: eight values whose samples (the last tap's at most) lie
+// within 16 values of the first one's pixel take two loads and a permute
+// per tap instead of gathers. The loads reach 15 values past the window's
+// start; the source row has room for them.
+inline __m256i pick(__m256i lo, __m256i hi, __m256i idx) {
+  const __m256i a = _mm256_permutevar8x32_epi32(lo, idx);
+  const __m256i b = _mm256_permutevar8x32_epi32(hi, idx);
+  return _mm256_blendv_epi8(a, b, _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(7)));
+}
+
+inline __m256i times(__m256i a, int k) { return _mm256_mullo_epi32(a, _mm256_set1_epi32(k)); }
+
+template <int Taps>
+int decimXPermuted(const int* src, const int* off, const int* f, int* out, int n, int next) {
+  int e = 0;
+  for (; e + 8 <= n; e += 8) {
+    const int base = off[e] - e % next;
+    if (off[(Taps - 1) * n + e + 7] + next - 1 - base >= 16) break;
+    const __m256i lo = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + base));
+    const __m256i hi = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + base + 8));
+    __m256i q[Taps];
+    for (int m = 0; m < Taps; ++m) q[m] = pick(lo, hi, within(off + m * n + e, base));
+    const __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f + e));
+    __m256i v;
+    if constexpr (Taps == 2) {
+      v = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(_mm256_set1_epi32(256), t), q[0]),
+                           _mm256_mullo_epi32(t, q[1]));
+    } else {
+      const __m256i tt = _mm256_mullo_epi32(t, t);
+      const __m256i t2 = _mm256_srai_epi32(tt, 8);
+      const __m256i t3 = _mm256_srai_epi32(_mm256_mullo_epi32(tt, t), 16);
+      // -2 q0 - 3 q1 + 6 q2 - q3, 3 q0 - 6 q1 + 3 q2, 3 q1 - q0 - 3 q2 + q3
+      const __m256i a1 = _mm256_sub_epi32(
+          _mm256_add_epi32(times(q[0], -2), _mm256_add_epi32(times(q[1], -3), times(q[2], 6))),
+          q[3]);
+      const __m256i a2 =
+          _mm256_add_epi32(_mm256_add_epi32(times(q[0], 3), times(q[1], -6)), times(q[2], 3));
+      const __m256i a3 = _mm256_add_epi32(
+          _mm256_sub_epi32(_mm256_sub_epi32(times(q[1], 3), q[0]), times(q[2], 3)), q[3]);
+      v = _mm256_add_epi32(times(q[1], 1536), _mm256_mullo_epi32(a1, t));
+      v = _mm256_add_epi32(v, _mm256_mullo_epi32(a2, t2));
+      v = _mm256_add_epi32(v, _mm256_mullo_epi32(a3, t3));
+    }
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + e), v);
+  }
+  return e;
+}
+#endif
+
 void decimLinearX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
-                  int* __restrict out, int n) {
-  for (int e = 0; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
+                  int* __restrict out, int n, int next) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  e = decimXPermuted<2>(src, off, f, out, n, next);
+#else
+  (void)next;
+#endif
+  for (; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
 }
 
 void decimCubicX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
-                 int* __restrict out, int n) {
-  for (int e = 0; e < n; ++e) {
+                 int* __restrict out, int n, int next) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  e = decimXPermuted<4>(src, off, f, out, n, next);
+#else
+  (void)next;
+#endif
+  for (; e < n; ++e) {
     const int t = f[e], t2 = (t * t) >> 8, t3 = (t * t * t) >> 16;
     const int q0 = src[off[e]], q1 = src[off[n + e]], q2 = src[off[2 * n + e]];
     const int q3 = src[off[3 * n + e]];
