@@ -7,6 +7,7 @@ extern const GalleryEntry galleryData[];
 extern const GalleryEntry galleryTransform[];
 extern const GalleryEntry galleryConvert[];
 extern const GalleryEntry galleryColour[];
+extern const GalleryEntry galleryZoom[];
 
 const GalleryEntry* const galleryFamilies[] = {
     galleryArith,
@@ -14,5 +15,6 @@ const GalleryEntry* const galleryFamilies[] = {
     galleryTransform,
     galleryConvert,
     galleryColour,
+    galleryZoom,
     0,
 };

@@ -115,6 +115,21 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { twist(a, d, MOX_DEPTH_8U); }, 0xe8e74efcd29ff35full},
     {"color twist 16U planes", k16U3P, k16U3P,
      [](auto a, auto, auto d) { twist(a, d, MOX_DEPTH_16U); }, 0x9786f767caf0a429ull},
+    {"zoom linear 8U 7/3 x 5/2", k8U3, {MOX_DEPTH_8U, 3, 0, 150, 190},
+     [](auto a, auto, auto d) { moxZoom(a, d, 7, 3, 5, 2, MOX_INTER_LINEAR, nullptr); },
+     0x2b6c885e49db4c64ull},
+    {"zoom cubic 16S planes 9/4", k16S3P, {MOX_DEPTH_16S, 3, 1, 90, 90},
+     [](auto a, auto, auto d) { moxZoom(a, d, 9, 4, 9, 4, MOX_INTER_CUBIC, nullptr); },
+     0xb430486bbd0b18fbull},
+    {"zoom cubic 32S 7/3 x 3/2", k32S1, {MOX_DEPTH_32S, 1, 0, 72, 150},
+     [](auto a, auto, auto d) { moxZoom(a, d, 7, 3, 3, 2, MOX_INTER_CUBIC, nullptr); },
+     0x98f1da889044616aull},
+    {"decimate linear 8U 2/3", k8U3, {MOX_DEPTH_8U, 3, 0, 41, 56},
+     [](auto a, auto, auto d) { moxDecimate(a, d, 2, 3, 2, 3, MOX_INTER_LINEAR, nullptr); },
+     0x11046deb3f380b33ull},
+    {"decimate cubic 16U 3/5 x 1/2", {MOX_DEPTH_16U, 1, 0, 48, 64}, {MOX_DEPTH_16U, 1, 0, 24, 39},
+     [](auto a, auto, auto d) { moxDecimate(a, d, 3, 5, 1, 2, MOX_INTER_CUBIC, nullptr); },
+     0xc04992c1d66132f0ull},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {
