@@ -124,7 +124,8 @@ class Walker {
   bool report(int line, const char* name, const char* test) {
     char message[160];
     std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name, test);
-    mox::report(Site{plan_.func, plan_.file, line}, message);
+    const char* text = plan_.tileDataText ? plan_.tileDataText : message;
+    mox::report(Site{plan_.func, plan_.file, line}, text);
     return false;
   }
   int line(int k) const { return plan_.lines->tileData[k]; }
@@ -140,7 +141,7 @@ class Walker {
   const WalkPlan& plan_;
   const WalkImage* images_;
   int n_;
-  Part parts_[3];
+  Part parts_[kMaxWalkImages];
   i64 w_ = 0, h_ = 0;
   bool firstWalk_ = false;
   bool large_ = false;
@@ -212,7 +213,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
   }
   const MoxImage* d = parts_[n_ - 1].image;
   large_ = w_ * h_ * workChannels(d) * depthBits(d->depth) / 8 >= kLargeBytes;
-  View views[3];
+  View views[kMaxWalkImages];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
     if (!plan_.wholeImage || !flatViews(images_, n_, views))
@@ -232,7 +233,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
 // Bands of rows end where any image's tile row ends; pieces of a band end
 // where any image's tile column ends.
 bool Walker::walkPieces(Kernel kernel, const void* arg) {
-  View views[3];
+  View views[kMaxWalkImages];
   i64 band = 0, piece = 0;
   for (i64 ry = 0; ry < h_; ry += band) {
     band = h_ - ry;
