@@ -228,3 +228,119 @@ TEST(AlphaChecks, EveryCheckReportsItsTextAndLine) {
   moxPreMultiplyAlpha(nullptr, 1, nullptr);
   expectReport("moxPreMultiplyAlpha", "image==0", 856, "moxalpha");
 }
+
+// ---------------------------------------------------------------- composition
+
+namespace {
+
+// The composition of one pixel's values by the formulas, with m the scaled
+// multiply: x, y premultiplied colours (or the alphas), aa, ab the alphas.
+ll combine(int type, ll x, ll y, ll aa, ll ab, ll M) {
+  auto m = [M](ll a, ll b) { return a * b / M; };
+  switch (type) {
+    case MOX_COMPOSITE_OVER: return std::min(M, x + m(y, M - aa));
+    case MOX_COMPOSITE_IN: return m(x, ab);
+    case MOX_COMPOSITE_OUT: return m(x, M - ab);
+    case MOX_COMPOSITE_ATOP: return std::min(M, m(x, ab) + m(y, M - aa));
+    case MOX_COMPOSITE_XOR: return std::min(M, m(x, M - ab) + m(y, M - aa));
+    default: return std::min(M, x + y);
+  }
+}
+
+}  // namespace
+
+// Every type with constant alphas, alpha images, the images' own alpha
+// channels and opaque defaults; premultiplied inputs and the divide mode.
+TEST(Composite, EveryTypeAgainstTheFormulas) {
+  Capture capture;
+  enum Source { kConstant, kImage, kOwn, kOpaque };
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
+    for (int order : {0, 1})
+      for (int type = MOX_COMPOSITE_OVER; type <= MOX_COMPOSITE_PLUS; ++type)
+        for (Source src : {kConstant, kImage, kOwn, kOpaque})
+          for (int premul : {0, 1})
+            for (int divide : {0, 1}) {
+              const ll M = maxOf(depth);
+              // A: colour, alpha; B: alpha first, colour; D: colour, alpha
+              Image a({depth, 2, order, 6, 9}, 1), b({depth, 2, order, 6, 9}, 2),
+                  d({depth, 2, order, 6, 9}, 3), aa({depth, 1, order, 6, 9}, 4),
+                  ab({depth, 3, order, 6, 9}, 5), ad({depth, 1, order, 6, 9}, 6);
+              ab.roi(2, 0, 0, 6, 9);
+              if (src == kOwn) a->alphaChannel = 2, b->alphaChannel = 1;
+              else a->nChannels = b->nChannels = 1;  // (the layouts stay large enough)
+              d->alphaChannel = 2;
+              const int kA = int(M / 3), kB = int(M - 5);
+              std::vector<ll> want = pixels(d), wantAlpha = pixels(ad);
+              for (int y = 0; y < 6; ++y)
+                for (int x = 0; x < 9; ++x) {
+                  const ll alA = src == kConstant ? kA : src == kImage ? get(aa, x, y, 0)
+                                 : src == kOwn    ? get(a, x, y, 1) : M;
+                  const ll alB = src == kConstant ? kB : src == kImage ? get(ab, x, y, 1)
+                                 : src == kOwn    ? get(b, x, y, 0) : M;
+                  ll ca = get(a, x, y, 0), cb = get(b, x, y, src == kOwn ? 1 : 0);
+                  if (!premul) ca = ca * alA / M, cb = cb * alB / M;
+                  const ll out = combine(type, alA, alB, alA, alB, M);
+                  ll c = combine(type, ca, cb, alA, alB, M);
+                  if (divide) c = out ? std::min(M, (c * M + out / 2) / out) : 0;
+                  want[size_t(y * 9 + x) * 2] = c;
+                  want[size_t(y * 9 + x) * 2 + 1] = out;
+                  if (src == kImage) wantAlpha[size_t(y * 9 + x)] = out;
+                }
+              if (src == kConstant)
+                moxAlphaCompositeC(a, b, d, type, kA, kB, premul, divide);
+              else
+                moxAlphaComposite(a, b, d, type, src == kImage ? +aa : nullptr,
+                                  src == kImage ? +ab : nullptr, src == kImage ? +ad : nullptr,
+                                  premul, divide);
+              EXPECT_EQ(pixels(d), want) << type << " " << src << premul << divide << " " << order << " " << depth;
+              EXPECT_EQ(pixels(ad), wantAlpha) << type << " " << src;
+            }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Composite, TiledRunsEqualPlainRunsAndChecks) {
+  Capture capture;
+  Image a({MOX_DEPTH_8U, 4, 0, 12, 40}, 1, kRoiA), b({MOX_DEPTH_8U, 4, 0, 9, 35}, 2, kRoiB),
+      d({MOX_DEPTH_8U, 4, 0, 14, 50}, 3, kRoiD), out({MOX_DEPTH_8U, 4, 0, 14, 50}, 3, kRoiD),
+      al({MOX_DEPTH_8U, 1, 0, 20, 50}, 4), alOut({MOX_DEPTH_8U, 1, 0, 20, 50}, 4);
+  a->alphaChannel = b->alphaChannel = d->alphaChannel = 4;
+  Tiled ta(a, 8, 16), tb(b, 16, 8), td(d, 24, 8), tl(al, 8, 8);
+  ta->alphaChannel = tb->alphaChannel = td->alphaChannel = 4;
+  moxAlphaComposite(a, b, d, MOX_COMPOSITE_ATOP, nullptr, nullptr, al, 0, 1);
+  moxAlphaComposite(ta, tb, td, MOX_COMPOSITE_ATOP, nullptr, nullptr, tl, 0, 1);
+  td.gather(out);
+  tl.gather(alOut);
+  EXPECT_EQ(pixels(out), pixels(d));
+  EXPECT_EQ(pixels(alOut), pixels(al));
+  Tiled failing(b, 16, 8);
+  failing.nullOnGet = 0;
+  failing->alphaChannel = 4;
+  moxAlphaCompositeC(ta, failing, td, MOX_COMPOSITE_OVER, 1, 2, 0, 0);
+  expectReport("moxAlphaCompositeC", "ERROR in Tiling callBack", 1066, "moxalpha");
+  // The checks, their texts and lines; nothing written.
+  const auto before = d.bytes();
+  const int bad[2] = {-1, 6};
+  for (int type : bad) {
+    moxAlphaCompositeC(a, b, d, type, 1, 2, 0, 0);
+    expectReport("moxAlphaCompositeC",
+                 "compositeType < MOX_COMPOSITE_OVER || compositeType > MOX_COMPOSITE_PLUS", 1008,
+                 "moxalpha");
+  }
+  moxAlphaCompositeC(a, nullptr, d, 0, 1, 2, 0, 0);
+  expectReport("moxAlphaCompositeC", "srcImageB==0", 1003, "moxalpha");
+  b->alphaChannel = 0;
+  moxAlphaCompositeC(a, b, d, 0, 1, 2, 0, 0);
+  expectReport("moxAlphaCompositeC", "(nColorB != nColorDst)", 1007, "moxalpha");
+  b->alphaChannel = 4;
+  moxAlphaComposite(a, b, d, 0, nullptr, nullptr, a, 0, 0);
+  expectReport("moxAlphaComposite", "alphaImageDst->nChannels != 1 && (alphaImageDst->roi == 0 || "
+               "alphaImageDst->roi->coi == 0)", 1112, "moxalpha");
+  out->depth = MOX_DEPTH_8S;
+  moxAlphaComposite(a, b, out, 0, nullptr, nullptr, nullptr, 0, 0);
+  expectReport("moxAlphaComposite", "dstImage->depth != 8 && dstImage->depth != 16", 1107, "moxalpha");
+  moxAlphaComposite(a, b, d, 0, nullptr, out, nullptr, 0, 0);
+  expectReport("moxAlphaComposite", "alphaImageB->depth != dstImage->depth", 1112, "moxalpha");
+  moxAlphaComposite(a, b, d, 0, nullptr, nullptr, nullptr, 0, 0);  // the one that works
+  EXPECT_NE(d.bytes(), before);
+  EXPECT_TRUE(reports().empty());
+}

@@ -1,6 +1,7 @@
 // moxMultiplySScale, moxMultiplyScale, moxPreMultiplyAlpha: products of
 // values read as fractions of the depth's maximum, through the scaled
 // multiply.
+#include <algorithm>
 #include <cstdio>
 
 #include "alpha/alpha.h"
@@ -21,11 +22,12 @@ bool fails(bool bad, const Site& at, const char* text) {
   return bad;
 }
 
-// "name->depth != other->depth" and the like, with the images' names.
+// "name->depth != other->depth" and the like, with the images' names (the
+// second may stand twice).
 bool failsPair(bool bad, const Site& at, const char* pattern, const char* a, const char* b) {
   if (!bad) return false;
   char text[160];
-  std::snprintf(text, sizeof text, pattern, a, b);
+  std::snprintf(text, sizeof text, pattern, a, b, b);
   report(at, text);
   return true;
 }
@@ -145,6 +147,149 @@ void premulKernel(const View* views, const void* arg) {
   }
 }
 
+
+// ---------------------------------------------------------------- composition
+
+// Where one image's values of a piece are: its view, its alpha channel
+// (from 0, or -1) and the channel an alpha image gives.
+struct Plane {
+  const View* v;
+  int alpha;
+};
+
+template <class T>
+inline T& at(const View& v, int x, int y, int c) {
+  const std::ptrdiff_t col = v.dataOrder == 0 ? std::ptrdiff_t(x) * v.nChannels + c : x;
+  char* row = v.data + std::ptrdiff_t(y) * v.widthStep +
+              (v.dataOrder == 0 ? 0 : std::ptrdiff_t(c) * v.planeStep);
+  return reinterpret_cast<T*>(row)[col];
+}
+
+// The channel an alpha image lends: its channel of interest, else its first.
+inline int lentChannel(const View& v) { return v.coi > 0 ? v.coi - 1 : 0; }
+
+struct CompositeArgs {
+  int type;
+  bool premultiplied, divide;
+  int constant[2];  // alphas of A and B, or -1
+  int alphaImage[3];  // views of the alpha images of A, B and the result, or -1
+  int alpha[3];     // alpha channels of A, B and the destination (from 0), or -1
+  int colours;      // colour channels of each image
+};
+
+// x and y are premultiplied colours (or the alphas themselves).
+template <class D>
+inline std::uint32_t combine(int type, std::uint32_t x, std::uint32_t y, std::uint32_t aa,
+                             std::uint32_t ab) {
+  constexpr std::uint32_t M = D::hi;
+  auto m = [](std::uint32_t a, std::uint32_t b) -> std::uint32_t { return scaledMul<D>(a, b); };
+  auto sat = [](std::uint32_t v) { return v > M ? M : v; };
+  switch (type) {
+    case MOX_COMPOSITE_OVER:
+      return sat(x + m(y, M - aa));
+    case MOX_COMPOSITE_IN:
+      return m(x, ab);
+    case MOX_COMPOSITE_OUT:
+      return m(x, M - ab);
+    case MOX_COMPOSITE_ATOP:
+      return sat(m(x, ab) + m(y, M - aa));
+    case MOX_COMPOSITE_XOR:
+      return sat(m(x, M - ab) + m(y, M - aa));
+    default:
+      return sat(x + y);
+  }
+}
+
+// The k-th colour channel of an image whose alpha channel is `alpha`.
+inline int colourChannel(int k, int alpha) { return alpha >= 0 && k >= alpha ? k + 1 : k; }
+
+// Views: A, B, then the alpha images present (A's, B's, the result's), then
+// the destination.
+template <class D>
+void compositeKernel(const View* views, const void* arg) {
+  using T = typename D::T;
+  constexpr std::uint32_t M = D::hi;
+  const auto& a = *static_cast<const CompositeArgs*>(arg);
+  int n = 2;
+  for (int i = 0; i < 3; ++i) n += a.alphaImage[i] >= 0;
+  const View& d = views[n];
+  for (int y = 0; y < d.height; ++y)
+    for (int x = 0; x < d.width; ++x) {
+      std::uint32_t alpha[2];
+      for (int s = 0; s < 2; ++s) {
+        const int img = a.alphaImage[s];
+        alpha[s] = a.constant[s] >= 0 ? std::uint32_t(a.constant[s])
+                   : img >= 0         ? at<T>(views[img], x, y, lentChannel(views[img]))
+                   : a.alpha[s] >= 0  ? at<T>(views[s], x, y, a.alpha[s])
+                                      : M;
+      }
+      const std::uint32_t out = combine<D>(a.type, alpha[0], alpha[1], alpha[0], alpha[1]);
+      for (int k = 0; k < a.colours; ++k) {
+        std::uint32_t c[2];
+        for (int s = 0; s < 2; ++s) {
+          c[s] = at<T>(views[s], x, y, colourChannel(k, a.alpha[s]));
+          if (!a.premultiplied) c[s] = scaledMul<D>(c[s], alpha[s]);
+        }
+        std::uint32_t r = combine<D>(a.type, c[0], c[1], alpha[0], alpha[1]);
+        if (a.divide) r = out ? std::min<std::uint32_t>(M, (r * M + out / 2) / out) : 0;
+        at<T>(d, x, y, colourChannel(k, a.alpha[2])) = T(r);
+      }
+      if (a.alpha[2] >= 0) at<T>(d, x, y, a.alpha[2]) = T(out);
+      if (const int img = a.alphaImage[2]; img >= 0)
+        at<T>(views[img], x, y, lentChannel(views[img])) = T(out);
+    }
+}
+
+int colourCount(const MoxImage* im) { return im->nChannels - (im->alphaChannel > 0 ? 1 : 0); }
+
+constexpr WalkLines kCompositeCLines{
+    {1040, 1041, 1042, 1043}, {1051, 1053, 1055, 1060, 1062, 1064, 1066, 1068, 1070, 1075, 1077, 1079}};
+constexpr WalkLines kCompositeLines{
+    {1140, 1141, 1142, 1143},
+    {1151, 1152, 1153, 1154, 1155, 1156, 1160, 1161, 1162, 1163, 1164, 1165,
+     1166, 1167, 1168, 1169, 1170, 1171, 1175, 1176, 1177, 1178, 1179, 1180}};
+
+// The checks both forms share after the images' own chains: depth, data
+// order, colour channels and the composite type, at lines from `line` on.
+bool failsComposite(const char* f, const MoxImage* a, const MoxImage* b, const MoxImage* d,
+                    int type, int line) {
+  const Site depth{f, kFile, line}, order{f, kFile, line + 1}, colours{f, kFile, line + 2};
+  return badDepth(d, {f, kFile, line - 1}) || differ(a, "srcImageA", d, depth) ||
+         differ(b, "srcImageB", d, depth) || differInOrder(a, "srcImageA", d, order) ||
+         differInOrder(b, "srcImageB", d, order) ||
+         fails(colourCount(a) != colourCount(d), colours, "(nColorA != nColorDst)") ||
+         fails(colourCount(b) != colourCount(d), colours, "(nColorB != nColorDst)") ||
+         fails(type < MOX_COMPOSITE_OVER || type > MOX_COMPOSITE_PLUS, {f, kFile, line + 3},
+               "compositeType < MOX_COMPOSITE_OVER || compositeType > MOX_COMPOSITE_PLUS");
+}
+
+// An alpha image: the destination's depth and one channel to lend.
+bool failsAlphaImage(const MoxImage* im, const char* name, const MoxImage* d, const Site& at) {
+  return failsPair(im->depth != d->depth, at, "%s->depth != %s->depth", name, "dstImage") ||
+         failsPair(im->nChannels != 1 && !hasCoi(im), at,
+                   "%s->nChannels != 1 && (%s->roi == 0 || %s->roi->coi == 0)", name, name);
+}
+
+void runComposite(const char* f, const WalkLines& lines, const MoxImage* a, const MoxImage* b,
+                  MoxImage* d, const MoxImage* const* alphas, int type, const int* constant,
+                  int premulAlpha, int divideMode) {
+  CompositeArgs args{type, premulAlpha != 0, divideMode != 0, {constant[0], constant[1]},
+                     {-1, -1, -1}, {a->alphaChannel - 1, b->alphaChannel - 1, d->alphaChannel - 1},
+                     colourCount(d)};
+  WalkImage images[kMaxWalkImages] = {{a, "srcImageA", false}, {b, "srcImageB", false}};
+  static const char* const kNames[3] = {"alphaImageA", "alphaImageB", "alphaImageDst"};
+  int n = 2;
+  for (int i = 0; i < 3; ++i) {
+    if (!alphas[i]) continue;
+    args.alphaImage[i] = n;
+    images[n++] = {alphas[i], kNames[i], i == 2};
+  }
+  images[n++] = {d, "dstImage", true};
+  const WalkPlan plan{f, kFile, &lines, false, kTilingText};
+  walk(plan, images, n, nullptr,
+       d->depth == MOX_DEPTH_8U ? &compositeKernel<U8> : &compositeKernel<U16>, &args);
+}
+
 }  // namespace
 }  // namespace mox::alpha
 
@@ -207,4 +352,46 @@ extern "C" MOX_API void MOX_CALL moxPreMultiplyAlpha(MoxImage* image, int alphaV
   const WalkPlan plan{f, kFile, &kPremulLines, false, kTilingText};
   walk(plan, images, 1, mapping,
        im->depth == MOX_DEPTH_8U ? &premulKernel<U8> : &premulKernel<U16>, &args);
+}
+
+extern "C" MOX_API void MOX_CALL moxAlphaCompositeC(const MoxImage* srcImageA,
+                                                    const MoxImage* srcImageB, MoxImage* dstImage,
+                                                    int compositeType, int aA, int aB,
+                                                    int premulAlpha, int divideMode) {
+  constexpr const char* f = "moxAlphaCompositeC";
+  const MoxImage *a = srcImageA, *b = srcImageB, *d = dstImage;
+  if (failsImage(d, "dstImage", {f, kFile, 1001}) || failsImage(a, "srcImageA", {f, kFile, 1002}) ||
+      failsImage(b, "srcImageB", {f, kFile, 1003}) ||
+      failsComposite(f, a, b, d, compositeType, 1005))
+    return;
+  const int max = d->depth == MOX_DEPTH_8U ? 0xFF : 0xFFFF;
+  const int constant[2] = {std::clamp(aA, 0, max), std::clamp(aB, 0, max)};
+  const MoxImage* alphas[3] = {nullptr, nullptr, nullptr};
+  runComposite(f, kCompositeCLines, a, b, dstImage, alphas, compositeType, constant, premulAlpha,
+               divideMode);
+}
+
+extern "C" MOX_API void MOX_CALL moxAlphaComposite(const MoxImage* srcImageA,
+                                                   const MoxImage* srcImageB, MoxImage* dstImage,
+                                                   int compositeType, const MoxImage* alphaImageA,
+                                                   const MoxImage* alphaImageB,
+                                                   MoxImage* alphaImageDst, int premulAlpha,
+                                                   int divideMode) {
+  constexpr const char* f = "moxAlphaComposite";
+  const MoxImage *a = srcImageA, *b = srcImageB, *d = dstImage;
+  const MoxImage* alphas[3] = {alphaImageA, alphaImageB, alphaImageDst};
+  static const char* const kNames[3] = {"alphaImageA", "alphaImageB", "alphaImageDst"};
+  // destinations first: the result, its alpha image, then the sources
+  if (failsImage(d, "dstImage", {f, kFile, 1101}) ||
+      (alphaImageDst && failsImage(alphaImageDst, "alphaImageDst", {f, kFile, 1102})) ||
+      failsImage(a, "srcImageA", {f, kFile, 1103}) || failsImage(b, "srcImageB", {f, kFile, 1104}) ||
+      (alphaImageA && failsImage(alphaImageA, "alphaImageA", {f, kFile, 1105})) ||
+      (alphaImageB && failsImage(alphaImageB, "alphaImageB", {f, kFile, 1106})) ||
+      failsComposite(f, a, b, d, compositeType, 1108))
+    return;
+  for (int i = 0; i < 3; ++i)
+    if (alphas[i] && failsAlphaImage(alphas[i], kNames[i], d, {f, kFile, 1112})) return;
+  const int constant[2] = {-1, -1};
+  runComposite(f, kCompositeLines, a, b, dstImage, alphas, compositeType, constant, premulAlpha,
+               divideMode);
 }
