@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdio>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 #include "stats/stats.h"
@@ -78,6 +79,22 @@ bool fails(bool bad, const Site& at, const char* text) {
 
 // ---------------------------------------------------------------- counting
 
+// Calls f(channels, x) for the first value x of every pixel of a run of
+// `count` interleaved values; 3 and 4 channels come as constants, so the
+// loop over the channels unrolls.
+template <class F>
+inline void eachPixel(int cycle, int count, F f) {
+  auto run = [&](auto channels) {
+    for (int x = 0; x < count; x += int(channels)) f(channels, x);
+  };
+  if (cycle == 4)
+    run(std::integral_constant<int, 4>{});
+  else if (cycle == 3)
+    run(std::integral_constant<int, 3>{});
+  else
+    run(cycle);
+}
+
 // The bin of v in a table, or -1.
 inline int binOf(const MoxLUT* t, long long v) {
   if (v < t->key[0] || v >= t->key[t->num]) return -1;
@@ -116,22 +133,23 @@ void countKernel(const View* v, const void* arg) {
     const long long lo = D::lo;
     forEachChannelRun<T, 1>(v, [&](T** p, int* stride, int count, int base, int cycle) {
       const T* s = p[0];
-      if (cycle == 1 && stride[0] == 1) {
-        std::uint32_t* t = k.table.data() + std::size_t(base) * k.sub * k.range - lo;
-        const std::size_t r = std::size_t(k.range);
+      const std::ptrdiff_t step = std::ptrdiff_t(k.sub) * std::ptrdiff_t(k.range);
+      if (cycle == 1) {
+        std::uint32_t* t = k.table.data() + base * step - lo;
+        const std::ptrdiff_t r = std::ptrdiff_t(k.range), ss = stride[0];
         int j = 0;
-        if (k.sub == 4)
+        if (k.sub == 4 && ss == 1)
           for (; j + 4 <= count; j += 4) {
             ++t[s[j]], ++t[r + s[j + 1]], ++t[2 * r + s[j + 2]], ++t[3 * r + s[j + 3]];
           }
-        for (; j < count; ++j) ++t[s[j]];
+        for (; j < count; ++j) ++t[s[j * ss]];
         return;
       }
-      for (int j = 0; j < count; ++j) {
-        const int c = base + (cycle > 1 ? j % cycle : 0);
-        ++k.table[(std::size_t(c) * k.sub) * std::size_t(k.range) +
-                  std::size_t(s[std::ptrdiff_t(j) * stride[0]] - lo)];
-      }
+      // interleaved channels (pixel order, stride 1): one table each
+      std::uint32_t* t = k.table.data() - lo;
+      eachPixel(cycle, count, [&](auto channels, int x) {
+        for (int c = 0; c < int(channels); ++c) ++t[c * step + s[x + c]];
+      });
     });
   }
 }
@@ -227,8 +245,10 @@ void mapKernel(const View* v, const void* arg) {
           for (int j = 0; j < count; ++j) d[j * ds] = t[U(s[j * ss] - T(D::lo))];
         return;
       }
-      for (int x = 0; x < count; x += cycle)
-        for (int c = 0; c < cycle; ++c) d[x + c] = tables[std::size_t(c) * r + U(s[x + c] - T(D::lo))];
+      eachPixel(cycle, count, [&](auto channels, int x) {
+        for (int c = 0; c < int(channels); ++c)
+          d[x + c] = tables[std::size_t(c) * r + U(s[x + c] - T(D::lo))];
+      });
     }
   });
 }
