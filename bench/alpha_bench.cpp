@@ -76,6 +76,23 @@ const int registeredPremultiply = registerCases(
            w.d.get()->alphaChannel = 4;
            moxPreMultiplyAlpha(w.d.get(), -1, nullptr);
          },
+         // the floor: the same copy and a product of every byte in place
+         [](Images& w) {
+           restore(w);
+           std::uint8_t* __restrict d = u8(w.d);
+           for (std::size_t i = 0, n = w.d.bytes(); i < n; ++i) d[i] = scaled(d[i], kValue);
+         },
+#ifdef MOXPX_HAVE_OPENCV
+         // the peer's nearest counterpart: each pixel times a constant colour
+         [](Images& w) {
+           restore(w);
+           cv::Mat d = mat(w.d);
+           cv::multiply(d, cv::Scalar(kValue, kValue, kValue, 255), d, 1.0 / 255);
+         },
+#else
+         nullptr,
+#endif
+         false,
          [](Images& w) {
            restore(w);
            std::uint8_t* __restrict d = u8(w.d);
@@ -84,18 +101,7 @@ const int registeredPremultiply = registerCases(
              d[i] = scaled(d[i], al), d[i + 1] = scaled(d[i + 1], al);
              d[i + 2] = scaled(d[i + 2], al);
            }
-         },
-#ifdef MOXPX_HAVE_OPENCV
-         // the peer's nearest counterpart: each pixel times a constant colour
-         [](Images& w) {
-           restore(w);
-           cv::Mat d = mat(w.d);
-           cv::multiply(d, cv::Scalar(kValue, kValue, kValue, 255), d, 1.0 / 255);
-         }
-#else
-         nullptr
-#endif
-        },
+         }},
     },
     4);
 
