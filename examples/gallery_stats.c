@@ -4,30 +4,18 @@
 
 #include "gallery.h"
 
-static MoxImage* create(int channels, int height, int width) {
-  MoxImage* im = moxCreateImageHeader(channels, 0, MOX_DEPTH_8U, channels == 1 ? "GRAY" : "RGB",
-                                      channels == 1 ? "GRAY" : "BGR", MOX_DATA_ORDER_PIXEL,
-                                      MOX_ORIGIN_TL, MOX_ALIGN_4BYTES, height, width, NULL, NULL,
-                                      NULL);
-  if (!im) return NULL;
-  moxAllocateImage(im, 0);
-  if (!im->imageData) {
-    moxDeallocateHeader(im);
-    return NULL;
-  }
-  return im;
-}
+/* From gallery_alpha.c. */
+MoxImage* galleryAlphaNewImage(int channels, int alpha, int height, int width);
+MoxImage* galleryAlphaDone(MoxImage* im);
 
-static MoxImage* done(MoxImage* im) {
-  if (!im || moxGetErrStatus() == MOX_StsNoError) return im;
-  moxDeallocate(im, MOX_FREE_HEADER | MOX_FREE_DATA);
-  return NULL;
+static MoxImage* create(int channels, int height, int width) {
+  return galleryAlphaNewImage(channels, 0, height, width);
 }
 
 static MoxImage* threshold(const MoxImage* photo) {
   MoxImage* dst = create(3, photo->height, photo->width);
   if (dst) moxThreshold(photo, dst, 128);
-  return done(dst);
+  return galleryAlphaDone(dst);
 }
 
 /* 256 bins of one value per channel. */
@@ -59,7 +47,7 @@ static MoxImage* histogram(const MoxImage* photo) {
     for (v = 0; v < 256; ++v)
       for (y = 0; y < 200 && (long)(200 - y) * top <= 200L * counts[c][v] * 3 / 2; ++y)
         ((unsigned char*)dst->imageData)[(199 - y) * dst->widthStep + 3 * v + c] = 255;
-  return done(dst);
+  return galleryAlphaDone(dst);
 }
 
 /* Shadows lifted, highlights kept: slopes of 16 fraction bits. */
@@ -73,7 +61,7 @@ static MoxImage* stretch(const MoxImage* photo) {
   lut.interpolateType = MOX_LUT_INTER;
   all[0] = all[1] = all[2] = &lut;
   if (dst) moxContrastStretch(photo, dst, all);
-  return done(dst);
+  return galleryAlphaDone(dst);
 }
 
 static MoxImage* equalize(const MoxImage* photo) {
@@ -89,7 +77,7 @@ static MoxImage* equalize(const MoxImage* photo) {
     all[c] = &luts[c];
   }
   if (dst) moxHistoEqualize(photo, dst, all);
-  return done(dst);
+  return galleryAlphaDone(dst);
 }
 
 /* Each 16 x 16 block: the C norm of the photograph against its threshold
@@ -103,7 +91,7 @@ static MoxImage* norms(const MoxImage* photo) {
   if (two) moxThreshold(photo, two, 128);
   if (!two || !dst || moxGetErrStatus() != MOX_StsNoError) {
     if (two) moxDeallocate(two, MOX_FREE_HEADER | MOX_FREE_DATA);
-    return done(dst);
+    return galleryAlphaDone(dst);
   }
   pa = *photo, pb = *two;
   pa.roi = &a, pb.roi = &b;
@@ -118,7 +106,7 @@ static MoxImage* norms(const MoxImage* photo) {
           ((unsigned char*)dst->imageData)[j * dst->widthStep + i] = (unsigned char)(2 * n > 255 ? 255 : 2 * n);
     }
   moxDeallocate(two, MOX_FREE_HEADER | MOX_FREE_DATA);
-  return done(dst);
+  return galleryAlphaDone(dst);
 }
 
 const GalleryEntry galleryStats[] = {

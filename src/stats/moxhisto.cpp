@@ -301,18 +301,26 @@ using namespace mox;
 using namespace mox::stats;
 
 namespace {
-void computeHisto(const MoxImage* srcImage, MoxLUT** lut) {
-  constexpr const char* f = "moxComputeHisto";
-  const MoxImage* s = srcImage;
-  if (badImage(s, {f, kFile, 60}) ||
-      fails(s->depth == MOX_DEPTH_1U, {f, kFile, 62}, "(srcImage->depth==1)") ||
-      badLuts(lut, workChannels(s), s->depth, false, {f, kFile, 64}) ||
-      tooManyValues(s, {f, kFile, 66}))
-    return;
-  std::vector<std::vector<u64>> bins;
-  if (!countBins(s, lut, WalkPlan{f, kFile, &kHistoLines, false}, bins)) return;
+
+// After the header checks: the depth, the tables and the size at `line`,
+// `line + 2` and `line + 4`; then the counts of the source go into the
+// tables' values. Returns false after a report.
+bool countChecked(const char* f, const MoxImage* s, MoxLUT** lut, int line,
+                  const WalkLines& lines, std::vector<std::vector<u64>>& bins) {
+  if (fails(s->depth == MOX_DEPTH_1U, {f, kFile, line}, "(srcImage->depth==1)") ||
+      badLuts(lut, workChannels(s), s->depth, false, {f, kFile, line + 2}) ||
+      tooManyValues(s, {f, kFile, line + 4}) ||
+      !countBins(s, lut, WalkPlan{f, kFile, &lines, false}, bins))
+    return false;
   for (std::size_t c = 0; c < bins.size(); ++c)
     for (std::size_t i = 0; i < bins[c].size(); ++i) lut[c]->value[i] = int(bins[c][i]);
+  return true;
+}
+
+void computeHisto(const MoxImage* srcImage, MoxLUT** lut) {
+  constexpr const char* f = "moxComputeHisto";
+  std::vector<std::vector<u64>> bins;
+  if (!badImage(srcImage, {f, kFile, 60})) countChecked(f, srcImage, lut, 62, kHistoLines, bins);
 }
 
 void contrastStretch(const MoxImage* srcImage, MoxImage* dstImage, MoxLUT** lut) {
@@ -334,14 +342,10 @@ void contrastStretch(const MoxImage* srcImage, MoxImage* dstImage, MoxLUT** lut)
 // of the last bin.
 void histoEqualize(const MoxImage* srcImage, MoxImage* dstImage, MoxLUT** lut) {
   const MoxImage* images[2] = {srcImage, dstImage};
-  const char* f = kEqualize.func;
-  if (!checkImages(kEqualize, images) ||
-      fails(srcImage->depth == MOX_DEPTH_1U, {f, kFile, 247}, "(srcImage->depth==1)") ||
-      badLuts(lut, workChannels(dstImage), dstImage->depth, false, {f, kFile, 249}) ||
-      tooManyValues(srcImage, {f, kFile, 250}))
-    return;
   std::vector<std::vector<u64>> bins;
-  if (!countBins(srcImage, lut, WalkPlan{f, kFile, &kEqualizeCountLines, false}, bins)) return;
+  if (!checkImages(kEqualize, images) ||
+      !countChecked(kEqualize.func, srcImage, lut, 247, kEqualizeCountLines, bins))
+    return;
   const int channels = workChannels(dstImage);
   std::vector<std::vector<int>> outs(static_cast<std::size_t>(channels));
   std::vector<ChannelMap> maps;
@@ -359,8 +363,6 @@ void histoEqualize(const MoxImage* srcImage, MoxImage* dstImage, MoxLUT** lut) {
     }
     maps.push_back({l, outs[std::size_t(c)].data(), nullptr});
   }
-  for (int c = 0; c < channels; ++c)
-    for (int i = 0; i < lut[c]->num; ++i) lut[c]->value[i] = int(bins[std::size_t(c)][std::size_t(i)]);
   runMaps(kEqualize, srcImage, dstImage, maps);
 }
 

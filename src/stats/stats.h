@@ -13,22 +13,9 @@ namespace mox::stats {
 // 0 among those processed: the channel of interest alone is channel 0).
 template <class T, int N, class F>
 inline void forEachChannelRun(const View* v, F&& f) {
-  Lane l[N];
-  for (int i = 0; i < N; ++i) l[i] = laneOf(v[i], sizeof(T));
-  const Lane& d = l[N - 1];
-  const View& dv = v[N - 1];
-  const int cycle = dv.dataOrder == 0 && dv.coi == 0 ? dv.nChannels : 1;
-  for (int y = 0; y < dv.height; ++y)
-    for (int k = 0; k < d.lanes; ++k) {
-      T* p[N];
-      int stride[N];
-      for (int i = 0; i < N; ++i) {
-        p[i] = reinterpret_cast<T*>(l[i].base + std::ptrdiff_t(y) * v[i].widthStep +
-                                    std::ptrdiff_t(k) * l[i].laneStep);
-        stride[i] = l[i].stride;
-      }
-      f(p, stride, d.count, k, cycle);
-    }
+  const View& d = v[N - 1];
+  const int cycle = d.dataOrder == 0 && d.coi == 0 ? d.nChannels : 1;
+  forEachLaneAt<T, N>(v, [&](T** p, int* stride, int count, int k) { f(p, stride, count, k, cycle); });
 }
 
 // The depths the statistics take: every one but packed bits.
