@@ -1,6 +1,7 @@
-// moxMultiplySScale, moxMultiplyScale, moxPreMultiplyAlpha: products of
-// values read as fractions of the depth's maximum, through the scaled
-// multiply.
+// moxMultiplySScale, moxMultiplyScale, moxPreMultiplyAlpha,
+// moxAlphaComposite, moxAlphaCompositeC: products and compositions of values
+// read as fractions of the depth's maximum, every product through the
+// scaled multiply.
 #include <algorithm>
 #include <cstdio>
 
@@ -15,11 +16,6 @@ constexpr const char* kTilingText = "ERROR in Tiling callBack";
 // The full chain on one image, then its layout, both at one line.
 bool failsImage(const MoxImage* image, const char* name, const Site& at) {
   return failsFullChain(image, name, at) || badLayout(image, name, at);
-}
-
-bool fails(bool bad, const Site& at, const char* text) {
-  if (bad) report(at, text);
-  return bad;
 }
 
 // "name->depth != other->depth" and the like, with the images' names (the
@@ -55,7 +51,7 @@ bool differInChannels(const MoxImage* s, const char* sn, const MoxImage* d, cons
                    "dstImage");
 }
 bool badDepth(const MoxImage* d, const Site& at) {
-  return fails(d->depth != MOX_DEPTH_8U && d->depth != MOX_DEPTH_16U, at,
+  return failsAt(d->depth != MOX_DEPTH_8U && d->depth != MOX_DEPTH_16U, at,
                "dstImage->depth != 8 && dstImage->depth != 16");
 }
 
@@ -293,9 +289,9 @@ bool failsComposite(const char* f, const MoxImage* a, const MoxImage* b, const M
   return badDepth(d, {f, kFile, line - 1}) || differ(a, "srcImageA", d, depth) ||
          differ(b, "srcImageB", d, depth) || differInOrder(a, "srcImageA", d, order) ||
          differInOrder(b, "srcImageB", d, order) ||
-         fails(colourCount(a) != colourCount(d), colours, "(nColorA != nColorDst)") ||
-         fails(colourCount(b) != colourCount(d), colours, "(nColorB != nColorDst)") ||
-         fails(type < MOX_COMPOSITE_OVER || type > MOX_COMPOSITE_PLUS, {f, kFile, line + 3},
+         failsAt(colourCount(a) != colourCount(d), colours, "(nColorA != nColorDst)") ||
+         failsAt(colourCount(b) != colourCount(d), colours, "(nColorB != nColorDst)") ||
+         failsAt(type < MOX_COMPOSITE_OVER || type > MOX_COMPOSITE_PLUS, {f, kFile, line + 3},
                "compositeType < MOX_COMPOSITE_OVER || compositeType > MOX_COMPOSITE_PLUS");
 }
 
@@ -375,12 +371,12 @@ extern "C" MOX_API void MOX_CALL moxPreMultiplyAlpha(MoxImage* image, int alphaV
   const MoxImage* im = image;
   const Site at{f, kFile, 859};
   if (failsImage(im, "image", {f, kFile, 856}) ||
-      fails(im->depth != MOX_DEPTH_8U && im->depth != MOX_DEPTH_16U, {f, kFile, 857},
+      failsAt(im->depth != MOX_DEPTH_8U && im->depth != MOX_DEPTH_16U, {f, kFile, 857},
             "image->depth != 8 && image->depth != 16") ||
-      fails(im->alphaChannel > 0 && im->alphaChannel != im->nChannels, {f, kFile, 858},
+      failsAt(im->alphaChannel > 0 && im->alphaChannel != im->nChannels, {f, kFile, 858},
             "image->alphaChannel > 0 && image->alphaChannel != image->nChannels") ||
-      fails(im->alphaChannel < 1, at, "image->alphaChannel < 1") ||
-      fails(im->alphaChannel > im->nChannels, at, "image->alphaChannel > image->nChannels"))
+      failsAt(im->alphaChannel < 1, at, "image->alphaChannel < 1") ||
+      failsAt(im->alphaChannel > im->nChannels, at, "image->alphaChannel > image->nChannels"))
     return;
   const int max = im->depth == MOX_DEPTH_8U ? 0xFF : 0xFFFF;
   const PremulArgs args{im->alphaChannel - 1, alphaValue < 0 ? -1 : alphaValue > max ? max : alphaValue};

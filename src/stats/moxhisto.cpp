@@ -72,11 +72,6 @@ bool tooManyValues(const MoxImage* im, const Site& at) {
   return failsLut(w * h > INT_MAX, at, "(srcImage ROI width * height > INT_MAX)");
 }
 
-bool fails(bool bad, const Site& at, const char* text) {
-  if (bad) report(at, text);
-  return bad;
-}
-
 // ---------------------------------------------------------------- counting
 
 // Calls f(channels, x) for the first value x of every pixel of a run of
@@ -307,7 +302,7 @@ namespace {
 // tables' values. Returns false after a report.
 bool countChecked(const char* f, const MoxImage* s, MoxLUT** lut, int line,
                   const WalkLines& lines, std::vector<std::vector<u64>>& bins) {
-  if (fails(s->depth == MOX_DEPTH_1U, {f, kFile, line}, "(srcImage->depth==1)") ||
+  if (failsAt(s->depth == MOX_DEPTH_1U, {f, kFile, line}, "(srcImage->depth==1)") ||
       badLuts(lut, workChannels(s), s->depth, false, {f, kFile, line + 2}) ||
       tooManyValues(s, {f, kFile, line + 4}) ||
       !countBins(s, lut, WalkPlan{f, kFile, &lines, false}, bins))
@@ -327,7 +322,7 @@ void contrastStretch(const MoxImage* srcImage, MoxImage* dstImage, MoxLUT** lut)
   const MoxImage* images[2] = {srcImage, dstImage};
   const Site at{kStretch.func, kFile, 147};
   if (!checkImages(kStretch, images) ||
-      fails(srcImage->depth == MOX_DEPTH_1U, at, "(srcImage->depth==1)") ||
+      failsAt(srcImage->depth == MOX_DEPTH_1U, at, "(srcImage->depth==1)") ||
       badLuts(lut, workChannels(dstImage), dstImage->depth, true, {kStretch.func, kFile, 149}))
     return;
   std::vector<ChannelMap> maps;

@@ -123,10 +123,8 @@ constexpr OpTable kOne{kFunc, kFile, 1, {"srcImageA"}, {"nChSrcA"}, {60}, {}, {}
 constexpr OpTable kTwo{kFunc,  kFile,      2,    {"srcImageA", "srcImageB"}, {"nChSrcA", "nChSrcB"},
                        {60, 61}, {63}, {64}, {70},  kTwoLines};
 
-bool fails(bool bad, int line, const char* text) {
-  if (bad) report(Site{kFunc, kFile, line}, text);
-  return bad;
-}
+// A check of this function at a line.
+bool fails(bool bad, int line, const char* text) { return failsAt(bad, {kFunc, kFile, line}, text); }
 
 }  // namespace
 }  // namespace mox::stats

@@ -34,10 +34,8 @@ struct Threshold : Rule {
 
 constexpr WalkLines kLines{{234, 235, 236, 237}, {279, 298, 319, 325, 340, 346, 363, 368}};
 
-bool fails(bool bad, int line, const char* text) {
-  if (bad) report(Site{kFunc, kFile, line}, text);
-  return bad;
-}
+// A check of this function at a line.
+bool fails(bool bad, int line, const char* text) { return failsAt(bad, {kFunc, kFile, line}, text); }
 
 // A ROI that starts outside its image leaves nothing to resolve.
 bool roiOutside(const MoxImage* im) {
