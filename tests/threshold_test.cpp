@@ -136,3 +136,17 @@ TEST(ThresholdChecks, EveryCheckReportsItsTextAndLine) {
   expectReport("moxThreshold", "Image header is null", 199, "moxthres");
   EXPECT_TRUE(reports().empty());
 }
+
+// A destination of more than 8 MB is written past the caches, from an
+// unaligned start.
+TEST(Threshold, LargeDestinations) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16S}) {
+    const int roi[5] = {0, 3, 1, 2899, 2998};
+    Image s({depth, 1, 0, 2900, 3001}, 5), d({depth, 1, 0, 2900, 3001}, 6, roi);
+    const auto want = expected({s, d}, [depth](const ll* v) { return thresholded(depth, v[0], 17); });
+    moxThreshold(s, d, 17);
+    EXPECT_EQ(pixels(d), want) << std::hex << depth;
+  }
+  EXPECT_TRUE(reports().empty());
+}

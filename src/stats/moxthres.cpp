@@ -1,6 +1,7 @@
 // moxThreshold: values below the threshold to the depth's minimum, the
 // others to its maximum.
 #include <algorithm>
+#include <cstdint>
 
 #include "image/pointop.h"
 
@@ -27,8 +28,50 @@ struct Threshold : Rule {
       return n;
     }
     const T level = static_cast<T>(t);
-    for (std::size_t j = 0; j < n; ++j) d[j] = s[j] < level ? T(D::lo) : T(D::hi);
+    std::size_t j = vectors<D>(s, d, n, level, args.stream);
+    for (; j < n; ++j) d[j] = s[j] < level ? T(D::lo) : T(D::hi);
     return n;
+  }
+
+  // 16 bytes at a time: a signed comparison (unsigned values with their sign
+  // bit flipped) gives all ones below the threshold; that mask with the
+  // maximum's bits flipped is the result. A large destination is stored
+  // past the caches from its first 16-byte boundary on.
+  template <class D, class T>
+  static std::size_t vectors(const T* s, T* d, std::size_t n, T level, bool stream) {
+#if defined(__SSE2__)
+    auto all = [](long long v) {
+      if constexpr (sizeof(T) == 1) return _mm_set1_epi8(static_cast<char>(v));
+      if constexpr (sizeof(T) == 2) return _mm_set1_epi16(static_cast<short>(v));
+      if constexpr (sizeof(T) == 4) return _mm_set1_epi32(static_cast<int>(v));
+    };
+    auto below = [](__m128i a, __m128i b) {
+      if constexpr (sizeof(T) == 1) return _mm_cmplt_epi8(a, b);
+      if constexpr (sizeof(T) == 2) return _mm_cmplt_epi16(a, b);
+      if constexpr (sizeof(T) == 4) return _mm_cmplt_epi32(a, b);
+    };
+    const __m128i flip = all(D::isSigned ? 0 : D::lo - (1LL << (8 * sizeof(T) - 1)));
+    const __m128i bound = _mm_xor_si128(all(level), flip), top = all(D::hi);
+    constexpr std::size_t step = 16 / sizeof(T);
+    std::size_t j = 0;
+    const auto at = reinterpret_cast<std::uintptr_t>(d);
+    if (stream && at % sizeof(T) == 0) {
+      for (; j < n && (at + j * sizeof(T)) % 16; ++j) d[j] = s[j] < level ? T(D::lo) : T(D::hi);
+      for (; j + step <= n; j += step) {
+        const __m128i x = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + j)), flip);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(d + j), _mm_xor_si128(below(x, bound), top));
+      }
+      return j;
+    }
+    for (; j + step <= n; j += step) {
+      const __m128i x = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + j)), flip);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), _mm_xor_si128(below(x, bound), top));
+    }
+    return j;
+#else
+    (void)s, (void)d, (void)n, (void)level, (void)stream;
+    return 0;
+#endif
   }
 };
 
@@ -62,4 +105,7 @@ extern "C" MOX_API void MOX_CALL moxThreshold(const MoxImage* srcImage, MoxImage
   const WalkImage images[2] = {{s, "srcImage", false}, {d, "dstImage", true}};
   const WalkPlan plan{kFunc, kFile, &kLines, true};
   walk(plan, images, 2, nullptr, pickKernel<Threshold, 2>(d->depth), &args);
+#if defined(__SSE2__)
+  _mm_sfence();  // the stores past the caches are seen before the call returns
+#endif
 }
