@@ -31,6 +31,9 @@ TARGETS = [
     (r".*", r".*", "tiled256", 1.3),
     (r".*(?i:fft).*", r".*", "fftw", 2.0),
     (r".*(?i:fft).*", r".*", "opencv", 1.0),
+    (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", FLOOR, 1.2),
+    (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", "opencv", 1.0),
+    (r"ComputeHisto|ContrastStretch|HistoEqualize|Norm.*", r"8U_(2048|4096)x.*", "opencv", 1.0),
 ]
 
 NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_tiled(\d+))?(?:/repeats:\d+)?$")
