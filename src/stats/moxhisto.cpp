@@ -5,9 +5,7 @@
 // values v with key[i] <= v < key[i + 1]. Values outside every bin are not
 // counted and are copied unchanged by the maps.
 #include <algorithm>
-#include <bit>
 #include <climits>
-#include <cstring>
 #include <cstdio>
 #include <new>
 #include <type_traits>
@@ -98,44 +96,6 @@ inline int binOf(const MoxLUT* t, long long v) {
   return int(std::upper_bound(t->key, t->key + t->num + 1, v) - t->key) - 1;
 }
 
-// Runs of 8-bit values eight at a time, on little-endian machines: one
-// load (and for maps one store) per word, the table work in between; single
-// byte stores could alias the tables and the source and keep the compiler
-// from reading ahead. Byte k of a word belongs to channel k % cycle; values
-// are indices into their tables once their sign bit is flipped (`flip`).
-// Returns how many values were done.
-constexpr bool kWords = std::endian::native == std::endian::little;
-
-template <class T>
-inline int countWords(const T* s, int count, std::uint32_t* const* tables, unsigned flip) {
-  if constexpr (sizeof(T) != 1 || !kWords) return 0;
-  const std::uint64_t f = 0x0101010101010101ull * flip;
-  int j = 0;
-  for (; j + 8 <= count; j += 8) {
-    std::uint64_t x;
-    std::memcpy(&x, s + j, 8);
-    x ^= f;
-    for (int k = 0; k < 8; ++k) ++tables[k][(x >> (8 * k)) & 0xFF];
-  }
-  return j;
-}
-
-template <class T>
-inline int mapWords(const T* s, T* d, int count, const T* const* tables, unsigned flip) {
-  if constexpr (sizeof(T) != 1 || !kWords) return 0;
-  const std::uint64_t f = 0x0101010101010101ull * flip;
-  int j = 0;
-  for (; j + 8 <= count; j += 8) {
-    std::uint64_t x, y = 0;
-    std::memcpy(&x, s + j, 8);
-    x ^= f;
-    for (int k = 0; k < 8; ++k)
-      y |= std::uint64_t(static_cast<std::uint8_t>(tables[k][(x >> (8 * k)) & 0xFF])) << (8 * k);
-    std::memcpy(d + j, &y, 8);
-  }
-  return j;
-}
-
 // Counts of one walk: below 32 bits a table of every value per channel
 // (`sub` tables each, so that runs of one channel spread their stores),
 // else the bins themselves.
@@ -169,24 +129,21 @@ void countKernel(const View* v, const void* arg) {
     forEachChannelRun<T, 1>(v, [&](T** p, int* stride, int count, int base, int cycle) {
       const T* s = p[0];
       const std::ptrdiff_t step = std::ptrdiff_t(k.sub) * std::ptrdiff_t(k.range);
-      int j = 0;
-      if (stride[0] == 1 && 8 % cycle == 0) {
-        // byte k: its channel's table, spread over the channel's sub-tables
-        std::uint32_t* words[8];
-        for (int b = 0; b < 8; ++b)
-          words[b] = k.table.data() + (base + b % cycle) * step + (b / cycle % k.sub) * k.range;
-        j = countWords(s, count, words, lo < 0 ? 0x80u : 0u);
-      }
       if (cycle == 1) {
         std::uint32_t* t = k.table.data() + base * step - lo;
-        const std::ptrdiff_t ss = stride[0];
+        const std::ptrdiff_t r = std::ptrdiff_t(k.range), ss = stride[0];
+        int j = 0;
+        if (k.sub == 4 && ss == 1)
+          for (; j + 4 <= count; j += 4) {
+            ++t[s[j]], ++t[r + s[j + 1]], ++t[2 * r + s[j + 2]], ++t[3 * r + s[j + 3]];
+          }
         for (; j < count; ++j) ++t[s[j * ss]];
         return;
       }
       // interleaved channels (pixel order, stride 1): one table each
       std::uint32_t* t = k.table.data() - lo;
-      eachPixel(cycle, count - j, [&, j](auto channels, int x) {
-        for (int c = 0; c < int(channels); ++c) ++t[c * step + s[j + x + c]];
+      eachPixel(cycle, count, [&](auto channels, int x) {
+        for (int c = 0; c < int(channels); ++c) ++t[c * step + s[x + c]];
       });
     });
   }
@@ -275,20 +232,17 @@ void mapKernel(const View* v, const void* arg) {
       using U = std::make_unsigned_t<T>;
       const T* tables = static_cast<const T*>(m.tables);
       const std::size_t r = std::size_t(m.range);
-      int j = 0;
-      if (ss == 1 && ds == 1 && 8 % cycle == 0) {
-        const T* words[8];
-        for (int b = 0; b < 8; ++b) words[b] = tables + std::size_t(base + b % cycle) * r;
-        j = mapWords(s, d, count, words, D::lo < 0 ? 0x80u : 0u);
-      }
       if (cycle == 1) {
         const T* t = tables + std::size_t(base) * r;
-        for (; j < count; ++j) d[j * ds] = t[U(s[j * ss] - T(D::lo))];
+        if (ss == 1 && ds == 1)
+          for (int j = 0; j < count; ++j) d[j] = t[U(s[j] - T(D::lo))];
+        else
+          for (int j = 0; j < count; ++j) d[j * ds] = t[U(s[j * ss] - T(D::lo))];
         return;
       }
-      eachPixel(cycle, count - j, [&, j](auto channels, int x) {
+      eachPixel(cycle, count, [&](auto channels, int x) {
         for (int c = 0; c < int(channels); ++c)
-          d[j + x + c] = tables[std::size_t(c) * r + U(s[j + x + c] - T(D::lo))];
+          d[x + c] = tables[std::size_t(c) * r + U(s[x + c] - T(D::lo))];
       });
     }
   });

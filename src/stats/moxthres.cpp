@@ -35,8 +35,11 @@ struct Threshold : Rule {
 
   // 16 bytes at a time: a signed comparison (unsigned values with their sign
   // bit flipped) gives all ones below the threshold; that mask with the
-  // maximum's bits flipped is the result. A large destination is stored
-  // past the caches from its first 16-byte boundary on.
+  // maximum's bits flipped is the result. Runs of a large destination that
+  // are long enough (stored past the caches, they ran slower than cached
+  // stores up to some 16 MB) are stored past the caches from their first
+  // 16-byte boundary on.
+  static constexpr std::size_t kStreamRun = std::size_t(32) << 20;
   template <class D, class T>
   static std::size_t vectors(const T* s, T* d, std::size_t n, T level, bool stream) {
 #if defined(__SSE2__)
@@ -55,7 +58,7 @@ struct Threshold : Rule {
     constexpr std::size_t step = 16 / sizeof(T);
     std::size_t j = 0;
     const auto at = reinterpret_cast<std::uintptr_t>(d);
-    if (stream && at % sizeof(T) == 0) {
+    if (stream && n * sizeof(T) >= kStreamRun && at % sizeof(T) == 0) {
       for (; j < n && (at + j * sizeof(T)) % 16; ++j) d[j] = s[j] < level ? T(D::lo) : T(D::hi);
       for (; j + step <= n; j += step) {
         const __m128i x = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + j)), flip);
