@@ -8,6 +8,8 @@ extern const GalleryEntry galleryTransform[];
 extern const GalleryEntry galleryConvert[];
 extern const GalleryEntry galleryColour[];
 extern const GalleryEntry galleryZoom[];
+extern const GalleryEntry galleryAlpha[];
+extern const GalleryEntry galleryStats[];
 
 const GalleryEntry* const galleryFamilies[] = {
     galleryArith,
@@ -16,5 +18,7 @@ const GalleryEntry* const galleryFamilies[] = {
     galleryConvert,
     galleryColour,
     galleryZoom,
+    galleryAlpha,
+    galleryStats,
     0,
 };

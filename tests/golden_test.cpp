@@ -130,6 +130,34 @@ const Golden kCases[] = {
     {"decimate cubic 16U 3/5 x 1/2", {MOX_DEPTH_16U, 1, 0, 48, 64}, {MOX_DEPTH_16U, 1, 0, 24, 39},
      [](auto a, auto, auto d) { moxDecimate(a, d, 3, 5, 1, 2, MOX_INTER_CUBIC, nullptr); },
      0xc04992c1d66132f0ull},
+    // alpha work and point maps: vector and per-value paths, interleaved
+    // channels, interpolated maps
+    {"premultiply 8U 4 channels, own alpha", {MOX_DEPTH_8U, 4, 0, 45, 61}, {MOX_DEPTH_8U, 4, 0, 45, 61},
+     [](auto a, auto, auto d) {
+       moxMultiplySScale(a, d, -1, nullptr);
+       d->alphaChannel = 4;
+       moxPreMultiplyAlpha(d, -1, nullptr);
+     }, 0x3c31f6fdbde90c79ull},
+    {"scaled multiply 16U", {MOX_DEPTH_16U, 3, 1, 40, 40}, {MOX_DEPTH_16U, 3, 1, 40, 40},
+     [](auto a, auto b, auto d) { moxMultiplyScale(a, b, d, nullptr); }, 0x029f686fb2755a2full},
+    {"composite atop 8U, divided", k8U3, k8U3,
+     [](auto a, auto b, auto d) {
+       a->alphaChannel = b->alphaChannel = d->alphaChannel = 3;
+       moxAlphaComposite(a, b, d, MOX_COMPOSITE_ATOP, nullptr, nullptr, nullptr, 0, 1);
+     }, 0x5078caee803f47dbull},
+    {"threshold 16S", k16S1, k16S1, [](auto a, auto, auto d) { moxThreshold(a, d, -77); }, 0x0a83fc9027b585bbull},
+    {"stretch interpolated and equalize 8U", k8U3, k8U3,
+     [](auto a, auto, auto d) {
+       static int key[4] = {0, 50, 200, 256}, value[3] = {10, 60, 250}, factor[3] = {70000, -9000, 123456};
+       static MoxLUT lut{3, key, value, factor, MOX_LUT_INTER};
+       MoxLUT* luts[3] = {&lut, &lut, &lut};
+       moxContrastStretch(a, d, luts);
+       static int counts[3][3];
+       static MoxLUT bins[3] = {{3, key, counts[0], nullptr, 0}, {3, key, counts[1], nullptr, 0},
+                                {3, key, counts[2], nullptr, 0}};
+       MoxLUT* all[3] = {&bins[0], &bins[1], &bins[2]};
+       moxHistoEqualize(d, d, all);
+     }, 0xeb649999ab4701ecull},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {

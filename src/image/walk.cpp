@@ -81,7 +81,8 @@ bool reportTileData(const WalkPlan& plan, int line, const char* name, bool after
   char message[160];
   std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s %s)", name,
                 afterGet ? "==" : "!=", plan.null);
-  mox::report(at, message, afterGet ? plan.nullStatus : MOX_StsBadArgument);
+  mox::report(at, plan.tileDataText ? plan.tileDataText : message,
+              afterGet ? plan.nullStatus : MOX_StsBadArgument);
   return false;
 }
 
@@ -167,7 +168,7 @@ class Walker {
   const WalkPlan& plan_;
   const WalkImage* images_;
   int n_;
-  Part parts_[3];
+  Part parts_[kMaxWalkImages];
   i64 w_ = 0, h_ = 0;
   bool firstWalk_ = false;
   bool large_ = false;
@@ -263,7 +264,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
   const MoxImage* d = parts_[n_ - 1].image;
   large_ = w_ * h_ * workChannels(d) * depthBits(d->depth) / 8 >= kLargeBytes;
   if (mapping && plan_.pointMapping && !cutToPoint(mapping)) return true;
-  View views[3];
+  View views[kMaxWalkImages];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
     if (piece || !plan_.wholeImage || !flatViews(images_, n_, views))
@@ -283,7 +284,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
 // Bands of rows end where any image's tile row ends; pieces of a band end
 // where any image's tile column ends.
 bool Walker::walkPieces(const void* arg) {
-  View views[3];
+  View views[kMaxWalkImages];
   i64 band = 0, piece = 0;
   for (i64 ry = 0; ry < h_; ry += band) {
     band = h_ - ry;
