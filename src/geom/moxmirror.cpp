@@ -1,0 +1,132 @@
+// moxMirror: the source rectangle mirrored about its horizontal centre line
+// (flipAxis 0), its vertical one (1) or both (-1).
+//
+// Destination row i takes source row rows - 1 - i when rows flip, and the
+// columns run backwards when columns flip. Source and destination may share
+// their pixels: the same rectangle is mirrored in place a pair of rows at a
+// time through a two-row buffer; rectangles that overlap otherwise are first
+// copied aside whole.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "frame/frame.h"
+#include "geom/ownrotmir.h"
+
+namespace {
+
+using mox::View;
+using mox::geom::Rect;
+
+constexpr const char* kFunc = "moxMirror";
+constexpr const char* kFile = "moxmirr";
+constexpr mox::Site at(int line) { return {kFunc, kFile, line}; }
+
+constexpr int kLineSrcHeader = 2098, kLineDstHeader = 2099, kLineDepth = 2101,
+              kLineChannels = 2102, kLineAxis = 2103, kLineCoi = 2113, kLineMemory = 2125,
+              kLineTiled = 2130;
+
+struct Freer {
+  void operator()(void* p) const { moxFree(p); }
+};
+using Buffer = std::unique_ptr<char, Freer>;
+
+// Bytes of one row of the view's rectangle (all planes in plane order),
+// and a view of `rows` such rows laid out one after another in `data`.
+long long rowBytes(const View& v) {
+  const unsigned bits = mox::depthBits(v.depth);
+  if (bits == 1) return (v.bitOffset + static_cast<long long>(v.width) + 7) / 8;
+  return static_cast<long long>(v.width) * (bits / 8) * v.nChannels;
+}
+
+View packedLike(const View& v, char* data, int rows) {
+  View t = v;
+  const long long bytes = rowBytes(v);
+  const long long planeBytes = v.dataOrder == 1 ? bytes / v.nChannels : bytes;
+  t.data = data;
+  t.widthStep = static_cast<int>(v.dataOrder == 1 ? planeBytes : bytes);
+  t.height = rows;
+  t.planeStep = static_cast<std::ptrdiff_t>(planeBytes * rows);
+  return t;
+}
+
+Buffer allocate(long long bytes) {
+  if (bytes > 0x7fffffff) return nullptr;
+  return Buffer(static_cast<char*>(moxMalloc(static_cast<int>(bytes))));
+}
+
+bool outOfMemory() {
+  mox::report(at(kLineMemory), "Out of memory", MOX_StsOutOfMemory);
+  return false;
+}
+
+// Distinct memory: every destination row straight from its source row.
+void mirrorApart(const View& s, const View& d, bool flipRows, bool flipColumns,
+                 mox::geom::RowCopy copy) {
+  for (int i = 0; i < d.height; ++i)
+    copy(s, flipRows ? d.height - 1 - i : i, d, i, d.width, flipColumns);
+}
+
+// The same rectangle: rows r and rows - 1 - r (or r alone when rows stay)
+// are read into the buffer before either is written.
+bool mirrorInPlace(const View& v, bool flipRows, bool flipColumns, mox::geom::RowCopy copy) {
+  Buffer buffer = allocate(2 * rowBytes(v));
+  if (!buffer) return outOfMemory();
+  const View t = packedLike(v, buffer.get(), 2);
+  const int rows = v.height;
+  const int pairs = flipRows ? (rows + 1) / 2 : rows;
+  for (int r = 0; r < pairs; ++r) {
+    const int other = flipRows ? rows - 1 - r : r;
+    copy(v, r, t, 0, v.width, false);
+    copy(v, other, t, 1, v.width, false);
+    copy(t, 0, v, other, v.width, flipColumns);
+    copy(t, 1, v, r, v.width, flipColumns);
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" MOX_API void MOX_CALL moxMirror(const MoxImage* srcImage, MoxImage* dstImage,
+                                           int flipAxis) {
+  if (mox::badHeader(srcImage, at(kLineSrcHeader)) ||
+      mox::badLayout(srcImage, "srcImage", at(kLineSrcHeader)) ||
+      mox::badHeader(dstImage, at(kLineDstHeader)) ||
+      mox::badLayout(dstImage, "dstImage", at(kLineDstHeader)))
+    return;
+  if (srcImage->depth != dstImage->depth)
+    return mox::report(at(kLineDepth), "(srcImage->depth!=dstImage->depth)");
+  if (srcImage->nChannels != dstImage->nChannels)
+    return mox::report(at(kLineChannels), "(srcImage->nChannels!=dstImage->nChannels)");
+  if (flipAxis > 1 || flipAxis < -1) return mox::report(at(kLineAxis), "((flipAxis>1)||(flipAxis<-1))");
+  if (mox::geom::coiOf(srcImage) != mox::geom::coiOf(dstImage))
+    return mox::report(at(kLineCoi), "(coiSrc!=coiDst)");
+  if (srcImage->tileInfo)
+    return mox::report(at(kLineTiled), "(srcImage->tileInfo != ((void*)(0)))");
+  if (dstImage->tileInfo)
+    return mox::report(at(kLineTiled), "(dstImage->tileInfo != ((void*)(0)))");
+
+  Rect sr = mox::geom::clippedRect(srcImage), dr = mox::geom::clippedRect(dstImage);
+  const int rows = sr.h < dr.h ? sr.h : dr.h, cols = sr.w < dr.w ? sr.w : dr.w;
+  if (rows <= 0 || cols <= 0) return;
+  sr.w = dr.w = cols;
+  sr.h = dr.h = rows;
+  const View s = mox::geom::viewOf(srcImage, sr), d = mox::geom::viewOf(dstImage, dr);
+  const bool flipRows = flipAxis != 1, flipColumns = flipAxis != 0;
+  const mox::geom::RowCopy copy = mox::geom::rowCopyFor(dstImage->depth);
+  if (!mox::geom::overlap(s, d)) return mirrorApart(s, d, flipRows, flipColumns, copy);
+  if (s.data == d.data && s.widthStep == d.widthStep && s.bitOffset == d.bitOffset &&
+      s.dataOrder == d.dataOrder && s.planeStep == d.planeStep) {
+    mirrorInPlace(d, flipRows, flipColumns, copy);
+    return;
+  }
+  // Overlapping otherwise: the source rectangle is copied aside first.
+  Buffer buffer = allocate(rowBytes(s) * rows);
+  if (!buffer) {
+    outOfMemory();
+    return;
+  }
+  const View t = packedLike(s, buffer.get(), rows);
+  for (int i = 0; i < rows; ++i) copy(s, i, t, i, cols, false);
+  mirrorApart(t, d, flipRows, flipColumns, copy);
+}

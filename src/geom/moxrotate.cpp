@@ -1,0 +1,472 @@
+// moxRotate: the source rotated about (xCenter, yCenter) by angle/100
+// degrees into the destination's rectangle.
+//
+// Destination pixel (row i, column j of the rectangle) stands for the source
+// coordinates x = source rectangle's column + j, y = its row + i, and takes
+// the source sample at the rotation of (x, y) about the centre:
+//   xs = cosA * x - sinA * y + xShift,  ys = sinA * x + cosA * y + yShift,
+// evaluated in single precision (cosA, sinA and the shifts are computed in
+// double and rounded to float once per call; nearest neighbour adds 0.5 to
+// the shifts). A position at or below -1e-7 has index -1, any other
+// trunc(position + 1e-7); a pixel whose indices leave the source image is 0.
+// Linear interpolation runs along x and then y in single precision; cubic
+// runs the Newton form along x in single and along y in double precision;
+// results are trunc(value + 1e-7), clamped to the depth.
+//
+// Whole turns are copies (moxCopy, with the caller's mapping); quarter and
+// half turns map indices exactly and write only the pixels the rotated
+// source covers.
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+
+#include "frame/frame.h"
+#include "geom/ownrotmir.h"
+
+namespace {
+
+using mox::View;
+using mox::geom::Rect;
+
+constexpr const char* kFunc = "moxRotate";
+constexpr const char* kFile = "moxRotat";
+constexpr mox::Site at(int line) { return {kFunc, kFile, line}; }
+
+constexpr int kLineSrcHeader = 73, kLineDstHeader = 74, kLineMatch = 75, kLineOrigin = 76,
+              kLineSigned = 77, kLineInterpolate = 78, kLineChannels = 79, kLineCopy = 87,
+              kLineTiled = 95;
+
+constexpr int kFullTurn = 36000;
+constexpr double kTolerance = 1e-7;
+
+// ---------------------------------------------------------------- sin, cos
+
+// sin and cos of x in [0, 2 pi) in plain double arithmetic (the C library's
+// differ between systems): x is reduced by the nearest multiple of pi/2,
+// whose three parts have short enough mantissas for exact products, and the
+// rest goes through the Taylor series, whose first omitted terms are below
+// 1e-18 on [-pi/4, pi/4].
+void sinCos(double x, double* sn, double* cs) {
+  constexpr double kTwoOverPi = 0.63661977236758134308;
+  constexpr double kPiHalf1 = 1.57079632673412561417e+00;
+  constexpr double kPiHalf2 = 6.07710050630396597660e-11;
+  constexpr double kPiHalf3 = 2.02226624871116645580e-21;
+  const int q = static_cast<int>(x * kTwoOverPi + 0.5);
+  const double r = ((x - q * kPiHalf1) - q * kPiHalf2) - q * kPiHalf3;
+  const double r2 = r * r;
+  // 1/n! for the terms of each series, highest first.
+  static const double kSin[] = {1.0 / 355687428096000.0, -1.0 / 1307674368000.0,
+                                1.0 / 6227020800.0,      -1.0 / 39916800.0,
+                                1.0 / 362880.0,          -1.0 / 5040.0,
+                                1.0 / 120.0,             -1.0 / 6.0};
+  static const double kCos[] = {1.0 / 20922789888000.0, -1.0 / 87178291200.0, 1.0 / 479001600.0,
+                                -1.0 / 3628800.0,       1.0 / 40320.0,        -1.0 / 720.0,
+                                1.0 / 24.0,             -0.5};
+  double ps = 0, pc = 0;
+  for (double k : kSin) ps = ps * r2 + k;
+  for (double k : kCos) pc = pc * r2 + k;
+  const double s = r + r * (r2 * ps), c = 1.0 + r2 * pc;
+  switch (q & 3) {
+    case 0: *sn = s, *cs = c; break;
+    case 1: *sn = c, *cs = -s; break;
+    case 2: *sn = -s, *cs = -c; break;
+    default: *sn = -c, *cs = s; break;
+  }
+}
+
+// ---------------------------------------------------------------- the plan
+
+struct Plan {
+  int angle;  // 1..35999
+  long long cx, cy;
+  int interpolate;
+  Rect src, dst;  // the rectangles; both have the common size
+  int srcWidth, srcHeight;
+  float cosA, sinA, xShift, yShift;
+};
+
+// Index of a source position: -1 at or below -1e-7, `size` from the end of
+// the image on, else trunc(position + 1e-7).
+inline int indexOf(float p, int size) {
+  const double q = static_cast<double>(p);
+  if (q <= -kTolerance) return -1;
+  const double r = q + kTolerance;
+  if (r >= static_cast<double>(size)) return size;
+  return static_cast<int>(r);
+}
+
+template <class T>
+inline T saturated(double v, double top) {
+  const double w = v + kTolerance;
+  if (!(w > 0.0)) return 0;
+  if (w >= top) return static_cast<T>(top);
+  return static_cast<T>(static_cast<int>(w));
+}
+
+// The cubic through p0..p3 (at -1, 0, 1, 2) at t, in Newton's
+// forward-difference form, in the precision of F.
+template <class F>
+inline F newton(F p0, F p1, F p2, F p3, F t) {
+  const F c1 = F(1) + t;
+  const F c2 = t * (F(1) + t) * F(0.5);
+  const F c3 = (t - F(1)) * c2 * (F(1) / F(3));
+  const F d1 = p1 - p0;
+  const F d2 = (p2 - p1) - d1;
+  const F d3 = (p1 + p3 - F(2) * p2) - d2;
+  return p0 + d1 * c1 + d2 * c2 + d3 * c3;
+}
+
+// A source view and the image coordinates of its first pixel.
+struct Source {
+  View view;
+  int x0, y0;
+};
+
+// Positions and indices of up to kChunk pixels of one destination row.
+constexpr int kChunk = 256;
+
+struct RowPositions {
+  float xs[kChunk], ys[kChunk];
+  int ix[kChunk], iy[kChunk];
+};
+
+void positions(const Plan& p, int i, int j0, int n, RowPositions& r) {
+  const float fy = static_cast<float>(static_cast<long long>(p.src.y) + i);
+  const float a = p.sinA * fy, b = p.cosA * fy;
+  const long long x0 = static_cast<long long>(p.src.x) + j0;
+  for (int j = 0; j < n; ++j) {
+    const float fx = static_cast<float>(x0 + j);
+    r.xs[j] = p.cosA * fx - a + p.xShift;
+    r.ys[j] = p.sinA * fx + b + p.yShift;
+  }
+  for (int j = 0; j < n; ++j) {
+    r.ix[j] = indexOf(r.xs[j], p.srcWidth);
+    r.iy[j] = indexOf(r.ys[j], p.srcHeight);
+  }
+}
+
+inline bool inside(const Plan& p, int ix, int iy) {
+  return static_cast<unsigned>(ix) < static_cast<unsigned>(p.srcWidth) &&
+         static_cast<unsigned>(iy) < static_cast<unsigned>(p.srcHeight);
+}
+
+// Sample (x, y) of run `so` of the source, in image coordinates.
+template <class T>
+inline T sampleAt(const Source& s, std::ptrdiff_t so, int stride, int x, int y) {
+  const char* row = s.view.data + std::ptrdiff_t(y - s.y0) * s.view.widthStep + so;
+  return reinterpret_cast<const T*>(row)[std::ptrdiff_t(x - s.x0) * stride];
+}
+
+// One chunk of a destination row for depth T: every run of samples.
+template <class T>
+void rotateChunk(const Plan& p, const Source& s, const View& d, int row, int j0, int n,
+                 const RowPositions& r) {
+  const double top = static_cast<double>(static_cast<T>(~T(0)));
+  char* dRow = d.data + std::ptrdiff_t(row) * d.widthStep;
+  mox::geom::forEachRun(s.view, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds,
+                                       int count) {
+    T* out = reinterpret_cast<T*>(dRow + dof) + std::ptrdiff_t(j0) * ds;
+    for (int j = 0; j < n; ++j, out += ds) {
+      int ix = r.ix[j], iy = r.iy[j];
+      if (!inside(p, ix, iy)) {
+        for (int c = 0; c < count; ++c) out[c] = 0;
+        continue;
+      }
+      if (p.interpolate == MOX_INTER_NN) {
+        for (int c = 0; c < count; ++c) out[c] = sampleAt<T>(s, so + c * sizeof(T), ss, ix, iy);
+        continue;
+      }
+      if (p.interpolate == MOX_INTER_LINEAR) {
+        if (ix == p.srcWidth - 1) --ix;
+        if (iy == p.srcHeight - 1) --iy;
+        const float tx = r.xs[j] - static_cast<float>(ix), ty = r.ys[j] - static_cast<float>(iy);
+        for (int c = 0; c < count; ++c) {
+          const std::ptrdiff_t o = so + c * sizeof(T);
+          const float a = sampleAt<T>(s, o, ss, ix, iy), b = sampleAt<T>(s, o, ss, ix + 1, iy);
+          const float e = sampleAt<T>(s, o, ss, ix, iy + 1);
+          const float f = sampleAt<T>(s, o, ss, ix + 1, iy + 1);
+          const float r0 = a + (b - a) * tx, r1 = e + (f - e) * tx;
+          out[c] = saturated<T>(static_cast<double>(r0 + (r1 - r0) * ty), top);
+        }
+        continue;
+      }
+      auto centre = [](int i, int size) {
+        return i == 0 ? 1 : i == size - 1 ? i - 2 : i == size - 2 ? i - 1 : i;
+      };
+      ix = centre(ix, p.srcWidth);
+      iy = centre(iy, p.srcHeight);
+      const float tx = r.xs[j] - static_cast<float>(ix);
+      const double ty = static_cast<double>(r.ys[j]) - iy;
+      for (int c = 0; c < count; ++c) {
+        const std::ptrdiff_t o = so + c * sizeof(T);
+        double v[4];
+        for (int m = 0; m < 4; ++m) {
+          const int y = iy - 1 + m;
+          v[m] = newton<float>(sampleAt<T>(s, o, ss, ix - 1, y), sampleAt<T>(s, o, ss, ix, y),
+                               sampleAt<T>(s, o, ss, ix + 1, y), sampleAt<T>(s, o, ss, ix + 2, y),
+                               tx);
+        }
+        out[c] = saturated<T>(newton<double>(v[0], v[1], v[2], v[3], ty), top);
+      }
+    }
+  });
+}
+
+// 1-bit images: nearest neighbour only.
+void rotateBitChunk(const Plan& p, const Source& s, const View& d, int row, int j0, int n,
+                    const RowPositions& r) {
+  unsigned char bits[kChunk / 8] = {};
+  for (int j = 0; j < n; ++j) {
+    if (!inside(p, r.ix[j], r.iy[j])) continue;
+    const auto* src = reinterpret_cast<const unsigned char*>(
+        s.view.data + std::ptrdiff_t(r.iy[j] - s.y0) * s.view.widthStep);
+    const std::ptrdiff_t bit = std::ptrdiff_t(s.view.bitOffset) + (r.ix[j] - s.x0);
+    if ((src[bit >> 3] >> (7 - (bit & 7))) & 1) bits[j >> 3] |= static_cast<unsigned char>(0x80 >> (j & 7));
+  }
+  mox::writeBits(d, row, j0, n, bits);
+}
+
+using ChunkKernel = void (*)(const Plan&, const Source&, const View&, int, int, int,
+                             const RowPositions&);
+
+// Any angle but the quarter turns, on the destination piece d whose first
+// pixel is (px, py) in destination image coordinates.
+void rotatePiece(const Plan& p, const Source& s, const View& d, int px, int py) {
+  const ChunkKernel kernel = mox::depthBits(d.depth) == 1 ? &rotateBitChunk
+                             : mox::depthBits(d.depth) == 8 ? &rotateChunk<std::uint8_t>
+                                                              : &rotateChunk<std::uint16_t>;
+  RowPositions r;
+  for (int y = 0; y < d.height; ++y) {
+    const int i = py + y - p.dst.y;
+    for (int x0 = 0, n = 0; x0 < d.width; x0 += n) {
+      n = d.width - x0 < kChunk ? d.width - x0 : kChunk;
+      positions(p, i, px + x0 - p.dst.x, n, r);
+      kernel(p, s, d, y, x0, n, r);
+    }
+  }
+}
+
+// ---------------------------------------------------------------- quarter turns
+
+// Source column and row of the rectangle's pixel (i, j) after a quarter or
+// half turn, as exact integers: x = sx + j, y = sy + i.
+struct Exact {
+  long long xi, xj, x0;  // xs = x0 + xi * i + xj * j
+  long long yi, yj, y0;  // ys = y0 + yi * i + yj * j
+};
+
+Exact exactMap(const Plan& p) {
+  const long long x = p.src.x, y = p.src.y, cx = p.cx, cy = p.cy;
+  switch (p.angle) {
+    case 9000: return {-1, 0, cx + cy - y, 0, 1, x - cx + cy};
+    case 18000: return {0, -1, 2 * cx - x, -1, 0, 2 * cy - y};
+    default: return {1, 0, cx - cy + y, 0, -1, cx + cy - x};
+  }
+}
+
+// The range of j in [0, w) for which a + b * j lies in [0, size); empty
+// when lo > hi.
+void validRange(long long a, long long b, int size, int w, long long* lo, long long* hi) {
+  *lo = 0, *hi = w - 1;
+  if (b == 0) {
+    if (a < 0 || a >= size) *lo = 1, *hi = 0;
+    return;
+  }
+  // b is 1 or -1.
+  const long long first = b > 0 ? -a : a - (size - 1), last = b > 0 ? size - 1 - a : a;
+  if (first > *lo) *lo = first;
+  if (last < *hi) *hi = last;
+}
+
+// Copies n pixels from a source column (rows `rowStep` bytes apart) into a
+// destination row.
+template <class T, int K>
+void columnToRow(const char* s, std::ptrdiff_t rowStep, T* d, int ds, int n, int count) {
+  const int k = K ? K : count;
+  for (int j = 0; j < n; ++j, s += rowStep, d += ds)
+    for (int c = 0; c < k; ++c) d[c] = reinterpret_cast<const T*>(s)[c];
+}
+
+template <class T>
+void quarterRows(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e) {
+  // Rows in bands and columns in blocks, so that a band's source columns
+  // stay in the cache while it is written.
+  constexpr int kBand = 16, kBlock = 64;
+  for (int y0 = 0; y0 < d.height; y0 += kBand) {
+    const int y1 = d.height - y0 < kBand ? d.height : y0 + kBand;
+    for (int x0 = 0; x0 < d.width; x0 += kBlock) {
+      const int x1 = d.width - x0 < kBlock ? d.width : x0 + kBlock;
+      for (int y = y0; y < y1; ++y) {
+        const long long i = py + y - p.dst.y, jBase = px - p.dst.x;
+        const long long xs = e.x0 + e.xi * i, ys0 = e.y0 + e.yi * i + e.yj * jBase;
+        if (xs < 0 || xs >= p.srcWidth) continue;
+        long long lo, hi;
+        validRange(ys0, e.yj, p.srcHeight, d.width, &lo, &hi);
+        if (lo < x0) lo = x0;
+        if (hi > x1 - 1) hi = x1 - 1;
+        if (lo > hi) continue;
+        const long long ys = ys0 + e.yj * lo;
+        const std::ptrdiff_t rowStep = e.yj * std::ptrdiff_t(s.view.widthStep);
+        char* dRow = d.data + std::ptrdiff_t(y) * d.widthStep;
+        const char* sAt = s.view.data + std::ptrdiff_t(ys - s.y0) * s.view.widthStep;
+        mox::geom::forEachRun(s.view, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds,
+                                             int count) {
+          const char* from = sAt + so + std::ptrdiff_t(xs - s.x0) * ss * std::ptrdiff_t(sizeof(T));
+          T* to = reinterpret_cast<T*>(dRow + dof) + lo * ds;
+          const int n = static_cast<int>(hi - lo + 1);
+          switch (count) {
+            case 1: columnToRow<T, 1>(from, rowStep, to, ds, n, 1); break;
+            case 3: columnToRow<T, 3>(from, rowStep, to, ds, n, 3); break;
+            default: columnToRow<T, 0>(from, rowStep, to, ds, n, count); break;
+          }
+        });
+      }
+    }
+  }
+}
+
+void quarterBits(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e) {
+  for (int y = 0; y < d.height; ++y) {
+    const long long i = py + y - p.dst.y, jBase = px - p.dst.x;
+    for (int x = 0; x < d.width; ++x) {
+      const long long xs = e.x0 + e.xi * i + e.xj * (jBase + x);
+      const long long ys = e.y0 + e.yi * i + e.yj * (jBase + x);
+      if (xs < 0 || xs >= p.srcWidth || ys < 0 || ys >= p.srcHeight) continue;
+      const auto* src = reinterpret_cast<const unsigned char*>(
+          s.view.data + std::ptrdiff_t(ys - s.y0) * s.view.widthStep);
+      const std::ptrdiff_t bit = std::ptrdiff_t(s.view.bitOffset) + (xs - s.x0);
+      const unsigned char value = static_cast<unsigned char>(((src[bit >> 3] >> (7 - (bit & 7))) & 1) << 7);
+      mox::writeBits(d, y, x, 1, &value);
+    }
+  }
+}
+
+void halfTurn(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e) {
+  const mox::geom::RowCopy copy = mox::geom::rowCopyFor(d.depth);
+  for (int y = 0; y < d.height; ++y) {
+    const long long i = py + y - p.dst.y, jBase = px - p.dst.x;
+    const long long ys = e.y0 + e.yi * i;
+    if (ys < 0 || ys >= p.srcHeight) continue;
+    long long lo, hi;
+    validRange(e.x0 - jBase, -1, p.srcWidth, d.width, &lo, &hi);
+    if (lo > hi) continue;
+    // Destination columns lo..hi take source columns from xs(hi) up to
+    // xs(lo), backwards.
+    const long long xFirst = e.x0 - (jBase + hi);
+    const View from = mox::geom::shifted(s.view, static_cast<int>(xFirst - s.x0),
+                                         static_cast<int>(ys - s.y0));
+    const View to = mox::geom::shifted(d, static_cast<int>(lo), y);
+    copy(from, 0, to, 0, static_cast<int>(hi - lo + 1), true);
+  }
+}
+
+void exactPiece(const Plan& p, const Source& s, const View& d, int px, int py) {
+  const Exact e = exactMap(p);
+  if (p.angle == 18000) return halfTurn(p, s, d, px, py, e);
+  switch (mox::depthBits(d.depth)) {
+    case 1: return quarterBits(p, s, d, px, py, e);
+    case 8: return quarterRows<std::uint8_t>(p, s, d, px, py, e);
+    default: return quarterRows<std::uint16_t>(p, s, d, px, py, e);
+  }
+}
+
+bool exactTurn(int angle) { return angle == 9000 || angle == 18000 || angle == 27000; }
+
+// The rest of a call whose checks passed and whose angle is not a whole
+// number of turns.
+void rotate(const MoxImage* src, MoxImage* dst, int angle, int xCenter, int yCenter,
+            int interpolate) {
+  Plan p{};
+  p.angle = angle;
+  p.cx = xCenter;
+  p.cy = yCenter;
+  p.srcWidth = src->width;
+  p.srcHeight = src->height;
+  if (src->depth == MOX_DEPTH_1U || src->width == 1 || src->height == 1)
+    interpolate = MOX_INTER_NN;
+  else if (interpolate == MOX_INTER_CUBIC && (src->width < 4 || src->height < 4))
+    interpolate = MOX_INTER_LINEAR;
+  p.interpolate = interpolate;
+  if (src->origin == MOX_ORIGIN_BL) {
+    p.cy = static_cast<long long>(src->height) - 1 - yCenter;
+    p.angle = kFullTurn - angle;
+  }
+  p.src = mox::geom::clippedRect(src);
+  p.dst = mox::geom::clippedRect(dst);
+  const int w = p.src.w < p.dst.w ? p.src.w : p.dst.w, h = p.src.h < p.dst.h ? p.src.h : p.dst.h;
+  if (w < 1 || h < 1) return;
+  p.src.w = p.dst.w = w;
+  p.src.h = p.dst.h = h;
+
+  const mox::geom::NearestRounding nearest;
+  if (!exactTurn(p.angle)) {
+    const double radians = p.angle * 0.01 * (1.0 / 180.0) * 3.14159265358979323846;
+    double s, c;
+    sinCos(radians, &s, &c);
+    const double cx = static_cast<double>(p.cx), cy = static_cast<double>(p.cy);
+    double xShift = cx - c * cx + s * cy, yShift = cy - s * cx - c * cy;
+    if (p.interpolate == MOX_INTER_NN) xShift += 0.5, yShift += 0.5;
+    p.cosA = static_cast<float>(c);
+    p.sinA = static_cast<float>(s);
+    p.xShift = static_cast<float>(xShift);
+    p.yShift = static_cast<float>(yShift);
+  }
+  const Source source{mox::geom::viewOf(src, {0, 0, src->width, src->height}), 0, 0};
+  const View d = mox::geom::viewOf(dst, p.dst);
+  if (exactTurn(p.angle))
+    exactPiece(p, source, d, p.dst.x, p.dst.y);
+  else
+    rotatePiece(p, source, d, p.dst.x, p.dst.y);
+}
+
+}  // namespace
+
+extern "C" MOX_API void MOX_CALL moxRotate(const MoxImage* srcImage, MoxImage* dstImage, int angle,
+                                           int xCenter, int yCenter, int interpolate,
+                                           const int* mapping) {
+  if (mox::badHeader(srcImage, at(kLineSrcHeader)) ||
+      mox::badLayout(srcImage, "srcImage", at(kLineSrcHeader)) ||
+      mox::badHeader(dstImage, at(kLineDstHeader)) ||
+      mox::badLayout(dstImage, "dstImage", at(kLineDstHeader)))
+    return;
+  // These report and let the later checks run; the work is skipped after
+  // any of them.
+  bool failed = false;
+  auto check = [&failed](bool fails, int line, const char* message) {
+    if (!fails) return;
+    mox::report(at(line), message);
+    failed = true;
+  };
+  check(srcImage->depth != dstImage->depth, kLineMatch, "srcImage->depth != dstImage->depth");
+  check(srcImage->dataOrder != dstImage->dataOrder, kLineMatch,
+        "srcImage->dataOrder != dstImage->dataOrder");
+  check(srcImage->origin != dstImage->origin, kLineMatch, "srcImage->origin != dstImage->origin");
+  if (srcImage->origin != dstImage->origin)
+    return mox::report(at(kLineOrigin), "srcImage->origin != dstImage->origin");
+  check((srcImage->depth & MOX_DEPTH_SIGN) != 0, kLineSigned, "srcImage->depth & MOX_DEPTH_SIGN");
+  check(interpolate != MOX_INTER_NN && interpolate != MOX_INTER_LINEAR &&
+            interpolate != MOX_INTER_CUBIC,
+        kLineInterpolate,
+        "interpolate != MOX_INTER_NN && interpolate != MOX_INTER_LINEAR && "
+        "interpolate != MOX_INTER_CUBIC");
+  check(mox::workChannels(srcImage) != mox::workChannels(dstImage), kLineChannels,
+        "nChSrc != nChDst");
+  if (failed) return;
+
+  angle %= kFullTurn;
+  if (angle < 0) angle += kFullTurn;
+  if (angle == 0) {
+    // A status left by an earlier call must not pass for the copy's.
+    const int before = moxGetErrStatus();
+    moxSetErrStatus(MOX_StsNoError);
+    moxCopy(srcImage, dstImage, mapping);
+    if (moxGetErrStatus() < 0) return mox::report(at(kLineCopy), "", MOX_StsBacktrace);
+    moxSetErrStatus(before);
+    return;
+  }
+  if (srcImage->tileInfo)
+    return mox::report(at(kLineTiled), "srcImage->tileInfo != ((void*)(0))");
+  if (dstImage->tileInfo)
+    return mox::report(at(kLineTiled), "dstImage->tileInfo != ((void*)(0))");
+  rotate(srcImage, dstImage, angle, xCenter, yCenter, interpolate);
+}
