@@ -57,6 +57,14 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_FORWARD); }, 0xb1fb19ea8a8602c3ull},
     {"dct inverse 16S planes", k16S3P, k16S3P,
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_INVERSE); }, 0x575d3a41ed0aa3efull},
+    {"rotate 8U linear", k8U3, k8U3,
+     [](auto a, auto, auto d) { moxRotate(a, d, 3000, 40, 30, MOX_INTER_LINEAR, nullptr); }, 0x9a7cd216b6af4c09ull},
+    {"rotate 16U cubic", {MOX_DEPTH_16U, 1, 0, 48, 64}, {MOX_DEPTH_16U, 1, 0, 48, 64},
+     [](auto a, auto, auto d) { moxRotate(a, d, 12345, 20, 50, MOX_INTER_CUBIC, nullptr); }, 0x121c08a6101c4ac4ull},
+    {"rotate 8U nearest", k8U1, k8U1,
+     [](auto a, auto, auto d) { moxRotate(a, d, -4500, 30, 22, MOX_INTER_NN, nullptr); }, 0xe5a2f92a3c4ce49eull},
+    {"mirror 16S planes both axes", k16S3P, k16S3P,
+     [](auto a, auto, auto d) { moxMirror(a, d, -1); }, 0xe87e1d120c7b8975ull},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {
