@@ -99,11 +99,40 @@ inline RowShape rowShape(const View& v) {
   return {std::ptrdiff_t(v.coi - 1) * v.planeStep, 0, 1, 1, 1};
 }
 
+#if defined(__SSE2__)
+// The sixteen bytes of v in reverse order.
+inline __m128i reversedLanes(__m128i v, std::uint8_t) {
+  v = _mm_shuffle_epi32(v, 0x1B);
+  v = _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, 0xB1), 0xB1);
+  return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+}
+inline __m128i reversedLanes(__m128i v, std::uint16_t) {
+  v = _mm_shuffle_epi32(v, 0x1B);
+  return _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, 0xB1), 0xB1);
+}
+inline __m128i reversedLanes(__m128i v, std::uint32_t) { return _mm_shuffle_epi32(v, 0x1B); }
+#endif
+
+// d[j] = s[w - 1 - j] for j below w.
+template <class T>
+inline void reverseRun(const T* s, T* d, int w) {
+  int j = 0;
+#if defined(__SSE2__)
+  constexpr int kLanes = 16 / sizeof(T);
+  for (; j + kLanes <= w; j += kLanes) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + w - j - kLanes));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), reversedLanes(v, T{}));
+  }
+#endif
+  for (; j < w; ++j) d[j] = s[w - 1 - j];
+}
+
 // Copies w pixels of `count` samples, pixels `ss` and `ds` samples apart;
 // reversed, pixel j of d takes pixel w - 1 - j of s.
 template <class T, int K>
 inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool reverse) {
   const int k = K ? K : count;
+  if (reverse && k == 1 && ss == 1 && ds == 1) return reverseRun(s, d, w);
   if (!reverse) {
     if (ss == k && ds == k) {
       std::memcpy(d, s, std::size_t(w) * k * sizeof(T));
