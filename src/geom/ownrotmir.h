@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/frame.h"
 #include "image/pointop.h"
 #include "image/walk.h"
 
@@ -127,6 +128,14 @@ inline void reverseRun(const T* s, T* d, int w) {
   for (; j < w; ++j) d[j] = s[w - 1 - j];
 }
 
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+#define MOX_GEOM_HAVE_WIDE 1
+// Reverses the leading pixels of a run of w three-byte pixels (d[j] takes
+// s[w - 1 - j]) with byte shuffles; returns how many it did. Only on
+// processors with 256-bit vectors.
+int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w);
+#endif
+
 // Copies w pixels of `count` samples, pixels `ss` and `ds` samples apart;
 // reversed, pixel j of d takes pixel w - 1 - j of s.
 template <class T, int K>
@@ -142,8 +151,13 @@ inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool 
       for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = s[std::ptrdiff_t(j) * ss + c];
     return;
   }
+  int j = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (sizeof(T) == 1 && K == 3)
+    if (ss == 3 && ds == 3 && wideVectors()) j = reversePixels3Wide(s, d, w);
+#endif
   const T* last = s + std::ptrdiff_t(w - 1) * ss;
-  for (int j = 0; j < w; ++j)
+  for (; j < w; ++j)
     for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = last[-std::ptrdiff_t(j) * ss + c];
 }
 
