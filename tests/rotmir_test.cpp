@@ -278,6 +278,22 @@ TEST(Rotate, EveryAngleDepthInterpolationAndLayoutMatchesTheReference) {
   EXPECT_TRUE(reports().empty());
 }
 
+TEST(Rotate, InPlaceReadsTheSourceBeforeItIsOverwritten) {
+  Capture capture;
+  for (unsigned depth : kRotateDepths)
+    for (int angle : {3000, 9000, 18000, 27000})
+      for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR}) {
+        Image s({depth, 1, 0, 13, 17}, 3);
+        s.roi(0, 2, 1, 10, 12);
+        Image twin({depth, 1, 0, 13, 17}, 3);
+        twin.roi(0, 2, 1, 10, 12);
+        const auto want = referenceRotate(twin, s, angle, 8, 6, inter);
+        moxRotate(s, s, angle, 8, 6, inter, nullptr);
+        EXPECT_EQ(pixels(s), want) << angle << " " << inter << " depth " << depth;
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
 TEST(Rotate, BottomLeftOriginTurnsTheOtherWayAboutTheMirroredCentre) {
   Capture capture;
   for (unsigned depth : kRotateDepths)

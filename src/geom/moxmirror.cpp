@@ -16,7 +16,11 @@
 namespace {
 
 using mox::View;
+using mox::geom::Buffer;
 using mox::geom::Rect;
+using mox::geom::allocate;
+using mox::geom::packedLike;
+using mox::geom::rowBytes;
 
 constexpr const char* kFunc = "moxMirror";
 constexpr const char* kFile = "moxmirr";
@@ -25,35 +29,6 @@ constexpr mox::Site at(int line) { return {kFunc, kFile, line}; }
 constexpr int kLineSrcHeader = 2098, kLineDstHeader = 2099, kLineDepth = 2101,
               kLineChannels = 2102, kLineAxis = 2103, kLineCoi = 2113, kLineMemory = 2125,
               kLineTiled = 2130;
-
-struct Freer {
-  void operator()(void* p) const { moxFree(p); }
-};
-using Buffer = std::unique_ptr<char, Freer>;
-
-// Bytes of one row of the view's rectangle (all planes in plane order),
-// and a view of `rows` such rows laid out one after another in `data`.
-long long rowBytes(const View& v) {
-  const unsigned bits = mox::depthBits(v.depth);
-  if (bits == 1) return (v.bitOffset + static_cast<long long>(v.width) + 7) / 8;
-  return static_cast<long long>(v.width) * (bits / 8) * v.nChannels;
-}
-
-View packedLike(const View& v, char* data, int rows) {
-  View t = v;
-  const long long bytes = rowBytes(v);
-  const long long planeBytes = v.dataOrder == 1 ? bytes / v.nChannels : bytes;
-  t.data = data;
-  t.widthStep = static_cast<int>(v.dataOrder == 1 ? planeBytes : bytes);
-  t.height = rows;
-  t.planeStep = static_cast<std::ptrdiff_t>(planeBytes * rows);
-  return t;
-}
-
-Buffer allocate(long long bytes) {
-  if (bytes > 0x7fffffff) return nullptr;
-  return Buffer(static_cast<char*>(moxMalloc(static_cast<int>(bytes))));
-}
 
 bool outOfMemory() {
   mox::report(at(kLineMemory), "Out of memory", MOX_StsOutOfMemory);

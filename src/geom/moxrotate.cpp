@@ -33,7 +33,7 @@ constexpr const char* kFile = "moxRotat";
 constexpr mox::Site at(int line) { return {kFunc, kFile, line}; }
 
 constexpr int kLineSrcHeader = 73, kLineDstHeader = 74, kLineMatch = 75, kLineOrigin = 76,
-              kLineSigned = 77, kLineInterpolate = 78, kLineChannels = 79, kLineCopy = 87,
+              kLineSigned = 77, kLineInterpolate = 78, kLineChannels = 79, kLineCopy = 87, kLineMemory = 97,
               kLineTiled = 95;
 
 constexpr int kFullTurn = 36000;
@@ -464,8 +464,19 @@ void rotate(const MoxImage* src, MoxImage* dst, int angle, int xCenter, int yCen
     p.xShift = static_cast<float>(xShift);
     p.yShift = static_cast<float>(yShift);
   }
-  const Source source{mox::geom::viewOf(src, {0, 0, src->width, src->height}), 0, 0};
+  Source source{mox::geom::viewOf(src, {0, 0, src->width, src->height}), 0, 0};
   const View d = mox::geom::viewOf(dst, p.dst);
+  // Rotating in place (or into pixels the source shares): the source is
+  // read from a copy.
+  mox::geom::Buffer copy;
+  if (mox::geom::overlap(source.view, d)) {
+    copy = mox::geom::allocate(mox::geom::rowBytes(source.view) * src->height);
+    if (!copy) return mox::report(at(kLineMemory), "Out of memory", MOX_StsOutOfMemory);
+    const View t = mox::geom::packedLike(source.view, copy.get(), src->height);
+    const mox::geom::RowCopy rows = mox::geom::rowCopyFor(src->depth);
+    for (int y = 0; y < src->height; ++y) rows(source.view, y, t, y, src->width, false);
+    source.view = t;
+  }
   if (exactTurn(p.angle))
     exactPiece(p, source, d, p.dst.x, p.dst.y);
   else

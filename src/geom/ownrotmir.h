@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 #include "frame/frame.h"
 #include "image/pointop.h"
@@ -74,6 +75,37 @@ inline bool overlap(const View& a, const View& b) {
   spanOf(a, &a0, &a1);
   spanOf(b, &b0, &b1);
   return a0 < b1 && b0 < a1;
+}
+
+// A block from moxMalloc, released with moxFree.
+struct Freer {
+  void operator()(void* p) const { moxFree(p); }
+};
+using Buffer = std::unique_ptr<char, Freer>;
+
+// A block of `bytes` (null when it does not fit in 32 bits or cannot be had).
+inline Buffer allocate(long long bytes) {
+  if (bytes <= 0 || bytes > 0x7fffffff) return nullptr;
+  return Buffer(static_cast<char*>(moxMalloc(static_cast<int>(bytes))));
+}
+
+// Bytes of one row of the view's rectangle (all planes in plane order).
+inline long long rowBytes(const View& v) {
+  const unsigned bits = depthBits(v.depth);
+  if (bits == 1) return (v.bitOffset + static_cast<long long>(v.width) + 7) / 8;
+  return static_cast<long long>(v.width) * (bits / 8) * v.nChannels;
+}
+
+// A view laid out like v over `rows` rows of rowBytes(v) bytes at data.
+inline View packedLike(const View& v, char* data, int rows) {
+  View t = v;
+  const long long bytes = rowBytes(v);
+  const long long planeBytes = v.dataOrder == 1 ? bytes / v.nChannels : bytes;
+  t.data = data;
+  t.widthStep = static_cast<int>(v.dataOrder == 1 ? planeBytes : bytes);
+  t.height = rows;
+  t.planeStep = static_cast<std::ptrdiff_t>(planeBytes * rows);
+  return t;
 }
 
 // ---------------------------------------------------------------- rows
