@@ -441,3 +441,134 @@ TEST(RotateChecks, AFailedCopyIsTracedAndAnEarlierStatusDoesNotCount) {
     for (int x = 0; x < 16; ++x)
       EXPECT_EQ(get(got, x, y), x >= 8 && y >= 8 ? get(s, x, y) : get(plain, x, y)) << x << "," << y;
 }
+
+// ---------------------------------------------------------------- tiles
+
+namespace {
+
+// Runs f on plain images and on tiled twins (source, destination or both)
+// and expects the same destination pixels; ROIs cross tile edges.
+template <class F>
+void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what) {
+  const int c = depth == MOX_DEPTH_1U ? 1 : 3;
+  const int sroi[5] = {0, 5, 3, 33, 30}, droi[5] = {0, 7, 2, 36, 31};
+  Image s({depth, c, order, 41, 37}, 31, sroi), want({depth, c, order, 39, 43}, 32, droi);
+  f(+s, +want);
+  ASSERT_EQ(moxGetErrStatus(), 0) << what;
+  for (int mode = 1; mode < 4; ++mode) {
+    Image d({depth, c, order, 39, 43}, 32, droi);
+    Tiled ts(s, tile, tile), td(d, tile, tile);
+    f(mode & 1 ? +ts : +s, mode & 2 ? +td : +d);
+    EXPECT_EQ(moxGetErrStatus(), 0) << what;
+    if (mode & 2) td.gather(d);
+    EXPECT_EQ(pixels(d), pixels(want)) << what << " tile " << tile << " source "
+                                       << (mode & 1 ? "tiled" : "plain") << " destination "
+                                       << (mode & 2 ? "tiled" : "plain") << " depth " << depth;
+    EXPECT_FALSE(ts.badIndex || td.badIndex) << what;
+  }
+}
+
+}  // namespace
+
+TEST(RotMirTiles, TiledRunsEqualPlainRuns) {
+  Capture capture;
+  for (int tile : {8, 24, 64})
+    for (unsigned depth : kDepths)
+      for (int order : {0, 1}) {
+        if (depth == MOX_DEPTH_1U && order == 1) continue;
+        for (int axis : {0, 1, -1})
+          expectTiledEqualsPlain(depth, order, tile, [&](MoxImage* s, MoxImage* d) {
+            moxMirror(s, d, axis);
+          }, "mirror");
+        if (depth & MOX_DEPTH_SIGN) continue;
+        for (int angle : {3000, 9000, 18000, 27000, 12345})
+          for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR, MOX_INTER_CUBIC})
+            expectTiledEqualsPlain(depth, order, tile, [&](MoxImage* s, MoxImage* d) {
+              moxRotate(s, d, angle, 20, 17, inter, nullptr);
+            }, "rotate");
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
+// A tile request writes that destination tile only; a whole turn with one
+// takes the copy's walk.
+TEST(RotMirTiles, RotationWritesOnlyTheRequestedTile) {
+  Capture capture;
+  for (int angle : {3000, 9000, 0}) {
+    Image s({MOX_DEPTH_8U, 1, 0, 40, 40}, 3), want({MOX_DEPTH_8U, 1, 0, 40, 40}, 4);
+    Image d({MOX_DEPTH_8U, 1, 0, 40, 40}, 4);
+    moxRotate(s, want, angle, 19, 21, MOX_INTER_LINEAR, nullptr);
+    Tiled ts(s, 16, 16), td(d, 16, 16);
+    const int tile[2] = {1, 2};
+    moxRotate(ts, td, angle, 19, 21, MOX_INTER_LINEAR, tile);
+    Image got({MOX_DEPTH_8U, 1, 0, 40, 40}, 4);
+    td.gather(got);
+    for (int y = 0; y < 40; ++y)
+      for (int x = 0; x < 40; ++x) {
+        const bool inTile = x >= 16 && x < 32 && y >= 32;
+        ASSERT_EQ(get(got, x, y), get(inTile ? +want : +d, x, y)) << angle << " " << x << "," << y;
+      }
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(RotMirTiles, InPlaceOnOneTiledImage) {
+  Capture capture;
+  for (int angle : {3000, 18000}) {
+    Image s({MOX_DEPTH_16U, 1, 0, 30, 26}, 3), want({MOX_DEPTH_16U, 1, 0, 30, 26}, 3);
+    moxRotate(s, want, angle, 12, 14, MOX_INTER_CUBIC, nullptr);
+    Tiled t(s, 8, 16);
+    moxRotate(t, t, angle, 12, 14, MOX_INTER_CUBIC, nullptr);
+    t.gather(s);
+    EXPECT_EQ(pixels(s), pixels(want)) << angle;
+  }
+  Image s({MOX_DEPTH_8U, 3, 0, 30, 26}, 3), want({MOX_DEPTH_8U, 3, 0, 30, 26}, 3);
+  moxMirror(s, want, -1);
+  Tiled t(s, 24, 8);
+  moxMirror(t, t, -1);
+  t.gather(s);
+  EXPECT_EQ(pixels(s), pixels(want));
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(RotMirTiles, CallBacksThatMisbehaveAreReported) {
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 1, 0, 20, 20}, 3), d({MOX_DEPTH_8U, 1, 0, 20, 20}, 4);
+  {
+    Tiled td(d, 8, 8);
+    td.nullOnGet = 2;
+    moxRotate(s, td, 3000, 9, 9, MOX_INTER_NN, nullptr);
+    ASSERT_FALSE(reports().empty());
+    EXPECT_EQ(reports().front().message, "Error get tile to write");
+    EXPECT_EQ(reports().front().status, MOX_StsUnknownError);
+    EXPECT_EQ(reports().front().line, 106);
+    reports().clear();
+  }
+  {
+    Tiled ts(s, 8, 8);
+    ts.nullOnGet = 0;
+    moxRotate(ts, d, 3000, 9, 9, MOX_INTER_NN, nullptr);
+    expectReport("moxRotate", "(srcImage->tileInfo->tileData == ((void*)(0)))", 110, "moxRotat");
+  }
+  {
+    Tiled td(d, 8, 8);
+    td.keepOnRelease = 0;
+    moxMirror(s, td, 1);
+    expectReport("moxMirror", "(dstImage->tileInfo->tileData != ((void*)(0)))", 2135, "moxmirr");
+  }
+  {
+    Tiled ts(s, 8, 8);
+    ts.nullOnGet = 1;
+    const auto before = d.bytes();
+    moxMirror(ts, d, 0);
+    expectReport("moxMirror", "(srcImage->tileInfo->tileData == ((void*)(0)))", 2140, "moxmirr");
+    EXPECT_EQ(d.bytes(), before);
+  }
+  {
+    Tiled td(d, 8, 8);
+    const int far[2] = {0, 9};
+    moxRotate(s, td, 3000, 9, 9, MOX_INTER_NN, far);
+    expectReport("moxRotate", "(dTile.begY > dRoi.endY)", 101, "moxRotat");
+  }
+  EXPECT_TRUE(reports().empty());
+}

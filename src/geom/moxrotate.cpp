@@ -17,11 +17,13 @@
 // half turns map indices exactly and write only the pixels the rotated
 // source covers.
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 
 #include "frame/frame.h"
 #include "geom/ownrotmir.h"
+#include "image/source.h"
 
 namespace {
 
@@ -33,8 +35,18 @@ constexpr const char* kFile = "moxRotat";
 constexpr mox::Site at(int line) { return {kFunc, kFile, line}; }
 
 constexpr int kLineSrcHeader = 73, kLineDstHeader = 74, kLineMatch = 75, kLineOrigin = 76,
-              kLineSigned = 77, kLineInterpolate = 78, kLineChannels = 79, kLineCopy = 87, kLineMemory = 97,
-              kLineTiled = 95;
+              kLineSigned = 77, kLineInterpolate = 78, kLineChannels = 79, kLineCopy = 87,
+              kLineMemory = 97;
+
+// The destination walk: tile requests (mapping), then gets, releases and the
+// final release of the destination's tiles; a get that leaves no tile is
+// "Error get tile to write".
+constexpr mox::WalkLines kWalkLines{{100, 101, 102, 103}, {104, 105, 106, 107}};
+constexpr mox::WalkPlan kWalkPlan{kFunc, kFile, &kWalkLines, false, false,
+                                  "Error get tile to write", MOX_StsUnknownError};
+// The source reader: get, release, border (never used: positions are clamped
+// to the image first) and scratch memory.
+const mox::SourceSites kSourceSites{kFunc, kFile, "srcImage", 110, 111, 112, 113};
 
 constexpr int kFullTurn = 36000;
 constexpr double kTolerance = 1e-7;
@@ -425,10 +437,107 @@ void exactPiece(const Plan& p, const Source& s, const View& d, int px, int py) {
 
 bool exactTurn(int angle) { return angle == 9000 || angle == 18000 || angle == 27000; }
 
+// What the walk's pieces need: the plan and where source pixels come from
+// (the reader of a tiled source, else a plain view of the whole source).
+struct Job {
+  const Plan* plan;
+  mox::SourceReader* reader;
+  Source whole;
+};
+
+// The source rectangle that destination block (x, y, w, h) samples, with
+// the interpolation's neighbours, cut to the source image; false when the
+// block samples no source pixel.
+bool sourceBox(const Plan& p, int x, int y, int w, int h, Rect* box) {
+  const long long i0 = y - p.dst.y, i1 = i0 + h - 1, j0 = x - p.dst.x, j1 = j0 + w - 1;
+  double lo[2] = {1e300, 1e300}, hi[2] = {-1e300, -1e300};
+  for (long long i : {i0, i1})
+    for (long long j : {j0, j1}) {
+      double at[2];
+      if (exactTurn(p.angle)) {
+        const Exact e = exactMap(p);
+        at[0] = static_cast<double>(e.x0 + e.xi * i + e.xj * j);
+        at[1] = static_cast<double>(e.y0 + e.yi * i + e.yj * j);
+      } else {
+        // The same float operations as the kernel: positions are monotonic
+        // in each coordinate, so the corners hold the extremes.
+        const float fy = static_cast<float>(p.src.y + i), fx = static_cast<float>(p.src.x + j);
+        at[0] = p.cosA * fx - p.sinA * fy + p.xShift;
+        at[1] = p.sinA * fx + p.cosA * fy + p.yShift;
+      }
+      for (int k = 0; k < 2; ++k) {
+        lo[k] = at[k] < lo[k] ? at[k] : lo[k];
+        hi[k] = at[k] > hi[k] ? at[k] : hi[k];
+      }
+    }
+  const double size[2] = {static_cast<double>(p.srcWidth), static_cast<double>(p.srcHeight)};
+  int first[2], last[2];
+  for (int k = 0; k < 2; ++k) {
+    const double a = std::floor(lo[k]) - 3, b = std::floor(hi[k]) + 3;
+    if (b < 0 || a > size[k] - 1) return false;
+    first[k] = a < 0 ? 0 : static_cast<int>(a);
+    last[k] = b > size[k] - 1 ? static_cast<int>(size[k]) - 1 : static_cast<int>(b);
+  }
+  *box = {first[0], first[1], last[0] - first[0] + 1, last[1] - first[1] + 1};
+  return true;
+}
+
+// One destination piece: its part inside the rectangle, in blocks whose
+// source rectangles the reader fetches (one block for a plain source).
+bool rotateDestination(const View& dst, int x, int y, void* arg) {
+  const Job& job = *static_cast<const Job*>(arg);
+  const Plan& p = *job.plan;
+  const int x0 = x > p.dst.x ? x : p.dst.x, y0 = y > p.dst.y ? y : p.dst.y;
+  const long long xe = static_cast<long long>(x) + dst.width;
+  const long long ye = static_cast<long long>(y) + dst.height;
+  const int x1 = static_cast<int>(xe < p.dst.x + p.dst.w ? xe : p.dst.x + p.dst.w);
+  const int y1 = static_cast<int>(ye < p.dst.y + p.dst.h ? ye : p.dst.y + p.dst.h);
+  const int block = job.reader ? 128 : INT_MAX;
+  for (int by = y0; by < y1; by += y1 - by < block ? y1 - by : block)
+    for (int bx = x0; bx < x1; bx += x1 - bx < block ? x1 - bx : block) {
+      View d = mox::geom::shifted(dst, bx - x, by - y);
+      d.width = x1 - bx < block ? x1 - bx : block;
+      d.height = y1 - by < block ? y1 - by : block;
+      Source s = job.whole;
+      if (job.reader) {
+        Rect box;
+        if (sourceBox(p, bx, by, d.width, d.height, &box)) {
+          if (!job.reader->read(box.x, box.y, box.w, box.h, &s.view)) return false;
+          s.x0 = box.x, s.y0 = box.y;
+        } else {
+          s.view.width = s.view.height = 0;  // nothing is sampled
+        }
+      }
+      if (exactTurn(p.angle))
+        exactPiece(p, s, d, bx, by);
+      else
+        rotatePiece(p, s, d, bx, by);
+    }
+  return true;
+}
+
+// A plain copy of the whole source, for a source that shares its pixels
+// (or its tiles) with the destination. False after a report.
+bool copySource(const MoxImage* src, mox::SourceReader& reader, mox::geom::Buffer* copy,
+                Source* out) {
+  View v;
+  if (!reader.read(0, 0, src->width, src->height, &v)) return false;
+  *copy = mox::geom::allocate(mox::geom::rowBytes(v) * src->height);
+  if (!*copy) {
+    mox::report(at(kLineMemory), "Out of memory", MOX_StsOutOfMemory);
+    return false;
+  }
+  const View t = mox::geom::packedLike(v, copy->get(), src->height);
+  const mox::geom::RowCopy rows = mox::geom::rowCopyFor(src->depth);
+  for (int y = 0; y < src->height; ++y) rows(v, y, t, y, src->width, false);
+  *out = {t, 0, 0};
+  return true;
+}
+
 // The rest of a call whose checks passed and whose angle is not a whole
 // number of turns.
 void rotate(const MoxImage* src, MoxImage* dst, int angle, int xCenter, int yCenter,
-            int interpolate) {
+            int interpolate, const int* mapping) {
   Plan p{};
   p.angle = angle;
   p.cx = xCenter;
@@ -464,23 +573,21 @@ void rotate(const MoxImage* src, MoxImage* dst, int angle, int xCenter, int yCen
     p.xShift = static_cast<float>(xShift);
     p.yShift = static_cast<float>(yShift);
   }
-  Source source{mox::geom::viewOf(src, {0, 0, src->width, src->height}), 0, 0};
-  const View d = mox::geom::viewOf(dst, p.dst);
-  // Rotating in place (or into pixels the source shares): the source is
-  // read from a copy.
+  mox::SourceReader reader(src, mox::Edge::kClamp, kSourceSites);
+  Job job{&p, nullptr, {mox::geom::viewOf(src, {0, 0, src->width, src->height}), 0, 0}};
+  // A source that shares pixels or tiles with the destination is read from
+  // a copy, so that no sample is read after it was written.
   mox::geom::Buffer copy;
-  if (mox::geom::overlap(source.view, d)) {
-    copy = mox::geom::allocate(mox::geom::rowBytes(source.view) * src->height);
-    if (!copy) return mox::report(at(kLineMemory), "Out of memory", MOX_StsOutOfMemory);
-    const View t = mox::geom::packedLike(source.view, copy.get(), src->height);
-    const mox::geom::RowCopy rows = mox::geom::rowCopyFor(src->depth);
-    for (int y = 0; y < src->height; ++y) rows(source.view, y, t, y, src->width, false);
-    source.view = t;
+  const bool shared =
+      src->tileInfo ? src->tileInfo == dst->tileInfo
+                    : !dst->tileInfo &&
+                          mox::geom::overlap(job.whole.view, mox::geom::viewOf(dst, p.dst));
+  if (shared) {
+    if (!copySource(src, reader, &copy, &job.whole)) return;
+  } else if (src->tileInfo) {
+    job.reader = &reader;
   }
-  if (exactTurn(p.angle))
-    exactPiece(p, source, d, p.dst.x, p.dst.y);
-  else
-    rotatePiece(p, source, d, p.dst.x, p.dst.y);
+  mox::walkDestination(kWalkPlan, {dst, "dstImage", true}, mapping, &rotateDestination, &job);
 }
 
 }  // namespace
@@ -528,9 +635,5 @@ extern "C" MOX_API void MOX_CALL moxRotate(const MoxImage* srcImage, MoxImage* d
     moxSetErrStatus(before);
     return;
   }
-  if (srcImage->tileInfo)
-    return mox::report(at(kLineTiled), "srcImage->tileInfo != ((void*)(0))");
-  if (dstImage->tileInfo)
-    return mox::report(at(kLineTiled), "dstImage->tileInfo != ((void*)(0))");
-  rotate(srcImage, dstImage, angle, xCenter, yCenter, interpolate);
+  rotate(srcImage, dstImage, angle, xCenter, yCenter, interpolate, mapping);
 }

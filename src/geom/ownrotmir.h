@@ -35,26 +35,8 @@ inline int coiOf(const MoxImage* im) { return im->roi ? im->roi->coi : 0; }
 
 // The view of rectangle r of an untiled image.
 inline View viewOf(const MoxImage* im, const Rect& r) {
-  const unsigned bits = depthBits(im->depth);
-  View v{};
-  const std::ptrdiff_t step = im->widthStep;
-  std::ptrdiff_t byte;
-  if (bits == 1) {
-    byte = r.x >> 3;
-    v.bitOffset = r.x & 7;
-  } else {
-    byte = std::ptrdiff_t(r.x) * (bits / 8) * (im->dataOrder == 0 ? im->nChannels : 1);
-  }
-  v.data = im->imageData + std::ptrdiff_t(r.y) * step + byte;
-  v.widthStep = im->widthStep;
-  v.width = r.w;
-  v.height = r.h;
-  v.nChannels = im->nChannels;
-  v.coi = coiOf(im);
-  v.dataOrder = im->dataOrder;
-  v.depth = im->depth;
-  v.planeStep = step * im->height;
-  return v;
+  return blockView(im, im->imageData, im->widthStep, static_cast<long long>(im->widthStep) * im->height,
+                   0, 0, r.x, r.y, r.w, r.h);
 }
 
 // The bytes a view's rows touch, from its first to one past its last; used
