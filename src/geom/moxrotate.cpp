@@ -352,8 +352,100 @@ void columnToRow(const char* s, std::ptrdiff_t rowStep, T* d, int ds, int n, int
     for (int c = 0; c < k; ++c) d[c] = reinterpret_cast<const T*>(s)[c];
 }
 
+// Destination row y of the piece, columns lo..hi (cut to the pixels the
+// turned source covers).
+template <class T>
+void quarterSpan(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e,
+                 int y, long long lo, long long hi) {
+  const long long i = py + y - p.dst.y, jBase = px - p.dst.x;
+  const long long xs = e.x0 + e.xi * i, ys0 = e.y0 + e.yi * i + e.yj * jBase;
+  if (xs < 0 || xs >= p.srcWidth) return;
+  long long first, last;
+  validRange(ys0, e.yj, p.srcHeight, d.width, &first, &last);
+  if (lo < first) lo = first;
+  if (hi > last) hi = last;
+  if (lo > hi) return;
+  const long long ys = ys0 + e.yj * lo;
+  const std::ptrdiff_t rowStep = e.yj * std::ptrdiff_t(s.view.widthStep);
+  char* dRow = d.data + std::ptrdiff_t(y) * d.widthStep;
+  const char* sAt = s.view.data + std::ptrdiff_t(ys - s.y0) * s.view.widthStep;
+  mox::geom::forEachRun(s.view, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds,
+                                       int count) {
+    const char* from = sAt + so + std::ptrdiff_t(xs - s.x0) * ss * std::ptrdiff_t(sizeof(T));
+    T* to = reinterpret_cast<T*>(dRow + dof) + lo * ds;
+    const int n = static_cast<int>(hi - lo + 1);
+    switch (count) {
+      case 1: columnToRow<T, 1>(from, rowStep, to, ds, n, 1); break;
+      case 3: columnToRow<T, 3>(from, rowStep, to, ds, n, 3); break;
+      default: columnToRow<T, 0>(from, rowStep, to, ds, n, count); break;
+    }
+  });
+}
+
+#if defined(__SSE2__)
+// Transposes eight rows of eight bytes: out[c] holds byte c of every row.
+inline void transpose8(const __m128i* rows, __m128i* out) {
+  const __m128i a0 = _mm_unpacklo_epi8(rows[0], rows[1]), a1 = _mm_unpacklo_epi8(rows[2], rows[3]);
+  const __m128i a2 = _mm_unpacklo_epi8(rows[4], rows[5]), a3 = _mm_unpacklo_epi8(rows[6], rows[7]);
+  const __m128i b0 = _mm_unpacklo_epi16(a0, a1), b1 = _mm_unpackhi_epi16(a0, a1);
+  const __m128i b2 = _mm_unpacklo_epi16(a2, a3), b3 = _mm_unpackhi_epi16(a2, a3);
+  out[0] = _mm_unpacklo_epi32(b0, b2);  // bytes 0 and 1 of every row
+  out[1] = _mm_unpackhi_epi32(b0, b2);  // 2 and 3
+  out[2] = _mm_unpacklo_epi32(b1, b3);  // 4 and 5
+  out[3] = _mm_unpackhi_epi32(b1, b3);  // 6 and 7
+}
+
+// One-byte samples, one per pixel: the whole 8 x 8 blocks of the covered
+// part (rows ya..yb, columns ja..jb, counted from their first), transposed
+// in registers; the rest is left to the spans.
+void quarterBlocks8(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e,
+                    long long ya, long long yb, long long ja, long long jb) {
+  const std::ptrdiff_t so = mox::geom::rowShape(s.view).offset;
+  const std::ptrdiff_t dof = mox::geom::rowShape(d).offset;
+  const long long jBase = px - p.dst.x;
+  for (long long y = ya; y + 8 <= yb + 1; y += 8) {
+    const long long xs = e.x0 + e.xi * (py + y - p.dst.y);
+    const long long col = (e.xi < 0 ? xs - 7 : xs) - s.x0;
+    for (long long j = ja; j + 8 <= jb + 1; j += 8) {
+      const long long ys = e.y0 + e.yj * (jBase + j);
+      __m128i rows[8], t[4];
+      for (int r = 0; r < 8; ++r)
+        rows[r] = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(
+            s.view.data + so + std::ptrdiff_t(ys + e.yj * r - s.y0) * s.view.widthStep + col));
+      transpose8(rows, t);
+      for (int a = 0; a < 8; ++a) {
+        const int c = e.xi < 0 ? 7 - a : a;
+        const __m128i v = c & 1 ? _mm_unpackhi_epi64(t[c >> 1], t[c >> 1]) : t[c >> 1];
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(d.data + dof +
+                                                    std::ptrdiff_t(y + a) * d.widthStep + j),
+                         v);
+      }
+    }
+  }
+}
+#endif
+
 template <class T>
 void quarterRows(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e) {
+#if defined(__SSE2__)
+  const mox::geom::RowShape a = mox::geom::rowShape(s.view), b = mox::geom::rowShape(d);
+  if (sizeof(T) == 1 && a.lanes == 1 && a.count == 1 && a.stride == 1 && b.lanes == 1 &&
+      b.count == 1 && b.stride == 1) {
+    // The covered part is a rectangle: rows whose source column lies in the
+    // image, columns whose source row does.
+    long long ya, yb, ja, jb;
+    validRange(e.x0 + e.xi * (py - p.dst.y), e.xi, p.srcWidth, d.height, &ya, &yb);
+    validRange(e.y0 + e.yj * (px - p.dst.x), e.yj, p.srcHeight, d.width, &ja, &jb);
+    if (ya > yb || ja > jb) return;
+    quarterBlocks8(p, s, d, px, py, e, ya, yb, ja, jb);
+    const long long rowsDone = (yb - ya + 1) / 8 * 8, colsDone = (jb - ja + 1) / 8 * 8;
+    for (long long y = ya; y <= yb; ++y) {
+      const long long from = y < ya + rowsDone ? ja + colsDone : ja;
+      if (from <= jb) quarterSpan<T>(p, s, d, px, py, e, static_cast<int>(y), from, jb);
+    }
+    return;
+  }
+#endif
   // Rows in bands and columns in blocks, so that a band's source columns
   // stay in the cache while it is written.
   constexpr int kBand = 16, kBlock = 64;
@@ -361,31 +453,7 @@ void quarterRows(const Plan& p, const Source& s, const View& d, int px, int py, 
     const int y1 = d.height - y0 < kBand ? d.height : y0 + kBand;
     for (int x0 = 0; x0 < d.width; x0 += kBlock) {
       const int x1 = d.width - x0 < kBlock ? d.width : x0 + kBlock;
-      for (int y = y0; y < y1; ++y) {
-        const long long i = py + y - p.dst.y, jBase = px - p.dst.x;
-        const long long xs = e.x0 + e.xi * i, ys0 = e.y0 + e.yi * i + e.yj * jBase;
-        if (xs < 0 || xs >= p.srcWidth) continue;
-        long long lo, hi;
-        validRange(ys0, e.yj, p.srcHeight, d.width, &lo, &hi);
-        if (lo < x0) lo = x0;
-        if (hi > x1 - 1) hi = x1 - 1;
-        if (lo > hi) continue;
-        const long long ys = ys0 + e.yj * lo;
-        const std::ptrdiff_t rowStep = e.yj * std::ptrdiff_t(s.view.widthStep);
-        char* dRow = d.data + std::ptrdiff_t(y) * d.widthStep;
-        const char* sAt = s.view.data + std::ptrdiff_t(ys - s.y0) * s.view.widthStep;
-        mox::geom::forEachRun(s.view, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds,
-                                             int count) {
-          const char* from = sAt + so + std::ptrdiff_t(xs - s.x0) * ss * std::ptrdiff_t(sizeof(T));
-          T* to = reinterpret_cast<T*>(dRow + dof) + lo * ds;
-          const int n = static_cast<int>(hi - lo + 1);
-          switch (count) {
-            case 1: columnToRow<T, 1>(from, rowStep, to, ds, n, 1); break;
-            case 3: columnToRow<T, 3>(from, rowStep, to, ds, n, 3); break;
-            default: columnToRow<T, 0>(from, rowStep, to, ds, n, count); break;
-          }
-        });
-      }
+      for (int y = y0; y < y1; ++y) quarterSpan<T>(p, s, d, px, py, e, y, x0, x1 - 1);
     }
   }
 }
