@@ -193,13 +193,6 @@ inline bool inside(const Plan& p, int ix, int iy) {
          static_cast<unsigned>(iy) < static_cast<unsigned>(p.srcHeight);
 }
 
-// Sample (x, y) of run `so` of the source, in image coordinates.
-template <class T>
-inline T sampleAt(const Source& s, std::ptrdiff_t so, int stride, int x, int y) {
-  const char* row = s.view.data + std::ptrdiff_t(y - s.y0) * s.view.widthStep + so;
-  return reinterpret_cast<const T*>(row)[std::ptrdiff_t(x - s.x0) * stride];
-}
-
 // Nearest neighbour: k samples per pixel (K of them when K is not 0).
 template <class T, int K>
 void nearestRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out, int ds, int n,
@@ -219,61 +212,87 @@ void nearestRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* ou
   }
 }
 
+// The first sample of run `so` at (ix, iy), image coordinates.
+template <class T>
+inline const T* sampleAddress(const Source& s, std::ptrdiff_t so, int ss, int ix, int iy) {
+  return reinterpret_cast<const T*>(s.view.data + so + std::ptrdiff_t(iy - s.y0) * s.view.widthStep) +
+         std::ptrdiff_t(ix - s.x0) * ss;
+}
+
+// Linear: along x and then y in single precision, k samples per pixel.
+template <class T, int K>
+void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out, int ds, int n,
+               int count, const RowPositions& r) {
+  const int k = K ? K : count;
+  const double top = static_cast<double>(static_cast<T>(~T(0)));
+  const std::ptrdiff_t down = s.view.widthStep / std::ptrdiff_t(sizeof(T));
+  for (int j = 0; j < n; ++j, out += ds) {
+    int ix = r.ix[j], iy = r.iy[j];
+    if (!inside(p, ix, iy)) {
+      for (int c = 0; c < k; ++c) out[c] = 0;
+      continue;
+    }
+    if (ix == p.srcWidth - 1) --ix;
+    if (iy == p.srcHeight - 1) --iy;
+    const float tx = r.xs[j] - static_cast<float>(ix), ty = r.ys[j] - static_cast<float>(iy);
+    const T* q = sampleAddress<T>(s, so, ss, ix, iy);
+    for (int c = 0; c < k; ++c) {
+      const float a = q[c], b = q[ss + c], e = q[down + c], f = q[down + ss + c];
+      const float r0 = a + (b - a) * tx, r1 = e + (f - e) * tx;
+      out[c] = saturated<T>(static_cast<double>(r0 + (r1 - r0) * ty), top);
+    }
+  }
+}
+
+// Cubic: the Newton form along x in single precision over four rows, then
+// along y in double precision, k samples per pixel.
+template <class T, int K>
+void cubicRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out, int ds, int n,
+              int count, const RowPositions& r) {
+  const int k = K ? K : count;
+  const double top = static_cast<double>(static_cast<T>(~T(0)));
+  const std::ptrdiff_t down = s.view.widthStep / std::ptrdiff_t(sizeof(T));
+  auto centre = [](int i, int size) {
+    return i == 0 ? 1 : i == size - 1 ? i - 2 : i == size - 2 ? i - 1 : i;
+  };
+  for (int j = 0; j < n; ++j, out += ds) {
+    int ix = r.ix[j], iy = r.iy[j];
+    if (!inside(p, ix, iy)) {
+      for (int c = 0; c < k; ++c) out[c] = 0;
+      continue;
+    }
+    ix = centre(ix, p.srcWidth);
+    iy = centre(iy, p.srcHeight);
+    const float tx = r.xs[j] - static_cast<float>(ix);
+    const double ty = static_cast<double>(r.ys[j]) - iy;
+    const T* q = sampleAddress<T>(s, so, ss, ix - 1, iy - 1);
+    for (int c = 0; c < k; ++c) {
+      double v[4];
+      for (int m = 0; m < 4; ++m) {
+        const T* row = q + m * down + c;
+        v[m] = newton<float>(row[0], row[ss], row[2 * ss], row[3 * ss], tx);
+      }
+      out[c] = saturated<T>(newton<double>(v[0], v[1], v[2], v[3], ty), top);
+    }
+  }
+}
+
 // One chunk of a destination row for depth T: every run of samples.
 template <class T>
 void rotateChunk(const Plan& p, const Source& s, const View& d, int row, int j0, int n,
                  const RowPositions& r) {
-  const double top = static_cast<double>(static_cast<T>(~T(0)));
   char* dRow = d.data + std::ptrdiff_t(row) * d.widthStep;
   mox::geom::forEachRun(s.view, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds,
                                        int count) {
     T* out = reinterpret_cast<T*>(dRow + dof) + std::ptrdiff_t(j0) * ds;
-    if (p.interpolate == MOX_INTER_NN) {
-      switch (count) {
-        case 1: return nearestRun<T, 1>(p, s, so, ss, out, ds, n, 1, r);
-        case 3: return nearestRun<T, 3>(p, s, so, ss, out, ds, n, 3, r);
-        default: return nearestRun<T, 0>(p, s, so, ss, out, ds, n, count, r);
-      }
-    }
-    for (int j = 0; j < n; ++j, out += ds) {
-      int ix = r.ix[j], iy = r.iy[j];
-      if (!inside(p, ix, iy)) {
-        for (int c = 0; c < count; ++c) out[c] = 0;
-        continue;
-      }
-      if (p.interpolate == MOX_INTER_LINEAR) {
-        if (ix == p.srcWidth - 1) --ix;
-        if (iy == p.srcHeight - 1) --iy;
-        const float tx = r.xs[j] - static_cast<float>(ix), ty = r.ys[j] - static_cast<float>(iy);
-        for (int c = 0; c < count; ++c) {
-          const std::ptrdiff_t o = so + c * sizeof(T);
-          const float a = sampleAt<T>(s, o, ss, ix, iy), b = sampleAt<T>(s, o, ss, ix + 1, iy);
-          const float e = sampleAt<T>(s, o, ss, ix, iy + 1);
-          const float f = sampleAt<T>(s, o, ss, ix + 1, iy + 1);
-          const float r0 = a + (b - a) * tx, r1 = e + (f - e) * tx;
-          out[c] = saturated<T>(static_cast<double>(r0 + (r1 - r0) * ty), top);
-        }
-        continue;
-      }
-      auto centre = [](int i, int size) {
-        return i == 0 ? 1 : i == size - 1 ? i - 2 : i == size - 2 ? i - 1 : i;
-      };
-      ix = centre(ix, p.srcWidth);
-      iy = centre(iy, p.srcHeight);
-      const float tx = r.xs[j] - static_cast<float>(ix);
-      const double ty = static_cast<double>(r.ys[j]) - iy;
-      for (int c = 0; c < count; ++c) {
-        const std::ptrdiff_t o = so + c * sizeof(T);
-        double v[4];
-        for (int m = 0; m < 4; ++m) {
-          const int y = iy - 1 + m;
-          v[m] = newton<float>(sampleAt<T>(s, o, ss, ix - 1, y), sampleAt<T>(s, o, ss, ix, y),
-                               sampleAt<T>(s, o, ss, ix + 1, y), sampleAt<T>(s, o, ss, ix + 2, y),
-                               tx);
-        }
-        out[c] = saturated<T>(newton<double>(v[0], v[1], v[2], v[3], ty), top);
-      }
-    }
+    using Run = void (*)(const Plan&, const Source&, std::ptrdiff_t, int, T*, int, int, int,
+                         const RowPositions&);
+    static constexpr Run kRuns[3][3] = {
+        {&nearestRun<T, 1>, &nearestRun<T, 3>, &nearestRun<T, 0>},
+        {&linearRun<T, 1>, &linearRun<T, 3>, &linearRun<T, 0>},
+        {&cubicRun<T, 1>, &cubicRun<T, 3>, &cubicRun<T, 0>},
+    };
+    kRuns[p.interpolate][count == 1 ? 0 : count == 3 ? 1 : 2](p, s, so, ss, out, ds, n, count, r);
   });
 }
 
