@@ -8,6 +8,7 @@
 #include <cfenv>
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -214,6 +215,25 @@ TEST(Mirror, SourceAndDestinationInOtherDataOrders) {
   const auto want = referenceMirror(s, d, -1);
   moxMirror(s, d, -1);
   EXPECT_EQ(pixels(d), want);
+  EXPECT_TRUE(reports().empty());
+}
+
+// Destinations of 8 MiB and more store their rows past the caches.
+TEST(Mirror, LargeDestinationsKeepEveryRow) {
+  Capture capture;
+  const int n = 2900;
+  Image s({MOX_DEPTH_8U, 1, 0, n, n}, 1), d({MOX_DEPTH_8U, 1, 0, n, n}, 2);
+  s.roi(0, 3, 0, n, n - 3);
+  d.roi(0, 0, 0, n, n - 5);
+  const auto before = d.bytes();
+  moxMirror(s, d, 0);
+  const int w = n - 5;
+  for (int y = 0; y < n; ++y) {
+    ASSERT_EQ(std::memcmp(d->imageData + ll(y) * d->widthStep,
+                          s->imageData + ll(n - 1 - y) * s->widthStep + 3, w), 0) << y;
+    ASSERT_EQ(std::memcmp(d->imageData + ll(y) * d->widthStep + w,
+                          before.data() + ll(y) * d->widthStep + w, 5), 0) << y;
+  }
   EXPECT_TRUE(reports().empty());
 }
 

@@ -137,8 +137,18 @@ extern "C" MOX_API void MOX_CALL moxMirror(const MoxImage* srcImage, MoxImage* d
     const View s = srcImage->tileInfo ? View{} : mox::geom::viewOf(srcImage, sr);
     return mirrorTiled(srcImage, dstImage, sr, dr, Job{s, dr, flipRows, flipColumns, copy});
   }
-  const View s = mox::geom::viewOf(srcImage, sr), d = mox::geom::viewOf(dstImage, dr);
-  if (!mox::geom::overlap(s, d)) return mirrorApart(s, d, flipRows, flipColumns, copy);
+  const View s = mox::geom::viewOf(srcImage, sr);
+  View d = mox::geom::viewOf(dstImage, dr);
+  d.large = rowBytes(d) * rows >= mox::kLargeBytes;
+  if (!mox::geom::overlap(s, d)) {
+    mirrorApart(s, d, flipRows, flipColumns, copy);
+#if defined(__SSE2__)
+    // Large rows were stored past the caches: the fence makes them visible
+    // to other threads before the call returns.
+    if (d.large) _mm_sfence();
+#endif
+    return;
+  }
   if (s.data == d.data && s.widthStep == d.widthStep && s.bitOffset == d.bitOffset &&
       s.dataOrder == d.dataOrder && s.planeStep == d.planeStep) {
     mirrorInPlace(d, flipRows, flipColumns, copy);

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 
+#include "arith/arith.h"
 #include "frame/frame.h"
 #include "image/pointop.h"
 #include "image/walk.h"
@@ -222,6 +223,18 @@ void copyRow(const View& s, int sy, const View& d, int dy, int w, bool reverse) 
   forEachRun(s, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds, int count) {
     const T* sp = reinterpret_cast<const T*>(sRow + so);
     T* dp = reinterpret_cast<T*>(dRow + dof);
+    if (d.large && !reverse && ss == count && ds == count) {
+      // Rows of a large destination are stored past the caches, as a copy
+      // of the whole block would be; the caller fences the stores.
+      using D = std::conditional_t<sizeof(T) == 1, U8, std::conditional_t<sizeof(T) == 2, U16, U32>>;
+      OpArgs args;
+      args.stream = true;
+      const std::size_t n = std::size_t(w) * count;
+      const std::size_t done =
+          arith::runBlock<D>(arith::blocksFor(n * sizeof(T), args), arith::kCopy, sp, nullptr, dp, n, args);
+      std::memcpy(dp + done, sp + done, (n - done) * sizeof(T));
+      return;
+    }
     switch (count) {
       case 1: copyPixels<T, 1>(sp, ss, dp, ds, w, 1, reverse); break;
       case 3: copyPixels<T, 3>(sp, ss, dp, ds, w, 3, reverse); break;
