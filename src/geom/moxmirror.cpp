@@ -44,8 +44,12 @@ bool outOfMemory() {
 // Distinct memory: every destination row straight from its source row.
 void mirrorApart(const View& s, const View& d, bool flipRows, bool flipColumns,
                  mox::geom::RowCopy copy) {
-  for (int i = 0; i < d.height; ++i)
-    copy(s, flipRows ? d.height - 1 - i : i, d, i, d.width, flipColumns);
+  // The source is read upwards from its first row (and the destination
+  // written from its last row back when rows flip).
+  for (int k = 0; k < d.height; ++k) {
+    const int i = flipRows ? d.height - 1 - k : k;
+    copy(s, k, d, i, d.width, flipColumns);
+  }
 }
 
 // The same rectangle: rows r and rows - 1 - r (or r alone when rows stay)

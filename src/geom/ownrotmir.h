@@ -115,6 +115,16 @@ inline RowShape rowShape(const View& v) {
   return {std::ptrdiff_t(v.coi - 1) * v.planeStep, 0, 1, 1, 1};
 }
 
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+#define MOX_GEOM_HAVE_WIDE 1
+// Reverses the leading pixels of a run of w three-byte pixels (d[j] takes
+// s[w - 1 - j]) with byte shuffles; returns how many it did. Only on
+// processors with 256-bit vectors.
+int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w);
+// The same for one-byte pixels.
+int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w);
+#endif
+
 #if defined(__SSE2__)
 // The sixteen bytes of v in reverse order.
 inline __m128i reversedLanes(__m128i v, std::uint8_t) {
@@ -133,6 +143,11 @@ inline __m128i reversedLanes(__m128i v, std::uint32_t) { return _mm_shuffle_epi3
 template <class T>
 inline void reverseRun(const T* s, T* d, int w) {
   int j = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (sizeof(T) == 1) {
+    if (wideVectors()) j = reverseBytesWide(s, d, w);
+  }
+#endif
 #if defined(__SSE2__)
   constexpr int kLanes = 16 / sizeof(T);
   for (; j + kLanes <= w; j += kLanes) {
@@ -143,13 +158,6 @@ inline void reverseRun(const T* s, T* d, int w) {
   for (; j < w; ++j) d[j] = s[w - 1 - j];
 }
 
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
-#define MOX_GEOM_HAVE_WIDE 1
-// Reverses the leading pixels of a run of w three-byte pixels (d[j] takes
-// s[w - 1 - j]) with byte shuffles; returns how many it did. Only on
-// processors with 256-bit vectors.
-int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w);
-#endif
 
 // Copies w pixels of `count` samples, pixels `ss` and `ds` samples apart;
 // reversed, pixel j of d takes pixel w - 1 - j of s.

@@ -1,4 +1,4 @@
-// Reversal of three-byte pixels with byte shuffles, chosen at run time on
+// Reversal of one- and three-byte pixels with byte shuffles, chosen at run time on
 // x86-64 processors that have 256-bit vectors (and so the shuffles).
 // Everything shared is included before the target switch, so only this
 // file's own code is compiled for the wider instructions.
@@ -20,6 +20,20 @@ int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
     const std::uint8_t* from = s + 3 * (w - 5 - j) - 1;
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * j), _mm_shuffle_epi8(v, order));
+  }
+  return j;
+}
+
+int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
+  // Thirty-two bytes a step: reversed within each half, then the halves
+  // exchanged.
+  const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
+                                         14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  int j = 0;
+  for (; j + 32 <= w; j += 32) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + w - j - 32));
+    const __m256i r = _mm256_shuffle_epi8(v, order);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + j), _mm256_permute2x128_si256(r, r, 1));
   }
   return j;
 }
