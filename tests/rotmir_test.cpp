@@ -132,6 +132,7 @@ std::vector<Case> cases(unsigned depth) {
       {"roi outside", c, 0, 5, 7, 5, 7, {0, 9, 1, 3, 3}, {}},
       {"one wide channel", 1, 0, 5, 53, 6, 50, {0, 1, 0, 5, 51}, {}},
       {"one channel", 1, 0, 29, 31, 27, 33, {0, 1, 2, 26, 29}, {0, 3, 1, 24, 30}},
+      {"wide rows", c, 0, 6, 300, 7, 290, {}, {}},
   };
   if (c == 1) {
     v.push_back({"bits at odd offsets", 1, 0, 9, 70, 9, 70, {0, 3, 1, 7, 37}, {0, 13, 0, 8, 41}});
