@@ -20,7 +20,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
 #include "frame/frame.h"
 #include "geom/ownrotmir.h"
@@ -245,69 +244,6 @@ void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out
   }
 }
 
-#if defined(__SSE2__)
-// Linear with up to four samples per pixel, four samples at a time: the
-// corners of every sample are gathered first (0 for pixels off the source,
-// which the formula keeps 0), then the formula runs on four lanes with the
-// same float and double operations as linearRun.
-template <class T>
-void linearRunVector(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out, int ds,
-                     int n, int k, const RowPositions& r) {
-  // At most kChunk samples at a time.
-  const int per = kChunk / k;
-  if (n > per) {
-    for (int j0 = 0; j0 < n; j0 += per) {
-      RowPositions part;
-      const int count = n - j0 < per ? n - j0 : per;
-      std::memcpy(part.xs, r.xs + j0, count * sizeof(float));
-      std::memcpy(part.ys, r.ys + j0, count * sizeof(float));
-      std::memcpy(part.ix, r.ix + j0, count * sizeof(int));
-      std::memcpy(part.iy, r.iy + j0, count * sizeof(int));
-      linearRunVector<T>(p, s, so, ss, out + std::ptrdiff_t(j0) * ds, ds, count, k, part);
-    }
-    return;
-  }
-  alignas(16) float a[kChunk + 4], b[kChunk + 4], e[kChunk + 4], f[kChunk + 4], tx[kChunk + 4],
-      ty[kChunk + 4];
-  alignas(16) int result[kChunk + 4];
-  const std::ptrdiff_t down = s.view.widthStep / std::ptrdiff_t(sizeof(T));
-  int m = 0;
-  for (int j = 0; j < n; ++j) {
-    int ix = r.ix[j], iy = r.iy[j];
-    if (!inside(p, ix, iy)) {
-      for (int c = 0; c < k; ++c, ++m) a[m] = b[m] = e[m] = f[m] = tx[m] = ty[m] = 0.0f;
-      continue;
-    }
-    if (ix == p.srcWidth - 1) --ix;
-    if (iy == p.srcHeight - 1) --iy;
-    const float u = r.xs[j] - static_cast<float>(ix), v = r.ys[j] - static_cast<float>(iy);
-    const T* q = sampleAddress<T>(s, so, ss, ix, iy);
-    for (int c = 0; c < k; ++c, ++m) {
-      a[m] = q[c], b[m] = q[ss + c], e[m] = q[down + c], f[m] = q[down + ss + c];
-      tx[m] = u, ty[m] = v;
-    }
-  }
-  for (int z = m; z < ((m + 3) & ~3); ++z) a[z] = b[z] = e[z] = f[z] = tx[z] = ty[z] = 0.0f;
-  const __m128d tolerance = _mm_set1_pd(kTolerance), zero = _mm_setzero_pd();
-  const __m128d top = _mm_set1_pd(static_cast<double>(static_cast<T>(~T(0))));
-  for (int z = 0; z < m; z += 4) {
-    const __m128 va = _mm_load_ps(a + z), vb = _mm_load_ps(b + z);
-    const __m128 ve = _mm_load_ps(e + z), vf = _mm_load_ps(f + z);
-    const __m128 u = _mm_load_ps(tx + z), v = _mm_load_ps(ty + z);
-    const __m128 r0 = _mm_add_ps(va, _mm_mul_ps(_mm_sub_ps(vb, va), u));
-    const __m128 r1 = _mm_add_ps(ve, _mm_mul_ps(_mm_sub_ps(vf, ve), u));
-    const __m128 w = _mm_add_ps(r0, _mm_mul_ps(_mm_sub_ps(r1, r0), v));
-    auto half = [&](__m128d x) {
-      return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(_mm_add_pd(x, tolerance), zero), top));
-    };
-    const __m128i lo = half(_mm_cvtps_pd(w)), hi = half(_mm_cvtps_pd(_mm_movehl_ps(w, w)));
-    _mm_store_si128(reinterpret_cast<__m128i*>(result + z), _mm_unpacklo_epi64(lo, hi));
-  }
-  for (int j = 0, z = 0; j < n; ++j, out += ds)
-    for (int c = 0; c < k; ++c, ++z) out[c] = static_cast<T>(result[z]);
-}
-#endif
-
 // Cubic: the Newton form along x in single precision over four rows, then
 // along y in double precision, k samples per pixel.
 template <class T, int K>
@@ -356,10 +292,6 @@ void rotateChunk(const Plan& p, const Source& s, const View& d, int row, int j0,
         {&linearRun<T, 1>, &linearRun<T, 3>, &linearRun<T, 0>},
         {&cubicRun<T, 1>, &cubicRun<T, 3>, &cubicRun<T, 0>},
     };
-#if defined(__SSE2__)
-    if (p.interpolate == MOX_INTER_LINEAR && count <= 4)
-      return linearRunVector<T>(p, s, so, ss, out, ds, n, count, r);
-#endif
     kRuns[p.interpolate][count == 1 ? 0 : count == 3 ? 1 : 2](p, s, so, ss, out, ds, n, count, r);
   });
 }
