@@ -471,8 +471,9 @@ namespace {
 // Runs f on plain images and on tiled twins (source, destination or both)
 // and expects the same destination pixels; ROIs cross tile edges.
 template <class F>
-void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what) {
-  const int c = depth == MOX_DEPTH_1U ? 1 : 3;
+void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what,
+                            int channels = 3) {
+  const int c = depth == MOX_DEPTH_1U ? 1 : channels;
   const int sroi[5] = {0, 5, 3, 33, 30}, droi[5] = {0, 7, 2, 36, 31};
   Image s({depth, c, order, 41, 37}, 31, sroi), want({depth, c, order, 39, 43}, 32, droi);
   f(+s, +want);
@@ -505,9 +506,10 @@ TEST(RotMirTiles, TiledRunsEqualPlainRuns) {
         if (depth & MOX_DEPTH_SIGN) continue;
         for (int angle : {3000, 9000, 18000, 27000, 12345})
           for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR, MOX_INTER_CUBIC})
-            expectTiledEqualsPlain(depth, order, tile, [&](MoxImage* s, MoxImage* d) {
-              moxRotate(s, d, angle, 20, 17, inter, nullptr);
-            }, "rotate");
+            for (int channels : {1, 3})
+              expectTiledEqualsPlain(depth, order, tile, [&](MoxImage* s, MoxImage* d) {
+                moxRotate(s, d, angle, 20, 17, inter, nullptr);
+              }, "rotate", channels);
       }
   EXPECT_TRUE(reports().empty());
 }
