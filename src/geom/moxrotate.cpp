@@ -20,6 +20,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "frame/frame.h"
 #include "geom/ownrotmir.h"
@@ -364,6 +365,19 @@ void validRange(long long a, long long b, int size, int w, long long* lo, long l
 
 // Copies n pixels from a source column (rows `rowStep` bytes apart) into a
 // destination row.
+// Three-byte pixels whose column is not the source's last: each copied as
+// four bytes, the fourth overwritten by the next pixel (the last of the run
+// is copied as three).
+void columnToRowPadded3(const char* s, std::ptrdiff_t rowStep, std::uint8_t* d, int n) {
+  int j = 0;
+  for (; j + 1 < n; ++j, s += rowStep, d += 3) {
+    std::uint32_t v;
+    std::memcpy(&v, s, 4);
+    std::memcpy(d, &v, 4);
+  }
+  if (j < n) std::memcpy(d, s, 3);
+}
+
 template <class T, int K>
 void columnToRow(const char* s, std::ptrdiff_t rowStep, T* d, int ds, int n, int count) {
   const int k = K ? K : count;
@@ -395,7 +409,12 @@ void quarterSpan(const Plan& p, const Source& s, const View& d, int px, int py, 
     const int n = static_cast<int>(hi - lo + 1);
     switch (count) {
       case 1: columnToRow<T, 1>(from, rowStep, to, ds, n, 1); break;
-      case 3: columnToRow<T, 3>(from, rowStep, to, ds, n, 3); break;
+      case 3:
+        if (sizeof(T) == 1 && ss == 3 && ds == 3 && xs - s.x0 + 1 < s.view.width)
+          columnToRowPadded3(from, rowStep, reinterpret_cast<std::uint8_t*>(to), n);
+        else
+          columnToRow<T, 3>(from, rowStep, to, ds, n, 3);
+        break;
       default: columnToRow<T, 0>(from, rowStep, to, ds, n, count); break;
     }
   });
