@@ -65,6 +65,10 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { moxRotate(a, d, -4500, 30, 22, MOX_INTER_NN, nullptr); }, 0xe5a2f92a3c4ce49eull},
     {"mirror 16S planes both axes", k16S3P, k16S3P,
      [](auto a, auto, auto d) { moxMirror(a, d, -1); }, 0xe87e1d120c7b8975ull},
+    {"mirror 8U about the vertical axis", k8U3, k8U3,
+     [](auto a, auto, auto d) { moxMirror(a, d, 1); }, 0xae77578448b45803ull},
+    {"rotate 8U quarter turn", k8U1, k8U1,
+     [](auto a, auto, auto d) { moxRotate(a, d, 27000, 31, 25, MOX_INTER_NN, nullptr); }, 0xbde07309bdeebbdfull},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {
