@@ -117,17 +117,20 @@ inline T saturated(double v, double top) {
 }
 
 // The cubic through p0..p3 (at -1, 0, 1, 2) at t, in Newton's
-// forward-difference form, in the precision of F.
+// forward-difference form, in the precision of F; the weights depend on t
+// alone and are worked out once per position.
 template <class F>
-inline F newton(F p0, F p1, F p2, F p3, F t) {
-  const F c1 = F(1) + t;
-  const F c2 = t * (F(1) + t) * F(0.5);
-  const F c3 = (t - F(1)) * c2 * (F(1) / F(3));
-  const F d1 = p1 - p0;
-  const F d2 = (p2 - p1) - d1;
-  const F d3 = (p1 + p3 - F(2) * p2) - d2;
-  return p0 + d1 * c1 + d2 * c2 + d3 * c3;
-}
+struct Newton {
+  F c1, c2, c3;
+  explicit Newton(F t)
+      : c1(F(1) + t), c2(t * (F(1) + t) * F(0.5)), c3((t - F(1)) * c2 * (F(1) / F(3))) {}
+  F operator()(F p0, F p1, F p2, F p3) const {
+    const F d1 = p1 - p0;
+    const F d2 = (p2 - p1) - d1;
+    const F d3 = (p1 + p3 - F(2) * p2) - d2;
+    return p0 + d1 * c1 + d2 * c2 + d3 * c3;
+  }
+};
 
 // A source view and the image coordinates of its first pixel.
 struct Source {
@@ -264,16 +267,16 @@ void cubicRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out,
     }
     ix = centre(ix, p.srcWidth);
     iy = centre(iy, p.srcHeight);
-    const float tx = r.xs[j] - static_cast<float>(ix);
-    const double ty = static_cast<double>(r.ys[j]) - iy;
+    const Newton<float> across(r.xs[j] - static_cast<float>(ix));
+    const Newton<double> down4(static_cast<double>(r.ys[j]) - iy);
     const T* q = sampleAddress<T>(s, so, ss, ix - 1, iy - 1);
     for (int c = 0; c < k; ++c) {
       double v[4];
       for (int m = 0; m < 4; ++m) {
         const T* row = q + m * down + c;
-        v[m] = newton<float>(row[0], row[ss], row[2 * ss], row[3 * ss], tx);
+        v[m] = across(row[0], row[ss], row[2 * ss], row[3 * ss]);
       }
-      out[c] = saturated<T>(newton<double>(v[0], v[1], v[2], v[3], ty), top);
+      out[c] = saturated<T>(down4(v[0], v[1], v[2], v[3]), top);
     }
   }
 }
