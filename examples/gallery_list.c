@@ -2,9 +2,17 @@
    line per family: declare its array and name it in the list. */
 #include "gallery.h"
 
+extern const GalleryEntry galleryArith[];
+extern const GalleryEntry galleryData[];
+extern const GalleryEntry galleryTransform[];
+extern const GalleryEntry galleryConvert[];
 extern const GalleryEntry galleryRotmir[];
 
 const GalleryEntry* const galleryFamilies[] = {
+    galleryArith,
+    galleryData,
+    galleryTransform,
+    galleryConvert,
     galleryRotmir,
     0,
 };
