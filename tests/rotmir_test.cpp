@@ -222,18 +222,22 @@ TEST(Mirror, SourceAndDestinationInOtherDataOrders) {
 // Destinations of 8 MiB and more store their rows past the caches.
 TEST(Mirror, LargeDestinationsKeepEveryRow) {
   Capture capture;
-  const int n = 2900;
-  Image s({MOX_DEPTH_8U, 1, 0, n, n}, 1), d({MOX_DEPTH_8U, 1, 0, n, n}, 2);
+  const int n = 1700, w = n - 5;
+  Image s({MOX_DEPTH_8U, 3, 0, n, n}, 1), d({MOX_DEPTH_8U, 3, 0, n, n}, 2);
   s.roi(0, 3, 0, n, n - 3);
   d.roi(0, 0, 0, n, n - 5);
   const auto before = d.bytes();
-  moxMirror(s, d, 0);
-  const int w = n - 5;
-  for (int y = 0; y < n; ++y) {
-    ASSERT_EQ(std::memcmp(d->imageData + ll(y) * d->widthStep,
-                          s->imageData + ll(n - 1 - y) * s->widthStep + 3, w), 0) << y;
-    ASSERT_EQ(std::memcmp(d->imageData + ll(y) * d->widthStep + w,
-                          before.data() + ll(y) * d->widthStep + w, 5), 0) << y;
+  for (int axis : {0, -1}) {
+    moxMirror(s, d, axis);
+    for (int y = 0; y < n; ++y) {
+      const char* from = s->imageData + ll(n - 1 - y) * s->widthStep + 9;
+      const char* to = d->imageData + ll(y) * d->widthStep;
+      if (axis == 0)
+        ASSERT_EQ(std::memcmp(to, from, 3 * w), 0) << y;
+      else
+        for (int x = 0; x < 3 * w; ++x) ASSERT_EQ(to[x], from[3 * (w - 1 - x / 3) + x % 3]) << x << "," << y;
+      ASSERT_EQ(std::memcmp(to + 3 * w, before.data() + ll(y) * d->widthStep + 3 * w, 15), 0) << y;
+    }
   }
   EXPECT_TRUE(reports().empty());
 }

@@ -222,6 +222,17 @@ inline void forEachRun(const View& s, const View& d, F&& f) {
   }
 }
 
+// Copies n values past the caches (the caller fences the stores).
+template <class T>
+inline void streamCopy(const T* s, T* d, std::size_t n) {
+  using D = std::conditional_t<sizeof(T) == 1, U8, std::conditional_t<sizeof(T) == 2, U16, U32>>;
+  OpArgs args;
+  args.stream = true;
+  const std::size_t done =
+      arith::runBlock<D>(arith::blocksFor(n * sizeof(T), args), arith::kCopy, s, nullptr, d, n, args);
+  std::memcpy(d + done, s + done, (n - done) * sizeof(T));
+}
+
 // Copies row sy of s (w pixels from the view's first column) to row dy of d,
 // reversed when asked; the two rows must not share memory.
 template <class T>
@@ -231,16 +242,23 @@ void copyRow(const View& s, int sy, const View& d, int dy, int w, bool reverse) 
   forEachRun(s, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds, int count) {
     const T* sp = reinterpret_cast<const T*>(sRow + so);
     T* dp = reinterpret_cast<T*>(dRow + dof);
-    if (d.large && !reverse && ss == count && ds == count) {
+    if (d.large && ss == count && ds == count) {
       // Rows of a large destination are stored past the caches, as a copy
-      // of the whole block would be; the caller fences the stores.
-      using D = std::conditional_t<sizeof(T) == 1, U8, std::conditional_t<sizeof(T) == 2, U16, U32>>;
-      OpArgs args;
-      args.stream = true;
-      const std::size_t n = std::size_t(w) * count;
-      const std::size_t done =
-          arith::runBlock<D>(arith::blocksFor(n * sizeof(T), args), arith::kCopy, sp, nullptr, dp, n, args);
-      std::memcpy(dp + done, sp + done, (n - done) * sizeof(T));
+      // of the whole block would be (reversed rows through a small buffer
+      // first); the caller fences the stores.
+      if (!reverse) return streamCopy(sp, dp, std::size_t(w) * count);
+      alignas(16) T buffer[4096 / sizeof(T)];
+      const int per = static_cast<int>(sizeof buffer / sizeof(T)) / count;
+      for (int j0 = 0, m = 0; j0 < w; j0 += m) {
+        m = w - j0 < per ? w - j0 : per;
+        const T* from = sp + std::ptrdiff_t(w - j0 - m) * ss;
+        switch (count) {
+          case 1: copyPixels<T, 1>(from, ss, buffer, count, m, 1, true); break;
+          case 3: copyPixels<T, 3>(from, ss, buffer, count, m, 3, true); break;
+          default: copyPixels<T, 0>(from, ss, buffer, count, m, count, true); break;
+        }
+        streamCopy(buffer, dp + std::ptrdiff_t(j0) * ds, std::size_t(m) * count);
+      }
       return;
     }
     switch (count) {
