@@ -10,6 +10,7 @@ extern const GalleryEntry galleryColour[];
 extern const GalleryEntry galleryZoom[];
 extern const GalleryEntry galleryAlpha[];
 extern const GalleryEntry galleryStats[];
+extern const GalleryEntry galleryRotmir[];
 
 const GalleryEntry* const galleryFamilies[] = {
     galleryArith,
@@ -20,5 +21,6 @@ const GalleryEntry* const galleryFamilies[] = {
     galleryZoom,
     galleryAlpha,
     galleryStats,
+    galleryRotmir,
     0,
 };
