@@ -177,9 +177,10 @@ def run_pass(args):
         cmd.append("--benchmark_filter=" + args.filter)
     cmd += args.extra
     try:
-        # The console report goes to standard error as progress.
+        # The program's own console report is shown only when asked for (on
+        # standard error); by default the table is all that is printed.
         sys.stdout.flush()
-        done = subprocess.run(cmd, stdout=subprocess.DEVNULL if args.quiet else sys.stderr)
+        done = subprocess.run(cmd, stdout=sys.stderr if args.progress else subprocess.DEVNULL)
         if done.returncode != 0:
             sys.exit("bench_table: %s ended with status %d" % (args.bench, done.returncode))
         with open(out_path) as f:
@@ -205,7 +206,9 @@ def main(argv=None):
     p.add_argument("--time", choices=("cpu", "real"), default="cpu", help="which time to compare")
     p.add_argument("--markdown", action="store_true", help="print a Markdown table")
     p.add_argument("--check", action="store_true", help="exit with status 1 when a target is missed")
-    p.add_argument("--quiet", action="store_true", help="no progress while running")
+    p.add_argument("--progress", action="store_true",
+                   help="show the benchmark program's own report while it runs (on standard error)")
+    p.add_argument("--quiet", action="store_true", help=argparse.SUPPRESS)  # the default now
     p.add_argument("extra", nargs="*", help="further options for moxpx_bench (after --)")
     args = p.parse_args(argv)
 
