@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Runs moxpx_bench (or reads its JSON output) and prints the comparison table.
 
-Entries are named BM_<peer>_<Op>/<case>[_tiled<N>]. Entries with the same
-<Op>/<case> are put on one row: the library's plain and tiled times, the plain
+Entries are named BM_<peer>_<Op>/<case>[_tiled<N>|_threads<N>]. Entries with
+the same <Op>/<case> are put on one row: the library's plain, tiled and
+threaded (one destination tile per call on N threads) times, the plain
 loop (floor) and every peer library, then the ratios library/floor,
-library/peer and tiled/plain. Ratios that have a target are marked: '+' meets
+library/peer, tiled/plain and threads/plain (time on N threads over time on
+one). Ratios that have a target are marked: '+' meets
 it, '!' misses it; the misses are listed under the table.
 
 Exit status: 1 when an entry failed (the benchmark reports a wrong result or a
@@ -22,8 +24,8 @@ import tempfile
 LIBRARY = "moxpx"
 FLOOR = "floor"
 
-# (operation, case, column, limit): ratio library/column (or tiled/plain for
-# the tiledN columns) must not exceed the limit. Patterns are regular
+# (operation, case, column, limit): ratio library/column (or column/plain for
+# the tiledN and threadsN columns) must not exceed the limit. Patterns are regular
 # expressions matched against the whole name.
 TARGETS = [
     (r"Add", r"8U_4096x4096x1", FLOOR, 1.25),
@@ -33,21 +35,28 @@ TARGETS = [
     (r".*(?i:fft).*", r".*", "opencv", 1.0),
 ]
 
-NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_tiled(\d+))?(?:/repeats:\d+)?$")
+NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_((?:tiled|threads)\d+))?"
+                  r"(?:/repeats:\d+)?$")
+# Columns of the library's own variants, set against its plain run.
+VARIANTS = ("tiled", "threads")
 UNIT_MS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
 
 
 def parse_name(name):
-    """'BM_moxpx_Add/8U_4096x4096x1_tiled256' -> ('moxpx', 'Add', '8U_4096x4096x1', 256)."""
+    """'BM_moxpx_Add/8U_4096x4096x1_tiled256' -> ('moxpx', 'Add', '8U_4096x4096x1', 'tiled256')."""
     m = NAME.match(name)
     if not m:
         return None
-    peer, op, case, tile = m.groups()
-    return peer, op, case, int(tile) if tile else 0
+    peer, op, case, variant = m.groups()
+    return peer, op, case, variant or ""
 
 
-def column_of(peer, tile):
-    return "tiled%d" % tile if tile else peer
+def column_of(peer, variant):
+    return variant or peer
+
+
+def is_variant(col):
+    return col.startswith(VARIANTS)
 
 
 def collect(report, time_key="cpu_time"):
@@ -69,7 +78,10 @@ def collect(report, time_key="cpu_time"):
         peer, op, case, tile = parsed
         if tile and peer != LIBRARY:
             continue
-        ms = float(entry[time_key]) * UNIT_MS[entry.get("time_unit", "ns")]
+        # Runs spread over threads are timed by the wall clock: the
+        # process time of the timing thread sees only its own share.
+        key = "real_time" if tile.startswith("threads") else time_key
+        ms = float(entry[key]) * UNIT_MS[entry.get("time_unit", "ns")]
         cells = rows.setdefault((op, case), {})
         col = column_of(peer, tile)
         cells[col] = min(ms, cells.get(col, ms))
@@ -85,7 +97,7 @@ def ratios(cells):
     for col, ms in cells.items():
         if col == LIBRARY or ms <= 0:
             continue
-        out[col] = ms / plain if col.startswith("tiled") else plain / ms
+        out[col] = ms / plain if is_variant(col) else plain / ms
     return out
 
 
@@ -96,14 +108,18 @@ def target_for(op, case, col):
     return None
 
 
-def tile_order(col):
-    return int(col[len("tiled"):]) if col.startswith("tiled") else 0
+def variant_order(col):
+    """tiled columns by tile size, then threads columns by thread count."""
+    for i, kind in enumerate(VARIANTS):
+        if col.startswith(kind):
+            return (i, int(col[len(kind):]))
+    return (-1, 0)
 
 
 def build_table(rows):
     """Returns (header, lines, misses): text cells of the table and the misses."""
-    tiles = sorted({c for cells in rows.values() for c in cells if c.startswith("tiled")},
-                   key=tile_order)
+    tiles = sorted({c for cells in rows.values() for c in cells if is_variant(c)},
+                   key=variant_order)
     peers = sorted({c for cells in rows.values() for c in cells}
                    - {LIBRARY, FLOOR} - set(tiles))
     time_cols = [LIBRARY] + tiles + [FLOOR] + peers
@@ -126,7 +142,7 @@ def build_table(rows):
             if limit is not None:
                 mark = "+" if r[c] <= limit else "!"
                 if mark == "!":
-                    what = "%s/plain" % c if c.startswith("tiled") else "%s/%s" % (LIBRARY, c)
+                    what = "%s/plain" % c if is_variant(c) else "%s/%s" % (LIBRARY, c)
                     misses.append("%s/%s: %s %.2f > %.2f" % (op, case, what, r[c], limit))
             line.append("%.2f%s" % (r[c], mark))
         lines.append(line)
