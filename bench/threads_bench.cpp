@@ -1,9 +1,12 @@
 // One destination tile per call on several threads, as `moxpx --threads`
-// runs: moxAddS on an 8192x8192 8U RGB picture into a destination of
-// 256x256 tiles, the tiles shared out through `mapping` to 1, 2 and all
-// cores. Beside it the whole picture in one plain call. Names:
-// BM_moxpx_AddS/8U_8192x8192x3[_threadsN]; bench_table.py shows
-// threadsN/plain, the wall-clock time on N threads over the plain call's.
+// runs: moxAddS from a plain 8192x8192 8U RGB picture into a tiled
+// destination, the tiles shared out through `mapping` to 1, 2 and all cores.
+// Two tile shapes: square 256x256 tiles, and bands of whole rows (8192x8),
+// which read the plain source as one run per row instead of one page per
+// row. Beside them the whole picture in one plain call. Names:
+// BM_moxpx_AddS/8U_8192x8192x3_tile<W>x<H>[_threadsN]/real_time;
+// bench_table.py shows threadsN/plain, the wall-clock time on N threads over
+// the plain call's.
 //
 // The result is checked once against the plain rule before it is timed.
 
@@ -11,6 +14,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
 #include <set>
 #include <thread>
 #include <vector>
@@ -22,7 +26,6 @@ namespace {
 using namespace moxbench;
 
 constexpr Shape kShape{MOX_DEPTH_8U, 8192, 8192, 3};
-constexpr int kTile = 256;
 constexpr int kValue = 40;
 
 // The destination's tiles in one block. A header's tileData belongs to the
@@ -30,9 +33,9 @@ constexpr int kValue = 40;
 // record over the shared tiles; the tiles the threads write are disjoint.
 class SharedTiles {
  public:
-  SharedTiles() {
+  SharedTiles(int tileW, int tileH) : tileW_(tileW), tileH_(tileH) {
     int step = 0, size = 0;
-    mox::layoutSize(kTile, kTile, kShape.depth, kShape.channels, MOX_DATA_ORDER_PIXEL,
+    mox::layoutSize(tileW, tileH, kShape.depth, kShape.channels, MOX_DATA_ORDER_PIXEL,
                     MOX_ALIGN_4BYTES, &step, &size);
     step_ = static_cast<std::size_t>(step);
     tileBytes_ = static_cast<std::size_t>(size);
@@ -44,13 +47,13 @@ class SharedTiles {
   SharedTiles(const SharedTiles&) = delete;
   SharedTiles& operator=(const SharedTiles&) = delete;
 
-  static int tilesX() { return (kShape.width + kTile - 1) / kTile; }
-  static int tilesY() { return (kShape.height + kTile - 1) / kTile; }
+  int tilesX() const { return (kShape.width + tileW_ - 1) / tileW_; }
+  int tilesY() const { return (kShape.height + tileH_ - 1) / tileH_; }
 
   // A header of its own for each of n threads.
   const std::vector<MoxImage*>& headers(int n) {
     while (static_cast<int>(headers_.size()) < n) {
-      MoxTileInfo* info = moxCreateTileInfo(&SharedTiles::callBack, 0, kTile, kTile);
+      MoxTileInfo* info = moxCreateTileInfo(&SharedTiles::callBack, 0, tileW_, tileH_);
       MoxImage* h = info ? createHeader(kShape, info, this) : nullptr;
       if (!h) {
         moxDeleteTileInfo(info);
@@ -64,51 +67,62 @@ class SharedTiles {
   // The value at (x, y, channel c) of the picture.
   unsigned char at(int x, int y, int c) const {
     const char* tile = block_.data() +
-                       (static_cast<std::size_t>(y / kTile) * tilesX() + x / kTile) * tileBytes_;
+                       (static_cast<std::size_t>(y / tileH_) * tilesX() + x / tileW_) * tileBytes_;
     return static_cast<unsigned char>(
-        tile[(y % kTile) * step_ + static_cast<std::size_t>(x % kTile) * kShape.channels + c]);
+        tile[(y % tileH_) * step_ + static_cast<std::size_t>(x % tileW_) * kShape.channels + c]);
   }
 
  private:
   static void MOX_CALL callBack(const MoxImage* image, int xIndex, int yIndex, int mode) {
     auto* self = static_cast<SharedTiles*>(image->imageId);
-    const bool inside = xIndex >= 0 && xIndex < tilesX() && yIndex >= 0 && yIndex < tilesY();
+    const bool inside =
+        xIndex >= 0 && xIndex < self->tilesX() && yIndex >= 0 && yIndex < self->tilesY();
     image->tileInfo->tileData =
         mode != MOX_RELEASE_TILE && inside
             ? self->block_.data() +
-                  (static_cast<std::size_t>(yIndex) * tilesX() + xIndex) * self->tileBytes_
+                  (static_cast<std::size_t>(yIndex) * self->tilesX() + xIndex) * self->tileBytes_
             : nullptr;
   }
 
+  int tileW_, tileH_;
   std::size_t step_ = 0, tileBytes_ = 0;
   std::vector<char> block_;
   std::vector<MoxImage*> headers_;
 };
 
+// The source and the plain destination, made on first use (400 MB), and
+// the tiled destination of the tile shape last asked for (200 MB).
 struct Pictures {
   PlainImage source{kShape}, plain{kShape};
-  SharedTiles tiles;
+  std::unique_ptr<SharedTiles> tiles;
   Pictures() {
     if (source.ok()) fillRandom(source.data(), source.bytes(), 11);
   }
 };
 
 Pictures& pictures() {
-  static Pictures p;  // made on first use: 600 MB
+  static Pictures p;
   return p;
+}
+
+SharedTiles& tilesOf(Pictures& p, int tileW, int tileH) {
+  if (!p.tiles || p.tiles->tilesX() != (kShape.width + tileW - 1) / tileW ||
+      p.tiles->tilesY() != (kShape.height + tileH - 1) / tileH)
+    p.tiles = std::make_unique<SharedTiles>(tileW, tileH);
+  return *p.tiles;
 }
 
 // Every destination tile once, on n threads (the calling thread among them).
 // False when a call reported a failure.
-bool addOnThreads(Pictures& p, int n) {
-  const auto& headers = p.tiles.headers(n);
-  const int count = SharedTiles::tilesX() * SharedTiles::tilesY();
+bool addOnThreads(Pictures& p, SharedTiles& tiles, int n) {
+  const auto& headers = tiles.headers(n);
+  const int count = tiles.tilesX() * tiles.tilesY();
   std::atomic<int> next{0};
   std::atomic<bool> failed{false};
   auto work = [&](int t) {
     quietErrors();
     for (int k; (k = next++) < count;) {
-      const int mapping[2] = {k % SharedTiles::tilesX(), k / SharedTiles::tilesX()};
+      const int mapping[2] = {k % tiles.tilesX(), k / tiles.tilesX()};
       moxAddS(p.source.get(), headers[t], kValue, mapping);
     }
     if (moxGetErrStatus() != MOX_StsNoError) failed = true;
@@ -120,7 +134,8 @@ bool addOnThreads(Pictures& p, int n) {
   return !failed;
 }
 
-bool sameAsRule(benchmark::State& state, const Pictures& p, bool tiled) {
+// Checks the plain destination, or the tiled one when tiles is given.
+bool sameAsRule(benchmark::State& state, const Pictures& p, const SharedTiles* tiles) {
   const auto* src = reinterpret_cast<const unsigned char*>(p.source.data());
   const auto* plain = reinterpret_cast<const unsigned char*>(p.plain.data());
   for (int y = 0; y < kShape.height; ++y)
@@ -128,7 +143,7 @@ bool sameAsRule(benchmark::State& state, const Pictures& p, bool tiled) {
       for (int c = 0; c < kShape.channels; ++c) {
         const std::size_t i = (static_cast<std::size_t>(y) * kShape.width + x) * kShape.channels + c;
         const unsigned char want = static_cast<unsigned char>(std::min(src[i] + kValue, 255));
-        if ((tiled ? p.tiles.at(x, y, c) : plain[i]) != want) {
+        if ((tiles ? tiles->at(x, y, c) : plain[i]) != want) {
           state.SkipWithError("the result differs from the plain rule");
           return false;
         }
@@ -142,7 +157,7 @@ void runPlain(benchmark::State& state) {
   if (!p.source.ok() || !p.plain.ok()) return state.SkipWithError("no memory for the pictures");
   moxAddS(p.source.get(), p.plain.get(), kValue, nullptr);
   if (!lastReport().empty()) return state.SkipWithError(lastReport().c_str());
-  if (!sameAsRule(state, p, false)) return;
+  if (!sameAsRule(state, p, nullptr)) return;
   for (auto _ : state) {
     moxAddS(p.source.get(), p.plain.get(), kValue, nullptr);
     benchmark::ClobberMemory();
@@ -150,31 +165,39 @@ void runPlain(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * 2 * kShape.bytes());
 }
 
-void runThreads(benchmark::State& state, int n) {
+void runThreads(benchmark::State& state, int n, int tileW, int tileH) {
   Pictures& p = pictures();
   if (!p.source.ok()) return state.SkipWithError("no memory for the pictures");
-  if (static_cast<int>(p.tiles.headers(n).size()) < n) return state.SkipWithError("no headers");
-  if (!addOnThreads(p, n)) return state.SkipWithError("a tile call reported a failure");
-  if (!sameAsRule(state, p, true)) return;
+  SharedTiles& tiles = tilesOf(p, tileW, tileH);
+  if (static_cast<int>(tiles.headers(n).size()) < n) return state.SkipWithError("no headers");
+  if (!addOnThreads(p, tiles, n)) return state.SkipWithError("a tile call reported a failure");
+  if (!sameAsRule(state, p, &tiles)) return;
   for (auto _ : state) {
-    addOnThreads(p, n);
+    addOnThreads(p, tiles, n);
     benchmark::ClobberMemory();
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * 2 * kShape.bytes());
 }
 
 int registerAll() {
-  const std::string entry = "AddS/" + caseName(kShape);
-  benchmark::RegisterBenchmark(("BM_moxpx_" + entry).c_str(), runPlain)
-      ->Unit(benchmark::kMillisecond);
   const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-  for (int n : std::set<int>{1, 2, cores}) {
-    std::string name = "BM_moxpx_" + entry;
-    name.append("_threads").append(std::to_string(n));
-    // Wall-clock time: the work is spread over threads the timer does not see.
-    benchmark::RegisterBenchmark(name.c_str(), runThreads, n)
+  const int shapes[][2] = {{256, 256}, {kShape.width, 8}};
+  for (const auto& tile : shapes) {
+    std::string entry = "BM_moxpx_AddS/" + caseName(kShape);
+    entry.append("_tile").append(std::to_string(tile[0])).append("x").append(std::to_string(tile[1]));
+    // Wall-clock time for all of them: the threads' work is not in the
+    // timing thread's process time, and the plain call is set beside them
+    // alike (one plain row per tile shape, so that each row has its own).
+    benchmark::RegisterBenchmark(entry.c_str(), runPlain)
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime();
+    for (int n : std::set<int>{1, 2, cores}) {
+      std::string name = entry;
+      name.append("_threads").append(std::to_string(n));
+      benchmark::RegisterBenchmark(name.c_str(), runThreads, n, tile[0], tile[1])
+          ->Unit(benchmark::kMillisecond)
+          ->UseRealTime();
+    }
   }
   return 0;
 }

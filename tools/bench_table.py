@@ -36,7 +36,7 @@ TARGETS = [
 ]
 
 NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_((?:tiled|threads)\d+))?"
-                  r"(?:/repeats:\d+)?$")
+                  r"(?:/real_time|/repeats:\d+)*$")
 # Columns of the library's own variants, set against its plain run.
 VARIANTS = ("tiled", "threads")
 UNIT_MS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
@@ -78,9 +78,9 @@ def collect(report, time_key="cpu_time"):
         peer, op, case, tile = parsed
         if tile and peer != LIBRARY:
             continue
-        # Runs spread over threads are timed by the wall clock: the
-        # process time of the timing thread sees only its own share.
-        key = "real_time" if tile.startswith("threads") else time_key
+        # Entries that ask for the wall clock (work spread over threads the
+        # timing thread's own process time does not see) are read by it.
+        key = "real_time" if "/real_time" in name else time_key
         ms = float(entry[key]) * UNIT_MS[entry.get("time_unit", "ns")]
         cells = rows.setdefault((op, case), {})
         col = column_of(peer, tile)
@@ -193,11 +193,17 @@ def run_pass(args):
         cmd.append("--benchmark_filter=" + args.filter)
     cmd += args.extra
     try:
-        # The program's own console report is shown only when asked for (on
-        # standard error); by default the table is all that is printed.
+        # The program's own console report and context are shown only when
+        # asked for (on standard error), or when it fails; by default the
+        # table is all that is printed.
         sys.stdout.flush()
-        done = subprocess.run(cmd, stdout=sys.stderr if args.progress else subprocess.DEVNULL)
+        if args.progress:
+            done = subprocess.run(cmd, stdout=sys.stderr)
+        else:
+            done = subprocess.run(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                  text=True)
         if done.returncode != 0:
+            sys.stderr.write(done.stderr or "")
             sys.exit("bench_table: %s ended with status %d" % (args.bench, done.returncode))
         with open(out_path) as f:
             text = f.read()
