@@ -248,8 +248,8 @@ def main(argv=None):
     header, lines, misses = build_table(rows)
     if lines:
         print((format_markdown if args.markdown else format_text)(header, lines))
-        print("\ntimes: best %s time of the runs, ms per call; ratios: + meets its target, "
-              "! misses it" % args.time)
+        print("\ntimes: best %s time of the runs (wall clock for entries named /real_time), "
+              "ms per call; ratios: + meets its target, ! misses it" % args.time)
     else:
         print("no entries")
     if misses:

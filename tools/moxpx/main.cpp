@@ -37,8 +37,8 @@ const char kCommonHelp[] =
     "  --dstDepth D    depth of the destination (default: the working depth)\n"
     "  --tile W,H      hand the images to the library in tiles of WxH through the tile\n"
     "                  call-back (multiples of 8)\n"
-    "  --threads N     one destination tile per call on N threads (tiles of 128x128\n"
-    "                  unless --tile)\n"
+    "  --threads N     one destination tile per call on N threads (bands of 32 whole\n"
+    "                  rows unless --tile)\n"
     "  --batch DIR OUTDIR  every image of DIR in place of the first input, results into\n"
     "                  OUTDIR under the same names\n";
 

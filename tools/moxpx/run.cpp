@@ -320,7 +320,9 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
   const bool tiled = o.tileW || o.tileH;
   if (o.threads && !op.mapping)
     throw UsageError(std::string(op.name) + " takes no destination tile per call, so --threads cannot split it");
-  const int tw = tiled ? o.tileW : 128, th = tiled ? o.tileH : 128;
+  // Without --tile, threads take bands of whole rows: a band reads every
+  // source as one run per row, where a square tile reads a page per row.
+  const int tw = tiled ? o.tileW : (inputs[0].width + 7) / 8 * 8, th = tiled ? o.tileH : 32;
 
   {
     const std::lock_guard<std::mutex> hold(reportLock);
