@@ -44,6 +44,11 @@ struct Op {
   unsigned (*dstDepth)(const Args& args, unsigned working) = nullptr;
   // What is written of a destination; null: the destination itself.
   Picture (*view)(const Picture& result, const Args& args, const std::string& path) = nullptr;
+  // The destination's size and channels from the first input's, for
+  // operations that change them (a zoom, a colour to grey conversion); the
+  // destination then starts black. Null: the input's, and the destination
+  // starts as a copy of it.
+  void (*shape)(const Args& args, int& width, int& height, int& channels) = nullptr;
 };
 
 const std::vector<Op>& operations();

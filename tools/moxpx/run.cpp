@@ -314,7 +314,19 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
   if (o.dstDepth) dstDepth = o.dstDepth;
   for (std::size_t i = 0; i < op.outputs.size(); ++i) {
     const Picture& start = inputs[i < inputs.size() ? i : 0];
-    destinations.push_back(std::make_unique<Store>(start, dstDepth, o));
+    if (!op.shape) {
+      destinations.push_back(std::make_unique<Store>(start, dstDepth, o));
+      continue;
+    }
+    Picture black;
+    black.width = start.width, black.height = start.height, black.channels = start.channels;
+    op.shape(args, black.width, black.height, black.channels);
+    if (black.width < 1 || black.height < 1 || black.channels < 1 ||
+        (long long)black.width * black.height * black.channels > (1LL << 31))
+      throw UsageError("the arguments give a destination of " + std::to_string(black.width) +
+                       "x" + std::to_string(black.height) + ", which cannot be made");
+    black.allocate();
+    destinations.push_back(std::make_unique<Store>(black, dstDepth, o));
   }
 
   const bool tiled = o.tileW || o.tileH;
@@ -322,7 +334,8 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
     throw UsageError(std::string(op.name) + " takes no destination tile per call, so --threads cannot split it");
   // Without --tile, threads take bands of whole rows: a band reads every
   // source as one run per row, where a square tile reads a page per row.
-  const int tw = tiled ? o.tileW : (inputs[0].width + 7) / 8 * 8, th = tiled ? o.tileH : 32;
+  const int dstWidth = destinations[0]->geometry().width;
+  const int tw = tiled ? o.tileW : (dstWidth + 7) / 8 * 8, th = tiled ? o.tileH : 32;
 
   {
     const std::lock_guard<std::mutex> hold(reportLock);
