@@ -11,6 +11,7 @@ Usage: cli_test.py TOOL LIBRARY [unittest options]
 
 import ctypes as C
 import os
+import pty
 import subprocess
 import sys
 import tempfile
@@ -415,6 +416,20 @@ class Batch(Temp):
         self.assertEqual(sorted(arrays), sorted(os.listdir(out)))
         for name, a in arrays.items():
             np.testing.assert_array_equal(255 - a, np.load(os.path.join(out, name)))
+
+    def test_progress_bar_on_a_terminal(self):
+        src = self.path("in")
+        os.mkdir(src)
+        for name in ("a.npy", "b.npy"):
+            np.save(os.path.join(src, name), noise((4, 4), np.uint8, 1))
+        master, slave = pty.openpty()
+        done = subprocess.run([TOOL, "not", "--batch", src, self.path("out")], stderr=slave)
+        os.close(slave)
+        screen = os.read(master, 4096).decode()
+        os.close(master)
+        self.assertEqual(DONE, done.returncode)
+        self.assertIn("\r[###############...............] 1/2 a.npy", screen)
+        self.assertIn("\r[##############################] 2/2 b.npy", screen)
 
     def test_further_inputs_and_failures(self):
         src, out = self.path("in"), self.path("out")
