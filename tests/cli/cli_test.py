@@ -270,6 +270,17 @@ class Transforms(Temp):
         cos = self.npy("dct2d", self.file)
         self.assertEqual(255, cos[0, 0])
 
+    def test_log_magnitude_unpacks_every_size(self):
+        for shape in [(16, 32), (15, 21), (16, 21), (15, 32), (1, 8), (9, 1)]:
+            with self.subTest(shape=shape):
+                g = noise(shape, np.uint8, 8)
+                view = self.npy("realfft2d", self.save("g.npy", g)).astype(int)
+                f = np.fft.fftshift(np.fft.fft2(g.astype(float)))
+                # the spectrum's parts are rounded to whole numbers before the view
+                m = np.log1p(np.hypot(np.round(f.real), np.round(f.imag)))
+                want = np.floor(m / m.max() * 255 + 0.5).astype(int)
+                self.assertLessEqual(np.abs(view - want).max(), 1)
+
     def test_dct_against_the_library(self):
         raw = self.npy("dct2d", "--raw", 1, self.file)
         np.testing.assert_array_equal(self.direct("moxDCT2D", 1, self.g.astype(np.int32)), raw)
