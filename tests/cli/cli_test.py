@@ -20,6 +20,7 @@ import unittest
 import numpy as np
 
 TOOL = LIBRARY = None
+SAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "samples")
 DONE, LIBRARY_FAILURE, USAGE, FILE_FAILURE = 0, 1, 2, 3
 
 DEPTHS = {np.uint8: 8, np.int8: 0x80000008, np.uint16: 16, np.int16: 0x80000010,
@@ -304,6 +305,35 @@ class Files(Temp):
                     a = noise(shape, dtype, 7)
                     tool("copy", self.save("a.npy", a), self.path("a.png"), check=DONE)
                     np.testing.assert_array_equal(a, self.npy("copy", self.path("a.png")))
+
+    def needs_bmp(self):
+        if ".bmp" not in tool("--help").stdout:
+            self.skipTest("this build reads no BMP files (the library's bitmap functions are not there)")
+
+    def test_bmp_round_trips(self):
+        self.needs_bmp()
+        for shape in [(5, 7), (5, 7, 3), (5, 7, 4), (6, 1, 3)]:
+            with self.subTest(shape=shape):
+                a = noise(shape, np.uint8, 9)
+                tool("copy", self.save("a.npy", a), self.path("a.bmp"), check=DONE)
+                np.testing.assert_array_equal(a, self.npy("copy", self.path("a.bmp")))
+
+    def test_sample_photographs(self):
+        """The samples (24-bit, bottom-up, blue first) read as top-down RGB pictures."""
+        self.needs_bmp()
+        for name in ("astronaut", "chelsea", "coffee"):
+            with self.subTest(name=name):
+                path = os.path.join(SAMPLES, name + ".bmp")
+                with open(path, "rb") as f:
+                    data = f.read()
+                offset, w, h = (int.from_bytes(data[i:i + 4], "little", signed=True)
+                                for i in (10, 18, 22))
+                step = (w * 3 + 3) // 4 * 4
+                rows = np.frombuffer(data, np.uint8, step * h, offset).reshape(h, step)
+                want = rows[::-1, :w * 3].reshape(h, w, 3)[:, :, ::-1]
+                np.testing.assert_array_equal(want, self.npy("copy", path))
+                self.assertEqual("%s: %dx%d, depth 8u, 3 channels, RGB\n" % (path, w, h),
+                                 tool("info", path, check=DONE).stdout)
 
     def test_values_saturate_into_the_file(self):
         a = np.array([[-5, 70000, 300]], np.int32)

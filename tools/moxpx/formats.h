@@ -26,6 +26,9 @@ struct Format {
 const std::vector<const Format*>& formats();
 
 extern const Format kNpyFormat;
+#if defined(MOXCLI_BMP)
+extern const Format kBmpFormat;
+#endif
 #if defined(MOXCLI_PNG)
 extern const Format kPngFormat;
 #endif

@@ -115,6 +115,9 @@ Picture convertDepth(const Picture& in, unsigned depth, bool highByte) {
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
+#if defined(MOXCLI_BMP)
+      &kBmpFormat,
+#endif
 #if defined(MOXCLI_PNG)
       &kPngFormat,
 #endif

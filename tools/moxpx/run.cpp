@@ -49,6 +49,13 @@ int MOX_CALL toolReport(int status, const char* func, const char* message, const
 
 }  // namespace
 
+std::string takeReport() {
+  const std::lock_guard<std::mutex> hold(reportLock);
+  std::string text;
+  text.swap(firstReport);
+  return text;
+}
+
 void prepareThread() {
   moxSetErrMode(MOX_ErrorModeParent);
   moxRedirectError(toolReport);

@@ -59,6 +59,10 @@ struct UsageError : std::runtime_error {
 // the library does this first.
 void prepareThread();
 
+// The first report the library made since the last call of this (or since
+// the last run), in one line; empty when there was none.
+std::string takeReport();
+
 // Runs the operation; the destination pictures, as they are to be written.
 std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
                              const Options& options, const Args& args);
