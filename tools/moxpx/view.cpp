@@ -60,7 +60,7 @@ Picture logMagnitude(const Picture& in, bool packed) {
   const int w = in.width, h = in.height, n = in.channels;
   const bool alpha = n == 2 || n == 4;
   std::vector<double> logs(std::size_t(w) * h * n, 0.0);
-  double top = 0.0;
+  double top = 0.0, bottom = -1.0;
   for (int c = 0; c < n; ++c) {
     if (alpha && c == n - 1) continue;
     const Plane pl{in, c};
@@ -74,6 +74,7 @@ Picture logMagnitude(const Picture& in, bool packed) {
         const double l = log1pExact(m);
         logs[(std::size_t(y) * w + x) * n + c] = l;
         if (l > top) top = l;
+        if (bottom < 0.0 || l < bottom) bottom = l;
       }
   }
   Picture out;
@@ -81,7 +82,10 @@ Picture logMagnitude(const Picture& in, bool packed) {
   out.allocate();
   for (std::size_t i = 0; i < logs.size(); ++i) {
     const bool opaque = alpha && int(i % n) == n - 1;
-    out.pixels[i] = opaque ? 255 : top > 0 ? static_cast<unsigned char>(logs[i] / top * 255.0 + 0.5) : 0;
+    const double span = top - bottom;
+    out.pixels[i] = opaque ? 255
+                    : span > 0 ? static_cast<unsigned char>((logs[i] - bottom) / span * 255.0 + 0.5)
+                               : 0;
   }
   return out;
 }

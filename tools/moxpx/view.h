@@ -8,7 +8,8 @@
 
 namespace moxcli {
 
-// An 8U picture of log(1 + |value|), scaled so that the largest is 255. A
+// An 8U picture of log(1 + |value|), stretched so that the smallest is 0 and
+// the largest 255. A
 // packed Fourier spectrum is unpacked first and its zero frequency moved to
 // the centre; cosine coefficients are shown where they are. The alpha
 // channel of a two- or four-channel picture is made opaque.
