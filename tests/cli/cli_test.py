@@ -214,6 +214,35 @@ class PointOperations(Temp):
         np.testing.assert_array_equal([[0, 255, 255, 255]], self.npy("copy", "--depth", "1u", f))
 
 
+class Conversions(Temp):
+    def test_convert_bitonal_and_reduce(self):
+        a = noise((13, 17, 3), np.uint8, 4)
+        f = self.save("a.npy", a)
+        np.testing.assert_array_equal(
+            a.astype(np.int16), self.npy("convert", "--depth", "16s", "--dataOrder", "plane", f))
+        np.testing.assert_array_equal(np.minimum(a, 127).astype(np.int8),
+                                      self.npy("convert", "--depth", "8s", f))
+        g = noise((13, 17), np.uint8, 5) // 128 * 7  # zeros and sevens
+        got = self.npy("bitonaltogray", "--ZeroScale", 40, "--OneScale", 220, self.save("g.npy", g))
+        np.testing.assert_array_equal(np.where(g != 0, 220, 40).astype(np.uint8), got)
+        for dither, code in [("none", 0), ("fs", 1), ("bayer", 4)]:
+            with self.subTest(dither=dither):
+                got = self.npy("reducebits", "--noise", 30, "--ditherType", dither, "--levels", 3, f)
+                want, = LIB.run(lambda L, s, d: L.moxReduceBits(s[0], d[0], 30, code, 3), [a], [a])
+                np.testing.assert_array_equal(want, got)
+
+    def test_palette_file(self):
+        if ".bmp" not in tool("--help").stdout:
+            self.skipTest("this build writes no BMP files")
+        g = noise((9, 14), np.uint8, 6)
+        out = self.path("p.bmp")
+        tool("converttodib", "--dither", "fs", "--paletteConversion", "medcut",
+             self.save("g.npy", g), out, check=DONE)
+        with open(out, "rb") as f:
+            self.assertEqual(8, int.from_bytes(f.read(30)[28:30], "little"))  # bits per pixel
+        np.testing.assert_array_equal(g, self.npy("copy", out))  # a grey palette keeps greys
+
+
 class TilesAndThreads(Temp):
     """The same bytes whatever the tiling and the number of threads."""
 
@@ -434,6 +463,8 @@ class CommandLine(Temp):
         tool("copy", self.save("q.npy", noise((32, 48, 3), np.uint8, 2)), self.path("other.png"),
              check=DONE)
         tool("realfft2d", "--raw", 1, self.path("p.npy"), self.path("spectrum.npy"), check=DONE)
+        tool("copy", self.save("b.npy", noise((32, 48), np.uint8, 3) // 128 * 255),
+             self.path("bits.png"), check=DONE)
         for line in tool("list", check=DONE).stdout.splitlines()[:-1]:
             name = line.split()[0]
             text = tool(name, "--help", check=DONE).stdout

@@ -46,6 +46,13 @@ Picture read(const std::string& path) {
 }
 
 void write(const std::string& path, const Picture& pic) {
+  writeBmp(path, pic, pic.channels == 1 ? 8 : pic.channels * 8, MOX_DITHER_NONE, MOX_PALCONV_NONE);
+}
+
+}  // namespace
+
+void writeBmp(const std::string& path, const Picture& pic, int bits, int dither,
+              int paletteConversion) {
   if (pic.channels == 2 || pic.channels > 4)
     throw FileError(path, "BMP holds 1, 3 or 4 channels, not " + std::to_string(pic.channels));
   MoxImage* im = moxCreateImageHeader(pic.channels, pic.channels == 4 ? 4 : 0, MOX_DEPTH_8U,
@@ -62,14 +69,10 @@ void write(const std::string& path, const Picture& pic) {
     std::memcpy(im->imageData + std::size_t(y) * im->widthStep,
                 pic.pixels.data() + std::size_t(y) * pic.rowBytes(), pic.rowBytes());
   char why[256] = "";
-  const int bits = pic.channels == 1 ? 8 : pic.channels * 8;
-  const int failed = bmpWrite(path.c_str(), im, bits, MOX_DITHER_NONE, MOX_PALCONV_NONE, why,
-                              sizeof why);
+  const int failed = bmpWrite(path.c_str(), im, bits, dither, paletteConversion, why, sizeof why);
   moxDeallocate(im, MOX_FREE_HEADER | MOX_FREE_DATA);
   if (failed) throw FileError(path, "writing BMP failed: " + reason(why));
 }
-
-}  // namespace
 
 const Format kBmpFormat = {"BMP", {".bmp"}, sniff, read, write, holds};
 

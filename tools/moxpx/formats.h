@@ -28,6 +28,10 @@ const std::vector<const Format*>& formats();
 extern const Format kNpyFormat;
 #if defined(MOXCLI_BMP)
 extern const Format kBmpFormat;
+// Writes an 8-bit (palette, dithered as moxReduceBits does), 24- or 32-bit
+// BMP file through moxConvertToDIB.
+void writeBmp(const std::string& path, const Picture& picture, int bits, int dither,
+              int paletteConversion);
 #endif
 #if defined(MOXCLI_PNG)
 extern const Format kPngFormat;

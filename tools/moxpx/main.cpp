@@ -192,7 +192,13 @@ Command parse(int argc, char** argv) {
     if (i + wanted >= argc) usage(word + " wants " + (wanted == 2 ? "two values" : "a value"));
     const std::string value = argv[i + 1];
     i += wanted;
-    if (name == "roi") {
+    // The operation's own arguments come first: a conversion's --depth is
+    // its destination's depth, not the working depth.
+    const auto own = std::find_if(op.args.begin(), op.args.end(),
+                                  [&](const ArgSpec& s) { return name == s.name; });
+    if (own != op.args.end()) {
+      setArg(cmd.args, *own, value);
+    } else if (name == "roi") {
       const auto v = parseList(value, word, 4, 0);
       o.roi = true, o.roiX = int(v[0]), o.roiY = int(v[1]), o.roiW = int(v[2]), o.roiH = int(v[3]);
     } else if (name == "coi") {
@@ -209,12 +215,8 @@ Command parse(int argc, char** argv) {
     } else if (name == "batch") {
       cmd.batchDir = value, cmd.batchOut = argv[i];
     } else {
-      const auto a = std::find_if(op.args.begin(), op.args.end(),
-                                  [&](const ArgSpec& s) { return name == s.name; });
-      if (a == op.args.end())
-        usage("moxpx " + std::string(op.name) + " has no option " + word + " (moxpx " + op.name +
-              " --help)");
-      setArg(cmd.args, *a, value);
+      usage("moxpx " + std::string(op.name) + " has no option " + word + " (moxpx " + op.name +
+            " --help)");
     }
   }
   return cmd;
@@ -229,7 +231,10 @@ void runOnce(const Command& cmd, const std::vector<std::string>& inputs,
   std::vector<Picture> results = execute(op, pictures, cmd.options, cmd.args);
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     const Picture shown = op.view ? op.view(results[i], cmd.args, outputs[i]) : results[i];
-    writePicture(outputs[i], shown);
+    if (op.save)
+      op.save(outputs[i], shown, cmd.args);
+    else
+      writePicture(outputs[i], shown);
   }
 }
 

@@ -3,6 +3,7 @@
 // names, and the call. A new operation adds one entry here.
 #include <cstring>
 
+#include "formats.h"
 #include "ops.h"
 #include "view.h"
 
@@ -18,6 +19,18 @@ const std::vector<Named> kDctFlags = {
     {"forward", MOX_DCT_FORWARD}, {"inverse", MOX_DCT_INVERSE},
     {"free", MOX_DCT_FREE},       {"save", MOX_DCT_SAVE},
 };
+
+const std::vector<Named> kDepthNames = {
+    {"1u", MOX_DEPTH_1U},   {"8u", MOX_DEPTH_8U},   {"8s", MOX_DEPTH_8S},
+    {"16u", MOX_DEPTH_16U}, {"16s", MOX_DEPTH_16S}, {"32s", MOX_DEPTH_32S},
+};
+const std::vector<Named> kOrders = {{"pixel", MOX_DATA_ORDER_PIXEL}, {"plane", MOX_DATA_ORDER_PLANE}};
+const std::vector<Named> kDithers = {
+    {"none", MOX_DITHER_NONE}, {"fs", MOX_DITHER_FS},       {"jjn", MOX_DITHER_JJN},
+    {"stuckey", MOX_DITHER_STUCKEY}, {"bayer", MOX_DITHER_BAYER},
+};
+const std::vector<Named> kPalettes = {
+    {"none", MOX_PALCONV_NONE}, {"populate", MOX_PALCONV_POPULATE}, {"medcut", MOX_PALCONV_MEDCUT}};
 
 const ArgSpec kValue{"value", Kind::Int, "0", "the scalar operand"};
 const ArgSpec kReverse{"reverse", Kind::Int, "0", "non-zero: the operands swap places"};
@@ -53,6 +66,16 @@ Picture cosineView(const Picture& result, const Args& a, const std::string& path
   if (!(a.i("flags") & MOX_DCT_FORWARD)) return result;
   return a.i("raw") ? rawView(result, path) : logMagnitude(result, false);
 }
+
+#if defined(MOXCLI_BMP)
+// An 8-bit palette file of the picture, made by moxConvertToDIB.
+void savePalette(const std::string& path, const Picture& result, const Args& a) {
+  if (!holdsExactly(path, MOX_DEPTH_8U) || path.size() < 4 ||
+      (path.compare(path.size() - 4, 4, ".bmp") && path.compare(path.size() - 4, 4, ".BMP")))
+    throw UsageError("converttodib writes a .bmp file, not " + path);
+  writeBmp(path, result, 8, a.i("dither"), a.i("paletteConversion"));
+}
+#endif
 
 const std::vector<Op> kOperations = {
     MOX_TWO("add", moxAdd, "A + B, saturated"),
@@ -112,6 +135,47 @@ const std::vector<Op> kOperations = {
        {{"flags", Kind::Flags, "forward", "forward or inverse", kDctFlags}, kRaw}, kOneIn, kOneOut,
        false, [](const Call& c) { moxDCT2D(c.src[0], c.dst[0], c.args.i("flags")); }, cosineDepth,
        cosineView},
+    Op{.name = "convert",
+       .summary = "INPUT converted to another depth (values saturate) and data order",
+       .example = "moxpx convert --depth 16s --dataOrder plane photo.png result.npy",
+       .args = {{"depth", Kind::Choice, "8u", "the destination's depth", kDepthNames},
+                {"dataOrder", Kind::Choice, "pixel", "the destination's data order", kOrders}},
+       .inputs = kOneIn, .outputs = kOneOut, .mapping = false,
+       .call = [](const Call& c) { moxConvert(c.src[0], c.dst[0]); },
+       .dstDepth = [](const Args& a, unsigned) { return a.u("depth"); },
+       .dstOrder = [](const Args& a) { return a.i("dataOrder"); }},
+    Op{.name = "bitonaltogray",
+       .summary = "a 1-bit picture (INPUT's values that are not 0) to ZeroScale and OneScale",
+       .example = "moxpx bitonaltogray --ZeroScale 40 --OneScale 220 bits.png result.png",
+       .args = {{"ZeroScale", Kind::Int, "0", "the value of clear bits"},
+                {"OneScale", Kind::Int, "255", "the value of set bits"}},
+       .inputs = kOneIn, .outputs = kOneOut, .mapping = false,
+       .call = [](const Call& c) {
+         moxBitonalToGray(c.src[0], c.dst[0], c.args.i("ZeroScale"), c.args.i("OneScale"));
+       },
+       .dstDepth = samplesDepth, .srcDepth = MOX_DEPTH_1U},
+    Op{.name = "reducebits",
+       .summary = "INPUT reduced to equally spaced levels, dithered, with optional jitter",
+       .example = "moxpx reducebits --noise 0 --ditherType fs --levels 2 photo.png result.png",
+       .args = {{"noise", Kind::Int, "0", "jitter in percent of a level step (0..100)"},
+                {"ditherType", Kind::Choice, "none", "the dither", kDithers},
+                {"levels", Kind::Int, "2", "the number of output levels"}},
+       .inputs = kOneIn, .outputs = kOneOut, .mapping = false,
+       .call = [](const Call& c) {
+         moxReduceBits(c.src[0], c.dst[0], c.args.i("noise"), c.args.i("ditherType"),
+                       c.args.i("levels"));
+       }},
+#if defined(MOXCLI_BMP)
+    Op{.name = "converttodib",
+       .summary = "INPUT as an 8-bit palette BMP file (the palette built and dithered as asked)",
+       .example = "moxpx converttodib --dither fs --paletteConversion medcut photo.png result.bmp",
+       .args = {{"dither", Kind::Choice, "none", "the dither of the palette mapping", kDithers},
+                {"paletteConversion", Kind::Choice, "none",
+                 "the palette: the 3-3-2 cube, the most frequent colours, or median cut", kPalettes}},
+       .inputs = kOneIn, .outputs = kOneOut, .mapping = false,
+       .call = [](const Call&) {},  // the destination is the input; the file is the work
+       .save = savePalette},
+#endif
 };
 
 }  // namespace

@@ -49,6 +49,12 @@ struct Op {
   // destination then starts black. Null: the input's, and the destination
   // starts as a copy of it.
   void (*shape)(const Args& args, int& width, int& height, int& channels) = nullptr;
+  // The depth the sources are converted to; 0: the working depth.
+  unsigned srcDepth = 0;
+  // The destination's data order; null: pixel order.
+  int (*dstOrder)(const Args& args) = nullptr;
+  // Writes a destination's file itself; null: as a picture of the file's format.
+  void (*save)(const std::string& path, const Picture& result, const Args& args) = nullptr;
 };
 
 const std::vector<Op>& operations();

@@ -68,12 +68,15 @@ namespace {
 struct Geometry {
   int width, height, channels;
   unsigned depth;
+  int order = MOX_DATA_ORDER_PIXEL;
 };
 
 int bitsOf(unsigned depth) { return int(depth & ~MOX_DEPTH_SIGN); }
 
-// Row step of a row of `width` pixels (pixel order, 8-byte alignment).
-long long rowStep(long long width, int channels, unsigned depth) {
+// Row step of a row of `width` pixels (8-byte alignment); a row of a plane
+// holds one channel.
+long long rowStep(long long width, int channels, unsigned depth, int order = MOX_DATA_ORDER_PIXEL) {
+  if (order == MOX_DATA_ORDER_PLANE) channels = 1;
   return ((width * bitsOf(depth) * channels + 63) & ~63LL) >> 3;
 }
 
@@ -102,7 +105,7 @@ Header makeHeader(const Geometry& g, const Options& o, MoxTileInfo* tile, void* 
   }
   const int alpha = g.channels == 2 || g.channels == 4 ? g.channels : 0;
   MoxImage* im = moxCreateImageHeader(g.channels, alpha, g.depth, g.channels < 3 ? "GRAY" : "RGB",
-                                      seqOf(g.channels), MOX_DATA_ORDER_PIXEL, MOX_ORIGIN_TL,
+                                      seqOf(g.channels), g.order, MOX_ORIGIN_TL,
                                       MOX_ALIGN_8BYTES, g.height, g.width, roi, id, tile);
   if (!im) {
     moxDeleteROI(roi);
@@ -118,10 +121,10 @@ Header makeHeader(const Geometry& g, const Options& o, MoxTileInfo* tile, void* 
 // The pixels of one image, in a plain library image.
 class Store {
  public:
-  Store(const Picture& pic, unsigned depth, const Options& o) {
-    geometry_ = {pic.width, pic.height, pic.channels, depth};
-    const long long step = rowStep(pic.width, pic.channels, depth);
-    if (step * pic.height > (1LL << 31) - 64)
+  Store(const Picture& pic, unsigned depth, const Options& o, int order = MOX_DATA_ORDER_PIXEL) {
+    geometry_ = {pic.width, pic.height, pic.channels, depth, order};
+    const long long step = rowStep(pic.width, pic.channels, depth, order);
+    if (step * pic.height * (order == MOX_DATA_ORDER_PLANE ? pic.channels : 1) > (1LL << 31) - 64)
       throw UsageError("an image of " + std::to_string(pic.width) + "x" +
                        std::to_string(pic.height) + " is too large for the library's sizes");
     header_ = makeHeader(geometry_, o, nullptr, nullptr);
@@ -144,7 +147,9 @@ class Store {
       const auto* row = reinterpret_cast<const unsigned char*>(header_->imageData) +
                         std::size_t(y) * header_->widthStep;
       unsigned char* to = out.pixels.data() + std::size_t(y) * out.rowBytes();
-      if (g.depth == MOX_DEPTH_1U)
+      if (g.order == MOX_DATA_ORDER_PLANE)
+        planes(row, to, out.valueBytes(), false);
+      else if (g.depth == MOX_DEPTH_1U)
         for (int x = 0; x < g.width; ++x) to[x] = (row[x >> 3] >> (7 - (x & 7)) & 1) ? 255 : 0;
       else
         std::memcpy(to, row, out.rowBytes());
@@ -161,13 +166,31 @@ class Store {
       auto* row = reinterpret_cast<unsigned char*>(header_->imageData) +
                   std::size_t(y) * header_->widthStep;
       const unsigned char* from = values.pixels.data() + std::size_t(y) * values.rowBytes();
-      if (g.depth == MOX_DEPTH_1U) {
+      if (g.order == MOX_DATA_ORDER_PLANE) {
+        planes(row, const_cast<unsigned char*>(from), values.valueBytes(), true);
+      } else if (g.depth == MOX_DEPTH_1U) {
         for (int x = 0; x < g.width; ++x)
           if (from[x]) row[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
       } else {
         std::memcpy(row, from, values.rowBytes());
       }
     }
+  }
+
+  // Moves one row between the planes (row: the row in the first plane) and
+  // a row of interleaved values.
+  void planes(const unsigned char* row, unsigned char* values, std::size_t bytes, bool in) const {
+    const Geometry& g = geometry_;
+    const std::size_t plane = std::size_t(header_->widthStep) * g.height;
+    for (int c = 0; c < g.channels; ++c)
+      for (int x = 0; x < g.width; ++x) {
+        unsigned char* p = const_cast<unsigned char*>(row) + c * plane + x * bytes;
+        unsigned char* v = values + (std::size_t(x) * g.channels + c) * bytes;
+        if (in)
+          std::memcpy(p, v, bytes);
+        else
+          std::memcpy(v, p, bytes);
+      }
   }
 
   Geometry geometry_;
@@ -182,6 +205,8 @@ class TileView {
   TileView(const Store& store, const Options& o, int tileW, int tileH)
       : store_(store), tileW_(tileW), tileH_(tileH) {
     const Geometry& g = store.geometry();
+    if (g.order == MOX_DATA_ORDER_PLANE)
+      throw UsageError("the tool hands out tiles of pixel-order images only");
     step_ = rowStep(tileW > 0 ? tileW : 0, g.channels, g.depth);
     MoxTileInfo* info = moxCreateTileInfo(callBack, 0, tileW, tileH);
     if (!info) throw std::bad_alloc();
@@ -311,7 +336,8 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
   // of its own place (or the first), at the destination depth.
   std::vector<std::unique_ptr<Store>> sources, destinations;
   for (const Picture& p : inputs)
-    sources.push_back(std::make_unique<Store>(p, o.depth ? o.depth : p.depth, o));
+    sources.push_back(
+        std::make_unique<Store>(p, op.srcDepth ? op.srcDepth : o.depth ? o.depth : p.depth, o));
   const unsigned working = sources[0]->geometry().depth;
   for (const Picture& p : inputs)
     if (o.roi && (o.roiX >= p.width || o.roiY >= p.height))
@@ -319,10 +345,11 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
                        std::to_string(p.width) + "x" + std::to_string(p.height));
   unsigned dstDepth = op.dstDepth ? op.dstDepth(args, working) : working;
   if (o.dstDepth) dstDepth = o.dstDepth;
+  const int dstOrder = op.dstOrder ? op.dstOrder(args) : MOX_DATA_ORDER_PIXEL;
   for (std::size_t i = 0; i < op.outputs.size(); ++i) {
     const Picture& start = inputs[i < inputs.size() ? i : 0];
     if (!op.shape) {
-      destinations.push_back(std::make_unique<Store>(start, dstDepth, o));
+      destinations.push_back(std::make_unique<Store>(start, dstDepth, o, dstOrder));
       continue;
     }
     Picture black;
@@ -333,7 +360,7 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
       throw UsageError("the arguments give a destination of " + std::to_string(black.width) +
                        "x" + std::to_string(black.height) + ", which cannot be made");
     black.allocate();
-    destinations.push_back(std::make_unique<Store>(black, dstDepth, o));
+    destinations.push_back(std::make_unique<Store>(black, dstDepth, o, dstOrder));
   }
 
   const bool tiled = o.tileW || o.tileH;
