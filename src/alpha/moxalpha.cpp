@@ -318,7 +318,8 @@ void runComposite(const char* f, const WalkLines& lines, const MoxImage* a, cons
     images[n++] = {alphas[i], kNames[i], i == 2};
   }
   images[n++] = {d, "dstImage", true};
-  const WalkPlan plan{f, kFile, &lines, false, kTilingText};
+  WalkPlan plan{f, kFile, &lines, false};
+  plan.tileDataText = kTilingText;
   walk(plan, images, n, nullptr,
        d->depth == MOX_DEPTH_8U ? &compositeKernel<U8> : &compositeKernel<U16>, &args);
 }
@@ -343,7 +344,8 @@ extern "C" MOX_API void MOX_CALL moxMultiplySScale(const MoxImage* srcImage, Mox
   OpArgs args;
   args.value = static_cast<int>(clampUnsigned(value, d->depth));
   const WalkImage images[2] = {{s, "srcImage", false}, {d, "dstImage", true}};
-  const WalkPlan plan{f, kFile, &kScaleSLines, true, kTilingText};
+  WalkPlan plan{f, kFile, &kScaleSLines, true};
+  plan.tileDataText = kTilingText;
   walkProduct(plan, images, 2, mapping, productFor<ScaleS, 2>(d->depth), args);
 }
 
@@ -362,7 +364,8 @@ extern "C" MOX_API void MOX_CALL moxMultiplyScale(const MoxImage* srcImageA,
       differInChannels(a, "srcImageA", d, at) || differInChannels(b, "srcImageB", d, at))
     return;
   const WalkImage images[3] = {{a, "srcImageA", false}, {b, "srcImageB", false}, {d, "dstImage", true}};
-  const WalkPlan plan{f, kFile, &kScaleLines, true, kTilingText};
+  WalkPlan plan{f, kFile, &kScaleLines, true};
+  plan.tileDataText = kTilingText;
   walkProduct(plan, images, 3, mapping, productFor<Scale, 3>(d->depth), OpArgs{});
 }
 
@@ -382,7 +385,8 @@ extern "C" MOX_API void MOX_CALL moxPreMultiplyAlpha(MoxImage* image, int alphaV
   const int max = im->depth == MOX_DEPTH_8U ? 0xFF : 0xFFFF;
   const PremulArgs args{im->alphaChannel - 1, alphaValue < 0 ? -1 : alphaValue > max ? max : alphaValue};
   const WalkImage images[1] = {{im, "image", true}};
-  const WalkPlan plan{f, kFile, &kPremulLines, false, kTilingText};
+  WalkPlan plan{f, kFile, &kPremulLines, false};
+  plan.tileDataText = kTilingText;
   walk(plan, images, 1, mapping,
        im->depth == MOX_DEPTH_8U ? &premulKernel<U8> : &premulKernel<U16>, &args);
 }

@@ -281,6 +281,27 @@ void pointKernel(const View* v, const void* arg) {
   }
 }
 
+// Calls f with the depth type of a valid depth code. Without packed bits
+// (WithBits false) the operation never sees depth 1, and the default is 32S.
+template <bool WithBits = true, class F>
+auto withDepth(unsigned depth, F f) {
+  switch (depth) {
+    case MOX_DEPTH_8U:
+      return f(U8{});
+    case MOX_DEPTH_8S:
+      return f(S8{});
+    case MOX_DEPTH_16U:
+      return f(U16{});
+    case MOX_DEPTH_16S:
+      return f(S16{});
+    case MOX_DEPTH_1U:
+      if constexpr (WithBits) return f(Bit{});
+      [[fallthrough]];
+    default:
+      return f(S32{});
+  }
+}
+
 // The kernel of a rule for a depth code (a valid one; 0 otherwise). Bitwise
 // rules use the unsigned kernel of each storage size for both signs.
 template <class Op, int N>

@@ -21,18 +21,7 @@ inline void forEachChannelRun(const View* v, F&& f) {
 // The depths the statistics take: every one but packed bits.
 template <class F>
 inline auto byDepth(unsigned depth, F f) {
-  switch (depth) {
-    case MOX_DEPTH_8U:
-      return f(U8{});
-    case MOX_DEPTH_8S:
-      return f(S8{});
-    case MOX_DEPTH_16U:
-      return f(U16{});
-    case MOX_DEPTH_16S:
-      return f(S16{});
-    default:
-      return f(S32{});
-  }
+  return withDepth<false>(depth, f);
 }
 
 }  // namespace mox::stats
