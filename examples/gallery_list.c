@@ -2,6 +2,9 @@
    line per family: declare its array and name it in the list. */
 #include "gallery.h"
 
+extern const GalleryEntry galleryFilter[];
+
 const GalleryEntry* const galleryFamilies[] = {
+    galleryFilter,
     0,
 };
