@@ -295,16 +295,15 @@ struct Extreme {
         }
         continue;
       }
-      for (int i = 0; i < ws; ++i)
-        for (int ch = 0; ch < cn; ++ch) {
-          const int j = i * cn + ch;
-          g[j] = i % nCols == 0 ? s[j] : pick<Max>(g[j - cn], s[j]);
-        }
-      for (int i = ws - 1; i >= 0; --i)
-        for (int ch = 0; ch < cn; ++ch) {
-          const int j = i * cn + ch;
-          h[j] = i % nCols == nCols - 1 || i == ws - 1 ? s[j] : pick<Max>(h[j + cn], s[j]);
-        }
+      // Blocks of nCols pixels: g runs forward from each block's start, h
+      // backward from its end.
+      for (int b0 = 0; b0 < wsn; b0 += nCols * cn) {
+        const int b1 = std::min(b0 + nCols * cn, wsn);
+        for (int j = b0; j < b0 + cn; ++j) g[j] = s[j];
+        for (int j = b0 + cn; j < b1; ++j) g[j] = pick<Max>(g[j - cn], s[j]);
+        for (int j = b1 - cn; j < b1; ++j) h[j] = s[j];
+        for (int j = b1 - cn - 1; j >= b0; --j) h[j] = pick<Max>(h[j + cn], s[j]);
+      }
       const T* gEnd = g + std::ptrdiff_t(nCols - 1) * cn;
       for (int j = 0; j < n; ++j) o[j] = pick<Max>(h[j], gEnd[j]);
     }
@@ -351,6 +350,9 @@ struct Extreme {
 };
 
 // ---------------------------------------------------------------- median
+
+// Windows of up to this many values take the sorting network.
+constexpr int kNetwork = 32;
 
 struct Median {
   // 8-bit values: a histogram of the window slides along the row; the
@@ -420,9 +422,118 @@ struct Median {
     return true;
   }
 
+  // Small windows: a sorting network (odd-even merge sort of the window
+  // padded to a power of two with the largest value), cut down to the
+  // comparisons the middle value depends on, on 64 values of a row at once.
+  template <class D>
+  static bool network(const Block& b, int count) {
+    using T = typename D::T;
+    constexpr int kRun = 64;
+    const int nCols = b.win.left + b.win.right + 1;
+    int size = 1;
+    while (size < count) size *= 2;
+    const int middle = (count - 1) / 2;
+    // At most 63 * 64 / 2 comparisons for 64 values, then the values.
+    const std::size_t pairBytes = sizeof(short) * 2 * 2016;
+    if (!b.work->reserve(pairBytes + sizeof(T) * std::size_t(size) * kRun)) return false;
+    short* pairs = b.work->as<short>();
+    int n = 0;
+    for (int p = 1; p < size; p *= 2)
+      for (int k = p; k >= 1; k /= 2)
+        for (int j = k % p; j + k < size; j += 2 * k)
+          for (int i = 0; i < std::min(k, size - j - k); ++i)
+            if ((i + j) / (2 * p) == (i + j + k) / (2 * p)) {
+              pairs[2 * n] = static_cast<short>(i + j);
+              pairs[2 * n + 1] = static_cast<short>(i + j + k);
+              ++n;
+            }
+    bool needed[64] = {};
+    needed[middle] = true;
+    int kept = 0;
+    for (int c = n - 1; c >= 0; --c) {
+      const int x = pairs[2 * c], y = pairs[2 * c + 1];
+      if (!needed[x] && !needed[y]) continue;
+      needed[x] = needed[y] = true;
+      pairs[2 * (n - 1 - kept)] = static_cast<short>(x);
+      pairs[2 * (n - 1 - kept) + 1] = static_cast<short>(y);
+      ++kept;
+    }
+    const short* net = pairs + 2 * (n - kept);
+    T* values = reinterpret_cast<T*>(b.work->as<char>() + pairBytes);
+    const int width = b.w * b.cn;
+    for (int r = 0; r < b.h; ++r) {
+      T* d = dstRow<D>(b, r);
+      for (int j0 = 0; j0 < width; j0 += kRun) {
+        const int len = std::min(kRun, width - j0);
+        for (int e = 0; e < count; ++e) {
+          const T* s = srcRow<D>(b, r + e / nCols) + std::ptrdiff_t(e % nCols) * b.cn + j0;
+          std::copy(s, s + len, values + std::ptrdiff_t(e) * kRun);
+        }
+        std::fill(values + std::ptrdiff_t(count) * kRun, values + std::ptrdiff_t(size) * kRun,
+                  static_cast<T>(D::hi));
+        for (int c = 0; c < kept; ++c) {
+          T* __restrict x = values + std::ptrdiff_t(net[2 * c]) * kRun;
+          T* __restrict y = values + std::ptrdiff_t(net[2 * c + 1]) * kRun;
+          for (int i = 0; i < kRun; ++i) {
+            const T lo = y[i] < x[i] ? y[i] : x[i], hi = y[i] < x[i] ? x[i] : y[i];
+            x[i] = lo;
+            y[i] = hi;
+          }
+        }
+        std::copy(values + std::ptrdiff_t(middle) * kRun, values + std::ptrdiff_t(middle) * kRun + len,
+                  d + j0);
+      }
+    }
+    return true;
+  }
+
+  // 3x3: each column of three sorted once, then the median of the three
+  // columns' largest low, middle median and smallest high.
+  template <class D>
+  static bool square3(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn, n = b.w * cn, wsn = (b.w + 2) * cn;
+    if (!b.work->reserve(sizeof(T) * 3 * std::size_t(wsn))) return false;
+    T* lo = b.work->as<T>();
+    T* mid = lo + wsn;
+    T* hi = mid + wsn;
+    auto mn = [](T x, T y) { return y < x ? y : x; };
+    auto mx = [](T x, T y) { return y < x ? x : y; };
+    for (int r = 0; r < b.h; ++r) {
+      const T* p = srcRow<D>(b, r);
+      const T* q = srcRow<D>(b, r + 1);
+      const T* u = srcRow<D>(b, r + 2);
+      for (int j = 0; j < wsn; ++j) {
+        const T a = mn(p[j], q[j]), c = mx(p[j], q[j]);
+        lo[j] = mn(a, u[j]);
+        hi[j] = mx(c, u[j]);
+        mid[j] = mx(a, mn(c, u[j]));
+      }
+      T* d = dstRow<D>(b, r);
+      const T* lo1 = lo + cn;
+      const T* lo2 = lo + 2 * cn;
+      const T* mid1 = mid + cn;
+      const T* mid2 = mid + 2 * cn;
+      const T* hi1 = hi + cn;
+      const T* hi2 = hi + 2 * cn;
+      for (int j = 0; j < n; ++j) {
+        const T x = mx(mx(lo[j], lo1[j]), lo2[j]);
+        const T z = mn(mn(hi[j], hi1[j]), hi2[j]);
+        const T m0 = mn(mid[j], mid1[j]), m1 = mx(mid[j], mid1[j]);
+        const T y = mx(m0, mn(m1, mid2[j]));
+        const T a = mn(x, y), c = mx(x, y);
+        d[j] = mx(a, mn(c, z));
+      }
+    }
+    return true;
+  }
+
   template <class D>
   static bool run(const Block& b, const void* arg) {
     (void)arg;
+    const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
+    if (b.win.left + b.win.right == 2 && b.win.top + b.win.bottom == 2) return square3<D>(b);
+    if (count <= kNetwork) return network<D>(b, static_cast<int>(count));
     if constexpr (D::bits == 8)
       return histogram<D>(b);
     else
