@@ -487,8 +487,38 @@ struct Median {
     return true;
   }
 
-  // 3x3: each column of three sorted once, then the median of the three
-  // columns' largest low, middle median and smallest high.
+  template <class T>
+  static T mn(T x, T y) { return y < x ? y : x; }
+  template <class T>
+  static T mx(T x, T y) { return y < x ? x : y; }
+
+  // Sorts the columns of three rows: low, middle and high of each.
+  template <class T>
+  static void sortColumns(const T* __restrict p, const T* __restrict q, const T* __restrict u,
+                          T* __restrict lo, T* __restrict mid, T* __restrict hi, int n) {
+    for (int j = 0; j < n; ++j) {
+      const T a = mn(p[j], q[j]), c = mx(p[j], q[j]);
+      lo[j] = mn(a, u[j]);
+      hi[j] = mx(c, u[j]);
+      mid[j] = mx(a, mn(c, u[j]));
+    }
+  }
+
+  // The median of three sorted columns k apart: the median of the largest
+  // low, the median of the middles and the smallest high.
+  template <class T>
+  static void mergeColumns(const T* __restrict lo, const T* __restrict mid, const T* __restrict hi,
+                           int k, T* __restrict d, int n) {
+    for (int j = 0; j < n; ++j) {
+      const T x = mx(mx(lo[j], lo[j + k]), lo[j + 2 * k]);
+      const T z = mn(mn(hi[j], hi[j + k]), hi[j + 2 * k]);
+      const T m0 = mn(mid[j], mid[j + k]), m1 = mx(mid[j], mid[j + k]);
+      const T y = mx(m0, mn(m1, mid[j + 2 * k]));
+      d[j] = mx(mn(x, y), mn(mx(x, y), z));
+    }
+  }
+
+  // 3x3: each column of three sorted once per row.
   template <class D>
   static bool square3(const Block& b) {
     using T = typename D::T;
@@ -497,33 +527,9 @@ struct Median {
     T* lo = b.work->as<T>();
     T* mid = lo + wsn;
     T* hi = mid + wsn;
-    auto mn = [](T x, T y) { return y < x ? y : x; };
-    auto mx = [](T x, T y) { return y < x ? x : y; };
     for (int r = 0; r < b.h; ++r) {
-      const T* p = srcRow<D>(b, r);
-      const T* q = srcRow<D>(b, r + 1);
-      const T* u = srcRow<D>(b, r + 2);
-      for (int j = 0; j < wsn; ++j) {
-        const T a = mn(p[j], q[j]), c = mx(p[j], q[j]);
-        lo[j] = mn(a, u[j]);
-        hi[j] = mx(c, u[j]);
-        mid[j] = mx(a, mn(c, u[j]));
-      }
-      T* d = dstRow<D>(b, r);
-      const T* lo1 = lo + cn;
-      const T* lo2 = lo + 2 * cn;
-      const T* mid1 = mid + cn;
-      const T* mid2 = mid + 2 * cn;
-      const T* hi1 = hi + cn;
-      const T* hi2 = hi + 2 * cn;
-      for (int j = 0; j < n; ++j) {
-        const T x = mx(mx(lo[j], lo1[j]), lo2[j]);
-        const T z = mn(mn(hi[j], hi1[j]), hi2[j]);
-        const T m0 = mn(mid[j], mid1[j]), m1 = mx(mid[j], mid1[j]);
-        const T y = mx(m0, mn(m1, mid2[j]));
-        const T a = mn(x, y), c = mx(x, y);
-        d[j] = mx(a, mn(c, z));
-      }
+      sortColumns(srcRow<D>(b, r), srcRow<D>(b, r + 1), srcRow<D>(b, r + 2), lo, mid, hi, wsn);
+      mergeColumns<T>(lo, mid, hi, cn, dstRow<D>(b, r), n);
     }
     return true;
   }
