@@ -42,7 +42,7 @@ BlockFn byDepth(unsigned depth) {
 
 // Adds value * row to acc over n values.
 template <class T, class A>
-void addTap(A* acc, const T* row, A value, int n) {
+void addTap(A* __restrict acc, const T* __restrict row, A value, int n) {
   for (int j = 0; j < n; ++j) acc[j] = static_cast<A>(acc[j] + value * static_cast<A>(row[j]));
 }
 
@@ -174,6 +174,20 @@ struct Sep {
 
 // floor(x / n) for x >= 0 below a bound fixed at set-up, by a multiply and
 // a shift that are exact for every such x; wider sums divide.
+// col[j] += in[j] - out[j].
+template <class S, class T>
+void slide(S* __restrict col, const T* __restrict in, const T* __restrict out, int n) {
+  for (int j = 0; j < n; ++j) col[j] = static_cast<S>(col[j] + (S(in[j]) - S(out[j])));
+}
+
+// d[j] = ((run[j] + offset) * m >> shift) + lo: the exact quotients.
+template <class T, class S>
+void divideAll(const S* __restrict run, T* __restrict d, int n, long long offset,
+               unsigned long long m, int shift, long long lo) {
+  for (int j = 0; j < n; ++j)
+    d[j] = static_cast<T>(static_cast<long long>((static_cast<unsigned long long>(run[j] + offset) * m) >> shift) + lo);
+}
+
 class Divider {
  public:
   Divider(i64 n, i64 bound) : n_(n) {
@@ -219,9 +233,7 @@ struct Blur {
     }
     for (int r = 0; r < b.h; ++r) {
       if (r > 0) {
-        const T* in = srcRow<D>(b, r + nRows - 1);
-        const T* out = srcRow<D>(b, r - 1);
-        for (int j = 0; j < wsn; ++j) col[j] = static_cast<S>(col[j] + (S(in[j]) - S(out[j])));
+        slide(col, srcRow<D>(b, r + nRows - 1), srcRow<D>(b, r - 1), wsn);
       }
       for (int ch = 0; ch < cn; ++ch) {
         S s = 0;
@@ -232,10 +244,7 @@ struct Blur {
       for (int j = cn; j < n; ++j) run[j] = static_cast<S>(run[j - cn] + (enter[j] - col[j - cn]));
       T* d = dstRow<D>(b, r);
       if (div.fast()) {
-        const u64 m = div.multiplier();
-        const int sh = div.shift();
-        for (int j = 0; j < n; ++j)
-          d[j] = static_cast<T>(static_cast<i64>((u64(i64(run[j]) + offset) * m) >> sh) + D::lo);
+        divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
       } else {
         for (int j = 0; j < n; ++j) d[j] = static_cast<T>(div(i64(run[j]) + offset) + D::lo);
       }
@@ -261,6 +270,32 @@ inline T pick(T a, T b) {
     return a < b ? b : a;
   else
     return b < a ? b : a;
+}
+
+// o[j] = extreme of o[j] and t[j].
+template <bool Max, class T>
+void pickInto(T* __restrict o, const T* __restrict t, int n) {
+  for (int j = 0; j < n; ++j) o[j] = pick<Max>(o[j], t[j]);
+}
+
+// o[j] = extreme of a[j] and b[j].
+template <bool Max, class T>
+void pickOf(const T* __restrict a, const T* __restrict b, T* __restrict o, int n) {
+  for (int j = 0; j < n; ++j) o[j] = pick<Max>(a[j], b[j]);
+}
+
+// Blocks of nCols pixels of cn channels (CN when known, else 0): g runs
+// forward from each block's start, h backward from its end.
+template <bool Max, int CN, class T>
+void blockRuns(const T* __restrict s, T* __restrict g, T* __restrict h, int n, int nCols, int cn) {
+  if constexpr (CN > 0) cn = CN;
+  for (int b0 = 0; b0 < n; b0 += nCols * cn) {
+    const int b1 = std::min(b0 + nCols * cn, n);
+    for (int j = b0; j < b0 + cn; ++j) g[j] = s[j];
+    for (int j = b0 + cn; j < b1; ++j) g[j] = pick<Max>(g[j - cn], s[j]);
+    for (int j = b1 - cn; j < b1; ++j) h[j] = s[j];
+    for (int j = b1 - cn - 1; j >= b0; --j) h[j] = pick<Max>(h[j + cn], s[j]);
+  }
 }
 
 // Boxes up to this size take the extreme of their values directly; larger
@@ -289,61 +324,49 @@ struct Extreme {
       T* o = across + std::ptrdiff_t(r) * n;
       if (nCols <= kDirect) {
         std::copy(s, s + n, o);
-        for (int c = 1; c < nCols; ++c) {
-          const T* t = s + std::ptrdiff_t(c) * cn;
-          for (int j = 0; j < n; ++j) o[j] = pick<Max>(o[j], t[j]);
-        }
+        for (int c = 1; c < nCols; ++c) pickInto<Max>(o, s + std::ptrdiff_t(c) * cn, n);
         continue;
       }
-      // Blocks of nCols pixels: g runs forward from each block's start, h
-      // backward from its end.
-      for (int b0 = 0; b0 < wsn; b0 += nCols * cn) {
-        const int b1 = std::min(b0 + nCols * cn, wsn);
-        for (int j = b0; j < b0 + cn; ++j) g[j] = s[j];
-        for (int j = b0 + cn; j < b1; ++j) g[j] = pick<Max>(g[j - cn], s[j]);
-        for (int j = b1 - cn; j < b1; ++j) h[j] = s[j];
-        for (int j = b1 - cn - 1; j >= b0; --j) h[j] = pick<Max>(h[j + cn], s[j]);
+      switch (cn) {
+        case 1:
+          blockRuns<Max, 1>(s, g, h, wsn, nCols, 1);
+          break;
+        case 3:
+          blockRuns<Max, 3>(s, g, h, wsn, nCols, 3);
+          break;
+        default:
+          blockRuns<Max, 0>(s, g, h, wsn, nCols, cn);
       }
-      const T* gEnd = g + std::ptrdiff_t(nCols - 1) * cn;
-      for (int j = 0; j < n; ++j) o[j] = pick<Max>(h[j], gEnd[j]);
+      pickOf<Max>(h, g + std::ptrdiff_t(nCols - 1) * cn, o, n);
     }
     if (nRows <= kDirect) {
       for (int r = 0; r < b.h; ++r) {
         T* d = dstRow<D>(b, r);
         const T* o = across + std::ptrdiff_t(r) * n;
         std::copy(o, o + n, d);
-        for (int c = 1; c < nRows; ++c) {
-          const T* t = o + std::ptrdiff_t(c) * n;
-          for (int j = 0; j < n; ++j) d[j] = pick<Max>(d[j], t[j]);
-        }
+        for (int c = 1; c < nRows; ++c) pickInto<Max>(d, o + std::ptrdiff_t(c) * n, n);
       }
       return true;
     }
     for (int r = 0; r < hs; ++r) {
       const T* o = across + std::ptrdiff_t(r) * n;
       T* p = prefix + std::ptrdiff_t(r) * n;
-      if (r % nRows == 0) {
+      if (r % nRows == 0)
         std::copy(o, o + n, p);
-      } else {
-        const T* q = p - n;
-        for (int j = 0; j < n; ++j) p[j] = pick<Max>(q[j], o[j]);
-      }
+      else
+        pickOf<Max>(p - n, o, p, n);
     }
     for (int r = hs - 1; r >= 0; --r) {
       const T* o = across + std::ptrdiff_t(r) * n;
       T* p = suffix + std::ptrdiff_t(r) * n;
-      if (r % nRows == nRows - 1 || r == hs - 1) {
+      if (r % nRows == nRows - 1 || r == hs - 1)
         std::copy(o, o + n, p);
-      } else {
-        const T* q = p + n;
-        for (int j = 0; j < n; ++j) p[j] = pick<Max>(q[j], o[j]);
-      }
+      else
+        pickOf<Max>(p + n, o, p, n);
     }
     for (int r = 0; r < b.h; ++r) {
-      T* d = dstRow<D>(b, r);
-      const T* s = suffix + std::ptrdiff_t(r) * n;
-      const T* p = prefix + std::ptrdiff_t(r + nRows - 1) * n;
-      for (int j = 0; j < n; ++j) d[j] = pick<Max>(s[j], p[j]);
+      pickOf<Max>(suffix + std::ptrdiff_t(r) * n, prefix + std::ptrdiff_t(r + nRows - 1) * n,
+                  dstRow<D>(b, r), n);
     }
     return true;
   }
