@@ -46,6 +46,14 @@ void addTap(A* __restrict acc, const T* __restrict row, A value, int n) {
   for (int j = 0; j < n; ++j) acc[j] = static_cast<A>(acc[j] + value * static_cast<A>(row[j]));
 }
 
+// Adds value * row to acc where every product fits in 16 bits, which
+// vector units multiply in one step.
+template <class T, class A>
+void addShortTap(A* __restrict acc, const T* __restrict row, std::int16_t value, int n) {
+  for (int j = 0; j < n; ++j)
+    acc[j] = static_cast<A>(acc[j] + static_cast<std::int16_t>(value * static_cast<std::int16_t>(row[j])));
+}
+
 // ---------------------------------------------------------------- convolution
 
 // floor(sqrt(x)) for x < 2^63: the rounded square root, then exact steps.
@@ -65,11 +73,21 @@ struct Conv {
     if (!b.work->reserve(sizeof(A) * std::size_t(n))) return false;
     A* acc = b.work->as<A>();
     const int shift = a.shift[0];
+    // Products of 16 bits: weights of at most 0x7FFF over the largest value.
+    bool shortProducts = D::bits <= 8;
+    for (int k = a.first[0]; k < a.first[1]; ++k) {
+      const i64 v = a.taps[k].value;
+      shortProducts = shortProducts && (v < 0 ? -v : v) * std::max(-D::lo, D::hi) <= 0x7FFF;
+    }
     for (int r = 0; r < b.h; ++r) {
       std::fill(acc, acc + n, A(0));
       for (int k = a.first[0]; k < a.first[1]; ++k) {
         const Tap& t = a.taps[k];
-        addTap<T, A>(acc, srcRow<D>(b, r + t.dy) + std::ptrdiff_t(t.dx) * b.cn, A(t.value), n);
+        const T* row = srcRow<D>(b, r + t.dy) + std::ptrdiff_t(t.dx) * b.cn;
+        if (shortProducts)
+          addShortTap<T, A>(acc, row, static_cast<std::int16_t>(t.value), n);
+        else
+          addTap<T, A>(acc, row, A(t.value), n);
       }
       T* d = dstRow<D>(b, r);
       for (int j = 0; j < n; ++j) d[j] = D::sat(acc[j] >> shift);
