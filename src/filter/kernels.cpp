@@ -258,8 +258,15 @@ struct Blur {
         for (int c = 0; c < nCols; ++c) s = static_cast<S>(s + col[c * cn + ch]);
         run[ch] = s;
       }
+      // Each channel's sum slides in a register, not through memory.
       const S* enter = col + std::ptrdiff_t(nCols - 1) * cn;
-      for (int j = cn; j < n; ++j) run[j] = static_cast<S>(run[j - cn] + (enter[j] - col[j - cn]));
+      for (int ch = 0; ch < cn; ++ch) {
+        S sum = run[ch];
+        for (int j = ch + cn; j < n; j += cn) {
+          sum = static_cast<S>(sum + (enter[j] - col[j - cn]));
+          run[j] = sum;
+        }
+      }
       T* d = dstRow<D>(b, r);
       if (div.fast()) {
         divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
