@@ -466,6 +466,15 @@ TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
     EXPECT_EQ(d.bytes(), before) << c.text;
   }
   for (MoxConvKernel* k : bad) delete k;
+  // A window too large for any source block.
+  Image s({MOX_DEPTH_8U, 1, 0, 6, 7}, 1), d({MOX_DEPTH_8U, 1, 0, 6, 7}, 2);
+  const auto before = d.bytes();
+  moxMaxFilter(s, d, 0x7FFFFFFF, 1, 0x7FFFFFFE, 0);
+  moxErode(s, d, 0x7FFFFFFF);  // as many steps as the image is large: fine
+  ASSERT_EQ(reports().size(), 1u);
+  EXPECT_EQ(std::make_tuple(reports()[0].status, reports()[0].line, reports()[0].message),
+            std::make_tuple(int(MOX_StsOutOfMemory), 516, std::string("Out of memory")));
+  EXPECT_NE(d.bytes(), before);  // the erosion ran
 }
 
 }  // namespace

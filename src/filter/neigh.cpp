@@ -179,8 +179,8 @@ bool piece(const View& dst, int x, int y, void* arg) {
   }
   const i64 rowBytes = (i64(w) + win.left + win.right) * dst.nChannels *
                        std::max<i64>(depthBits(dst.depth) / 8, 1);
-  const int chunk = static_cast<int>(
-      std::max<i64>({8, 4 * (i64(win.top) + win.bottom), (i64(256) << 10) / std::max<i64>(rowBytes, 1)}));
+  const int chunk = static_cast<int>(std::min<i64>(
+      h, std::max<i64>({8, 4 * (i64(win.top) + win.bottom), (i64(256) << 10) / std::max<i64>(rowBytes, 1)})));
   for (int rs = 0; rs < 3; ++rs)
     for (int r0 = rows[rs]; r0 < rows[rs + 1]; r0 += chunk) {
       const int rh = std::min(chunk, rows[rs + 1] - r0);
@@ -294,6 +294,13 @@ bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxIma
   clipped(dst, &job.dx0, &job.dy0, &dw, &dh);
   job.width = std::min(sw, dw);
   job.height = std::min(sh, dh);
+  // A source block wider or taller than this cannot be had.
+  constexpr i64 kLargest = i64(1) << 28;
+  if (i64(win.left) + win.right + job.width > kLargest ||
+      i64(win.top) + win.bottom + job.height > kLargest) {
+    outOfMemory(t, lines.memory);
+    return false;
+  }
   if (job.width > 0 && job.height > 0 && !bordersServe(reader, s, job, win)) return false;
   const WalkPlan plan{t.func, t.file, &t.walk, false};
   return walkDestination(plan, {dst, "dstImage", true}, nullptr, &piece, &job);
