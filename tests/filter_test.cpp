@@ -344,9 +344,15 @@ TEST(Filter, TiledAndInPlaceEqualPlain) {
       if (!l.srcRoi.empty()) self.roi(l.srcRoi[0], l.srcRoi[1], l.srcRoi[2], l.srcRoi[3], l.srcRoi[4]);
       Image other({l.depth, l.ch, l.order, H, W}, 9);
       if (self->roi) other.roi(self->roi->coi, self->roi->xOffset, self->roi->yOffset, self->roi->height, self->roi->width);
+      Tiled tiledSelf(self, 8, 8);
+      copyModes(self, tiledSelf);
       op(self, other);
       op(self, self);
       EXPECT_EQ(self.bytes(), other.bytes()) << what << " in place";
+      op(tiledSelf, tiledSelf);
+      Image back({l.depth, l.ch, l.order, H, W}, 9);
+      tiledSelf.gather(back);
+      EXPECT_EQ(back.bytes(), other.bytes()) << what << " tiled in place";
     }
   EXPECT_TRUE(reports().empty());
 }

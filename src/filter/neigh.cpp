@@ -250,9 +250,14 @@ void outOfMemory(const OpTable& t, int line) {
 
 bool mayAlias(const MoxImage* a, const MoxImage* b) {
   if (a == b) return true;
-  if (a->tileInfo || b->tileInfo)
-    return a->tileInfo && b->tileInfo &&
-           (a->tileInfo == b->tileInfo || a->tileInfo->callBack == b->tileInfo->callBack);
+  // Tiled images share tiles when they share the tile record, or when one
+  // call-back serves both under the same image and tile ids.
+  if (a->tileInfo || b->tileInfo) {
+    const MoxTileInfo* ta = a->tileInfo;
+    const MoxTileInfo* tb = b->tileInfo;
+    return ta && tb &&
+           (ta == tb || (ta->callBack == tb->callBack && ta->id == tb->id && a->imageId == b->imageId));
+  }
   const auto pa = reinterpret_cast<std::uintptr_t>(a->imageData);
   const auto pb = reinterpret_cast<std::uintptr_t>(b->imageData);
   return pa < pb + std::uintptr_t(std::max(b->imageSize, 0)) &&

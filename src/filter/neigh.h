@@ -95,7 +95,8 @@ bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxIma
 void outOfMemory(const OpTable& t, int line);
 
 // True when the images may share pixels (the same header, overlapping
-// blocks, or tiles from the same call-back).
+// blocks, or tiles of the same record, or of one call-back under the same
+// image and tile ids).
 bool mayAlias(const MoxImage* a, const MoxImage* b);
 
 // Copies the whole of src (all channels) into a plain copy, through the
