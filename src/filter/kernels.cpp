@@ -162,29 +162,35 @@ struct Conv {
 // ---------------------------------------------------------------- separable
 
 struct Sep {
-  template <class D>
-  static bool run(const Block& b, const void* arg) {
+  // A holds the row sums and the column sums.
+  template <class D, class A>
+  static bool passes(const Block& b, const SepArgs& a) {
     using T = typename D::T;
-    const SepArgs& a = *static_cast<const SepArgs*>(arg);
     const int n = b.w * b.cn, hs = b.h + b.win.top + b.win.bottom;
-    if (!b.work->reserve(sizeof(i64) * std::size_t(n) * (std::size_t(hs) + 1))) return false;
-    i64* rows = b.work->as<i64>();
-    i64* acc = rows + std::ptrdiff_t(n) * hs;
+    if (!b.work->reserve(sizeof(A) * std::size_t(n) * (std::size_t(hs) + 1))) return false;
+    A* rows = b.work->as<A>();
+    A* acc = rows + std::ptrdiff_t(n) * hs;
     for (int r = 0; r < hs; ++r) {
-      i64* q = rows + std::ptrdiff_t(n) * r;
-      std::fill(q, q + n, i64(0));
+      A* q = rows + std::ptrdiff_t(n) * r;
+      std::fill(q, q + n, A(0));
       for (int k = 0; k < a.nx; ++k)
-        addTap<T, i64>(q, srcRow<D>(b, r) + std::ptrdiff_t(a.xTaps[k].dx) * b.cn, a.xTaps[k].value, n);
-      for (int j = 0; j < n; ++j) q[j] >>= a.xShift;
+        addTap<T, A>(q, srcRow<D>(b, r) + std::ptrdiff_t(a.xTaps[k].dx) * b.cn, A(a.xTaps[k].value), n);
+      for (int j = 0; j < n; ++j) q[j] = static_cast<A>(q[j] >> a.xShift);
     }
     for (int r = 0; r < b.h; ++r) {
-      std::fill(acc, acc + n, i64(0));
+      std::fill(acc, acc + n, A(0));
       for (int k = 0; k < a.ny; ++k)
-        addTap<i64, i64>(acc, rows + std::ptrdiff_t(n) * (r + a.yTaps[k].dy), a.yTaps[k].value, n);
+        addTap<A, A>(acc, rows + std::ptrdiff_t(n) * (r + a.yTaps[k].dy), A(a.yTaps[k].value), n);
       T* d = dstRow<D>(b, r);
       for (int j = 0; j < n; ++j) d[j] = D::sat(acc[j] >> a.yShift);
     }
     return true;
+  }
+
+  template <class D>
+  static bool run(const Block& b, const void* arg) {
+    const SepArgs& a = *static_cast<const SepArgs*>(arg);
+    return a.acc == Acc::k64 ? passes<D, i64>(b, a) : passes<D, std::int32_t>(b, a);
   }
 };
 

@@ -33,6 +33,7 @@ struct SepArgs {
   int nx, xShift;
   const Tap* yTaps;
   int ny, yShift;
+  Acc acc;  // k64, or 32 bits when every sum fits
 };
 
 BlockFn convBlock(unsigned depth);
