@@ -343,6 +343,21 @@ struct Extreme {
     const int cn = b.cn, n = b.w * cn;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
     const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
+    if (nCols <= kDirect && nRows <= kDirect) {
+      // Small boxes: the extreme down each column of the window into one
+      // row, then across it; every pass runs on whole rows.
+      if (!b.work->reserve(sizeof(T) * std::size_t(wsn))) return false;
+      T* down = b.work->as<T>();
+      for (int r = 0; r < b.h; ++r) {
+        const T* first = srcRow<D>(b, r);
+        std::copy(first, first + wsn, down);
+        for (int c = 1; c < nRows; ++c) pickInto<Max>(down, srcRow<D>(b, r + c), wsn);
+        T* d = dstRow<D>(b, r);
+        std::copy(down, down + n, d);
+        for (int c = 1; c < nCols; ++c) pickInto<Max>(d, down + std::ptrdiff_t(c) * cn, n);
+      }
+      return true;
+    }
     const std::size_t rows = std::size_t(hs) * n;
     if (!b.work->reserve(sizeof(T) * (3 * rows + 2 * std::size_t(wsn)))) return false;
     T* across = b.work->as<T>();  // the extreme of each row's nCols values
