@@ -9,7 +9,6 @@
 // step changes nothing. Opening and closing keep the first half's image.
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
 #include "filter/filter.h"
 #include "filter/kernels.h"
@@ -61,16 +60,20 @@ void morph(const MorphOp& op, const MoxImage* src, MoxImage* dst, int nIteration
     run(t, op.source, src, dst, Window{r, r, r, r}, rankBlock(dst->depth, op.firstMax), nullptr);
     return;
   }
-  // Step images: whole-image copies of the source's channel of interest.
+  // Step images: whole images of the source's channel of interest. A plain
+  // source is read where it lies; a tiled one is copied first. The images
+  // of the steps are made when first needed.
   const int coi = src->roi ? src->roi->coi : 0;
   MoxROI whole{coi, 0, 0, src->height, src->width};
   MoxROI rect = src->roi ? *src->roi : whole;
   PlainCopy a, b;
-  if (!copyWhole(t, op.source, src, &a)) return;
-  if (!b.make(a.get())) return outOfMemory(t, op.source.memory);
-  MoxImage* cur = a.get();
-  MoxImage* next = b.get();
-  cur->roi = next->roi = &whole;
+  MoxImage inPlace = *src;
+  MoxImage* cur = &inPlace;
+  if (src->tileInfo) {
+    if (!copyWhole(t, op.source, src, &a)) return;
+    cur = a.get();
+  }
+  cur->roi = &whole;
   for (int half = 0; half < op.halves; ++half) {
     const bool max = half == 0 ? op.firstMax : !op.firstMax;
     const BlockFn fn = rankBlock(dst->depth, max);
@@ -78,16 +81,21 @@ void morph(const MorphOp& op, const MoxImage* src, MoxImage* dst, int nIteration
     const int r = uniform ? radiusOf(src, nIterations) : 1;
     bool settled = false;
     for (int s = 0; s < steps; ++s) {
-      const bool last = half == op.halves - 1 && s == steps - 1;
-      if (last) {
+      if (half == op.halves - 1 && s == steps - 1) {
         cur->roi = &rect;
         run(t, op.source, cur, dst, Window{r, r, r, r}, fn, nullptr);
         return;
       }
       if (settled) continue;
+      PlainCopy& spare = cur == a.get() ? b : a;
+      if (!spare.get()->imageData && !spare.make(src)) return outOfMemory(t, op.source.memory);
+      MoxImage* next = spare.get();
+      next->roi = &whole;
       if (!run(t, op.source, cur, next, Window{r, r, r, r}, fn, nullptr)) return;
-      settled = !uniform && std::memcmp(cur->imageData, next->imageData, cur->imageSize) == 0;
-      std::swap(cur, next);
+      // Two step images of one layout: a step that changed nothing ends the half.
+      settled = !uniform && cur != &inPlace &&
+                std::memcmp(cur->imageData, next->imageData, static_cast<std::size_t>(cur->imageSize)) == 0;
+      cur = next;
     }
   }
 }
