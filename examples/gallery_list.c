@@ -11,6 +11,7 @@ extern const GalleryEntry galleryZoom[];
 extern const GalleryEntry galleryAlpha[];
 extern const GalleryEntry galleryStats[];
 extern const GalleryEntry galleryRotmir[];
+extern const GalleryEntry galleryFilter[];
 
 const GalleryEntry* const galleryFamilies[] = {
     galleryArith,
@@ -22,5 +23,6 @@ const GalleryEntry* const galleryFamilies[] = {
     galleryAlpha,
     galleryStats,
     galleryRotmir,
+    galleryFilter,
     0,
 };

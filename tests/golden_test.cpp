@@ -67,6 +67,30 @@ void twist(const MoxImage* a, MoxImage* d, unsigned depth) {
   moxDeleteColorTwist(t);
 }
 
+// Convolutions on the three accumulator paths: 16-bit products, 32-bit and
+// 64-bit sums with the root of squares.
+void convolveWith(MoxImage* a, MoxImage* d, int which) {
+  static const int binomial[25] = {1, 4, 6, 4, 1, 4, 16, 24, 16, 4, 6, 24, 36, 24, 6,
+                                   4, 16, 24, 16, 4, 1, 4, 6, 4, 1};
+  static const int gx[9] = {-3, 0, 3, -10, 0, 10, -3, 0, 3}, gy[9] = {-3, -10, -3, 0, 0, 0, 3, 10, 3};
+  static const int big[6] = {70000, -3, 5, 9, -60000, 2};
+  MoxConvKernel* k[2] = {};
+  int n = 1, method = MOX_SUM;
+  if (which == 0) {
+    k[0] = moxCreateConvKernel(5, 5, 2, 2, binomial, 8);
+  } else if (which == 1) {
+    k[0] = moxCreateConvKernel(3, 3, 1, 1, gx, 1);
+    k[1] = moxCreateConvKernel(3, 3, 1, 1, gy, 1);
+    n = 2, method = MOX_SUMSQROOT;
+  } else {
+    k[0] = moxCreateConvKernel(3, 2, 0, 1, big, 17);
+  }
+  moxSetBorderMode(a, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+  moxConvolve2D(a, d, k, n, method);
+  moxDeleteConvKernel(k[0]);
+  moxDeleteConvKernel(k[1]);
+}
+
 const Golden kCases[] = {
     {"add 8U", k8U3, k8U3, [](auto a, auto b, auto d) { moxAdd(a, b, d, nullptr); },
      0x05038928323dbd9aull},
@@ -170,6 +194,21 @@ const Golden kCases[] = {
        MoxLUT* all[3] = {&bins[0], &bins[1], &bins[2]};
        moxHistoEqualize(d, d, all);
      }, 0xeb649999ab4701ecull},
+    {"convolve 8U 5x5 binomial", k8U3, k8U3, [](auto a, auto, auto d) { convolveWith(a, d, 0); }, 0x158f9f264a1773e1ull},
+    {"convolve 16S two kernels root of squares", k16S1, k16S1,
+     [](auto a, auto, auto d) { convolveWith(a, d, 1); }, 0x479809789f5f50baull},
+    {"convolve 32S sum", k32S1, k32S1, [](auto a, auto, auto d) { convolveWith(a, d, 2); }, 0x400516ebcf1a94e3ull},
+    {"blur 8U 7x5", k8U3, k8U3, [](auto a, auto, auto d) { moxBlur(a, d, 7, 5, 3, 1); }, 0x43aff097b4ff8a13ull},
+    {"blur 32S 4x4", k32S1, k32S1, [](auto a, auto, auto d) { moxBlur(a, d, 4, 4, 0, 3); }, 0xb36ce592af3c52d2ull},
+    {"median 8U 3x3, 5x5, 9x9", k8U3, k8U3, [](auto a, auto b, auto d) {
+       moxMedianFilter(a, b, 3, 3, 1, 1);
+       moxMedianFilter(b, a, 5, 5, 2, 2);
+       moxMedianFilter(a, d, 9, 9, 4, 4);
+     }, 0x13c037a8684783e8ull},
+    {"min 8U 11x9 then max 3x3", k8U3, k8U3, [](auto a, auto b, auto d) {
+       moxMinFilter(a, b, 11, 9, 5, 4);
+       moxMaxFilter(b, d, 3, 3, 1, 1);
+     }, 0xa1f7dcab83fca59full},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {

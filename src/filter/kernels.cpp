@@ -1,0 +1,629 @@
+// Block functions of convolution, box mean, minimum, maximum and median.
+#include "filter/kernels.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+namespace mox::filt {
+namespace {
+
+using i64 = long long;
+using u64 = unsigned long long;
+
+template <class D>
+const typename D::T* srcRow(const Block& b, int r) {
+  return static_cast<const typename D::T*>(b.src[r]);
+}
+template <class D>
+typename D::T* dstRow(const Block& b, int r) {
+  return static_cast<typename D::T*>(b.dst[r]);
+}
+
+// The block function of an operation F for a depth.
+template <class F>
+BlockFn byDepth(unsigned depth) {
+  switch (depth) {
+    case MOX_DEPTH_1U:
+    case MOX_DEPTH_8U:
+      return &F::template run<U8>;
+    case MOX_DEPTH_8S:
+      return &F::template run<S8>;
+    case MOX_DEPTH_16U:
+      return &F::template run<U16>;
+    case MOX_DEPTH_16S:
+      return &F::template run<S16>;
+    case MOX_DEPTH_32S:
+      return &F::template run<S32>;
+    default:
+      return nullptr;
+  }
+}
+
+// Adds value * row to acc over n values.
+template <class T, class A>
+void addTap(A* __restrict acc, const T* __restrict row, A value, int n) {
+  for (int j = 0; j < n; ++j) acc[j] = static_cast<A>(acc[j] + value * static_cast<A>(row[j]));
+}
+
+// Adds value * row to acc where every product fits in 16 bits, which
+// vector units multiply in one step.
+template <class T, class A>
+void addShortTap(A* __restrict acc, const T* __restrict row, std::int16_t value, int n) {
+  for (int j = 0; j < n; ++j)
+    acc[j] = static_cast<A>(acc[j] + static_cast<std::int16_t>(value * static_cast<std::int16_t>(row[j])));
+}
+
+// ---------------------------------------------------------------- convolution
+
+// floor(sqrt(x)) for x < 2^63: the rounded square root, then exact steps.
+u64 isqrt(u64 x) {
+  u64 r = static_cast<u64>(std::sqrt(static_cast<double>(x)));
+  while (r > 0 && r * r > x) --r;
+  while ((r + 1) * (r + 1) <= x) ++r;
+  return r;
+}
+
+struct Conv {
+  // One kernel whose sums fit the accumulator A.
+  template <class D, class A>
+  static bool single(const Block& b, const ConvArgs& a) {
+    using T = typename D::T;
+    const int n = b.w * b.cn;
+    if (!b.work->reserve(sizeof(A) * std::size_t(n))) return false;
+    A* acc = b.work->as<A>();
+    const int shift = a.shift[0];
+    // Products of 16 bits: weights of at most 0x7FFF over the largest value.
+    bool shortProducts = D::bits <= 8;
+    for (int k = a.first[0]; k < a.first[1]; ++k) {
+      const i64 v = a.taps[k].value;
+      shortProducts = shortProducts && (v < 0 ? -v : v) * std::max(-D::lo, D::hi) <= 0x7FFF;
+    }
+    for (int r = 0; r < b.h; ++r) {
+      std::fill(acc, acc + n, A(0));
+      for (int k = a.first[0]; k < a.first[1]; ++k) {
+        const Tap& t = a.taps[k];
+        const T* row = srcRow<D>(b, r + t.dy) + std::ptrdiff_t(t.dx) * b.cn;
+        if (shortProducts)
+          addShortTap<T, A>(acc, row, static_cast<std::int16_t>(t.value), n);
+        else
+          addTap<T, A>(acc, row, A(t.value), n);
+      }
+      T* d = dstRow<D>(b, r);
+      for (int j = 0; j < n; ++j) d[j] = D::sat(acc[j] >> shift);
+    }
+    return true;
+  }
+
+  // Several kernels, or the squares: 64-bit sums, combined per value.
+  template <class D>
+  static bool combined(const Block& b, const ConvArgs& a) {
+    using T = typename D::T;
+    const int n = b.w * b.cn;
+    if (!b.work->reserve(2 * sizeof(i64) * std::size_t(n))) return false;
+    i64* acc = b.work->as<i64>();
+    i64* comb = acc + n;
+    constexpr i64 kFar = i64(1) << 40;    // beyond every depth, so sums of 100 stay exact
+    constexpr i64 kRoot = i64(1) << 31;   // a square from here on saturates every depth
+    constexpr i64 kSquares = i64(1) << 62;
+    for (int r = 0; r < b.h; ++r) {
+      for (int k = 0; k < a.nKernels; ++k) {
+        std::fill(acc, acc + n, i64(0));
+        for (int t = a.first[k]; t < a.first[k + 1]; ++t) {
+          const Tap& tap = a.taps[t];
+          addTap<T, i64>(acc, srcRow<D>(b, r + tap.dy) + std::ptrdiff_t(tap.dx) * b.cn, tap.value, n);
+        }
+        const int shift = a.shift[k];
+        for (int j = 0; j < n; ++j) {
+          const i64 v = acc[j] >> shift;
+          switch (a.combine) {
+            case MOX_SUM:
+              comb[j] = (k ? comb[j] : 0) + std::clamp(v, -kFar, kFar);
+              break;
+            case MOX_SUMSQ:
+            case MOX_SUMSQROOT: {
+              const i64 q = std::min(v < 0 ? -v : v, kRoot), sum = k ? comb[j] : 0;
+              comb[j] = sum > kSquares - q * q ? kSquares : sum + q * q;
+              break;
+            }
+            case MOX_MAX:
+              comb[j] = k ? std::max(comb[j], v) : v;
+              break;
+            default:
+              comb[j] = k ? std::min(comb[j], v) : v;
+          }
+        }
+      }
+      T* d = dstRow<D>(b, r);
+      if (a.combine == MOX_SUMSQROOT)
+        for (int j = 0; j < n; ++j) d[j] = D::sat(static_cast<i64>(isqrt(static_cast<u64>(comb[j]))));
+      else
+        for (int j = 0; j < n; ++j) d[j] = D::sat(comb[j]);
+    }
+    return true;
+  }
+
+  template <class D>
+  static bool run(const Block& b, const void* arg) {
+    const ConvArgs& a = *static_cast<const ConvArgs*>(arg);
+    if (a.nKernels > 1 || a.combine == MOX_SUMSQ || a.combine == MOX_SUMSQROOT)
+      return combined<D>(b, a);
+    switch (a.acc) {
+      case Acc::k16:
+        return single<D, std::int16_t>(b, a);
+      case Acc::k32:
+        return single<D, std::int32_t>(b, a);
+      default:
+        return single<D, i64>(b, a);
+    }
+  }
+};
+
+// ---------------------------------------------------------------- separable
+
+struct Sep {
+  // A holds the row sums and the column sums.
+  template <class D, class A>
+  static bool passes(const Block& b, const SepArgs& a) {
+    using T = typename D::T;
+    const int n = b.w * b.cn, hs = b.h + b.win.top + b.win.bottom;
+    if (!b.work->reserve(sizeof(A) * std::size_t(n) * (std::size_t(hs) + 1))) return false;
+    A* rows = b.work->as<A>();
+    A* acc = rows + std::ptrdiff_t(n) * hs;
+    for (int r = 0; r < hs; ++r) {
+      A* q = rows + std::ptrdiff_t(n) * r;
+      std::fill(q, q + n, A(0));
+      for (int k = 0; k < a.nx; ++k)
+        addTap<T, A>(q, srcRow<D>(b, r) + std::ptrdiff_t(a.xTaps[k].dx) * b.cn, A(a.xTaps[k].value), n);
+      for (int j = 0; j < n; ++j) q[j] = static_cast<A>(q[j] >> a.xShift);
+    }
+    for (int r = 0; r < b.h; ++r) {
+      std::fill(acc, acc + n, A(0));
+      for (int k = 0; k < a.ny; ++k)
+        addTap<A, A>(acc, rows + std::ptrdiff_t(n) * (r + a.yTaps[k].dy), A(a.yTaps[k].value), n);
+      T* d = dstRow<D>(b, r);
+      for (int j = 0; j < n; ++j) d[j] = D::sat(acc[j] >> a.yShift);
+    }
+    return true;
+  }
+
+  template <class D>
+  static bool run(const Block& b, const void* arg) {
+    const SepArgs& a = *static_cast<const SepArgs*>(arg);
+    return a.acc == Acc::k64 ? passes<D, i64>(b, a) : passes<D, std::int32_t>(b, a);
+  }
+};
+
+// ---------------------------------------------------------------- box mean
+
+// floor(x / n) for x >= 0 below a bound fixed at set-up, by a multiply and
+// a shift that are exact for every such x; wider sums divide.
+// col[j] += in[j] - out[j].
+template <class S, class T>
+void slide(S* __restrict col, const T* __restrict in, const T* __restrict out, int n) {
+  for (int j = 0; j < n; ++j) col[j] = static_cast<S>(col[j] + (S(in[j]) - S(out[j])));
+}
+
+// d[j] = ((run[j] + offset) * m >> shift) + lo: the exact quotients.
+template <class T, class S>
+void divideAll(const S* __restrict run, T* __restrict d, int n, long long offset,
+               unsigned long long m, int shift, long long lo) {
+  for (int j = 0; j < n; ++j)
+    d[j] = static_cast<T>(static_cast<long long>((static_cast<unsigned long long>(run[j] + offset) * m) >> shift) + lo);
+}
+
+class Divider {
+ public:
+  Divider(i64 n, i64 bound) : n_(n) {
+    if (bound >= (i64(1) << 31)) return;
+    int shift = 0;
+    while ((u64(1) << shift) < u64(bound) * u64(n)) ++shift;
+    shift_ = shift;
+    multiplier_ = ((u64(1) << shift) + u64(n) - 1) / u64(n);
+  }
+  i64 operator()(i64 x) const {
+    if (multiplier_) return static_cast<i64>((u64(x) * multiplier_) >> shift_);
+    return x / n_;
+  }
+  bool fast() const { return multiplier_ != 0; }
+  u64 multiplier() const { return multiplier_; }
+  int shift() const { return shift_; }
+
+ private:
+  i64 n_;
+  u64 multiplier_ = 0;
+  int shift_ = 0;
+};
+
+struct Blur {
+  // S holds the sums of a column and of the window.
+  template <class D, class S>
+  static bool sums(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn, n = b.w * cn;
+    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+    const int wsn = (b.w + nCols - 1) * cn;
+    if (!b.work->reserve(sizeof(S) * (std::size_t(wsn) + std::size_t(n)))) return false;
+    S* col = b.work->as<S>();
+    S* run = col + wsn;
+    const i64 count = i64(nCols) * nRows, half = count / 2;
+    // x = sum + half - lo * count lies in [0, (hi - lo) * count + half].
+    const Divider div(count, (D::hi - D::lo) * count + half + 1);
+    const i64 offset = half - D::lo * count;
+    std::fill(col, col + wsn, S(0));
+    for (int c = 0; c < nRows; ++c) {
+      const T* s = srcRow<D>(b, c);
+      for (int j = 0; j < wsn; ++j) col[j] = static_cast<S>(col[j] + s[j]);
+    }
+    for (int r = 0; r < b.h; ++r) {
+      if (r > 0) {
+        slide(col, srcRow<D>(b, r + nRows - 1), srcRow<D>(b, r - 1), wsn);
+      }
+      for (int ch = 0; ch < cn; ++ch) {
+        S s = 0;
+        for (int c = 0; c < nCols; ++c) s = static_cast<S>(s + col[c * cn + ch]);
+        run[ch] = s;
+      }
+      // Each channel's sum slides in a register, not through memory.
+      const S* enter = col + std::ptrdiff_t(nCols - 1) * cn;
+      for (int ch = 0; ch < cn; ++ch) {
+        S sum = run[ch];
+        for (int j = ch + cn; j < n; j += cn) {
+          sum = static_cast<S>(sum + (enter[j] - col[j - cn]));
+          run[j] = sum;
+        }
+      }
+      T* d = dstRow<D>(b, r);
+      if (div.fast()) {
+        divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
+      } else {
+        for (int j = 0; j < n; ++j) d[j] = static_cast<T>(div(i64(run[j]) + offset) + D::lo);
+      }
+    }
+    return true;
+  }
+
+  template <class D>
+  static bool run(const Block& b, const void* arg) {
+    (void)arg;
+    const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
+    const i64 largest = std::max(-D::lo, D::hi);
+    if (largest * count < (i64(1) << 31)) return sums<D, std::int32_t>(b);
+    return sums<D, i64>(b);
+  }
+};
+
+// ---------------------------------------------------------------- min, max
+
+template <bool Max, class T>
+inline T pick(T a, T b) {
+  if constexpr (Max)
+    return a < b ? b : a;
+  else
+    return b < a ? b : a;
+}
+
+// o[j] = extreme of o[j] and t[j].
+template <bool Max, class T>
+void pickInto(T* __restrict o, const T* __restrict t, int n) {
+  for (int j = 0; j < n; ++j) o[j] = pick<Max>(o[j], t[j]);
+}
+
+// o[j] = extreme of a[j] and b[j].
+template <bool Max, class T>
+void pickOf(const T* __restrict a, const T* __restrict b, T* __restrict o, int n) {
+  for (int j = 0; j < n; ++j) o[j] = pick<Max>(a[j], b[j]);
+}
+
+// Blocks of nCols pixels of cn channels (CN when known, else 0): g runs
+// forward from each block's start, h backward from its end.
+template <bool Max, int CN, class T>
+void blockRuns(const T* __restrict s, T* __restrict g, T* __restrict h, int n, int nCols, int cn) {
+  if constexpr (CN > 0) cn = CN;
+  for (int b0 = 0; b0 < n; b0 += nCols * cn) {
+    const int b1 = std::min(b0 + nCols * cn, n);
+    for (int j = b0; j < b0 + cn; ++j) g[j] = s[j];
+    for (int j = b0 + cn; j < b1; ++j) g[j] = pick<Max>(g[j - cn], s[j]);
+    for (int j = b1 - cn; j < b1; ++j) h[j] = s[j];
+    for (int j = b1 - cn - 1; j >= b0; --j) h[j] = pick<Max>(h[j + cn], s[j]);
+  }
+}
+
+// Boxes up to this size take the extreme of their values directly; larger
+// ones take the running extrema of blocks (a prefix and a suffix per block),
+// three comparisons per value whatever the size.
+constexpr int kDirect = 6;
+
+template <bool Max>
+struct Extreme {
+  template <class D>
+  static bool run(const Block& b, const void* arg) {
+    (void)arg;
+    using T = typename D::T;
+    const int cn = b.cn, n = b.w * cn;
+    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+    const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
+    if (nCols <= kDirect && nRows <= kDirect) {
+      // Small boxes: the extreme down each column of the window into one
+      // row, then across it; every pass runs on whole rows.
+      if (!b.work->reserve(sizeof(T) * std::size_t(wsn))) return false;
+      T* down = b.work->as<T>();
+      for (int r = 0; r < b.h; ++r) {
+        const T* first = srcRow<D>(b, r);
+        std::copy(first, first + wsn, down);
+        for (int c = 1; c < nRows; ++c) pickInto<Max>(down, srcRow<D>(b, r + c), wsn);
+        T* d = dstRow<D>(b, r);
+        std::copy(down, down + n, d);
+        for (int c = 1; c < nCols; ++c) pickInto<Max>(d, down + std::ptrdiff_t(c) * cn, n);
+      }
+      return true;
+    }
+    const std::size_t rows = std::size_t(hs) * n;
+    if (!b.work->reserve(sizeof(T) * (3 * rows + 2 * std::size_t(wsn)))) return false;
+    T* across = b.work->as<T>();  // the extreme of each row's nCols values
+    T* prefix = across + rows;
+    T* suffix = prefix + rows;
+    T* g = suffix + rows;
+    T* h = g + wsn;
+    for (int r = 0; r < hs; ++r) {
+      const T* s = srcRow<D>(b, r);
+      T* o = across + std::ptrdiff_t(r) * n;
+      if (nCols <= kDirect) {
+        std::copy(s, s + n, o);
+        for (int c = 1; c < nCols; ++c) pickInto<Max>(o, s + std::ptrdiff_t(c) * cn, n);
+        continue;
+      }
+      switch (cn) {
+        case 1:
+          blockRuns<Max, 1>(s, g, h, wsn, nCols, 1);
+          break;
+        case 3:
+          blockRuns<Max, 3>(s, g, h, wsn, nCols, 3);
+          break;
+        default:
+          blockRuns<Max, 0>(s, g, h, wsn, nCols, cn);
+      }
+      pickOf<Max>(h, g + std::ptrdiff_t(nCols - 1) * cn, o, n);
+    }
+    if (nRows <= kDirect) {
+      for (int r = 0; r < b.h; ++r) {
+        T* d = dstRow<D>(b, r);
+        const T* o = across + std::ptrdiff_t(r) * n;
+        std::copy(o, o + n, d);
+        for (int c = 1; c < nRows; ++c) pickInto<Max>(d, o + std::ptrdiff_t(c) * n, n);
+      }
+      return true;
+    }
+    for (int r = 0; r < hs; ++r) {
+      const T* o = across + std::ptrdiff_t(r) * n;
+      T* p = prefix + std::ptrdiff_t(r) * n;
+      if (r % nRows == 0)
+        std::copy(o, o + n, p);
+      else
+        pickOf<Max>(p - n, o, p, n);
+    }
+    for (int r = hs - 1; r >= 0; --r) {
+      const T* o = across + std::ptrdiff_t(r) * n;
+      T* p = suffix + std::ptrdiff_t(r) * n;
+      if (r % nRows == nRows - 1 || r == hs - 1)
+        std::copy(o, o + n, p);
+      else
+        pickOf<Max>(p + n, o, p, n);
+    }
+    for (int r = 0; r < b.h; ++r) {
+      pickOf<Max>(suffix + std::ptrdiff_t(r) * n, prefix + std::ptrdiff_t(r + nRows - 1) * n,
+                  dstRow<D>(b, r), n);
+    }
+    return true;
+  }
+};
+
+// ---------------------------------------------------------------- median
+
+// Windows of up to this many values take the sorting network.
+constexpr int kNetwork = 32;
+
+struct Median {
+  // 8-bit values: a histogram of the window slides along the row; the
+  // median moves from where it was, so a step costs the window's height.
+  template <class D>
+  static bool histogram(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn;
+    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+    const int middle = static_cast<int>((i64(nCols) * nRows - 1) / 2);
+    const unsigned flip = D::isSigned ? 0x80u : 0u;
+    auto key = [flip](T v) { return (static_cast<unsigned>(v) & 0xFFu) ^ flip; };
+    if (!b.work->reserve(sizeof(int) * 256)) return false;
+    int* hist = b.work->as<int>();
+    for (int r = 0; r < b.h; ++r) {
+      T* d = dstRow<D>(b, r);
+      for (int ch = 0; ch < cn; ++ch) {
+        std::fill(hist, hist + 256, 0);
+        for (int c = 0; c < nRows; ++c) {
+          const T* s = srcRow<D>(b, r + c) + ch;
+          for (int i = 0; i < nCols; ++i) ++hist[key(s[std::ptrdiff_t(i) * cn])];
+        }
+        int m = 0, below = 0;
+        while (below + hist[m] <= middle) below += hist[m++];
+        d[ch] = static_cast<T>(m ^ static_cast<int>(flip));
+        for (int i = 1; i < b.w; ++i) {
+          const std::ptrdiff_t out = std::ptrdiff_t(i - 1) * cn + ch, in = out + std::ptrdiff_t(nCols) * cn;
+          for (int c = 0; c < nRows; ++c) {
+            const T* s = srcRow<D>(b, r + c);
+            const int ko = static_cast<int>(key(s[out])), ki = static_cast<int>(key(s[in]));
+            --hist[ko];
+            ++hist[ki];
+            below += (ki < m) - (ko < m);
+          }
+          while (below > middle) below -= hist[--m];
+          while (below + hist[m] <= middle) below += hist[m++];
+          d[std::ptrdiff_t(i) * cn + ch] = static_cast<T>(m ^ static_cast<int>(flip));
+        }
+      }
+    }
+    return true;
+  }
+
+  // Wider values: the window's values, partly ordered around the middle.
+  template <class D>
+  static bool select(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn;
+    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+    const std::size_t count = std::size_t(nCols) * nRows;
+    if (!b.work->reserve(sizeof(T) * count)) return false;
+    T* values = b.work->as<T>();
+    T* middle = values + (count - 1) / 2;
+    for (int r = 0; r < b.h; ++r) {
+      T* d = dstRow<D>(b, r);
+      for (int i = 0; i < b.w; ++i)
+        for (int ch = 0; ch < cn; ++ch) {
+          T* v = values;
+          for (int c = 0; c < nRows; ++c) {
+            const T* s = srcRow<D>(b, r + c) + std::ptrdiff_t(i) * cn + ch;
+            for (int k = 0; k < nCols; ++k) *v++ = s[std::ptrdiff_t(k) * cn];
+          }
+          std::nth_element(values, middle, values + count);
+          d[std::ptrdiff_t(i) * cn + ch] = *middle;
+        }
+    }
+    return true;
+  }
+
+  // Small windows: a sorting network (odd-even merge sort of the window
+  // padded to a power of two with the largest value), cut down to the
+  // comparisons the middle value depends on, on 64 values of a row at once.
+  template <class D>
+  static bool network(const Block& b, int count) {
+    using T = typename D::T;
+    constexpr int kRun = 64;
+    const int nCols = b.win.left + b.win.right + 1;
+    int size = 1;
+    while (size < count) size *= 2;
+    const int middle = (count - 1) / 2;
+    // At most 63 * 64 / 2 comparisons for 64 values, then the values.
+    const std::size_t pairBytes = sizeof(short) * 2 * 2016;
+    if (!b.work->reserve(pairBytes + sizeof(T) * std::size_t(size) * kRun)) return false;
+    short* pairs = b.work->as<short>();
+    int n = 0;
+    for (int p = 1; p < size; p *= 2)
+      for (int k = p; k >= 1; k /= 2)
+        for (int j = k % p; j + k < size; j += 2 * k)
+          for (int i = 0; i < std::min(k, size - j - k); ++i)
+            if ((i + j) / (2 * p) == (i + j + k) / (2 * p)) {
+              pairs[2 * n] = static_cast<short>(i + j);
+              pairs[2 * n + 1] = static_cast<short>(i + j + k);
+              ++n;
+            }
+    bool needed[64] = {};
+    needed[middle] = true;
+    int kept = 0;
+    for (int c = n - 1; c >= 0; --c) {
+      const int x = pairs[2 * c], y = pairs[2 * c + 1];
+      if (!needed[x] && !needed[y]) continue;
+      needed[x] = needed[y] = true;
+      pairs[2 * (n - 1 - kept)] = static_cast<short>(x);
+      pairs[2 * (n - 1 - kept) + 1] = static_cast<short>(y);
+      ++kept;
+    }
+    const short* net = pairs + 2 * (n - kept);
+    T* values = reinterpret_cast<T*>(b.work->as<char>() + pairBytes);
+    const int width = b.w * b.cn;
+    for (int r = 0; r < b.h; ++r) {
+      T* d = dstRow<D>(b, r);
+      for (int j0 = 0; j0 < width; j0 += kRun) {
+        const int len = std::min(kRun, width - j0);
+        for (int e = 0; e < count; ++e) {
+          const T* s = srcRow<D>(b, r + e / nCols) + std::ptrdiff_t(e % nCols) * b.cn + j0;
+          std::copy(s, s + len, values + std::ptrdiff_t(e) * kRun);
+        }
+        std::fill(values + std::ptrdiff_t(count) * kRun, values + std::ptrdiff_t(size) * kRun,
+                  static_cast<T>(D::hi));
+        for (int c = 0; c < kept; ++c) {
+          T* __restrict x = values + std::ptrdiff_t(net[2 * c]) * kRun;
+          T* __restrict y = values + std::ptrdiff_t(net[2 * c + 1]) * kRun;
+          for (int i = 0; i < kRun; ++i) {
+            const T lo = y[i] < x[i] ? y[i] : x[i], hi = y[i] < x[i] ? x[i] : y[i];
+            x[i] = lo;
+            y[i] = hi;
+          }
+        }
+        std::copy(values + std::ptrdiff_t(middle) * kRun, values + std::ptrdiff_t(middle) * kRun + len,
+                  d + j0);
+      }
+    }
+    return true;
+  }
+
+  template <class T>
+  static T mn(T x, T y) { return y < x ? y : x; }
+  template <class T>
+  static T mx(T x, T y) { return y < x ? x : y; }
+
+  // Sorts the columns of three rows: low, middle and high of each.
+  template <class T>
+  static void sortColumns(const T* __restrict p, const T* __restrict q, const T* __restrict u,
+                          T* __restrict lo, T* __restrict mid, T* __restrict hi, int n) {
+    for (int j = 0; j < n; ++j) {
+      const T a = mn(p[j], q[j]), c = mx(p[j], q[j]);
+      lo[j] = mn(a, u[j]);
+      hi[j] = mx(c, u[j]);
+      mid[j] = mx(a, mn(c, u[j]));
+    }
+  }
+
+  // The median of three sorted columns k apart: the median of the largest
+  // low, the median of the middles and the smallest high.
+  template <class T>
+  static void mergeColumns(const T* __restrict lo, const T* __restrict mid, const T* __restrict hi,
+                           int k, T* __restrict d, int n) {
+    for (int j = 0; j < n; ++j) {
+      const T x = mx(mx(lo[j], lo[j + k]), lo[j + 2 * k]);
+      const T z = mn(mn(hi[j], hi[j + k]), hi[j + 2 * k]);
+      const T m0 = mn(mid[j], mid[j + k]), m1 = mx(mid[j], mid[j + k]);
+      const T y = mx(m0, mn(m1, mid[j + 2 * k]));
+      d[j] = mx(mn(x, y), mn(mx(x, y), z));
+    }
+  }
+
+  // 3x3: each column of three sorted once per row.
+  template <class D>
+  static bool square3(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn, n = b.w * cn, wsn = (b.w + 2) * cn;
+    if (!b.work->reserve(sizeof(T) * 3 * std::size_t(wsn))) return false;
+    T* lo = b.work->as<T>();
+    T* mid = lo + wsn;
+    T* hi = mid + wsn;
+    for (int r = 0; r < b.h; ++r) {
+      sortColumns(srcRow<D>(b, r), srcRow<D>(b, r + 1), srcRow<D>(b, r + 2), lo, mid, hi, wsn);
+      mergeColumns<T>(lo, mid, hi, cn, dstRow<D>(b, r), n);
+    }
+    return true;
+  }
+
+  template <class D>
+  static bool run(const Block& b, const void* arg) {
+    (void)arg;
+    const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
+    if (b.win.left + b.win.right == 2 && b.win.top + b.win.bottom == 2) return square3<D>(b);
+    if (count <= kNetwork) return network<D>(b, static_cast<int>(count));
+    if constexpr (D::bits == 8)
+      return histogram<D>(b);
+    else
+      return select<D>(b);
+  }
+};
+
+}  // namespace
+
+BlockFn convBlock(unsigned depth) { return depth == MOX_DEPTH_1U ? nullptr : byDepth<Conv>(depth); }
+BlockFn sepBlock(unsigned depth) { return depth == MOX_DEPTH_1U ? nullptr : byDepth<Sep>(depth); }
+BlockFn blurBlock(unsigned depth) { return byDepth<Blur>(depth); }
+BlockFn rankBlock(unsigned depth, bool max) {
+  return max ? byDepth<Extreme<true>>(depth) : byDepth<Extreme<false>>(depth);
+}
+BlockFn medianBlock(unsigned depth) { return byDepth<Median>(depth); }
+
+}  // namespace mox::filt

@@ -1,0 +1,48 @@
+// The block functions of the filters and of morphology, one per depth.
+// Each returns null for a depth it does not handle; 1-bit images use the
+// 8-bit functions (the driver hands them values 0 and 1).
+#pragma once
+
+#include "filter/neigh.h"
+
+namespace mox::filt {
+
+// One non-zero weight of a kernel at its place in the operation's window.
+struct Tap {
+  int dx, dy;
+  int value;
+};
+
+// The accumulator width a set of weights needs at a depth.
+enum class Acc { k16, k32, k64 };
+
+// Convolution with several kernels: the taps of kernel k are
+// taps[first[k]] to taps[first[k + 1]] - 1.
+struct ConvArgs {
+  const Tap* taps;
+  const int* first;
+  const int* shift;
+  int nKernels;
+  int combine;  // MOX_SUM .. MOX_MIN
+  Acc acc;      // the single-kernel path's accumulator
+};
+
+// A row kernel then a column kernel; a null side passes values on.
+struct SepArgs {
+  const Tap* xTaps;
+  int nx, xShift;
+  const Tap* yTaps;
+  int ny, yShift;
+  Acc acc;  // k64, or 32 bits when every sum fits
+};
+
+BlockFn convBlock(unsigned depth);
+BlockFn sepBlock(unsigned depth);
+// Mean of the window, rounded half up.
+BlockFn blurBlock(unsigned depth);
+// Minimum (max false) or maximum of the window.
+BlockFn rankBlock(unsigned depth, bool max);
+// Median of the window; the lower middle value of an even count.
+BlockFn medianBlock(unsigned depth);
+
+}  // namespace mox::filt

@@ -1,0 +1,314 @@
+// The neighbourhood driver: destination pieces, source blocks through the
+// shared reader, compact rows for the block functions.
+#include "filter/neigh.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+namespace mox::filt {
+namespace {
+
+using i64 = long long;
+
+// One lane of a view: cn channels interleaved, `ps` values from one pixel to
+// the next, starting at channel `channel` (1-based) of `data`.
+struct ChannelLane {
+  char* data;
+  int ps;
+  int channel;
+};
+
+// The number of lanes of a view: one per plane of a plane-order image with
+// all channels, else one.
+int laneCount(const View& v) { return v.dataOrder == 1 && v.coi == 0 ? v.nChannels : 1; }
+
+// Lane k of a view and the channels it holds together.
+ChannelLane laneOf(const View& v, int k, int* cn) {
+  const int eb = static_cast<int>(depthBits(v.depth) / 8);
+  *cn = 1;
+  if (v.dataOrder == 0) {
+    if (v.coi == 0) {
+      *cn = v.nChannels;
+      return {v.data, v.nChannels, 1};
+    }
+    return {v.data + std::ptrdiff_t(v.coi - 1) * eb, v.nChannels, v.coi};
+  }
+  const int plane = v.coi != 0 ? v.coi - 1 : k;
+  return {v.data + std::ptrdiff_t(plane) * v.planeStep, 1, plane + 1};
+}
+
+View subView(const View& v, int x, int y, int w, int h) {
+  View s = v;
+  const unsigned bits = depthBits(v.depth);
+  s.data += std::ptrdiff_t(y) * v.widthStep;
+  if (bits == 1) {
+    const i64 bit = i64(v.bitOffset) + x;
+    s.data += bit >> 3;
+    s.bitOffset = static_cast<int>(bit & 7);
+  } else {
+    s.data += std::ptrdiff_t(x) * (bits / 8) * (v.dataOrder == 0 ? v.nChannels : 1);
+  }
+  s.width = w;
+  s.height = h;
+  return s;
+}
+
+// Copies values of size E between lanes: n pixels of cn channels.
+template <class E>
+void moveLane(const char* from, int fromPs, char* to, int toPs, int n, int cn) {
+  const E* f = reinterpret_cast<const E*>(from);
+  E* d = reinterpret_cast<E*>(to);
+  for (int i = 0; i < n; ++i)
+    for (int c = 0; c < cn; ++c) d[std::ptrdiff_t(i) * toPs + c] = f[std::ptrdiff_t(i) * fromPs + c];
+}
+
+void moveValues(int eb, const char* from, int fromPs, char* to, int toPs, int n, int cn) {
+  if (eb == 1)
+    moveLane<std::uint8_t>(from, fromPs, to, toPs, n, cn);
+  else if (eb == 2)
+    moveLane<std::uint16_t>(from, fromPs, to, toPs, n, cn);
+  else
+    moveLane<std::uint32_t>(from, fromPs, to, toPs, n, cn);
+}
+
+void clipped(const MoxImage* im, i64* x, i64* y, i64* w, i64* h) {
+  *x = 0, *y = 0, *w = im->width, *h = im->height;
+  if (const MoxROI* roi = im->roi) {
+    *x = std::max(roi->xOffset, 0);
+    *y = std::max(roi->yOffset, 0);
+    *w = std::min<i64>(roi->width, im->width - *x);
+    *h = std::min<i64>(roi->height, im->height - *y);
+  }
+  *w = std::max<i64>(*w, 0);
+  *h = std::max<i64>(*h, 0);
+}
+
+struct Job {
+  const OpTable* table;
+  const SourceLines* lines;
+  SourceReader* reader;
+  bool plainSource;
+  int srcWidth, srcHeight;
+  i64 dx0, dy0, sx0, sy0, width, height;
+  Window win;
+  BlockFn fn;
+  const void* arg;
+  Scratch srcRows, dstRows, pointers, dstPointers, work;
+};
+
+// One destination rectangle whose first pixel lies over source pixel (sx, sy).
+bool runBlock(Job& job, const View& dv, int sx, int sy) {
+  const Window& win = job.win;
+  const int w = dv.width, h = dv.height;
+  const int ws = w + win.left + win.right, hs = h + win.top + win.bottom;
+  View sv;
+  if (!job.reader->read(sx - win.left, sy - win.top, ws, hs, &sv)) return false;
+  int cn = 1, dcn = 1;
+  laneOf(sv, 0, &cn);
+  const bool bit = depthBits(dv.depth) == 1;
+  const int eb = bit ? 1 : static_cast<int>(depthBits(dv.depth) / 8);
+  const std::size_t srcRowBytes = std::size_t(ws) * cn * eb, dstRowBytes = std::size_t(w) * cn * eb;
+  if (!job.pointers.reserve(sizeof(void*) * std::size_t(hs)) ||
+      !job.dstPointers.reserve(sizeof(void*) * std::size_t(h)) ||
+      !job.srcRows.reserve(srcRowBytes * hs) || !job.dstRows.reserve(dstRowBytes * h)) {
+    outOfMemory(*job.table, job.lines->memory);
+    return false;
+  }
+  const void** srcPtr = job.pointers.as<const void*>();
+  void** dstPtr = job.dstPointers.as<void*>();
+  for (int k = 0; k < laneCount(sv); ++k) {
+    const ChannelLane sl = laneOf(sv, k, &cn), dl = laneOf(dv, k, &dcn);
+    const bool srcDirect = !bit && sl.ps == cn, dstDirect = !bit && dl.ps == cn;
+    for (int r = 0; r < hs; ++r) {
+      char* row = sl.data + std::ptrdiff_t(r) * sv.widthStep;
+      if (srcDirect) {
+        srcPtr[r] = row;
+        continue;
+      }
+      char* into = job.srcRows.as<char>() + srcRowBytes * r;
+      if (bit)
+        for (int i = 0; i < ws; ++i) into[i] = static_cast<char>(viewValue(sv, i, r, 1));
+      else
+        moveValues(eb, row, sl.ps, into, cn, ws, cn);
+      srcPtr[r] = into;
+    }
+    for (int r = 0; r < h; ++r)
+      dstPtr[r] = dstDirect ? dl.data + std::ptrdiff_t(r) * dv.widthStep
+                            : job.dstRows.as<char>() + dstRowBytes * r;
+    if (!job.fn(Block{srcPtr, dstPtr, w, h, cn, win, &job.work}, job.arg)) {
+      outOfMemory(*job.table, job.lines->memory);
+      return false;
+    }
+    if (dstDirect) continue;
+    for (int r = 0; r < h; ++r) {
+      const char* from = static_cast<const char*>(dstPtr[r]);
+      if (bit)
+        for (int i = 0; i < w; ++i) setViewValue(dv, i, r, 1, static_cast<unsigned char>(from[i]));
+      else
+        moveValues(eb, from, cn, dl.data + std::ptrdiff_t(r) * dv.widthStep, dl.ps, w, cn);
+    }
+  }
+  return true;
+}
+
+// Cuts [0, n) at a and b (clamped, ordered).
+void cuts(i64 a, i64 b, int n, int* out) {
+  out[0] = 0;
+  out[1] = static_cast<int>(std::clamp<i64>(a, 0, n));
+  out[2] = static_cast<int>(std::clamp<i64>(b, out[1], n));
+  out[3] = n;
+}
+
+bool piece(const View& dst, int x, int y, void* arg) {
+  Job& job = *static_cast<Job*>(arg);
+  const int w = static_cast<int>(std::min<i64>(dst.width, job.dx0 + job.width - x));
+  const int h = static_cast<int>(std::min<i64>(dst.height, job.dy0 + job.height - y));
+  if (w <= 0 || h <= 0) return true;
+  const int sx = static_cast<int>(x - job.dx0 + job.sx0), sy = static_cast<int>(y - job.dy0 + job.sy0);
+  const Window& win = job.win;
+  // On a plain source the columns and rows whose windows lie inside the
+  // image are read in place; only the margins are copied.
+  int cols[4], rows[4];
+  if (job.plainSource) {
+    cuts(i64(win.left) - sx, i64(job.srcWidth) - win.right - sx, w, cols);
+    cuts(i64(win.top) - sy, i64(job.srcHeight) - win.bottom - sy, h, rows);
+  } else {
+    cuts(0, w, w, cols);
+    cuts(0, h, h, rows);
+  }
+  const i64 rowBytes = (i64(w) + win.left + win.right) * dst.nChannels *
+                       std::max<i64>(depthBits(dst.depth) / 8, 1);
+  const int chunk = static_cast<int>(std::min<i64>(
+      h, std::max<i64>({8, 4 * (i64(win.top) + win.bottom), (i64(256) << 10) / std::max<i64>(rowBytes, 1)})));
+  for (int rs = 0; rs < 3; ++rs)
+    for (int r0 = rows[rs]; r0 < rows[rs + 1]; r0 += chunk) {
+      const int rh = std::min(chunk, rows[rs + 1] - r0);
+      for (int cs = 0; cs < 3; ++cs) {
+        const int cw = cols[cs + 1] - cols[cs];
+        if (cw <= 0) continue;
+        if (!runBlock(job, subView(dst, cols[cs], r0, cw, rh), sx + cols[cs], sy + r0)) return false;
+      }
+    }
+  return true;
+}
+
+// Whether a position outside the image can be read depends only on the
+// side or corner it lies beyond, so one read in each such region that the
+// source rectangle reaches shows, before anything is written, whether the
+// border modes serve the whole operation (the reader reports when not).
+bool bordersServe(SourceReader& reader, const MoxImage* s, const Job& job, const Window& win) {
+  const i64 x0 = job.sx0 - win.left, x1 = job.sx0 + job.width + win.right;
+  const i64 y0 = job.sy0 - win.top, y1 = job.sy0 + job.height + win.bottom;
+  const i64 xs[3] = {-1, 0, s->width}, ys[3] = {-1, 0, s->height};
+  const bool xIn[3] = {x0 < 0, x0 < s->width && x1 > 0, x1 > s->width};
+  const bool yIn[3] = {y0 < 0, y0 < s->height && y1 > 0, y1 > s->height};
+  View v;
+  for (int j = 0; j < 3; ++j)
+    for (int i = 0; i < 3; ++i)
+      if ((i != 1 || j != 1) && xIn[i] && yIn[j] &&
+          !reader.read(static_cast<int>(xs[i]), static_cast<int>(ys[j]), 1, 1, &v))
+        return false;
+  return true;
+}
+
+SourceSites sitesOf(const OpTable& t, const SourceLines& lines) {
+  return SourceSites{t.func, t.file, "srcImage", lines.get, lines.release, lines.border, lines.memory};
+}
+
+}  // namespace
+
+bool Scratch::reserve(std::size_t bytes) {
+  if (bytes <= size_) return true;
+  void* grown = std::realloc(p_, bytes);
+  if (!grown) return false;
+  p_ = grown;
+  size_ = bytes;
+  return true;
+}
+
+bool PlainCopy::make(const MoxImage* like) {
+  std::free(image_.imageData);
+  image_ = *like;
+  image_.tileInfo = nullptr;
+  image_.maskRoi = nullptr;
+  image_.imageData = image_.imageDataOrigin = nullptr;
+  int step = 0, size = 0;
+  if (!layoutSize(like->width, like->height, like->depth, like->nChannels, like->dataOrder,
+                  like->align, &step, &size))
+    return false;
+  image_.widthStep = step;
+  image_.imageSize = size;
+  image_.imageData = image_.imageDataOrigin =
+      static_cast<char*>(std::calloc(static_cast<std::size_t>(std::max(size, 1)), 1));
+  return image_.imageData != nullptr;
+}
+
+void outOfMemory(const OpTable& t, int line) {
+  report(Site{t.func, t.file, line}, "Out of memory", MOX_StsOutOfMemory);
+}
+
+bool mayAlias(const MoxImage* a, const MoxImage* b) {
+  if (a == b) return true;
+  // Tiled images share tiles when they share the tile record, or when one
+  // call-back serves both under the same image and tile ids.
+  if (a->tileInfo || b->tileInfo) {
+    const MoxTileInfo* ta = a->tileInfo;
+    const MoxTileInfo* tb = b->tileInfo;
+    return ta && tb &&
+           (ta == tb || (ta->callBack == tb->callBack && ta->id == tb->id && a->imageId == b->imageId));
+  }
+  const auto pa = reinterpret_cast<std::uintptr_t>(a->imageData);
+  const auto pb = reinterpret_cast<std::uintptr_t>(b->imageData);
+  return pa < pb + std::uintptr_t(std::max(b->imageSize, 0)) &&
+         pb < pa + std::uintptr_t(std::max(a->imageSize, 0));
+}
+
+bool copyWhole(const OpTable& t, const SourceLines& lines, const MoxImage* src, PlainCopy* into) {
+  if (!into->make(src)) {
+    outOfMemory(t, lines.memory);
+    return false;
+  }
+  MoxImage* c = into->get();
+  SourceReader reader(src, Edge::kModes, sitesOf(t, lines));
+  View v;
+  if (!reader.read(0, 0, src->width, src->height, &v)) return false;
+  const bool plane = src->dataOrder == 1;
+  const std::size_t rowBytes =
+      (std::size_t(src->width) * depthBits(src->depth) * (plane ? 1 : src->nChannels) + 7) / 8;
+  for (int p = 0; p < (plane ? src->nChannels : 1); ++p)
+    for (int y = 0; y < src->height; ++y)
+      std::memcpy(c->imageData + (std::ptrdiff_t(p) * src->height + y) * c->widthStep,
+                  v.data + p * v.planeStep + std::ptrdiff_t(y) * v.widthStep, rowBytes);
+  return true;
+}
+
+bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxImage* dst,
+         const Window& win, BlockFn fn, const void* arg) {
+  PlainCopy copy;
+  const MoxImage* s = src;
+  if (mayAlias(src, dst)) {
+    if (!copyWhole(t, lines, src, &copy)) return false;
+    s = copy.get();
+  }
+  SourceReader reader(s, Edge::kModes, sitesOf(t, lines));
+  Job job{&t, &lines, &reader, s->tileInfo == nullptr, s->width, s->height, 0, 0, 0, 0, 0, 0,
+          win, fn, arg, {}, {}, {}, {}, {}};
+  i64 sw, sh, dw, dh;
+  clipped(s, &job.sx0, &job.sy0, &sw, &sh);
+  clipped(dst, &job.dx0, &job.dy0, &dw, &dh);
+  job.width = std::min(sw, dw);
+  job.height = std::min(sh, dh);
+  // A source block wider or taller than this cannot be had.
+  constexpr i64 kLargest = i64(1) << 28;
+  if (i64(win.left) + win.right + job.width > kLargest ||
+      i64(win.top) + win.bottom + job.height > kLargest) {
+    outOfMemory(t, lines.memory);
+    return false;
+  }
+  if (job.width > 0 && job.height > 0 && !bordersServe(reader, s, job, win)) return false;
+  const WalkPlan plan{t.func, t.file, &t.walk, false};
+  return walkDestination(plan, {dst, "dstImage", true}, nullptr, &piece, &job);
+}
+
+}  // namespace mox::filt

@@ -1,0 +1,106 @@
+// Neighbourhood operations: the driver that filters and morphology share.
+//
+// The destination drives the walk; for every destination piece the driver
+// asks the shared source reader for the piece grown by the operation's
+// window (pixels outside the image come from the source's border modes) and
+// hands the operation's block function compact rows of one lane of
+// channels:
+//
+//   src rows: h + top + bottom rows of (w + left + right) * cn values,
+//   dst rows: h rows of w * cn values,
+//
+// where cn channels are interleaved (all channels of a pixel-order image, or
+// one channel). Rows that lie in the images as compact runs are handed
+// straight; others (a channel of interest, 1-bit rows, which arrive as one
+// byte per value) are gathered into scratch rows and scattered back.
+//
+// A source that shares its pixels with the destination (in-place calls) is
+// first copied, so every result reads the original pixels.
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+
+#include "image/pointop.h"
+#include "image/source.h"
+
+namespace mox::filt {
+
+// The source rectangle of one destination pixel (x, y): columns x - left to
+// x + right, rows y - top to y + bottom.
+struct Window {
+  int left, top, right, bottom;
+};
+
+class Scratch;
+
+struct Block {
+  const void* const* src;  // h + top + bottom rows
+  void* const* dst;        // h rows
+  int w, h, cn;
+  Window win;
+  Scratch* work;  // the block function's own working memory
+};
+
+// Returns false when its working memory cannot be had.
+using BlockFn = bool (*)(const Block& block, const void* arg);
+
+// The report lines of one neighbourhood operation beyond its image table:
+// the source reader's (get, release, border mode, memory).
+struct SourceLines {
+  int get, release, border, memory;
+};
+
+// A block of memory that grows and reports nothing; false when it cannot.
+class Scratch {
+ public:
+  Scratch() = default;
+  ~Scratch() { std::free(p_); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  bool reserve(std::size_t bytes);
+  template <class T>
+  T* as() const {
+    return static_cast<T*>(p_);
+  }
+
+ private:
+  void* p_ = nullptr;
+  std::size_t size_ = 0;
+};
+
+// A plain copy of an image (same header fields, border modes and ROI
+// pointer; no tiles), owned by the holder.
+class PlainCopy {
+ public:
+  PlainCopy() = default;
+  ~PlainCopy() { std::free(image_.imageData); }
+  PlainCopy(const PlainCopy&) = delete;
+  PlainCopy& operator=(const PlainCopy&) = delete;
+  // The layout of `like`, pixels not set; false when it cannot be had.
+  bool make(const MoxImage* like);
+  MoxImage* get() { return &image_; }
+
+ private:
+  MoxImage image_{};
+};
+
+// Runs fn (the block function of the destination's depth; for 1-bit images
+// the 8-bit one, on values 0 and 1) over the common rectangle of the images'
+// ROIs. The images have passed their checks. Returns false after a report.
+bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxImage* dst,
+         const Window& win, BlockFn fn, const void* arg);
+
+// Reports "Out of memory" at the line.
+void outOfMemory(const OpTable& t, int line);
+
+// True when the images may share pixels (the same header, overlapping
+// blocks, or tiles of the same record, or of one call-back under the same
+// image and tile ids).
+bool mayAlias(const MoxImage* a, const MoxImage* b);
+
+// Copies the whole of src (all channels) into a plain copy, through the
+// source reader of the operation. False after a report.
+bool copyWhole(const OpTable& t, const SourceLines& lines, const MoxImage* src, PlainCopy* into);
+
+}  // namespace mox::filt

@@ -1,0 +1,486 @@
+// Convolution, box mean, minimum, maximum and median filters: every output
+// value against its window read pixel by pixel through the border routines,
+// on every depth, border mode, box and anchor; tiled, in-place and
+// channel-of-interest runs against plain ones; the checks.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <vector>
+
+#include "image/border.h"
+#include "image_helpers.h"
+
+namespace {
+
+using namespace testimg;
+
+// The value at any position, border modes applied, at the image's depth.
+ll at(const MoxImage* im, int x, int y, int c) {
+  unsigned v = 0;
+  EXPECT_EQ(mox::ownGetBorderPixel(im, x, y, c, &v), mox::kBorderOk);
+  return wrap(im->depth, v);
+}
+
+ll floorDiv(ll a, ll b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
+
+// The common rectangle of the ROIs: (sx, sy, dx, dy, w, h).
+std::vector<int> common(const MoxImage* s, const MoxImage* d) {
+  auto rect = [](const MoxImage* im) {
+    if (!im->roi) return std::vector<int>{0, 0, im->width, im->height};
+    const MoxROI* r = im->roi;
+    return std::vector<int>{r->xOffset, r->yOffset, std::min(r->width, im->width - r->xOffset),
+                            std::min(r->height, im->height - r->yOffset)};
+  };
+  const auto a = rect(s), b = rect(d);
+  return {a[0], a[1], b[0], b[1], std::min(a[2], b[2]), std::min(a[3], b[3])};
+}
+
+int channels(const MoxImage* im) { return im->roi && im->roi->coi ? 1 : im->nChannels; }
+int channelOf(const MoxImage* im, int k) { return im->roi && im->roi->coi ? im->roi->coi : k + 1; }
+
+// Every value of the destination's rectangle equals want(src x, src y,
+// src channel); the values outside it are unchanged.
+void expectEach(const MoxImage* src, const MoxImage* dst, const std::vector<char>& before,
+                const std::function<ll(int, int, int)>& want, const std::string& what) {
+  const auto r = common(src, dst);
+  Image copy({dst->depth, dst->nChannels, dst->dataOrder, dst->height, dst->width});
+  std::copy(before.begin(), before.end(), copy->imageData);
+  for (int y = 0; y < r[5]; ++y)
+    for (int x = 0; x < r[4]; ++x)
+      for (int k = 0; k < channels(dst); ++k) {
+        const int dc = channelOf(dst, k) - 1;
+        const ll w = clampTo(dst->depth, want(r[0] + x, r[1] + y, channelOf(src, k)));
+        ASSERT_EQ(get(dst, r[2] + x, r[3] + y, dc), w) << what << " at " << x << "," << y << " ch " << k;
+        set(copy, r[2] + x, r[3] + y, dc, w);
+      }
+  EXPECT_EQ(std::vector<char>(dst->imageData, dst->imageData + dst->imageSize), copy.bytes()) << what;
+}
+
+struct Box { int nCols, nRows, anchorX, anchorY; };
+
+// The window of (x, y) in row-major order.
+std::vector<ll> window(const MoxImage* im, int x, int y, int c, const Box& b) {
+  std::vector<ll> v;
+  for (int r = 0; r < b.nRows; ++r)
+    for (int k = 0; k < b.nCols; ++k) v.push_back(at(im, x - b.anchorX + k, y - b.anchorY + r, c));
+  return v;
+}
+
+using BoxCall = void (*)(const MoxImage*, MoxImage*, int, int, int, int);
+struct BoxOp {
+  const char* name;
+  BoxCall call;
+  ll (*reduce)(std::vector<ll>);
+};
+
+const BoxOp kBoxOps[] = {
+    {"blur", moxBlur,
+     [](std::vector<ll> v) {
+       ll s = 0;
+       for (ll x : v) s += x;
+       return floorDiv(s + ll(v.size()) / 2, ll(v.size()));
+     }},
+    {"min", moxMinFilter, [](std::vector<ll> v) { return *std::min_element(v.begin(), v.end()); }},
+    {"max", moxMaxFilter, [](std::vector<ll> v) { return *std::max_element(v.begin(), v.end()); }},
+    {"median", moxMedianFilter,
+     [](std::vector<ll> v) {
+       std::sort(v.begin(), v.end());
+       return v[(v.size() - 1) / 2];
+     }},
+};
+
+// The border settings of the cases: one mode on every side, then mixed
+// sides whose corners follow the top and bottom sides.
+void setModes(MoxImage* im, int k) {
+  if (k < 4) {
+    moxSetBorderMode(im, k, MOX_SIDE_ALL, 0x12345678 + 77 * k);
+    return;
+  }
+  moxSetBorderMode(im, k == 4 ? MOX_BORDER_REFLECT : MOX_BORDER_CONSTANT, MOX_SIDE_TOP, -3);
+  moxSetBorderMode(im, MOX_BORDER_WRAP, MOX_SIDE_BOTTOM, 0);
+  moxSetBorderMode(im, MOX_BORDER_CONSTANT, MOX_SIDE_LEFT, 0x7FF1);
+  moxSetBorderMode(im, MOX_BORDER_REPLICATE, MOX_SIDE_RIGHT, 0);
+}
+constexpr int kModeCases = 6;
+
+const Box kBoxes[] = {{1, 1, 0, 0}, {3, 3, 1, 1}, {4, 2, 3, 0}, {5, 7, 0, 6},
+                      {2, 5, 1, 2}, {9, 8, 4, 7}, {13, 3, 12, 1}};
+
+TEST(Filter, BoxFiltersMatchTheirWindowsOnEveryDepthModeBoxAndAnchor) {
+  Capture capture;
+  for (unsigned depth : kDepths)
+    for (int modes = 0; modes < kModeCases; ++modes) {
+      const int ch = depth == MOX_DEPTH_1U ? 1 : 2;
+      Image src({depth, ch, 0, 11, 13}, depth + modes);
+      setModes(src, modes);
+      for (const Box& b : kBoxes)
+        for (const BoxOp& op : kBoxOps) {
+          Image dst({depth, ch, 0, 11, 13}, 5);
+          const auto before = dst.bytes();
+          op.call(src, dst, b.nCols, b.nRows, b.anchorX, b.anchorY);
+          expectEach(src, dst, before,
+                     [&](int x, int y, int c) { return op.reduce(window(src, x, y, c, b)); },
+                     std::string(op.name) + " depth " + std::to_string(depth) + " modes " +
+                         std::to_string(modes) + " box " + std::to_string(b.nCols) + "x" +
+                         std::to_string(b.nRows));
+        }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
+// Boxes far larger than the image, and wider than the running extrema's
+// direct path, on values spread over the whole range.
+TEST(Filter, LargeBoxesOnSmallImages) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16S, MOX_DEPTH_32S}) {
+    Image src({depth, 1, 0, 7, 9}, 3);
+    moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+    for (const Box& b : {Box{31, 31, 15, 15}, Box{25, 1, 3, 0}, Box{1, 20, 0, 19}})
+      for (const BoxOp& op : kBoxOps) {
+        Image dst({depth, 1, 0, 7, 9}, 5);
+        const auto before = dst.bytes();
+        op.call(src, dst, b.nCols, b.nRows, b.anchorX, b.anchorY);
+        expectEach(src, dst, before,
+                   [&](int x, int y, int c) { return op.reduce(window(src, x, y, c, b)); }, op.name);
+      }
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+// ---------------------------------------------------------------- convolution
+
+struct Kernel {
+  Box box;
+  std::vector<int> values;
+  int shift;
+};
+
+ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {
+  const auto v = window(im, x, y, c, k.box);
+  ll s = 0;
+  for (size_t i = 0; i < v.size(); ++i) s += v[i] * k.values[i];
+  return s >> k.shift;
+}
+
+ll isqrt(ll v) {
+  ll lo = 0, hi = 1LL << 31;
+  while (lo < hi) {
+    const ll mid = (lo + hi + 1) / 2;
+    if (mid * mid <= v) lo = mid; else hi = mid - 1;
+  }
+  return lo;
+}
+
+// Squares saturate at 2^62 (every depth's range is far below).
+ll combine(const std::vector<ll>& r, int method) {
+  const ll big = 1LL << 31;
+  ll out = method == MOX_MAX || method == MOX_MIN ? r[0] : 0;
+  for (ll v : r) {
+    if (method == MOX_SUM) out += v;
+    if (method == MOX_SUMSQ || method == MOX_SUMSQROOT)
+    {
+      const ll q = std::min(v < 0 ? -v : v, big);
+      out = out > big * big - q * q ? big * big : out + q * q;
+    }
+    if (method == MOX_MAX) out = std::max(out, v);
+    if (method == MOX_MIN) out = std::min(out, v);
+  }
+  return method == MOX_SUMSQROOT ? isqrt(out) : out;
+}
+
+const Kernel kKernels[] = {
+    {{3, 3, 1, 1}, {1, 2, 1, 2, 4, 2, 1, 2, 1}, 4},
+    {{3, 3, 1, 1}, {-1, 0, 1, -2, 0, 2, -1, 0, 1}, 0},
+    {{2, 4, 0, 3}, {7, -3, 0, 5, -9, 2, 1, 1}, 2},
+    {{5, 1, 4, 0}, {1, -1, 3, -7, 11}, 1},
+    {{1, 1, 0, 0}, {-3}, 0},
+    {{3, 2, 2, 1}, {100000, -3, 0, 0, 5, -70000}, 31},
+};
+
+TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
+  Capture capture;
+  const int sets[][3] = {{0, -1, -1}, {1, -1, -1}, {2, -1, -1}, {5, -1, -1}, {1, 3, -1}, {0, 2, 4}};
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S})
+    for (int modes = 0; modes < kModeCases; ++modes) {
+      Image src({depth, 3, 0, 9, 11}, depth * 7 + modes);
+      setModes(src, modes);
+      for (const auto& set : sets)
+        for (int method = MOX_SUM; method <= MOX_MIN; ++method) {
+          std::vector<MoxConvKernel*> ks;
+          std::vector<const Kernel*> used;
+          for (int i : set)
+            if (i >= 0) {
+              const Kernel& k = kKernels[i];
+              ks.push_back(moxCreateConvKernel(k.box.nCols, k.box.nRows, k.box.anchorX,
+                                               k.box.anchorY, k.values.data(), k.shift));
+              used.push_back(&k);
+            }
+          Image dst({depth, 3, 0, 9, 11}, 4);
+          const auto before = dst.bytes();
+          moxConvolve2D(src, dst, ks.data(), int(ks.size()), method);
+          expectEach(src, dst, before,
+                     [&](int x, int y, int c) {
+                       std::vector<ll> r;
+                       for (const Kernel* k : used) r.push_back(convolveAt(src, x, y, c, *k));
+                       return combine(r, method);
+                     },
+                     "depth " + std::to_string(depth) + " set " + std::to_string(set[0]) +
+                         " method " + std::to_string(method) + " modes " + std::to_string(modes));
+          for (MoxConvKernel* k : ks) moxDeleteConvKernel(k);
+        }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Filter, SeparableConvolutionRowThenColumn) {
+  Capture capture;
+  const int xv[] = {1, -4, 6, 3}, yv[] = {2, 5, -1};
+  MoxConvKernel* x = moxCreateConvKernel(4, 1, 2, 0, xv, 1);
+  MoxConvKernel* y = moxCreateConvKernel(1, 3, 0, 0, yv, 2);
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16S, MOX_DEPTH_32S})
+    for (int modes = 0; modes < kModeCases; ++modes) {
+      Image src({depth, 2, 1, 9, 10}, depth + modes);
+      setModes(src, modes);
+      auto rowAt = [&](int px, int py, int c, bool use) {
+        if (!use) return at(src, px, py, c);
+        ll s = 0;
+        for (int k = 0; k < 4; ++k) s += xv[k] * at(src, px - 2 + k, py, c);
+        return s >> 1;
+      };
+      for (int which = 0; which < 4; ++which) {
+        const bool useX = which & 1, useY = which & 2;
+        Image dst({depth, 2, 1, 9, 10}, 4);
+        const auto before = dst.bytes();
+        moxConvolveSep2D(src, dst, useX ? x : nullptr, useY ? y : nullptr);
+        expectEach(src, dst, before,
+                   [&](int px, int py, int c) {
+                     if (!useY) return rowAt(px, py, c, useX);
+                     ll s = 0;
+                     for (int k = 0; k < 3; ++k) s += yv[k] * rowAt(px, py + k, c, useX);
+                     return s >> 2;
+                   },
+                   "sep " + std::to_string(which) + " depth " + std::to_string(depth));
+      }
+    }
+  moxDeleteConvKernel(x);
+  moxDeleteConvKernel(y);
+  EXPECT_TRUE(reports().empty());
+}
+
+// ------------------------------------------- layouts, tiles and in place
+
+using Run = std::function<void(const MoxImage*, MoxImage*)>;
+
+std::vector<std::pair<const char*, Run>> everyOperation() {
+  static const int weights[] = {1, -2, 3, 4, 5, -6};
+  return {
+      {"conv", [](const MoxImage* s, MoxImage* d) {
+         MoxConvKernel* k = moxCreateConvKernel(3, 2, 2, 1, weights, 1);
+         moxConvolve2D(s, d, &k, 1, MOX_SUM);
+         moxDeleteConvKernel(k);
+       }},
+      {"sep", [](const MoxImage* s, MoxImage* d) {
+         MoxConvKernel* x = moxCreateConvKernel(3, 1, 0, 0, weights, 0);
+         MoxConvKernel* y = moxCreateConvKernel(1, 4, 0, 2, weights + 2, 3);
+         moxConvolveSep2D(s, d, x, y);
+         moxDeleteConvKernel(x);
+         moxDeleteConvKernel(y);
+       }},
+      {"blur", [](const MoxImage* s, MoxImage* d) { moxBlur(s, d, 5, 3, 1, 2); }},
+      {"min", [](const MoxImage* s, MoxImage* d) { moxMinFilter(s, d, 9, 8, 3, 7); }},
+      {"max", [](const MoxImage* s, MoxImage* d) { moxMaxFilter(s, d, 2, 3, 0, 1); }},
+      {"median", [](const MoxImage* s, MoxImage* d) { moxMedianFilter(s, d, 4, 3, 2, 2); }},
+      {"erode", [](const MoxImage* s, MoxImage* d) { moxErode(s, d, 2); }},
+      {"dilate", [](const MoxImage* s, MoxImage* d) { moxDilate(s, d, 1); }},
+      {"open", [](const MoxImage* s, MoxImage* d) { moxOpen(s, d, 2); }},
+      {"close", [](const MoxImage* s, MoxImage* d) { moxClose(s, d, 1); }},
+  };
+}
+
+void copyModes(const MoxImage* from, MoxImage* to) {
+  std::copy(from->borderMode, from->borderMode + 4, to->borderMode);
+  std::copy(from->borderConst, from->borderConst + 4, to->borderConst);
+}
+
+// Tiled sources and destinations, ROIs, channels of interest and in-place
+// calls give the bits of the plain call.
+TEST(Filter, TiledAndInPlaceEqualPlain) {
+  Capture capture;
+  const int H = 23, W = 29;
+  struct Layout { unsigned depth; int ch, order; std::vector<int> srcRoi, dstRoi; };
+  const Layout layouts[] = {
+      {MOX_DEPTH_8U, 3, 0, {}, {}},
+      {MOX_DEPTH_16S, 2, 1, {0, 3, 2, 15, 20}, {0, 5, 6, 17, 19}},
+      {MOX_DEPTH_8U, 3, 0, {2, 1, 1, 20, 25}, {3, 0, 2, 20, 25}},
+      {MOX_DEPTH_32S, 2, 1, {2, 0, 0, 23, 29}, {1, 0, 0, 23, 29}},
+      {MOX_DEPTH_1U, 1, 0, {0, 3, 5, 17, 21}, {}},
+  };
+  for (const auto& [name, op] : everyOperation())
+    for (const Layout& l : layouts) {
+      if (l.depth == MOX_DEPTH_1U && (name == std::string("conv") || name == std::string("sep")))
+        continue;
+      const std::string what = std::string(name) + " depth " + std::to_string(l.depth);
+      Image src({l.depth, l.ch, l.order, H, W}, 9), dst({l.depth, l.ch, l.order, H, W}, 10);
+      setModes(src, 5);
+      if (!l.srcRoi.empty()) src.roi(l.srcRoi[0], l.srcRoi[1], l.srcRoi[2], l.srcRoi[3], l.srcRoi[4]);
+      if (!l.dstRoi.empty()) dst.roi(l.dstRoi[0], l.dstRoi[1], l.dstRoi[2], l.dstRoi[3], l.dstRoi[4]);
+      Image want({l.depth, l.ch, l.order, H, W}, 10);
+      if (dst->roi) want.roi(dst->roi->coi, dst->roi->xOffset, dst->roi->yOffset, dst->roi->height, dst->roi->width);
+      op(src, want);
+      for (int tile : {8, 16}) {
+        Tiled ts(src, tile, tile), td(dst, 16, 8);
+        copyModes(src, ts);
+        op(ts, td);
+        Image got({l.depth, l.ch, l.order, H, W}, 10);
+        td.gather(got);
+        EXPECT_EQ(got.bytes(), want.bytes()) << what << " tiled " << tile;
+        EXPECT_EQ(td->tileInfo->tileData, nullptr);
+        EXPECT_FALSE(ts.badIndex || td.badIndex);
+      }
+      // In place: the source is its own destination (same ROI).
+      Image self({l.depth, l.ch, l.order, H, W}, 9);
+      setModes(self, 5);
+      if (!l.srcRoi.empty()) self.roi(l.srcRoi[0], l.srcRoi[1], l.srcRoi[2], l.srcRoi[3], l.srcRoi[4]);
+      Image other({l.depth, l.ch, l.order, H, W}, 9);
+      if (self->roi) other.roi(self->roi->coi, self->roi->xOffset, self->roi->yOffset, self->roi->height, self->roi->width);
+      Tiled tiledSelf(self, 8, 8);
+      copyModes(self, tiledSelf);
+      op(self, other);
+      op(self, self);
+      EXPECT_EQ(self.bytes(), other.bytes()) << what << " in place";
+      op(tiledSelf, tiledSelf);
+      Image back({l.depth, l.ch, l.order, H, W}, 9);
+      tiledSelf.gather(back);
+      EXPECT_EQ(back.bytes(), other.bytes()) << what << " tiled in place";
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
+// ---------------------------------------------------------------- records
+
+TEST(Filter, KernelRecordsAreCopiesAndRefuseBadShapes) {
+  Capture capture;
+  int values[] = {1, 2, 3, 4, 5, 6};
+  MoxConvKernel* k = moxCreateConvKernel(3, 2, 2, 1, values, 5);
+  ASSERT_NE(k, nullptr);
+  values[0] = 99;
+  int c = 0, r = 0, ax = 0, ay = 0, s = 0;
+  int* v = nullptr;
+  moxGetConvKernel(k, &c, &r, &ax, &ay, &v, &s);
+  EXPECT_EQ(std::vector<int>({c, r, ax, ay, s}), std::vector<int>({3, 2, 2, 1, 5}));
+  EXPECT_EQ(std::vector<int>(v, v + 6), std::vector<int>({1, 2, 3, 4, 5, 6}));
+  moxDeleteConvKernel(k);
+  moxDeleteConvKernel(nullptr);
+  const int bad[][5] = {{0, 1, 0, 0, 0}, {1, -1, 0, 0, 0}, {2, 2, 2, 0, 0}, {2, 2, 0, -1, 0},
+                        {2, 2, 0, 0, 32},  {2, 2, 0, 0, -1}, {0x10000, 0x10000, 0, 0, 0}};
+  for (const auto& b : bad) EXPECT_EQ(moxCreateConvKernel(b[0], b[1], b[2], b[3], values, b[4]), nullptr);
+  EXPECT_EQ(moxCreateConvKernel(1, 1, 0, 0, nullptr, 0), nullptr);
+  EXPECT_TRUE(reports().empty());
+  moxGetConvKernel(nullptr, &c, &r, &ax, &ay, &v, &s);
+  expectReport("moxGetConvKernel", "(kernel == NULL)", 60, "moxfilt");
+}
+
+// ---------------------------------------------------------------- checks
+
+TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
+  const int w3[] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+  MoxConvKernel good{3, 3, 1, 1, const_cast<int*>(w3), 0};
+  auto conv = [](std::vector<MoxConvKernel*> ks, int n = -1, int method = MOX_SUM) {
+    return [=](MoxImage* s, MoxImage* d) mutable {
+      moxConvolve2D(s, d, ks.empty() ? nullptr : ks.data(), n < 0 ? int(ks.size()) : n, method);
+    };
+  };
+  auto field = [&](void (*f)(MoxConvKernel*)) {
+    auto* k = new MoxConvKernel(good);
+    f(k);
+    return k;
+  };
+  MoxConvKernel* bad[] = {
+      field([](MoxConvKernel* k) { k->nRows = 0; }),
+      field([](MoxConvKernel* k) { k->anchorX = 3; }),
+      field([](MoxConvKernel* k) { k->anchorY = -1; }),
+      field([](MoxConvKernel* k) { k->values = nullptr; }),
+      field([](MoxConvKernel* k) { k->nShiftR = 32; }),
+  };
+  static int huge[9] = {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF};
+  MoxConvKernel heavy{3, 3, 1, 1, huge, 0};
+  MoxConvKernel row{3, 1, 0, 0, const_cast<int*>(w3), 0}, column{1, 3, 0, 0, const_cast<int*>(w3), 0};
+  std::vector<MoxConvKernel*> many(101, &good);
+  const struct Case {
+    const char* func;
+    int line;
+    std::function<void(MoxImage*, MoxImage*)> call;
+    const char* text;
+    unsigned depth = MOX_DEPTH_8U;
+  } cases[] = {
+      {"moxConvolve2D", 120, conv({}, 1), "(kernel == NULL)"},
+      {"moxConvolve2D", 121, conv({&good}, 0), "(nKernels < 1 || nKernels > 100)"},
+      {"moxConvolve2D", 121, conv(many), "(nKernels < 1 || nKernels > 100)"},
+      {"moxConvolve2D", 122, conv({&good}, 1, 5), "(combineMethod < MOX_SUM || combineMethod > MOX_MIN)"},
+      {"moxConvolve2D", 123, conv({&good}), "(dstImage->depth == MOX_DEPTH_1U)", MOX_DEPTH_1U},
+      {"moxConvolve2D", 124, conv({&good, nullptr}), "(kernel[1] == NULL)"},
+      {"moxConvolve2D", 125, conv({bad[0]}), "(kernel[0]->nCols <= 0 || kernel[0]->nRows <= 0)"},
+      {"moxConvolve2D", 126, conv({&good, bad[1]}), "(kernel[1]->anchorX < 0 || kernel[1]->anchorX >= nCols)"},
+      {"moxConvolve2D", 127, conv({bad[2]}), "(kernel[0]->anchorY < 0 || kernel[0]->anchorY >= nRows)"},
+      {"moxConvolve2D", 128, conv({bad[3]}), "(kernel[0]->values == NULL)"},
+      {"moxConvolve2D", 129, conv({bad[4]}), "(kernel[0]->nShiftR < 0 || kernel[0]->nShiftR > 31)"},
+      {"moxConvolve2D", 130, conv({&heavy}), "(sum of |kernel[0]->values| * largest pixel > 2^62)", MOX_DEPTH_32S},
+      {"moxConvolveSep2D", 221, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, bad[1], nullptr); },
+       "(xKernel->anchorX < 0 || xKernel->anchorX >= nCols)"},
+      {"moxConvolveSep2D", 225, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, &good, nullptr); },
+       "(xKernel->nRows != 1)"},
+      {"moxConvolveSep2D", 234, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, &row, bad[4]); },
+       "(yKernel->nShiftR < 0 || yKernel->nShiftR > 31)"},
+      {"moxConvolveSep2D", 235, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, nullptr, &row); },
+       "(yKernel->nCols != 1)"},
+      {"moxConvolveSep2D", 236, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, &row, &column); },
+       "(dstImage->depth == MOX_DEPTH_1U)", MOX_DEPTH_1U},
+      {"moxBlur", 320, [](MoxImage* s, MoxImage* d) { moxBlur(s, d, 0, 3, 0, 0); }, "(nCols <= 0)"},
+      {"moxMinFilter", 421, [](MoxImage* s, MoxImage* d) { moxMinFilter(s, d, 3, -2, 0, 0); }, "(nRows <= 0)"},
+      {"moxMaxFilter", 522, [](MoxImage* s, MoxImage* d) { moxMaxFilter(s, d, 3, 3, 3, 0); },
+       "(anchorX < 0 || anchorX >= nCols)"},
+      {"moxMedianFilter", 623, [](MoxImage* s, MoxImage* d) { moxMedianFilter(s, d, 3, 3, 0, -1); },
+       "(anchorY < 0 || anchorY >= nRows)"},
+      {"moxBlur", 300, [](MoxImage* s, MoxImage* d) { s->align = 3; moxBlur(s, d, 3, 3, 1, 1); },
+       "Image align is invalid"},
+      {"moxMedianFilter", 601, [](MoxImage* s, MoxImage*) { moxMedianFilter(s, nullptr, 3, 3, 1, 1); },
+       "Image header is null"},
+      {"moxMinFilter", 402, [](MoxImage* s, MoxImage* d) {
+         s->depth = MOX_DEPTH_8S;
+         moxMinFilter(s, d, 3, 3, 1, 1);
+       }, "(srcImage->depth != dstImage->depth)"},
+      {"moxConvolve2D", 104, [&](MoxImage* s, MoxImage* d) {
+         s->roi = moxCreateROI(1, 0, 0, 3, 3);
+         MoxConvKernel* k = &good;
+         moxConvolve2D(s, d, &k, 1, MOX_SUM);
+       }, "(nChSrc != nChDst)"},
+      // A border mode that is none leaves the window outside the image.
+      {"moxBlur", 315, [](MoxImage* s, MoxImage* d) {
+         moxSetBorderMode(s, 9, MOX_SIDE_ALL, 0);
+         moxBlur(s, d, 3, 3, 1, 1);
+       }, "(srcImage->borderMode[0] < MOX_BORDER_CONSTANT || srcImage->borderMode[0] > MOX_BORDER_WRAP)"},
+  };
+  Capture capture;
+  for (const Case& c : cases) {
+    const int ch = c.depth == MOX_DEPTH_1U ? 1 : 2;
+    Image s({c.depth, ch, 0, 6, 7}, 1), d({c.depth, ch, 0, 6, 7}, 2);
+    const auto before = d.bytes();
+    c.call(s, d);
+    expectReport(c.func, c.text, c.line, "moxfilt");
+    EXPECT_TRUE(reports().empty()) << c.text;
+    EXPECT_EQ(d.bytes(), before) << c.text;
+  }
+  for (MoxConvKernel* k : bad) delete k;
+  // A window too large for any source block.
+  Image s({MOX_DEPTH_8U, 1, 0, 6, 7}, 1), d({MOX_DEPTH_8U, 1, 0, 6, 7}, 2);
+  const auto before = d.bytes();
+  moxMaxFilter(s, d, 0x7FFFFFFF, 1, 0x7FFFFFFE, 0);
+  moxErode(s, d, 0x7FFFFFFF);  // as many steps as the image is large: fine
+  ASSERT_EQ(reports().size(), 1u);
+  EXPECT_EQ(std::make_tuple(reports()[0].status, reports()[0].line, reports()[0].message),
+            std::make_tuple(int(MOX_StsOutOfMemory), 516, std::string("Out of memory")));
+  EXPECT_NE(d.bytes(), before);  // the erosion ran
+}
+
+}  // namespace
