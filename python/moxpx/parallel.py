@@ -1,0 +1,272 @@
+"""One operation over many threads, one destination tile per call.
+
+The destination is a tiled image: its tiles come from a call-back that hands
+out pieces of the result array (or of a memory-mapped raw file), and every
+call of the operation names one destination tile through `mapping`. Sources
+are plain images over numpy arrays, or tiled images over raw files, whose
+pages are let go after each tile so that memory stays flat in the image size.
+"""
+
+import ctypes
+import mmap
+import numbers
+import os
+import threading
+from concurrent.futures import ThreadPoolExecutor
+
+import numpy as np
+
+from . import _lib
+from ._image import DEPTHS, Image, shape_of, _step
+from ._lib import MoxImage, MoxTileInfo, MoxTileCallBack
+from ._ops import _CONVERT, _pair, image_of, new_array
+
+_PAGE = mmap.PAGESIZE
+
+
+class RawFile:
+    """A raw image file (rows of pixels, no header) mapped into memory.
+
+    shape: (rows, columns) or (rows, columns, channels); mode "r" reads an
+    existing file, "r+" reads and writes it, "w+" creates (or truncates) it.
+    As a source or destination of `parallel` it is a tiled image: each tile is
+    read from (written to) the mapping and its pages are let go afterwards.
+    """
+
+    def __init__(self, path, shape, dtype=np.uint8, mode="r"):
+        self.path, self.shape, self.dtype = path, tuple(shape), np.dtype(dtype)
+        size = int(np.prod(self.shape)) * self.dtype.itemsize
+        flags = {"r": os.O_RDONLY, "r+": os.O_RDWR, "w+": os.O_RDWR | os.O_CREAT | os.O_TRUNC}
+        fd = os.open(path, flags[mode], 0o644)
+        try:
+            if mode == "w+":
+                os.ftruncate(fd, size)
+            access = mmap.ACCESS_READ if mode == "r" else mmap.ACCESS_WRITE
+            self._map = mmap.mmap(fd, size, access=access)
+        finally:
+            os.close(fd)
+        self.writable = mode != "r"
+        self.array = np.frombuffer(self._map, self.dtype).reshape(self.shape)
+
+    def release(self, start, stop):
+        """Lets the mapped pages of bytes [start, stop) go (the file keeps them)."""
+        first = start // _PAGE * _PAGE
+        last = min(len(self._map), -(-stop // _PAGE) * _PAGE)
+        if last > first and hasattr(self._map, "madvise"):
+            self._map.madvise(mmap.MADV_DONTNEED, first, last - first)
+
+    def close(self):
+        self.array = None
+        self._map.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+
+
+class TiledImage:
+    """A tiled MoxImage over an array or a RawFile, for one thread.
+
+    A tile is handed out in place when its rows are rows of the array (a tile
+    as wide as the image, with the array's own row step); otherwise it is
+    copied into a buffer (and, for writing, copied back on release).
+    """
+
+    def __init__(self, store, tile, written, registry):
+        self.store = store if isinstance(store, RawFile) else None
+        a = store.array if self.store is not None else store
+        if a.dtype not in DEPTHS or a.dtype == np.bool_:
+            raise TypeError("tiled images are uint8, int8, uint16, int16 or int32 arrays")
+        self.array, self.written = a, written
+        h, w, c = shape_of(a)
+        self.height, self.width, self.channels = h, w, c
+        self.tw, self.th = int(tile[0]), int(tile[1])
+        bits = a.itemsize * 8
+        self.step = _step(self.tw, bits, c)
+        self.in_place = (a.flags.c_contiguous and self.step == a.strides[0] and
+                         self.tw >= w)
+        self.buffer = None if self.in_place else np.zeros(self.step * self.th, np.uint8)
+        self.held = None
+        self.error = None
+        self.info = MoxTileInfo()
+        self.info.callBack = registry.callback
+        self.info.width, self.info.height = self.tw, self.th
+        hdr = MoxImage()
+        hdr.headerSize = ctypes.sizeof(MoxImage)
+        hdr.nChannels = c
+        hdr.depth = DEPTHS[a.dtype]
+        hdr.align = 4
+        hdr.height, hdr.width = h, w
+        hdr.tileInfo = ctypes.pointer(self.info)
+        self.header = hdr
+        self.pointer = ctypes.byref(hdr)
+        registry.images[ctypes.addressof(hdr)] = self
+
+    def _rect(self, tx, ty):
+        x0, y0 = tx * self.tw, ty * self.th
+        return x0, y0, max(0, min(self.tw, self.width - x0)), max(0, min(self.th, self.height - y0))
+
+    def _tile_view(self, w, h):
+        c = self.channels
+        rows = self.buffer[:self.step * self.th].reshape(self.th, self.step)
+        v = rows[:h, :w * c * self.array.itemsize].view(self.array.dtype)
+        return v.reshape(h, w) if self.array.ndim == 2 else v.reshape(h, w, c)
+
+    def _let_go(self):
+        tx, ty, mode = self.held
+        self.held = None
+        x0, y0, w, h = self._rect(tx, ty)
+        if not self.in_place and mode == _lib.GET_TILE_TO_WRITE and w and h:
+            self.array[y0:y0 + h, x0:x0 + w] = self._tile_view(w, h)
+        if self.store is not None and h:
+            stride = self.array.strides[0]
+            self.store.release(y0 * stride, (y0 + h) * stride)
+
+    def serve(self, tx, ty, mode):
+        if mode == _lib.RELEASE_TILE:
+            if self.held is not None:
+                self._let_go()
+            self.info.tileData = None
+            return
+        if self.held is not None and self.held[:2] == (tx, ty):
+            return  # asked again for the tile it holds
+        if self.held is not None:
+            self._let_go()
+        x0, y0, w, h = self._rect(tx, ty)
+        self.held = (tx, ty, mode)
+        if self.in_place:
+            self.info.tileData = self.array.ctypes.data + y0 * self.array.strides[0]
+            return
+        if mode == _lib.GET_TILE_TO_READ and w and h:
+            self._tile_view(w, h)[...] = self.array[y0:y0 + h, x0:x0 + w]
+        self.info.tileData = self.buffer.ctypes.data
+
+
+class _Registry:
+    """The tiled images of one run, found by header address from the one
+    call-back."""
+
+    def __init__(self):
+        self.images = {}
+        self.callback = MoxTileCallBack(self._serve)
+
+    def _serve(self, image, tx, ty, mode):
+        t = self.images.get(ctypes.cast(image, ctypes.c_void_p).value)
+        if t is None:
+            return
+        try:
+            t.serve(tx, ty, mode)
+        except BaseException as e:  # reported as a tile failure; raised after the call
+            t.error = t.error or e
+            t.info.tileData = None
+
+
+def _resolve(op, args):
+    scalar = getattr(op, "scalar_form", None)
+    if scalar is not None and len(args) > 1 and isinstance(args[1], numbers.Integral):
+        return scalar
+    return op
+
+
+def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=None, **kw):
+    """Runs a moxpx operation tile by tile on `threads` threads (default: the
+    processors) and returns its result, equal to the single call's.
+
+    op: a moxpx function whose library call takes a destination tile
+    (`mapping`), e.g. moxpx.add, moxpx.not_, moxpx.threshold is not one.
+    args: its arguments; images are numpy arrays (read in place) or RawFiles
+    (read tile by tile). tile=(width, height): the destination tile size, a
+    multiple of 8 each; tiles as wide as the image with the array's own row
+    step are handed out without copying. out: the result array or a writable
+    RawFile (a new array when None). roi/coi: the region of every image.
+    """
+    op = _resolve(op, args)
+    spec = getattr(op, "op", None)
+    if spec is None or "m" not in spec.layout or spec.layout.count("d") != 1:
+        raise ValueError("moxpx.parallel runs operations that write a destination tile "
+                         "by tile (whose call takes `mapping`)")
+    bound = op.bind(*args, **kw)
+    bound.apply_defaults()
+    v = bound.arguments
+    names = [n for n in bound.signature.parameters if n in ("a", "b", "c", "image")]
+    sources = [v[n] for n in names]
+    scalars = [_CONVERT[kind](v[p]) for p, kind, _ in spec.params]
+    plain = [None if isinstance(s, RawFile) else image_of(s, roi, coi) for s in sources]
+    if out is None:
+        proto = [p if p is not None else Image(np.zeros((1, 1) + s.shape[2:], s.dtype))
+                 for p, s in zip(plain, sources)]
+        for i, s in enumerate(sources):
+            if isinstance(s, RawFile):
+                proto[i].height, proto[i].width = s.shape[0], s.shape[1]
+        h, w, c, dtype = spec.dst(proto)
+        out = new_array(h, w, c, dtype)
+    target = out.array if isinstance(out, RawFile) else out
+    if not isinstance(target, np.ndarray) or not target.flags.writeable:
+        raise ValueError("out is a writable array or a RawFile opened for writing")
+    th_, tw_ = target.shape[0], target.shape[1]
+    tw, tht = int(tile[0]), int(tile[1])
+    x0, y0, rw, rh = (0, 0, tw_, th_) if roi is None else tuple(int(t) for t in roi)
+    x1, y1 = min(x0 + rw, tw_), min(y0 + rh, th_)
+    tiles = [(tx, ty) for ty in range(y0 // max(tht, 1), max(y1 - 1, 0) // max(tht, 1) + 1)
+             for tx in range(x0 // max(tw, 1), max(x1 - 1, 0) // max(tw, 1) + 1)]
+    n = threads or os.cpu_count() or 1
+    fn = _lib.functions[spec.cname]
+    local = threading.local()
+    made = []
+    lock = threading.Lock()
+
+    def images_of_thread():
+        mine = getattr(local, "images", None)
+        if mine is None:
+            reg = _Registry()
+            srcs = [p if p is not None else TiledImage(s, (tw, tht), False, reg)
+                    for p, s in zip(plain, sources)]
+            dst = TiledImage(out, (tw, tht), True, reg)
+            if roi is not None or coi:
+                dst.roi = _ops_roi(roi, coi, dst.width, dst.height)
+                dst.header.roi = ctypes.pointer(dst.roi)
+            for s in srcs:
+                if isinstance(s, TiledImage) and (roi is not None or coi):
+                    s.roi = _ops_roi(roi, coi, s.width, s.height)
+                    s.header.roi = ctypes.pointer(s.roi)
+            mine = local.images = (reg, srcs, dst)
+            with lock:
+                made.append(mine)
+        return mine
+
+    def one(t):
+        reg, srcs, dst = images_of_thread()
+        it_src, it_sc = iter(srcs), iter(scalars)
+        cargs = []
+        for k in spec.layout:
+            if k == "s":
+                cargs.append(next(it_src).pointer)
+            elif k == "d":
+                cargs.append(dst.pointer)
+            elif k == "m":
+                cargs.append(_pair(t))
+            else:
+                cargs.append(next(it_sc))
+        try:
+            _lib.call(fn, *cargs)
+        finally:
+            for s in srcs + [dst]:
+                if isinstance(s, TiledImage) and s.error is not None:
+                    e, s.error = s.error, None
+                    raise e
+
+    if n <= 1 or len(tiles) <= 1:
+        for t in tiles:
+            one(t)
+    else:
+        with ThreadPoolExecutor(max_workers=n) as pool:
+            for f in [pool.submit(one, t) for t in tiles]:
+                f.result()
+    return out
+
+
+def _ops_roi(roi, coi, width, height):
+    from ._image import roi_record
+    return roi_record(roi, coi, width, height)
