@@ -323,9 +323,9 @@ decimate.__name__ = "decimate"
 FFT_FORWARD, FFT_INVERSE, FFT_NOSCALE, FFT_USEALPHA = 1, 2, 4, 8
 
 
-def _fft(cname, forward_default, doc):
-    def f(image, *, inverse=not forward_default, scale=True, use_alpha=False, dtype=None,
-          out=None, roi=None, coi=None):
+def _fft(cname, forward_default, default_type, doc):
+    def f(image, *, inverse=not forward_default, scale=True, use_alpha=False,
+          dtype=default_type, out=None, roi=None, coi=None):
         flags = (FFT_INVERSE if inverse else FFT_FORWARD)
         if inverse and not scale:
             flags |= FFT_NOSCALE
@@ -344,18 +344,18 @@ inverse: run the transform in the inverse direction (exponent sign -1),
 scaled by 1/(width*height) unless scale=False; the forward direction has
 exponent sign +1 and no scaling (so for a real image the forward spectrum is
 the complex conjugate of numpy.fft.rfft2's). use_alpha: transform the alpha
-channel too. Results are rounded to nearest and saturated to dtype (the
-image's own by default). A new result has the whole image's size; the ROI of
+channel too. Results are rounded to nearest and saturated to dtype (None: the
+image's own). A new result has the whole image's size; the ROI of
 roi= is transformed into the same place. The work tables belong to the
 calling thread, so threads may transform at once."""
     return f
 
 
-real_fft2d = _fft("moxRealFft2D", True,
+real_fft2d = _fft("moxRealFft2D", True, np.int32,
                   "Two-dimensional FFT of real samples into a packed spectrum (see "
                   "moxpx.unpack_spectrum for its layout).")
 real_fft2d.__name__ = "real_fft2d"
-ccs_fft2d = _fft("moxCcsFft2D", False,
+ccs_fft2d = _fft("moxCcsFft2D", False, None,
                  "Two-dimensional FFT of a packed spectrum into real samples (inverse by "
                  "default).")
 ccs_fft2d.__name__ = "ccs_fft2d"
