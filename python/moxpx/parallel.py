@@ -139,7 +139,7 @@ class TiledImage:
         if self.in_place:
             self.info.tileData = self.array.ctypes.data + y0 * self.array.strides[0]
             return
-        if mode == _lib.GET_TILE_TO_READ and w and h:
+        if w and h:  # a written tile too: the call may write only part of it
             self._tile_view(w, h)[...] = self.array[y0:y0 + h, x0:x0 + w]
         self.info.tileData = self.buffer.ctypes.data
 
@@ -257,13 +257,17 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
                     e, s.error = s.error, None
                     raise e
 
-    if n <= 1 or len(tiles) <= 1:
-        for t in tiles:
-            one(t)
-    else:
-        with ThreadPoolExecutor(max_workers=n) as pool:
-            for f in [pool.submit(one, t) for t in tiles]:
-                f.result()
+    try:
+        if n <= 1 or len(tiles) <= 1:
+            for t in tiles:
+                one(t)
+        else:
+            with ThreadPoolExecutor(max_workers=n) as pool:
+                for f in [pool.submit(one, t) for t in tiles]:
+                    f.result()
+    finally:
+        for reg, _, _ in made:  # the call-back and its images refer to each other
+            reg.images.clear()
     return out
 
 
