@@ -11,6 +11,8 @@ moxpx.dask applies operations to dask arrays block by block.
 
 import numbers as _numbers
 
+import numpy as _np
+
 from ._lib import MoxError, MoxImage, MoxROI, MoxTileInfo, MoxTileCallBack, lib, library_path
 from ._image import Image
 from ._ops import FUNCTIONS as _FUNCTIONS, run, raw, available
@@ -36,7 +38,8 @@ def _with_scalar(name, scalar_name):
     scalar_op = _FUNCTIONS[scalar_name]
 
     def f(a, b, *args, **kw):
-        if isinstance(b, _numbers.Integral):
+        if type(b) is int or (not isinstance(b, _np.ndarray) and
+                              isinstance(b, _numbers.Integral)):
             return scalar_op(a, int(b), *args, **kw)
         return image_op(a, b, *args, **kw)
     f.__name__ = f.__qualname__ = name

@@ -1,6 +1,8 @@
 """numpy arrays described by MoxImage headers."""
 
 import ctypes
+import struct
+import weakref
 
 import numpy as np
 
@@ -60,6 +62,39 @@ def roi_record(roi, coi, width, height):
     return r
 
 
+_pointers = {}
+
+
+def data_pointer(a):
+    """The address of an array's first element. Asking numpy costs
+    microseconds, so the answer is kept while the array lives (an array's
+    buffer only moves when it is resized, which changes its shape)."""
+    key = id(a)
+    e = _pointers.get(key)
+    if e is not None and e[0]() is a and e[1] == a.shape:
+        return e[2]
+    p = address(a)
+    _pointers[key] = (weakref.ref(a, lambda _, key=key: _pointers.pop(key, None)), a.shape, p)
+    return p
+
+
+def address(a):
+    """The address of an array's first element, by the quicker way where
+    the array is writable."""
+    f = a.flags
+    if f.writeable and f.c_contiguous and a.size:
+        return ctypes.addressof(ctypes.c_char.from_buffer(a))
+    return a.ctypes.data
+
+
+_SIZE = ctypes.sizeof(MoxImage)
+# The header's fields in order, for building one in a single step.
+_RECORD = struct.Struct("@iiiiI4s4siiiiiPPPPiPi4i4iP")
+assert _RECORD.size == _SIZE
+_GRAY = b"GRAY"
+_RGB = b"RGB"
+
+
 class Image:
     """A MoxImage header over a numpy array.
 
@@ -75,47 +110,69 @@ class Image:
     (channels, rows, columns), one plane per channel.
     roi: (x, y, width, height) region of interest; coi: channel of interest
     (1-based, 0 for all). alpha: 1-based alpha channel (0 for none).
+    model: the colour model ("RGB", "HSV", "HLS", ...; default "GRAY" for
+    one channel, else "RGB"); order: the channel order ("RGB" or "BGR").
     border: "constant", "replicate", "reflect", "wrap", or (mode, constant),
     for all four sides (used by neighbourhood operations).
     written: the library will write this image.
     """
 
     __slots__ = ("array", "header", "roi", "planar", "written", "copied", "_buffer", "_view",
-                 "height", "width", "channels", "__weakref__")
+                 "height", "width", "channels", "pointer", "__weakref__")
 
     def __init__(self, array, roi=None, coi=0, planar=False, alpha=0, border=None,
-                 written=False):
-        a = array if isinstance(array, np.ndarray) else np.asarray(array)
+                 written=False, model=None, order=None):
+        a = array if type(array) is np.ndarray else np.asarray(array)
         depth = DEPTHS.get(a.dtype)
         if depth is None or not a.dtype.isnative:
             raise TypeError("moxpx images are uint8, int8, uint16, int16, int32 or bool "
                             "arrays in native byte order; got %s" % a.dtype)
         if written and not a.flags.writeable:
             raise ValueError("the array the result goes to is read-only")
-        h, w, c = shape_of(a, planar)
+        shape = a.shape
+        if a.ndim == 2 and not planar:
+            h, w, c = shape[0], shape[1], 1
+        else:
+            h, w, c = shape_of(a, planar)
         self.array, self.planar, self.written = a, planar, written
         self.height, self.width, self.channels = h, w, c
-        hdr = MoxImage()
-        hdr.headerSize = ctypes.sizeof(MoxImage)
-        hdr.nChannels = c
-        hdr.alphaChannel = int(alpha)
-        hdr.depth = depth
-        hdr.colorModel = b"GRAY" if c == 1 else b"RGB"
-        hdr.channelSeq = b"GRAY" if c == 1 else b"RGB"
-        hdr.dataOrder = 1 if planar else 0
-        hdr.align = _ALIGN
-        hdr.height, hdr.width = h, w
-        self.header = hdr
-        self.roi = roi_record(roi, coi, w, h)
-        if self.roi is not None:
-            hdr.roi = ctypes.pointer(self.roi)
+        self._buffer = self._view = None
+        self.copied = False
+        if roi is None and not coi:
+            self.roi = None
+            roi_at = 0
+        else:
+            self.roi = roi_record(roi, coi, w, h)
+            roi_at = ctypes.addressof(self.roi)
+        if model is None:
+            model = _GRAY if c == 1 else _RGB
+        elif type(model) is str:
+            model = model.encode("ascii")
+        if order is None:
+            order = _GRAY if c == 1 else _RGB
+        elif type(order) is str:
+            order = order.encode("ascii")
+        ptr = step = size = 0
+        # The common case: a packed array with aligned rows of whole words.
+        if a.flags.c_contiguous and depth != _lib.DEPTH_1U and not planar and h and w:
+            step = a.strides[0] if h > 1 else w * c * a.itemsize
+            size = step * h
+            if step % _ALIGN == 0 and size <= _INT_MAX:
+                ptr = data_pointer(a)
+                if ptr % _ALIGN:
+                    ptr = 0
+        hdr = self.header = MoxImage.from_buffer_copy(_RECORD.pack(
+            _SIZE, 0, c, int(alpha), depth, model, order, 1 if planar else 0, 0, _ALIGN, h, w,
+            roi_at, 0, 0, 0, size if ptr else 0, ptr, step if ptr else 0, 0, 0, 0, 0, 0, 0, 0,
+            0, 0))
+        self.pointer = ctypes.byref(hdr)
         if border is not None:
             mode, const = (border, 0) if isinstance(border, (str, int)) else border
             mode = BORDERS[mode] if isinstance(mode, str) else int(mode)
             for i in range(4):
                 hdr.borderMode[i], hdr.borderConst[i] = mode, int(const)
-        self._buffer = self._view = None
-        self.copied = False
+        if ptr:
+            return
         self._point(a, depth, h, w, c)
 
     def _point(self, a, depth, h, w, c):
@@ -132,7 +189,7 @@ class Image:
             else:
                 dense = a.strides[1] == item * c and (a.ndim == 2 or a.strides[2] == item)
                 step = a.strides[0]
-            ptr = a.ctypes.data
+            ptr = data_pointer(a)
             if (dense and step >= row_bytes and step % _ALIGN == 0 and ptr % _ALIGN == 0
                     and (step == row_bytes or not self.written)):
                 size = step * h * planes
@@ -163,11 +220,6 @@ class Image:
         hdr.widthStep = step
         hdr.imageSize = size
 
-    @property
-    def pointer(self):
-        """The header as a pointer argument."""
-        return ctypes.byref(self.header)
-
     def finish(self):
         """Copies the pixels of a copied image that the library wrote back
         into its array."""
@@ -190,3 +242,61 @@ class Image:
 
     def work_channels(self):
         return 1 if self.roi is not None and self.roi.coi else self.channels
+
+
+_headers = {}
+
+
+def plain_pointer(a, written=False):
+    """The header of a whole array that needs no copy, as a pointer
+    argument, or None when the array needs an Image of its own. Headers are
+    kept while their arrays live, so a call with the same arrays again
+    builds nothing."""
+    key = id(a)
+    e = _headers.get(key)
+    if (e is not None and e[0]() is a and e[1] == a.shape and e[2] == a.strides and
+            e[3] is a.dtype):
+        if written and not a.flags.writeable:
+            raise ValueError("the array the result goes to is read-only")
+        return e[4]
+    p = packed_pointer(a, written)
+    if p is None:
+        return None
+    _headers[key] = (weakref.ref(a, lambda _, key=key: _headers.pop(key, None)), a.shape,
+                     a.strides, a.dtype, p)
+    return p
+
+
+def packed_pointer(a, written=False):
+    """The header of a whole C-contiguous array with aligned rows of whole
+    words, as a pointer argument; None for any other array."""
+    depth = DEPTHS.get(a.dtype)
+    if (depth is None or depth == _lib.DEPTH_1U or not a.flags.c_contiguous or
+            not a.dtype.isnative or (written and not a.flags.writeable)):
+        return None
+    shape = a.shape
+    if len(shape) == 2:
+        h, w, c = shape[0], shape[1], 1
+    elif len(shape) == 3:
+        h, w, c = shape
+    else:
+        return None
+    step = w * c * a.itemsize
+    if not h or step % _ALIGN or step * h > _INT_MAX:
+        return None
+    ptr = address(a)
+    if ptr % _ALIGN:
+        return None
+    model = _GRAY if c == 1 else _RGB
+    return ctypes.byref(MoxImage.from_buffer_copy(_RECORD.pack(
+        _SIZE, 0, c, 0, depth, model, model, 0, 0, _ALIGN, h, w, 0, 0, 0, 0, step * h, ptr,
+        step, 0, 0, 0, 0, 0, 0, 0, 0, 0)))
+
+
+def geometry(s):
+    """(x, y, width, height, working channels, dtype, planar) of an Image or
+    of a whole array."""
+    if type(s) is np.ndarray:
+        return (0, 0, s.shape[1], s.shape[0], s.shape[2] if s.ndim == 3 else 1, s.dtype, False)
+    x, y, w, h = s.rect()
+    return x, y, w, h, s.work_channels(), s.array.dtype, s.planar

@@ -8,7 +8,7 @@ import numbers
 import numpy as np
 
 from . import _lib
-from ._image import Image, shape_of
+from ._image import Image, geometry, packed_pointer, plain_pointer, shape_of
 
 INTERPOLATIONS = {"nn": 0, "nearest": 0, "linear": 1, "cubic": 2}
 
@@ -39,22 +39,26 @@ _CONVERT = {
 }
 
 
-def image_of(a, roi, coi, written=False):
+def image_of(a, roi, coi, written=False, model=None):
     """An Image for an argument: an Image passes as it is (its own ROI)."""
-    if isinstance(a, Image):
+    if type(a) is Image:
         if written and not a.written:
             raise ValueError("an Image the library writes must be made with written=True")
         return a
-    return Image(a, roi=roi, coi=coi, written=written)
+    return Image(a, roi, coi, written=written, model=model)
 
 
 def like_sources(srcs):
     """The default destination: the common region of the sources, with the
-    first source's type and working channels."""
+    first source's type and working channels. Sources are Images or whole
+    arrays."""
     first = srcs[0]
-    w = min(s.rect()[2] for s in srcs)
-    h = min(s.rect()[3] for s in srcs)
-    return h, w, first.work_channels(), first.array.dtype
+    if type(first) is np.ndarray and all(type(s) is np.ndarray for s in srcs):
+        h = min(s.shape[0] for s in srcs)
+        w = min(s.shape[1] for s in srcs)
+        return h, w, first.shape[2] if first.ndim == 3 else 1, first.dtype
+    g = [geometry(s) for s in srcs]
+    return min(x[3] for x in g), min(x[2] for x in g), g[0][4], g[0][5]
 
 
 def new_array(h, w, c, dtype, planar=False):
@@ -64,7 +68,7 @@ def new_array(h, w, c, dtype, planar=False):
 
 
 def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None,
-        dst=like_sources, layout="sd", dst_planar=None, dst_region=False):
+        dst=like_sources, layout="sd", dst_planar=None, dst_region=False, models=None):
     """Runs one library operation.
 
     images: the image arguments that are not the destination (sources first,
@@ -73,7 +77,8 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     place, m: the mapping, . a scalar in order).
     dst: how to shape a new destination, given the source Images: a function
     returning (height, width, channels, dtype). dst_region: a new destination
-    takes the roi and coi keywords too (it has the sources' size).
+    takes the roi and coi keywords too (it has the sources' size). models:
+    the colour model of each image made from an array, in argument order.
     Returns the destination array, or the arrays written in place, or the
     function's own result when it has no image to return.
     """
@@ -84,25 +89,45 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     it = iter(images)
     sc = iter(scalars)
     srcs, written, args = [], [], []
-    dst_img = None
-    for k in layout:
+    dst_img = result_array = None
+    plain = roi is None and not coi and not models
+    for i, k in enumerate(layout):
         if k == "s":
-            img = image_of(next(it), roi, coi)
+            img = next(it)
+            p = plain_pointer(img) if plain and type(img) is np.ndarray else None
+            if p is None:
+                if type(img) is not Image:
+                    img = Image(img, roi, coi, model=models[i] if models else None)
+                p = img.pointer
             srcs.append(img)
-            args.append(img.pointer)
+            args.append(p)
         elif k == "w":
-            img = image_of(next(it), roi, coi, written=True)
+            img = image_of(next(it), roi, coi, written=True, model=models[i] if models else None)
             written.append(img)
             args.append(img.pointer)
         elif k == "d":
             if out is None:
                 h, w, c, dtype = dst(srcs)
-                planar = srcs[0].planar if dst_planar is None and srcs else bool(dst_planar)
+                planar = (geometry(srcs[0])[6] if dst_planar is None and srcs
+                          else bool(dst_planar))
+                if plain and not planar:
+                    result_array = new_array(h, w, c, dtype)
+                    p = packed_pointer(result_array, True)
+                    if p is not None:
+                        args.append(p)
+                        continue
                 dst_img = Image(new_array(h, w, c, dtype, planar), planar=planar,
                                 roi=roi if dst_region else None,
-                                coi=coi if dst_region else None, written=True)
+                                coi=coi if dst_region else None, written=True,
+                                model=models[i] if models else None)
             else:
-                dst_img = image_of(out, roi, coi, written=True)
+                p = plain_pointer(out, True) if plain and type(out) is np.ndarray else None
+                if p is not None:
+                    args.append(p)
+                    result_array = out
+                    continue
+                dst_img = image_of(out, roi, coi, written=True,
+                                   model=models[i] if models else None)
             written.append(dst_img)
             args.append(dst_img.pointer)
         elif k == "m":
@@ -113,9 +138,12 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
             args.append(next(sc))
     result = _lib.call(fn, *args)
     for img in written:
-        img.finish()
+        if img.copied:
+            img.finish()
     if dst_img is not None:
         return dst_img.array
+    if result_array is not None:
+        return result_array
     if written:
         return written[0].array if len(written) == 1 else tuple(w.array for w in written)
     return result
@@ -129,11 +157,13 @@ class Op:
     uint, float, bool, inter, pair); `layout` spells the C argument order (see
     `run`); `dst` shapes a new destination; `margin`, for neighbourhood
     operations, gives the (rows, columns) of source pixels a result pixel
-    reads on either side, from the bound arguments."""
+    reads on either side, from the bound arguments; `models`, the colour
+    model of each image argument made from an array, in C order."""
 
-    def __init__(self, name, cname, layout, params="", doc="", dst=like_sources, margin=None):
+    def __init__(self, name, cname, layout, params="", doc="", dst=like_sources, margin=None,
+                 models=None):
         self.name, self.cname, self.layout, self.dst, self.doc = name, cname, layout, dst, doc
-        self.margin = margin
+        self.margin, self.models = margin, models
         self.params = []
         for p in params.split():
             spec, _, default = p.partition("=")
@@ -141,34 +171,30 @@ class Op:
             self.params.append((pname, kind, eval(default, {}) if default else inspect._empty))
 
     def function(self):
-        op = self
-        n_images = sum(op.layout.count(k) for k in "sw")
-        image_names = ([("a", "b", "c")[i] for i in range(n_images)] if n_images > 1
-                       else ["image"])
-
-        def f(*args, **kw):
-            bound = sig.bind(*args, **kw)
-            bound.apply_defaults()
-            v = bound.arguments
-            images = [v[n] for n in image_names]
-            scalars = [_CONVERT[kind](v[p]) for p, kind, _ in op.params]
-            extra = {k: v[k] for k in ("out", "roi", "coi", "mapping") if k in v}
-            return run(op.cname, images, scalars, dst=op.dst, layout=op.layout, **extra)
-
-        P = inspect.Parameter
-        ps = [P(n, P.POSITIONAL_OR_KEYWORD) for n in image_names]
-        ps += [P(p, P.POSITIONAL_OR_KEYWORD, default=d) for p, _, d in op.params]
-        if "d" in op.layout:
-            ps.append(P("out", P.KEYWORD_ONLY, default=None))
-        ps += [P("roi", P.KEYWORD_ONLY, default=None), P("coi", P.KEYWORD_ONLY, default=None)]
-        if "m" in op.layout:
-            ps.append(P("mapping", P.KEYWORD_ONLY, default=None))
-        sig = inspect.Signature(ps)
-        f.__signature__ = sig
-        f.bind = lambda *a, **k: sig.bind(*a, **k)
-        f.__name__ = f.__qualname__ = op.name
-        f.__doc__ = "%s\n\nCalls %s. %s" % (op.doc, op.cname, _COMMON_DOC)
-        f.op = op
+        """The Python function of the operation, with a plain signature."""
+        n_images = sum(self.layout.count(k) for k in "sw")
+        images = ["a", "b", "c"][:n_images] if n_images > 1 else ["image"]
+        ns = {"_run": run, "_op": self, "_convert": [_CONVERT[k] for _, k, _ in self.params],
+              "_defaults": [d for _, _, d in self.params]}
+        params = list(images)
+        for i, (p, _, d) in enumerate(self.params):
+            params.append(p if d is inspect._empty else "%s=_defaults[%d]" % (p, i))
+        keywords = (["out=None"] if "d" in self.layout else []) + ["roi=None", "coi=None"]
+        if "m" in self.layout:
+            keywords.append("mapping=None")
+        passed = ["%s=%s" % (k.split("=")[0], k.split("=")[0]) for k in keywords]
+        scalars = "".join("_convert[%d](%s), " % (i, p) for i, (p, _, _) in enumerate(self.params))
+        code = ("def {name}({params}, *, {keywords}):\n"
+                "    return _run(_op.cname, ({images}), ({scalars}), {passed}, dst=_op.dst,\n"
+                "                layout=_op.layout, models=_op.models)\n").format(
+            name=self.name, params=", ".join(params), keywords=", ".join(keywords),
+            images="".join(i + ", " for i in images), scalars=scalars,
+            passed=", ".join(passed))
+        exec(code, ns)
+        f = ns[self.name]
+        f.__doc__ = "%s\n\nCalls %s. %s" % (self.doc, self.cname, _COMMON_DOC)
+        f.op = self
+        f.bind = inspect.signature(f).bind
         return f
 
 
@@ -260,12 +286,12 @@ TABLE = [
     # colour
     Op("color_to_gray", "moxColorToGray", _UNARY, dst=_one_channel, doc="RGB to grey."),
     Op("gray_to_color", "moxGrayToColor", "sd...m",
-       "fract_r:float fract_g:float fract_b:float", dst=_three_channels,
+       "fract_r:float fract_g:float fract_b:float", dst=_three_channels, models=(None, "RGB"),
        doc="Grey to RGB with the given fractions."),
-    Op("rgb2hsv", "moxRGB2HSV", _UNARY, doc="RGB to HSV."),
-    Op("hsv2rgb", "moxHSV2RGB", _UNARY, doc="HSV to RGB."),
-    Op("rgb2hls", "moxRGB2HLS", _UNARY, doc="RGB to HLS."),
-    Op("hls2rgb", "moxHLS2RGB", _UNARY, doc="HLS to RGB."),
+    Op("rgb2hsv", "moxRGB2HSV", _UNARY, doc="RGB to HSV.", models=("RGB", "HSV")),
+    Op("hsv2rgb", "moxHSV2RGB", _UNARY, doc="HSV to RGB.", models=("HSV", "RGB")),
+    Op("rgb2hls", "moxRGB2HLS", _UNARY, doc="RGB to HLS.", models=("RGB", "HLS")),
+    Op("hls2rgb", "moxHLS2RGB", _UNARY, doc="HLS to RGB.", models=("HLS", "RGB")),
     Op("reduce_bits", "moxReduceBits", "sd...", "noise:int=0 dither:int=0 levels:int=2",
        doc="Reduces to `levels` equally spaced levels, with dithering (0 none, 1 "
            "Floyd-Steinberg, 2 Jarvis-Judice-Ninke, 3 Stucki, 4 Bayer) and noise percent."),
@@ -333,8 +359,8 @@ def _fft(cname, forward_default, default_type, doc):
             flags |= FFT_USEALPHA
 
         def dst(srcs):
-            h, w, c, t = srcs[0].height, srcs[0].width, srcs[0].channels, srcs[0].array.dtype
-            return h, w, c, np.dtype(dtype) if dtype is not None else t
+            s = srcs[0] if type(srcs[0]) is Image else Image(srcs[0])
+            return s.height, s.width, s.channels, np.dtype(dtype) if dtype is not None else s.array.dtype
 
         return run(cname, [image], [flags], out=out, roi=roi, coi=coi, dst=dst, layout="sd.n",
                    dst_region=True)
@@ -367,7 +393,7 @@ def dct2d(image, *, inverse=False, dtype=None, out=None, roi=None, coi=None):
     default). A new result has the whole image's size."""
 
     def dst(srcs):
-        s = srcs[0]
+        s = srcs[0] if type(srcs[0]) is Image else Image(srcs[0])
         return s.height, s.width, s.channels, np.dtype(dtype) if dtype is not None else s.array.dtype
 
     return run("moxDCT2D", [image], [2 if inverse else 1], out=out, roi=roi, coi=coi, dst=dst,
