@@ -39,13 +39,17 @@ _CONVERT = {
 }
 
 
-def image_of(a, roi, coi, written=False, model=None):
-    """An Image for an argument: an Image passes as it is (its own ROI)."""
+def image_of(a, roi, coi, written=False, model=None, alpha=False):
+    """An Image for an argument: an Image passes as it is (its own ROI).
+    alpha: an array's last channel is its alpha channel."""
     if type(a) is Image:
         if written and not a.written:
             raise ValueError("an Image the library writes must be made with written=True")
         return a
-    return Image(a, roi, coi, written=written, model=model)
+    img = Image(a, roi, coi, written=written, model=model)
+    if alpha and img.channels > 1:
+        img.header.alphaChannel = img.channels
+    return img
 
 
 def like_sources(srcs):
@@ -68,7 +72,8 @@ def new_array(h, w, c, dtype, planar=False):
 
 
 def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None,
-        dst=like_sources, layout="sd", dst_planar=None, dst_region=False, models=None):
+        dst=like_sources, layout="sd", dst_planar=None, dst_region=False, models=None,
+        alpha=False):
     """Runs one library operation.
 
     images: the image arguments that are not the destination (sources first,
@@ -78,7 +83,8 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     dst: how to shape a new destination, given the source Images: a function
     returning (height, width, channels, dtype). dst_region: a new destination
     takes the roi and coi keywords too (it has the sources' size). models:
-    the colour model of each image made from an array, in argument order.
+    the colour model of each image made from an array, in argument order;
+    alpha: the last channel of images made from arrays is their alpha.
     Returns the destination array, or the arrays written in place, or the
     function's own result when it has no image to return.
     """
@@ -90,19 +96,21 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     sc = iter(scalars)
     srcs, written, args = [], [], []
     dst_img = result_array = None
-    plain = roi is None and not coi and not models
+    plain = roi is None and not coi and not models and not alpha
     for i, k in enumerate(layout):
         if k == "s":
             img = next(it)
             p = plain_pointer(img) if plain and type(img) is np.ndarray else None
             if p is None:
                 if type(img) is not Image:
-                    img = Image(img, roi, coi, model=models[i] if models else None)
+                    img = image_of(img, roi, coi, model=models[i] if models else None,
+                                   alpha=alpha)
                 p = img.pointer
             srcs.append(img)
             args.append(p)
         elif k == "w":
-            img = image_of(next(it), roi, coi, written=True, model=models[i] if models else None)
+            img = image_of(next(it), roi, coi, written=True, model=models[i] if models else None,
+                           alpha=alpha)
             written.append(img)
             args.append(img.pointer)
         elif k == "d":
@@ -120,6 +128,8 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
                                 roi=roi if dst_region else None,
                                 coi=coi if dst_region else None, written=True,
                                 model=models[i] if models else None)
+                if alpha and c > 1:
+                    dst_img.header.alphaChannel = c
             else:
                 p = plain_pointer(out, True) if plain and type(out) is np.ndarray else None
                 if p is not None:
@@ -127,7 +137,7 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
                     result_array = out
                     continue
                 dst_img = image_of(out, roi, coi, written=True,
-                                   model=models[i] if models else None)
+                                   model=models[i] if models else None, alpha=alpha)
             written.append(dst_img)
             args.append(dst_img.pointer)
         elif k == "m":
@@ -158,12 +168,13 @@ class Op:
     `run`); `dst` shapes a new destination; `margin`, for neighbourhood
     operations, gives the (rows, columns) of source pixels a result pixel
     reads on either side, from the bound arguments; `models`, the colour
-    model of each image argument made from an array, in C order."""
+    model of each image argument made from an array, in C order; `alpha`,
+    arrays of several channels carry alpha in their last one."""
 
     def __init__(self, name, cname, layout, params="", doc="", dst=like_sources, margin=None,
-                 models=None):
+                 models=None, alpha=False):
         self.name, self.cname, self.layout, self.dst, self.doc = name, cname, layout, dst, doc
-        self.margin, self.models = margin, models
+        self.margin, self.models, self.alpha = margin, models, alpha
         self.params = []
         for p in params.split():
             spec, _, default = p.partition("=")
@@ -186,7 +197,7 @@ class Op:
         scalars = "".join("_convert[%d](%s), " % (i, p) for i, (p, _, _) in enumerate(self.params))
         code = ("def {name}({params}, *, {keywords}):\n"
                 "    return _run(_op.cname, ({images}), ({scalars}), {passed}, dst=_op.dst,\n"
-                "                layout=_op.layout, models=_op.models)\n").format(
+                "                layout=_op.layout, models=_op.models, alpha=_op.alpha)\n").format(
             name=self.name, params=", ".join(params), keywords=", ".join(keywords),
             images="".join(i + ", " for i in images), scalars=scalars,
             passed=", ".join(passed))
@@ -256,11 +267,11 @@ TABLE = [
        doc="image * value / max, exactly rounded (uint8, uint16)."),
     Op("multiply_scale", "moxMultiplyScale", _BINARY,
        doc="a * b / max, exactly rounded (uint8, uint16)."),
-    Op("pre_multiply_alpha", "moxPreMultiplyAlpha", "w.m", "alpha:int=-1",
+    Op("pre_multiply_alpha", "moxPreMultiplyAlpha", "w.m", "alpha:int=-1", alpha=True,
        doc="Multiplies the colour channels by the alpha channel (the last one) in place, "
            "or by alpha >= 0, which then becomes the alpha. Returns the array."),
     Op("alpha_composite_c", "moxAlphaCompositeC", "ssd.....",
-       "kind:int alpha_a:int alpha_b:int premultiplied:bool=False divide:bool=False",
+       "kind:int alpha_a:int alpha_b:int premultiplied:bool=False divide:bool=False", alpha=True,
        doc="Porter-Duff composition of a and b with constant alphas (kind: 0 over, 1 in, "
            "2 out, 3 atop, 4 xor, 5 plus)."),
     # neighbourhood filters and morphology
