@@ -57,7 +57,7 @@ for _name in ("add", "subtract", "multiply", "and_", "or_", "xor"):
     if _name in _exported and available(_FUNCTIONS[_scalar]):
         globals()[_name] = _with_scalar(_name, _scalar)
 
-from .parallel import parallel, RawFile  # noqa: E402
+from ._parallel import parallel, RawFile  # noqa: E402
 
 __all__ = sorted(_exported) + [
     "MoxError", "Image", "MoxImage", "MoxROI", "MoxTileInfo", "MoxTileCallBack", "lib",

@@ -7,7 +7,7 @@ import numpy as np
 import pytest
 
 import moxpx
-from moxpx.parallel import RawFile
+from moxpx import RawFile
 
 RNG = np.random.default_rng(5)
 
