@@ -16,7 +16,7 @@ import numpy as _np
 from ._lib import MoxError, MoxImage, MoxROI, MoxTileInfo, MoxTileCallBack, lib, library_path
 from ._image import Image
 from ._ops import FUNCTIONS as _FUNCTIONS, run, raw, available
-from . import _ops
+from . import _ops, structs as _structs
 from .spectrum import pack_spectrum, unpack_spectrum
 
 __version__ = "1.3.3"
@@ -27,7 +27,7 @@ for _name, _fn in _FUNCTIONS.items():
         globals()[_name] = _fn
         _exported.append(_name)
 for _fn in (_ops.zoom, _ops.decimate, _ops.real_fft2d, _ops.ccs_fft2d, _ops.dct2d,
-            _ops.convert, _ops.norm):
+            _ops.convert, _ops.norm) + tuple(_structs.FUNCTIONS.values()):
     if available(_fn):
         globals()[_fn.__name__] = _fn
         _exported.append(_fn.__name__)

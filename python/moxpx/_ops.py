@@ -41,13 +41,13 @@ _CONVERT = {
 
 def image_of(a, roi, coi, written=False, model=None, alpha=False):
     """An Image for an argument: an Image passes as it is (its own ROI).
-    alpha: an array's last channel is its alpha channel."""
+    alpha: the last channel of an array of 2 or 4 channels is its alpha."""
     if type(a) is Image:
         if written and not a.written:
             raise ValueError("an Image the library writes must be made with written=True")
         return a
     img = Image(a, roi, coi, written=written, model=model)
-    if alpha and img.channels > 1:
+    if alpha and img.channels in (2, 4):
         img.header.alphaChannel = img.channels
     return img
 
@@ -84,7 +84,7 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     returning (height, width, channels, dtype). dst_region: a new destination
     takes the roi and coi keywords too (it has the sources' size). models:
     the colour model of each image made from an array, in argument order;
-    alpha: the last channel of images made from arrays is their alpha.
+    alpha: the last channel of arrays of 2 or 4 channels is their alpha.
     Returns the destination array, or the arrays written in place, or the
     function's own result when it has no image to return.
     """
@@ -128,7 +128,7 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
                                 roi=roi if dst_region else None,
                                 coi=coi if dst_region else None, written=True,
                                 model=models[i] if models else None)
-                if alpha and c > 1:
+                if alpha and c in (2, 4):
                     dst_img.header.alphaChannel = c
             else:
                 p = plain_pointer(out, True) if plain and type(out) is np.ndarray else None
@@ -169,7 +169,7 @@ class Op:
     operations, gives the (rows, columns) of source pixels a result pixel
     reads on either side, from the bound arguments; `models`, the colour
     model of each image argument made from an array, in C order; `alpha`,
-    arrays of several channels carry alpha in their last one."""
+    arrays of 2 or 4 channels carry alpha in their last one."""
 
     def __init__(self, name, cname, layout, params="", doc="", dst=like_sources, margin=None,
                  models=None, alpha=False):
@@ -268,8 +268,8 @@ TABLE = [
     Op("multiply_scale", "moxMultiplyScale", _BINARY,
        doc="a * b / max, exactly rounded (uint8, uint16)."),
     Op("pre_multiply_alpha", "moxPreMultiplyAlpha", "w.m", "alpha:int=-1", alpha=True,
-       doc="Multiplies the colour channels by the alpha channel (the last one) in place, "
-           "or by alpha >= 0, which then becomes the alpha. Returns the array."),
+       doc="Multiplies the colour channels by the alpha channel (the last of 2 or 4) in "
+           "place, or by alpha >= 0, which then becomes the alpha. Returns the array."),
     Op("alpha_composite_c", "moxAlphaCompositeC", "ssd.....",
        "kind:int alpha_a:int alpha_b:int premultiplied:bool=False divide:bool=False", alpha=True,
        doc="Porter-Duff composition of a and b with constant alphas (kind: 0 over, 1 in, "

@@ -270,3 +270,17 @@ def test_raw_calls_take_headers():
     np.testing.assert_array_equal(dst.array, ~a)
     with pytest.raises(moxpx.MoxError):
         moxpx.raw("moxNot", src.pointer, None, None)
+
+
+def test_every_table_entry_matches_its_c_signature():
+    # Entries are written ahead of the library's operations: each one's
+    # argument layout must agree with the C declaration, image for image.
+    from moxpx import _lib, _ops
+    image = _lib._IMG
+    for op in _ops.TABLE:
+        result, argtypes = _lib._SIGNATURES[op.cname]
+        assert len(op.layout) == len(argtypes), op.name
+        for k, t in zip(op.layout, argtypes):
+            assert (k in "sdwn") == (t is image), (op.name, k, t)
+            assert (k == "m") == (t is _lib._MAP and k not in "sdwn"), (op.name, k, t)
+        assert len(op.params) == op.layout.count("."), op.name

@@ -1,0 +1,158 @@
+"""Operations that take records besides images: convolution kernels, colour
+twists and alpha images. Each builds its records, calls, and releases them."""
+
+import ctypes
+import inspect
+
+import numpy as np
+
+from . import _lib
+from ._ops import Op, image_of, run
+
+COMBINE = {"sum": 0, "sumsq": 1, "sumsqroot": 2, "max": 3, "min": 4}
+COMPOSITE = {"over": 0, "in": 1, "out": 2, "atop": 3, "xor": 4, "plus": 5}
+
+
+def _kernel(values, anchor, shift, shape=None):
+    """A library kernel from an integer array (rows, columns); the anchor
+    defaults to the centre."""
+    v = np.ascontiguousarray(values, dtype=np.int32)
+    if shape is not None:
+        v = v.reshape(shape)
+    if v.ndim != 2 or v.size == 0:
+        raise ValueError("a kernel is a non-empty 2-d array of integers")
+    rows, cols = v.shape
+    ax, ay = (cols // 2, rows // 2) if anchor is None else (int(anchor[0]), int(anchor[1]))
+    k = _lib.call(_lib.functions["moxCreateConvKernel"], cols, rows, ax, ay,
+                  v.ctypes.data_as(ctypes.POINTER(ctypes.c_int)), int(shift))
+    if not k:
+        raise MemoryError("moxCreateConvKernel returned no kernel")
+    return k
+
+
+def _kernel_list(kernels):
+    """One kernel (a 2-d array or nested lists) or a list of them."""
+    if isinstance(kernels, (list, tuple)) and kernels and np.ndim(kernels[0]) == 2:
+        return list(kernels)
+    return [kernels]
+
+
+def _extent(n, anchor):
+    a = n // 2 if anchor is None else int(anchor)
+    return max(a, n - 1 - a)
+
+
+def _convolve_reach(v):
+    my = mx = 0
+    ks = _kernel_list(v["kernels"])
+    for k, a in zip(ks, v["anchors"] or [None] * len(ks)):
+        rows, cols = np.shape(k)
+        my = max(my, _extent(rows, None if a is None else a[1]))
+        mx = max(mx, _extent(cols, None if a is None else a[0]))
+    return my, mx
+
+
+def _separable_reach(v):
+    my = 0 if v["y_kernel"] is None else _extent(np.size(v["y_kernel"]), v["y_anchor"])
+    mx = 0 if v["x_kernel"] is None else _extent(np.size(v["x_kernel"]), v["x_anchor"])
+    return my, mx
+
+
+def convolve2d(image, kernels, combine="sum", anchors=None, shift=0, *, out=None, roi=None,
+               coi=None):
+    """Convolves with one kernel (a 2-d integer array) or a list of up to 100,
+    each result shifted right by `shift` and the results combined ("sum",
+    "sumsq", "sumsqroot", "max", "min") before saturation. anchors: one (x, y)
+    per kernel (default: their centres). Pixels outside the image are read by
+    its border rule (moxpx.Image(..., border=...))."""
+    ks = _kernel_list(kernels)
+    anchors = anchors or [None] * len(ks)
+    made = []
+    try:
+        for values, anchor in zip(ks, anchors):
+            made.append(_kernel(values, anchor, shift))
+        array = (ctypes.POINTER(_lib.MoxConvKernel) * len(made))(*made)
+        method = COMBINE[combine] if isinstance(combine, str) else int(combine)
+        return run("moxConvolve2D", [image], [array, len(made), method], out=out, roi=roi,
+                   coi=coi, layout="sd...")
+    finally:
+        for k in made:
+            _lib.functions["moxDeleteConvKernel"](k)
+
+
+def convolve_sep2d(image, x_kernel=None, y_kernel=None, x_anchor=None, y_anchor=None,
+                   x_shift=0, y_shift=0, *, out=None, roi=None, coi=None):
+    """Convolves with a row kernel, then a column kernel (1-d integer arrays;
+    either may be None), each shifted right by its own shift."""
+    made = []
+    try:
+        xk = yk = None
+        if x_kernel is not None:
+            v = np.asarray(x_kernel).ravel()
+            xk = _kernel(v, None if x_anchor is None else (x_anchor, 0), x_shift,
+                         (1, v.size))
+            made.append(xk)
+        if y_kernel is not None:
+            v = np.asarray(y_kernel).ravel()
+            yk = _kernel(v, None if y_anchor is None else (0, y_anchor), y_shift,
+                         (v.size, 1))
+            made.append(yk)
+        return run("moxConvolveSep2D", [image], [xk, yk], out=out, roi=roi, coi=coi,
+                   layout="sd..")
+    finally:
+        for k in made:
+            _lib.functions["moxDeleteConvKernel"](k)
+
+
+def apply_color_twist(image, matrix, scaling=0, offset=0, *, out=None, roi=None, coi=None,
+                      mapping=None):
+    """Applies a colour matrix (3 x 4 or 4 x 4 integers, each divided by
+    2**scaling; the fourth column is added) to the three colour channels, plus
+    offset; results are kept within offset's band."""
+    m = np.zeros((4, 4), np.int32)
+    given = np.asarray(matrix, dtype=np.int64)
+    m[:given.shape[0], :given.shape[1]] = given
+    twist = _lib.call(_lib.functions["moxCreateColorTwist"],
+                      m.ctypes.data_as(ctypes.POINTER(ctypes.c_int)), int(scaling))
+    if not twist:
+        raise MemoryError("moxCreateColorTwist returned no record")
+    try:
+        return run("moxApplyColorTwist", [image], [twist, int(offset)], out=out, roi=roi,
+                   coi=coi, mapping=mapping, layout="sd..m")
+    finally:
+        _lib.functions["moxDeleteColorTwist"](twist)
+
+
+def alpha_composite(a, b, kind="over", alpha_a=None, alpha_b=None, alpha_out=None,
+                    premultiplied=False, divide=False, *, out=None):
+    """Porter-Duff composition of a and b ("over", "in", "out", "atop", "xor",
+    "plus"). The alphas are the given alpha images, else the images' own
+    (the last of 2 or 4 channels), else opaque; alpha_out receives the
+    result's alpha when given."""
+    t = COMPOSITE[kind] if isinstance(kind, str) else int(kind)
+    ia = image_of(a, None, None, alpha=True)
+    ib = image_of(b, None, None, alpha=True)
+    extra = [image_of(x, None, None).pointer if x is not None else None for x in (alpha_a, alpha_b)]
+    dst_alpha = image_of(alpha_out, None, None, written=True) if alpha_out is not None else None
+    result = run("moxAlphaComposite", [ia, ib],
+                 [t] + extra + [dst_alpha.pointer if dst_alpha else None,
+                                1 if premultiplied else 0, 1 if divide else 0],
+                 out=out, layout="ssd......", alpha=True)
+    if dst_alpha is not None:
+        dst_alpha.finish()
+    return result
+
+
+def _describe(f, cname, margin=None):
+    f.op = Op(f.__name__, cname, "sd", margin=margin)
+    f.bind = inspect.signature(f).bind
+    return f
+
+
+_describe(convolve2d, "moxConvolve2D", _convolve_reach)
+_describe(convolve_sep2d, "moxConvolveSep2D", _separable_reach)
+_describe(apply_color_twist, "moxApplyColorTwist")
+_describe(alpha_composite, "moxAlphaComposite")
+
+FUNCTIONS = {f.__name__: f for f in (convolve2d, convolve_sep2d, apply_color_twist,
+                                     alpha_composite)}
