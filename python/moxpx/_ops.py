@@ -434,6 +434,24 @@ def norm(a, b=None, kind="l2", relative=False, *, roi=None, coi=None):
     return run("moxNorm", [a, b], [t], roi=roi, coi=coi, layout="ss.")
 
 
+def resolve(op, args):
+    """The function that runs for these arguments: the scalar form of
+    moxpx.add and its kin when a whole number stands for the second image."""
+    scalar = getattr(op, "scalar_form", None)
+    if scalar is not None and len(args) > 1 and isinstance(args[1], numbers.Integral):
+        return scalar
+    return op
+
+
+IMAGE_PARAMETERS = ("a", "b", "c", "image")
+
+
+def image_arguments(bound):
+    """The names and values of the image arguments of bound arguments."""
+    names = [n for n in bound.signature.parameters if n in IMAGE_PARAMETERS]
+    return names, [bound.arguments[n] for n in names]
+
+
 def raw(cname, *args):
     """Calls an exported function as it stands (header pointers, ctypes
     arguments) and raises MoxError when it reports a failure."""

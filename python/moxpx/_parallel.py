@@ -9,7 +9,6 @@ pages are let go after each tile so that memory stays flat in the image size.
 
 import ctypes
 import mmap
-import numbers
 import os
 import threading
 from concurrent.futures import ThreadPoolExecutor
@@ -17,9 +16,9 @@ from concurrent.futures import ThreadPoolExecutor
 import numpy as np
 
 from . import _lib
-from ._image import DEPTHS, Image, shape_of, _step
+from ._image import DEPTHS, roi_record, shape_of, _step
 from ._lib import MoxImage, MoxTileInfo, MoxTileCallBack
-from ._ops import _CONVERT, _pair, image_of, new_array
+from ._ops import _CONVERT, _pair, image_arguments, image_of, new_array, resolve
 
 _PAGE = mmap.PAGESIZE
 
@@ -104,6 +103,11 @@ class TiledImage:
         self.pointer = ctypes.byref(hdr)
         registry.images[ctypes.addressof(hdr)] = self
 
+    def set_region(self, roi, coi):
+        self.roi = roi_record(roi, coi, self.width, self.height)
+        if self.roi is not None:
+            self.header.roi = ctypes.pointer(self.roi)
+
     def _rect(self, tx, ty):
         x0, y0 = tx * self.tw, ty * self.th
         return x0, y0, max(0, min(self.tw, self.width - x0)), max(0, min(self.th, self.height - y0))
@@ -163,13 +167,6 @@ class _Registry:
             t.info.tileData = None
 
 
-def _resolve(op, args):
-    scalar = getattr(op, "scalar_form", None)
-    if scalar is not None and len(args) > 1 and isinstance(args[1], numbers.Integral):
-        return scalar
-    return op
-
-
 def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=None, **kw):
     """Runs a moxpx operation tile by tile on `threads` threads (default: the
     processors) and returns its result, equal to the single call's.
@@ -182,7 +179,7 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     step are handed out without copying. out: the result array or a writable
     RawFile (a new array when None). roi/coi: the region of every image.
     """
-    op = _resolve(op, args)
+    op = resolve(op, args)
     spec = getattr(op, "op", None)
     if spec is None or "m" not in spec.layout or spec.layout.count("d") != 1:
         raise ValueError("moxpx.parallel runs operations that write a destination tile "
@@ -190,17 +187,14 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     bound = op.bind(*args, **kw)
     bound.apply_defaults()
     v = bound.arguments
-    names = [n for n in bound.signature.parameters if n in ("a", "b", "c", "image")]
-    sources = [v[n] for n in names]
+    _, sources = image_arguments(bound)
     scalars = [_CONVERT[kind](v[p]) for p, kind, _ in spec.params]
     plain = [None if isinstance(s, RawFile) else image_of(s, roi, coi) for s in sources]
     if out is None:
-        proto = [p if p is not None else Image(np.zeros((1, 1) + s.shape[2:], s.dtype))
-                 for p, s in zip(plain, sources)]
-        for i, s in enumerate(sources):
-            if isinstance(s, RawFile):
-                proto[i].height, proto[i].width = s.shape[0], s.shape[1]
-        h, w, c, dtype = spec.dst(proto)
+        # A raw file stands in by an array of its shape that holds no pixels.
+        shapes = [p if p is not None else np.broadcast_to(np.zeros((), s.dtype), s.shape)
+                  for p, s in zip(plain, sources)]
+        h, w, c, dtype = spec.dst(shapes)
         out = new_array(h, w, c, dtype)
     target = out.array if isinstance(out, RawFile) else out
     if not isinstance(target, np.ndarray) or not target.flags.writeable:
@@ -224,13 +218,9 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
             srcs = [p if p is not None else TiledImage(s, (tw, tht), False, reg)
                     for p, s in zip(plain, sources)]
             dst = TiledImage(out, (tw, tht), True, reg)
-            if roi is not None or coi:
-                dst.roi = _ops_roi(roi, coi, dst.width, dst.height)
-                dst.header.roi = ctypes.pointer(dst.roi)
-            for s in srcs:
-                if isinstance(s, TiledImage) and (roi is not None or coi):
-                    s.roi = _ops_roi(roi, coi, s.width, s.height)
-                    s.header.roi = ctypes.pointer(s.roi)
+            for t in srcs + [dst]:
+                if isinstance(t, TiledImage):
+                    t.set_region(roi, coi)
             mine = local.images = (reg, srcs, dst)
             with lock:
                 made.append(mine)
@@ -269,8 +259,3 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
         for reg, _, _ in made:  # the call-back and its images refer to each other
             reg.images.clear()
     return out
-
-
-def _ops_roi(roi, coi, width, height):
-    from ._image import roi_record
-    return roi_record(roi, coi, width, height)

@@ -10,22 +10,14 @@ the threads of this process, or on the workers of a `distributed` cluster
 (each worker imports moxpx and loads its own library).
 """
 
-import numbers
-
 import dask.array as da
 import numpy as np
 
 from ._image import BORDERS
+from ._ops import image_arguments, resolve
 
 # How dask fills the outside of the image for each border mode of the library.
 _BOUNDARY = {"replicate": "nearest", "reflect": "reflect", "wrap": "periodic"}
-
-
-def _resolve(op, args):
-    scalar = getattr(op, "scalar_form", None)
-    if scalar is not None and len(args) > 1 and isinstance(args[1], numbers.Integral):
-        return scalar
-    return op
 
 
 def _boundary(border):
@@ -55,12 +47,10 @@ def apply(op, *args, tile=None, border=None, **kw):
     if "roi" in kw or "out" in kw:
         raise ValueError("moxpx.dask.apply takes whole arrays: slice them instead of roi=, "
                          "and use the returned array instead of out=")
-    op = _resolve(op, args)
+    op = resolve(op, args)
     spec = getattr(op, "op", None)
-    names = ("a", "b", "c", "image")
     bound = op.bind(*args, **kw)
-    image_names = [n for n in bound.signature.parameters if n in names]
-    images = [bound.arguments[n] for n in image_names]
+    image_names, images = image_arguments(bound)
     first = next((x for x in images if isinstance(x, da.Array)), None)
     if first is None:
         first = da.from_array(np.asarray(images[0]))
