@@ -8,7 +8,7 @@ import numbers
 import numpy as np
 
 from . import _lib
-from ._image import Image, geometry, packed_pointer, plain_pointer, shape_of
+from ._image import Image, geometry, packed_pointer, plain_pointer
 
 INTERPOLATIONS = {"nn": 0, "nearest": 0, "linear": 1, "cubic": 2}
 

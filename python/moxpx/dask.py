@@ -13,7 +13,7 @@ the threads of this process, or on the workers of a `distributed` cluster
 import dask.array as da
 import numpy as np
 
-from ._image import BORDERS
+from ._image import BORDERS, Image
 from ._ops import image_arguments, resolve
 
 # How dask fills the outside of the image for each border mode of the library.
@@ -66,17 +66,16 @@ def apply(op, *args, tile=None, border=None, **kw):
     probe_in = [np.zeros((8, 8) + x.shape[2:], x.dtype) for x in blocks]
     probe = op(*probe_in, **rest) if spec is None or spec.margin is None else None
 
+    boundary, rule = _boundary(border)
+
     def block_fn(*bs):
-        return op(*[np.ascontiguousarray(b) for b in bs], **rest)
+        bs = [np.ascontiguousarray(b) for b in bs]
+        if rule is not None:  # the images carry the border rule
+            bs = [Image(b, border=rule) for b in bs]
+        return op(*bs, **rest)
 
     if spec is not None and spec.margin is not None:
         my, mx = spec.margin(bound.arguments)
-        boundary, rule = _boundary(border)
-        if rule is not None:
-            from ._image import Image
-
-            def block_fn(*bs):  # noqa: F811 (the images carry the border rule)
-                return op(*[Image(np.ascontiguousarray(b), border=rule) for b in bs], **rest)
         depth = {0: my, 1: mx}
         for axis in range(2, blocks[0].ndim):
             depth[axis] = 0

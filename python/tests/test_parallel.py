@@ -1,7 +1,6 @@
 """moxpx.parallel: one destination tile per call on several threads gives the
 single call's result, from arrays and from raw files."""
 
-import resource
 
 import numpy as np
 import pytest
