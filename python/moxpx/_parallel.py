@@ -51,8 +51,9 @@ class RawFile:
         """Lets the mapped pages of bytes [start, stop) go (the file keeps them)."""
         first = start // _PAGE * _PAGE
         last = min(len(self._map), -(-stop // _PAGE) * _PAGE)
-        if last > first and hasattr(self._map, "madvise"):
-            self._map.madvise(mmap.MADV_DONTNEED, first, last - first)
+        advice = getattr(mmap, "MADV_DONTNEED", None)
+        if last > first and advice is not None:
+            self._map.madvise(advice, first, last - first)
 
     def close(self):
         self.array = None
@@ -172,7 +173,8 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     processors) and returns its result, equal to the single call's.
 
     op: a moxpx function whose library call takes a destination tile
-    (`mapping`), e.g. moxpx.add, moxpx.not_, moxpx.threshold is not one.
+    (`mapping`): the arithmetic, logic, alpha and colour operations (not, for
+    instance, the transforms or the filters).
     args: its arguments; images are numpy arrays (read in place) or RawFiles
     (read tile by tile). tile=(width, height): the destination tile size, a
     multiple of 8 each; tiles as wide as the image with the array's own row

@@ -1,6 +1,7 @@
 """moxpx.parallel: one destination tile per call on several threads gives the
 single call's result, from arrays and from raw files."""
 
+import os
 
 import numpy as np
 import pytest
@@ -64,3 +65,28 @@ def test_library_failures_and_refusals_raise():
         moxpx.parallel(moxpx.add, a, a, tile=(12, 16), threads=2)
     with pytest.raises(ValueError, match="mapping"):
         moxpx.parallel(moxpx.dct2d, a, tile=(16, 16))
+
+
+def mapped_kib(path):
+    """Resident kB of this process's mappings of a file (from /proc/self/smaps)."""
+    total, inside = 0, False
+    with open("/proc/self/smaps") as f:
+        for line in f:
+            head = line.split()
+            if "-" in head[0] and len(head) >= 5:
+                inside = line.rstrip().endswith(path)
+            elif inside and head[0] == "Rss:":
+                total += int(head[1])
+    return total
+
+
+@pytest.mark.skipif(not os.path.exists("/proc/self/smaps"), reason="needs /proc/self/smaps")
+def test_raw_file_pages_are_let_go_after_each_tile(tmp_path):
+    side = 2048
+    src, dst = str(tmp_path / "big.raw"), str(tmp_path / "big_out.raw")
+    rand((side, side)).tofile(src)
+    with RawFile(src, (side, side)) as s, RawFile(dst, (side, side), mode="w+") as d:
+        moxpx.parallel(moxpx.not_, s, out=d, tile=(side, 32), threads=2)
+        # The whole of both files went through the mappings; little stays.
+        assert mapped_kib(src) + mapped_kib(dst) < side * side // 1024 // 4
+        np.testing.assert_array_equal(d.array[::97], ~s.array[::97])
