@@ -26,12 +26,26 @@ def _pair(v):
     if v is None:
         return None
     x, y = v
-    return (ctypes.c_int * 2)(int(x), int(y))
+    return (ctypes.c_int * 2)(_int(x), _int(y))
+
+
+def _int(v):
+    v = int(v)
+    if not -0x80000000 <= v <= 0x7FFFFFFF:
+        raise OverflowError("%d does not fit the library's 32-bit argument" % v)
+    return v
+
+
+def _uint(v):
+    v = int(v)
+    if not -0x80000000 <= v <= 0xFFFFFFFF:
+        raise OverflowError("%d does not fit the library's 32-bit argument" % v)
+    return v & 0xFFFFFFFF
 
 
 _CONVERT = {
-    "int": int,
-    "uint": lambda v: int(v) & 0xFFFFFFFF,
+    "int": _int,
+    "uint": _uint,
     "float": float,
     "bool": lambda v: 1 if v else 0,
     "inter": _inter,
@@ -325,9 +339,9 @@ TABLE = [
 
 def _factor(f):
     if isinstance(f, numbers.Integral):
-        return int(f), 1
+        return _int(f), 1
     u, l = f
-    return int(u), int(l)
+    return _int(u), _int(l)
 
 
 def _resize(cname, doc):

@@ -7,7 +7,7 @@ import inspect
 import numpy as np
 
 from . import _lib
-from ._ops import Op, image_of, run
+from ._ops import Op, _int, image_of, run
 
 COMBINE = {"sum": 0, "sumsq": 1, "sumsqroot": 2, "max": 3, "min": 4}
 COMPOSITE = {"over": 0, "in": 1, "out": 2, "atop": 3, "xor": 4, "plus": 5}
@@ -113,11 +113,11 @@ def apply_color_twist(image, matrix, scaling=0, offset=0, *, out=None, roi=None,
     given = np.asarray(matrix, dtype=np.int64)
     m[:given.shape[0], :given.shape[1]] = given
     twist = _lib.call(_lib.functions["moxCreateColorTwist"],
-                      m.ctypes.data_as(ctypes.POINTER(ctypes.c_int)), int(scaling))
+                      m.ctypes.data_as(ctypes.POINTER(ctypes.c_int)), _int(scaling))
     if not twist:
         raise MemoryError("moxCreateColorTwist returned no record")
     try:
-        return run("moxApplyColorTwist", [image], [twist, int(offset)], out=out, roi=roi,
+        return run("moxApplyColorTwist", [image], [twist, _int(offset)], out=out, roi=roi,
                    coi=coi, mapping=mapping, layout="sd..m")
     finally:
         _lib.functions["moxDeleteColorTwist"](twist)

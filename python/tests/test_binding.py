@@ -284,3 +284,12 @@ def test_every_table_entry_matches_its_c_signature():
             assert (k in "sdwn") == (t is image), (op.name, k, t)
             assert (k == "m") == (t is _lib._MAP and k not in "sdwn"), (op.name, k, t)
         assert len(op.params) == op.layout.count("."), op.name
+
+
+def test_scalars_beyond_32_bits_are_refused():
+    a = np.zeros((4, 8), np.int32)
+    with pytest.raises(OverflowError):
+        moxpx.add_s(a, 2**32 + 5)
+    with pytest.raises(OverflowError):
+        moxpx.add(a, a, mapping=(2**31, 0))
+    np.testing.assert_array_equal(moxpx.add_s(a, -2**31), -2**31)
