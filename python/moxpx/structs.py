@@ -13,10 +13,20 @@ COMBINE = {"sum": 0, "sumsq": 1, "sumsqroot": 2, "max": 3, "min": 4}
 COMPOSITE = {"over": 0, "in": 1, "out": 2, "atop": 3, "xor": 4, "plus": 5}
 
 
+def _int32(values):
+    """An int32 array of integer values that fit 32 bits."""
+    v = np.asarray(values)
+    if v.dtype.kind not in "iub":
+        raise TypeError("kernel and matrix entries are integers")
+    if v.size and (v.min() < -0x80000000 or v.max() > 0x7FFFFFFF):
+        raise OverflowError("an entry does not fit 32 bits")
+    return np.ascontiguousarray(v, dtype=np.int32)
+
+
 def _kernel(values, anchor, shift, shape=None):
     """A library kernel from an integer array (rows, columns); the anchor
     defaults to the centre."""
-    v = np.ascontiguousarray(values, dtype=np.int32)
+    v = _int32(values)
     if shape is not None:
         v = v.reshape(shape)
     if v.ndim != 2 or v.size == 0:
@@ -24,7 +34,7 @@ def _kernel(values, anchor, shift, shape=None):
     rows, cols = v.shape
     ax, ay = (cols // 2, rows // 2) if anchor is None else (int(anchor[0]), int(anchor[1]))
     k = _lib.call(_lib.functions["moxCreateConvKernel"], cols, rows, ax, ay,
-                  v.ctypes.data_as(ctypes.POINTER(ctypes.c_int)), int(shift))
+                  v.ctypes.data_as(ctypes.POINTER(ctypes.c_int)), _int(shift))
     if not k:
         raise MemoryError("moxCreateConvKernel returned no kernel")
     return k
@@ -110,7 +120,9 @@ def apply_color_twist(image, matrix, scaling=0, offset=0, *, out=None, roi=None,
     2**scaling; the fourth column is added) to the three colour channels, plus
     offset; results are kept within offset's band."""
     m = np.zeros((4, 4), np.int32)
-    given = np.asarray(matrix, dtype=np.int64)
+    given = _int32(matrix)
+    if given.ndim != 2 or given.shape[0] not in (3, 4) or given.shape[1] != 4:
+        raise ValueError("a colour matrix is 3 x 4 or 4 x 4")
     m[:given.shape[0], :given.shape[1]] = given
     twist = _lib.call(_lib.functions["moxCreateColorTwist"],
                       m.ctypes.data_as(ctypes.POINTER(ctypes.c_int)), _int(scaling))
