@@ -11,7 +11,6 @@ import ctypes
 import mmap
 import os
 import threading
-from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 
@@ -90,6 +89,7 @@ class TiledImage:
         self.buffer = None if self.in_place else np.zeros(self.step * self.th, np.uint8)
         self.held = None
         self.error = None
+        self.whole = (0, 0, w, h)
         self.info = MoxTileInfo()
         self.info.callBack = registry.callback
         self.info.width, self.info.height = self.tw, self.th
@@ -108,6 +108,12 @@ class TiledImage:
         self.roi = roi_record(roi, coi, self.width, self.height)
         if self.roi is not None:
             self.header.roi = ctypes.pointer(self.roi)
+        # A written tile inside this rectangle is overwritten whole.
+        if coi:
+            self.whole = (0, 0, 0, 0)
+        elif roi is not None:
+            x, y, w, h = (int(v) for v in roi)
+            self.whole = (x, y, x + w, y + h)
 
     def _rect(self, tx, ty):
         x0, y0 = tx * self.tw, ty * self.th
@@ -144,7 +150,10 @@ class TiledImage:
         if self.in_place:
             self.info.tileData = self.array.ctypes.data + y0 * self.array.strides[0]
             return
-        if w and h:  # a written tile too: the call may write only part of it
+        wx0, wy0, wx1, wy1 = self.whole
+        overwritten = (mode == _lib.GET_TILE_TO_WRITE and wx0 <= x0 and wy0 <= y0 and
+                       x0 + w <= wx1 and y0 + h <= wy1)
+        if w and h and not overwritten:  # the call may write only part of the tile
             self._tile_view(w, h)[...] = self.array[y0:y0 + h, x0:x0 + w]
         self.info.tileData = self.buffer.ctypes.data
 
@@ -249,14 +258,30 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
                     e, s.error = s.error, None
                     raise e
 
-    try:
-        if n <= 1 or len(tiles) <= 1:
-            for t in tiles:
+    # Each thread takes the next tile until none is left or a call failed.
+    queue = iter(tiles)
+    failures = []
+
+    def worker():
+        while not failures:
+            with lock:
+                t = next(queue, None)
+            if t is None:
+                return
+            try:
                 one(t)
-        else:
-            with ThreadPoolExecutor(max_workers=n) as pool:
-                for f in [pool.submit(one, t) for t in tiles]:
-                    f.result()
+            except BaseException as e:
+                failures.append(e)
+
+    try:
+        pool = [threading.Thread(target=worker) for _ in range(min(n, len(tiles)) - 1)]
+        for th in pool:
+            th.start()
+        worker()  # the calling thread works too
+        for th in pool:
+            th.join()
+        if failures:
+            raise failures[0]
     finally:
         for reg, _, _ in made:  # the call-back and its images refer to each other
             reg.images.clear()

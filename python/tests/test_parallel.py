@@ -34,12 +34,15 @@ def test_tiles_on_threads_equal_the_single_call(op, args, tile, threads):
     np.testing.assert_array_equal(got, op(*args))
 
 
-def test_regions_and_existing_destinations():
+@pytest.mark.parametrize("coi", [2, None])
+def test_regions_and_existing_destinations(coi):
+    # The region's edges cut tiles: pixels of those tiles outside it stay.
     a, b = rand((60, 80, 3)), rand((60, 80, 3))
     out = np.full_like(a, 9)
-    moxpx.parallel(moxpx.add, a, b, tile=(16, 16), threads=2, out=out, roi=(5, 7, 50, 40), coi=2)
+    moxpx.parallel(moxpx.add, a, b, tile=(16, 16), threads=2, out=out, roi=(5, 7, 50, 40),
+                   coi=coi)
     want = np.full_like(a, 9)
-    moxpx.add(a, b, out=want, roi=(5, 7, 50, 40), coi=2)
+    moxpx.add(a, b, out=want, roi=(5, 7, 50, 40), coi=coi)
     np.testing.assert_array_equal(out, want)
 
 
