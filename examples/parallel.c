@@ -181,8 +181,9 @@ int main(int argc, char** argv) {
   for (y = 0; y < height && equal; ++y)
     equal = memcmp(result + (size_t)y * width, whole->imageData + (size_t)y * whole->widthStep,
                    (size_t)width) == 0;
-  printf("%d threads, %d tiles of %dx%d over %dx%d: %s the single call\n", threads,
-         work[0].tiles, tileWidth, tileHeight, width, height, equal ? "equal to" : "DIFFERENT FROM");
+  printf("%d thread%s, %d tiles of %dx%d over %dx%d: %s the single call\n", threads,
+         threads == 1 ? "" : "s", work[0].tiles, tileWidth, tileHeight, width, height,
+         equal ? "equal to" : "DIFFERENT FROM");
 
   for (i = 0; i < threads; ++i) {
     moxDeallocate(work[i].dst, MOX_FREE_HEADER | MOX_FREE_TILEINFO);
