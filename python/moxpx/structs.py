@@ -1,5 +1,6 @@
 """Operations that take records besides images: convolution kernels, colour
-twists and alpha images. Each builds its records, calls, and releases them."""
+twists, alpha images and lookup tables. Each builds its records, calls, and
+releases them."""
 
 import ctypes
 import inspect
@@ -155,6 +156,72 @@ def alpha_composite(a, b, kind="over", alpha_a=None, alpha_b=None, alpha_out=Non
     return result
 
 
+def _per_channel(tables, n, name):
+    """One int32 array per processed channel: a 1-d array for all, or one each."""
+    if tables is None:
+        return [None] * n
+    if np.ndim(tables) == 1:
+        return [_int32(tables)] * n
+    tables = [_int32(t) for t in tables]
+    if len(tables) != n:
+        raise ValueError("%s: one table for each of the %d processed channels" % (name, n))
+    return tables
+
+
+def _luts(image, keys, values=None, factors=None, interpolate=0):
+    """The lookup tables of the processed channels of an Image, with the
+    arrays behind them (kept alive by the caller), and each table's values."""
+    n = image.work_channels()
+    keys = _per_channel(keys, n, "keys")
+    values = _per_channel(values, n, "values")
+    factors = _per_channel(factors, n, "factors")
+    luts, keep, counts = [], [], []
+    ptr = ctypes.POINTER(ctypes.c_int)
+    for k, v, f in zip(keys, values, factors):
+        num = k.size - 1
+        if k.ndim != 1 or num < 1:
+            raise ValueError("keys are at least two bin edges")
+        vv = np.zeros(num + 1, np.int32)
+        if v is not None:
+            vv[:min(v.size, num + 1)] = v[:num + 1]
+        ff = None if f is None else np.ascontiguousarray(f)
+        lut = _lib.MoxLUT(num, k.ctypes.data_as(ptr), vv.ctypes.data_as(ptr),
+                          ff.ctypes.data_as(ptr) if ff is not None else None, interpolate)
+        keep += [k, vv, ff, lut]
+        luts.append(ctypes.pointer(lut))
+        counts.append(vv[:num])
+    return (ctypes.POINTER(_lib.MoxLUT) * n)(*luts), keep, counts
+
+
+def compute_histo(image, bins, *, roi=None, coi=None):
+    """Counts each processed channel's values into bins: bins are the num + 1
+    increasing edges (bin i holds key[i] <= v < key[i+1]), for all channels or
+    one array per channel. Returns the counts, (num,) for one channel, else
+    (channels, num)."""
+    img = image_of(image, roi, coi)
+    luts, keep, counts = _luts(img, bins)
+    run("moxComputeHisto", [img], [luts], layout="s.")
+    return counts[0].copy() if len(counts) == 1 else np.array(counts)
+
+
+def contrast_stretch(image, keys, values, factors=None, *, out=None, roi=None, coi=None):
+    """Maps each processed channel through a lookup table: bin i (keys[i] <= v
+    < keys[i+1]) to values[i], or with factors (slopes with 16 fraction bits)
+    to values[i] + ((v - keys[i]) * factors[i] + 2**15 >> 16). Values outside
+    every bin stay."""
+    img = image_of(image, roi, coi)
+    luts, keep, _ = _luts(img, keys, values, factors, 0 if factors is None else 1)
+    return run("moxContrastStretch", [img], [luts], out=out, roi=roi, coi=coi, layout="sd.")
+
+
+def histo_equalize(image, bins, *, out=None, roi=None, coi=None):
+    """Equalizes each processed channel's histogram over the bins (edges as
+    for compute_histo)."""
+    img = image_of(image, roi, coi)
+    luts, keep, _ = _luts(img, bins)
+    return run("moxHistoEqualize", [img], [luts], out=out, roi=roi, coi=coi, layout="sd.")
+
+
 def _describe(f, cname, margin=None):
     f.op = Op(f.__name__, cname, "sd", margin=margin)
     f.bind = inspect.signature(f).bind
@@ -166,5 +233,10 @@ _describe(convolve_sep2d, "moxConvolveSep2D", _separable_reach)
 _describe(apply_color_twist, "moxApplyColorTwist")
 _describe(alpha_composite, "moxAlphaComposite")
 
+_describe(compute_histo, "moxComputeHisto")
+_describe(contrast_stretch, "moxContrastStretch")
+_describe(histo_equalize, "moxHistoEqualize")
+
 FUNCTIONS = {f.__name__: f for f in (convolve2d, convolve_sep2d, apply_color_twist,
-                                     alpha_composite)}
+                                     alpha_composite, compute_histo, contrast_stretch,
+                                     histo_equalize)}

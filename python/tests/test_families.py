@@ -149,3 +149,20 @@ def test_bitonal_expansion():
 def test_two_levels_without_dither():
     got = moxpx.reduce_bits(rand((8, 8)), 0, 0, 2)
     assert set(np.unique(got)) <= {0, 255}
+
+
+@needs("compute_histo", "contrast_stretch", "histo_equalize")
+def test_histograms_and_lookup_tables():
+    a = rand((20, 30, 3))
+    edges = np.arange(0, 257, 16)
+    counts = moxpx.compute_histo(a, edges)
+    assert counts.shape == (3, 16)
+    for c in range(3):
+        np.testing.assert_array_equal(counts[c], np.histogram(a[..., c], edges)[0])
+    np.testing.assert_array_equal(moxpx.compute_histo(a, edges, coi=2),
+                                  np.histogram(a[..., 1], edges)[0])
+    # Bin i to i: the bin number of every value.
+    got = moxpx.contrast_stretch(a, edges, np.arange(16))
+    np.testing.assert_array_equal(got, a // 16)
+    eq = moxpx.histo_equalize(a, np.arange(257))
+    assert eq.shape == a.shape and eq.max() >= 250
