@@ -87,6 +87,14 @@ class MoxLUT(ctypes.Structure):
                 ("interpolateType", c_int)]
 
 
+class MoxBitmapInfoHeader(ctypes.Structure):
+    _fields_ = [("biSize", c_uint), ("biWidth", c_int), ("biHeight", c_int),
+                ("biPlanes", ctypes.c_ushort), ("biBitCount", ctypes.c_ushort),
+                ("biCompression", c_uint), ("biSizeImage", c_uint),
+                ("biXPelsPerMeter", c_int), ("biYPelsPerMeter", c_int),
+                ("biClrUsed", c_uint), ("biClrImportant", c_uint)]
+
+
 # ------------------------------------------------------------------ loading
 
 def _candidates():
@@ -191,6 +199,8 @@ _SIGNATURES = {
     "moxApplyColorTwist": (None, [_IMG, _IMG, _P(MoxColorTwist), c_int, _MAP]),
     "moxReduceBits": (None, [_IMG, _IMG, c_int, c_int, c_int]),
     "moxConvert": (None, [_IMG, _IMG]),
+    "moxConvertFromDIB": (None, [_P(MoxBitmapInfoHeader), _IMG]),
+    "moxConvertToDIB": (None, [_IMG, _P(MoxBitmapInfoHeader), c_int, c_int]),
     "moxBitonalToGray": (None, [_IMG, _IMG, c_int, c_int]),
     # statistics
     "moxThreshold": (None, [_IMG, _IMG, c_int]),

@@ -1,13 +1,15 @@
 """Operations that take records besides images: convolution kernels, colour
-twists, alpha images and lookup tables. Each builds its records, calls, and
+twists, alpha images, lookup tables and packed bitmaps. Each builds its records, calls, and
 releases them."""
 
 import ctypes
 import inspect
+import struct
 
 import numpy as np
 
 from . import _lib
+from ._image import Image
 from ._ops import Op, _int, image_of, run
 
 COMBINE = {"sum": 0, "sumsq": 1, "sumsqroot": 2, "max": 3, "min": 4}
@@ -222,6 +224,67 @@ def histo_equalize(image, bins, *, out=None, roi=None, coi=None):
     return run("moxHistoEqualize", [img], [luts], out=out, roi=roi, coi=coi, layout="sd.")
 
 
+_FILE_HEADER = struct.Struct("<2sIHHI")  # "BM", file size, 0, 0, offset of the rows
+PALETTES = {"none": 0, "cube": 0, "populate": 1, "medcut": 2}
+
+
+def _info(data):
+    """The info header, palette and rows of a bitmap, with or without the
+    file header of a .bmp file."""
+    b = bytes(data)
+    if b[:2] == b"BM" and len(b) >= _FILE_HEADER.size:
+        b = b[_FILE_HEADER.size:]
+    if len(b) < ctypes.sizeof(_lib.MoxBitmapInfoHeader):
+        raise ValueError("a bitmap starts with a 40-byte info header")
+    buf = ctypes.create_string_buffer(b, len(b))
+    return buf, ctypes.cast(buf, ctypes.POINTER(_lib.MoxBitmapInfoHeader))
+
+
+def from_dib(data, channels=3, dtype=np.uint8, order="RGB"):
+    """The pixels of a packed bitmap (info header, palette and rows; the file
+    header of a .bmp file may come first) as an array (rows from the top,
+    `channels` 1, 3 or 4 in `order`, values converted to dtype)."""
+    buf, dib = _info(data)
+    w, h = dib.contents.biWidth, abs(dib.contents.biHeight)
+    if w <= 0 or h <= 0 or w * h > 1 << 31:
+        raise ValueError("a bitmap of %d x %d pixels" % (w, dib.contents.biHeight))
+    a = np.zeros((h, w) if channels == 1 else (h, w, channels), dtype)
+    img = Image(a, written=True, order=order if channels > 1 else None)
+    _lib.call(_lib.functions["moxConvertFromDIB"], dib, img.pointer)
+    img.finish()
+    return a
+
+
+def to_dib(image, bits=24, dither=0, palette="none", bmp=False):
+    """The image's ROI as a packed bitmap of 8 (with a palette: a grey ramp,
+    or for colour "none" the 3-3-2 cube, "populate" the most frequent colours
+    or "medcut" a median cut), 24 or 32 bits per pixel, bottom-up; bytes
+    of the info header, palette and rows, with the file header of a .bmp file
+    first when bmp=True. dither: the dither of pixels mapped to a palette."""
+    img = image if type(image) is Image else Image(image)
+    w, h = img.rect()[2:]
+    bits = int(bits)
+    if bits not in (8, 24, 32):
+        raise ValueError("bitmaps are written with 8, 24 or 32 bits per pixel")
+    entries = 256 if bits == 8 else 0
+    row = (w * bits // 8 + 3) & ~3
+    head = ctypes.sizeof(_lib.MoxBitmapInfoHeader)
+    size = head + 4 * entries + row * h
+    if size > 0x7FFFFFFF:
+        raise ValueError("a bitmap of %d bytes is too large" % size)
+    buf = ctypes.create_string_buffer(size)
+    dib = ctypes.cast(buf, ctypes.POINTER(_lib.MoxBitmapInfoHeader))
+    d = dib.contents
+    d.biSize, d.biWidth, d.biHeight, d.biPlanes, d.biBitCount = head, w, h, 1, bits
+    method = PALETTES[palette] if isinstance(palette, str) else int(palette)
+    _lib.call(_lib.functions["moxConvertToDIB"], img.pointer, dib, int(dither), method)
+    data = buf.raw
+    if bmp:
+        data = _FILE_HEADER.pack(b"BM", _FILE_HEADER.size + size, 0, 0,
+                                 _FILE_HEADER.size + head + 4 * entries) + data
+    return data
+
+
 def _describe(f, cname, margin=None):
     f.op = Op(f.__name__, cname, "sd", margin=margin)
     f.bind = inspect.signature(f).bind
@@ -233,10 +296,12 @@ _describe(convolve_sep2d, "moxConvolveSep2D", _separable_reach)
 _describe(apply_color_twist, "moxApplyColorTwist")
 _describe(alpha_composite, "moxAlphaComposite")
 
+_describe(from_dib, "moxConvertFromDIB")
+_describe(to_dib, "moxConvertToDIB")
 _describe(compute_histo, "moxComputeHisto")
 _describe(contrast_stretch, "moxContrastStretch")
 _describe(histo_equalize, "moxHistoEqualize")
 
 FUNCTIONS = {f.__name__: f for f in (convolve2d, convolve_sep2d, apply_color_twist,
                                      alpha_composite, compute_histo, contrast_stretch,
-                                     histo_equalize)}
+                                     histo_equalize, from_dib, to_dib)}
