@@ -17,7 +17,6 @@ DEPTHS = {
     np.dtype(np.int32): _lib.DEPTH_32S,
     np.dtype(np.bool_): _lib.DEPTH_1U,
 }
-DTYPES = {depth: dtype for dtype, depth in DEPTHS.items()}
 
 BORDERS = {"constant": 0, "replicate": 1, "reflect": 2, "wrap": 3}
 
@@ -55,11 +54,11 @@ def roi_record(roi, coi, width, height):
     a channel of interest (1-based); None when neither is given."""
     if roi is None and not coi:
         return None
-    r = MoxROI()
-    r.coi = int(coi or 0)
     x, y, w, h = (0, 0, width, height) if roi is None else (int(v) for v in roi)
-    r.xOffset, r.yOffset, r.width, r.height = x, y, w, h
-    return r
+    values = (int(coi or 0), x, y, h, w)
+    if any(not -0x80000000 <= v <= 0x7FFFFFFF for v in values):
+        raise OverflowError("a region of interest beyond 32-bit numbers: %r" % (roi,))
+    return MoxROI(*values)
 
 
 _pointers = {}
