@@ -86,14 +86,15 @@ def new_array(h, w, c, dtype, planar=False):
 
 
 def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None,
-        dst=like_sources, layout="sd", dst_planar=None, dst_region=False, models=None,
+        dst=like_sources, layout=None, dst_planar=None, dst_region=False, models=None,
         alpha=False):
     """Runs one library operation.
 
-    images: the image arguments that are not the destination (sources first,
-    then images changed in place), as arrays or Images; `layout` spells the
+    images: the image arguments that are not the destination, in C order, as
+    arrays or Images (None for an optional one not given); `layout` spells the
     C argument order of images (s: source, d: destination, w: image written in
-    place, m: the mapping, . a scalar in order).
+    place, m: the mapping, n: a null image, . a scalar in order; by default
+    the operation's entry in LAYOUTS).
     dst: how to shape a new destination, given the source Images: a function
     returning (height, width, channels, dtype). dst_region: a new destination
     takes the roi and coi keywords too (it has the sources' size). models:
@@ -103,6 +104,8 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     function's own result when it has no image to return.
     """
     fn = _lib.functions.get(cname)
+    if layout is None:
+        layout = LAYOUTS[cname]
     if fn is None:
         raise NotImplementedError("%s is not in this build of the library (%s)"
                                   % (cname, _lib.library_path))
@@ -114,6 +117,9 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     for i, k in enumerate(layout):
         if k == "s":
             img = next(it)
+            if img is None:  # an optional image not given
+                args.append(None)
+                continue
             p = plain_pointer(img) if plain and type(img) is np.ndarray else None
             if p is None:
                 if type(img) is not Image:
@@ -123,7 +129,11 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
             srcs.append(img)
             args.append(p)
         elif k == "w":
-            img = image_of(next(it), roi, coi, written=True, model=models[i] if models else None,
+            img = next(it)
+            if img is None:
+                args.append(None)
+                continue
+            img = image_of(img, roi, coi, written=True, model=models[i] if models else None,
                            alpha=alpha)
             written.append(img)
             args.append(img.pointer)
@@ -168,7 +178,7 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
         return dst_img.array
     if result_array is not None:
         return result_array
-    if written:
+    if written:  # images changed in place
         return written[0].array if len(written) == 1 else tuple(w.array for w in written)
     return result
 
@@ -337,6 +347,16 @@ TABLE = [
 
 # ------------------------------------------------------------------ the hand-made ones
 
+# The C argument order of the operations whose functions are written by hand.
+LAYOUTS = {
+    "moxZoom": "sd......", "moxDecimate": "sd......", "moxRealFft2D": "sd.n",
+    "moxCcsFft2D": "sd.n", "moxDCT2D": "sd.", "moxConvert": "sd", "moxNorm": "ss.",
+    "moxConvolve2D": "sd...", "moxConvolveSep2D": "sd..", "moxApplyColorTwist": "sd..m",
+    "moxAlphaComposite": "ssd.ssw..", "moxComputeHisto": "s.", "moxContrastStretch": "sd.",
+    "moxHistoEqualize": "sd.", "moxConvertFromDIB": ".d", "moxConvertToDIB": "s...",
+}
+
+
 def _factor(f):
     if isinstance(f, numbers.Integral):
         return _int(f), 1
@@ -355,7 +375,7 @@ def _resize(cname, doc):
             return (max(1, h * yu // max(yl, 1)), max(1, w * xu // max(xl, 1)), c, dtype)
 
         return run(cname, [image], [xu, xl, yu, yl, _inter(interpolation), _pair(point)],
-                   out=out, roi=roi, coi=coi, dst=dst, layout="sd.....")
+                   out=out, roi=roi, coi=coi, dst=dst)
     f.__doc__ = doc + """
 
 x_factor and y_factor are (numerator, denominator) pairs, or whole numbers
@@ -387,7 +407,7 @@ def _fft(cname, forward_default, default_type, doc):
             s = srcs[0] if type(srcs[0]) is Image else Image(srcs[0])
             return s.height, s.width, s.channels, np.dtype(dtype) if dtype is not None else s.array.dtype
 
-        return run(cname, [image], [flags], out=out, roi=roi, coi=coi, dst=dst, layout="sd.n",
+        return run(cname, [image], [flags], out=out, roi=roi, coi=coi, dst=dst,
                    dst_region=True)
     f.__doc__ = doc + """
 
@@ -422,7 +442,7 @@ def dct2d(image, *, inverse=False, dtype=None, out=None, roi=None, coi=None):
         return s.height, s.width, s.channels, np.dtype(dtype) if dtype is not None else s.array.dtype
 
     return run("moxDCT2D", [image], [2 if inverse else 1], out=out, roi=roi, coi=coi, dst=dst,
-               layout="sd.", dst_region=True)
+               dst_region=True)
 
 
 def convert(image, dtype, *, planar=None, out=None, roi=None, coi=None):
@@ -432,8 +452,7 @@ def convert(image, dtype, *, planar=None, out=None, roi=None, coi=None):
     def dst(srcs):
         h, w, c, _ = like_sources(srcs)
         return h, w, c, np.dtype(dtype)
-    return run("moxConvert", [image], out=out, roi=roi, coi=coi, dst=dst, layout="sd",
-               dst_planar=planar)
+    return run("moxConvert", [image], out=out, roi=roi, coi=coi, dst=dst, dst_planar=planar)
 
 
 def norm(a, b=None, kind="l2", relative=False, *, roi=None, coi=None):
@@ -445,7 +464,7 @@ def norm(a, b=None, kind="l2", relative=False, *, roi=None, coi=None):
         t |= 8
     if b is None:
         return run("moxNorm", [a], [t], roi=roi, coi=coi, layout="sn.")
-    return run("moxNorm", [a, b], [t], roi=roi, coi=coi, layout="ss.")
+    return run("moxNorm", [a, b], [t], roi=roi, coi=coi)
 
 
 def resolve(op, args):

@@ -87,7 +87,7 @@ def convolve2d(image, kernels, combine="sum", anchors=None, shift=0, *, out=None
         array = (ctypes.POINTER(_lib.MoxConvKernel) * len(made))(*made)
         method = COMBINE[combine] if isinstance(combine, str) else int(combine)
         return run("moxConvolve2D", [image], [array, len(made), method], out=out, roi=roi,
-                   coi=coi, layout="sd...")
+                   coi=coi)
     finally:
         for k in made:
             _lib.functions["moxDeleteConvKernel"](k)
@@ -110,8 +110,7 @@ def convolve_sep2d(image, x_kernel=None, y_kernel=None, x_anchor=None, y_anchor=
             yk = _kernel(v, None if y_anchor is None else (0, y_anchor), y_shift,
                          (v.size, 1))
             made.append(yk)
-        return run("moxConvolveSep2D", [image], [xk, yk], out=out, roi=roi, coi=coi,
-                   layout="sd..")
+        return run("moxConvolveSep2D", [image], [xk, yk], out=out, roi=roi, coi=coi)
     finally:
         for k in made:
             _lib.functions["moxDeleteConvKernel"](k)
@@ -133,7 +132,7 @@ def apply_color_twist(image, matrix, scaling=0, offset=0, *, out=None, roi=None,
         raise MemoryError("moxCreateColorTwist returned no record")
     try:
         return run("moxApplyColorTwist", [image], [twist, _int(offset)], out=out, roi=roi,
-                   coi=coi, mapping=mapping, layout="sd..m")
+                   coi=coi, mapping=mapping)
     finally:
         _lib.functions["moxDeleteColorTwist"](twist)
 
@@ -145,17 +144,11 @@ def alpha_composite(a, b, kind="over", alpha_a=None, alpha_b=None, alpha_out=Non
     (the last of 2 or 4 channels), else opaque; alpha_out receives the
     result's alpha when given."""
     t = COMPOSITE[kind] if isinstance(kind, str) else int(kind)
-    ia = image_of(a, None, None, alpha=True)
-    ib = image_of(b, None, None, alpha=True)
-    extra = [image_of(x, None, None).pointer if x is not None else None for x in (alpha_a, alpha_b)]
-    dst_alpha = image_of(alpha_out, None, None, written=True) if alpha_out is not None else None
-    result = run("moxAlphaComposite", [ia, ib],
-                 [t] + extra + [dst_alpha.pointer if dst_alpha else None,
-                                1 if premultiplied else 0, 1 if divide else 0],
-                 out=out, layout="ssd......", alpha=True)
-    if dst_alpha is not None:
-        dst_alpha.finish()
-    return result
+    # The sources carry their own alpha (the last of 2 or 4 channels); the
+    # alpha images are plain ones.
+    ia, ib = image_of(a, None, None, alpha=True), image_of(b, None, None, alpha=True)
+    return run("moxAlphaComposite", [ia, ib, alpha_a, alpha_b, alpha_out],
+               [t, 1 if premultiplied else 0, 1 if divide else 0], out=out, alpha=True)
 
 
 def _per_channel(tables, n, name):
@@ -202,7 +195,7 @@ def compute_histo(image, bins, *, roi=None, coi=None):
     (channels, num)."""
     img = image_of(image, roi, coi)
     luts, keep, counts = _luts(img, bins)
-    run("moxComputeHisto", [img], [luts], layout="s.")
+    run("moxComputeHisto", [img], [luts])
     return counts[0].copy() if len(counts) == 1 else np.array(counts)
 
 
@@ -213,7 +206,7 @@ def contrast_stretch(image, keys, values, factors=None, *, out=None, roi=None, c
     every bin stay."""
     img = image_of(image, roi, coi)
     luts, keep, _ = _luts(img, keys, values, factors, 0 if factors is None else 1)
-    return run("moxContrastStretch", [img], [luts], out=out, roi=roi, coi=coi, layout="sd.")
+    return run("moxContrastStretch", [img], [luts], out=out, roi=roi, coi=coi)
 
 
 def histo_equalize(image, bins, *, out=None, roi=None, coi=None):
@@ -221,7 +214,7 @@ def histo_equalize(image, bins, *, out=None, roi=None, coi=None):
     for compute_histo)."""
     img = image_of(image, roi, coi)
     luts, keep, _ = _luts(img, bins)
-    return run("moxHistoEqualize", [img], [luts], out=out, roi=roi, coi=coi, layout="sd.")
+    return run("moxHistoEqualize", [img], [luts], out=out, roi=roi, coi=coi)
 
 
 _FILE_HEADER = struct.Struct("<2sIHHI")  # "BM", file size, 0, 0, offset of the rows

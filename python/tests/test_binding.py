@@ -277,12 +277,16 @@ def test_every_table_entry_matches_its_c_signature():
     # argument layout must agree with the C declaration, image for image.
     from moxpx import _lib, _ops
     image = _lib._IMG
+    layouts = [(op.cname, op.layout) for op in _ops.TABLE] + list(_ops.LAYOUTS.items())
+    for cname, layout in layouts:
+        result, argtypes = _lib._SIGNATURES[cname]
+        assert len(layout) == len(argtypes), cname
+        for k, t in zip(layout, argtypes):  # n: a null pointer of either kind
+            assert k in "sdw" and t is image or k not in "sdw" and (t is not image or k == "n"), \
+                (cname, k, t)
+            if k == "m":
+                assert t is _lib._MAP, (cname, k, t)
     for op in _ops.TABLE:
-        result, argtypes = _lib._SIGNATURES[op.cname]
-        assert len(op.layout) == len(argtypes), op.name
-        for k, t in zip(op.layout, argtypes):
-            assert (k in "sdwn") == (t is image), (op.name, k, t)
-            assert (k == "m") == (t is _lib._MAP and k not in "sdwn"), (op.name, k, t)
         assert len(op.params) == op.layout.count("."), op.name
 
 

