@@ -73,7 +73,7 @@ class TiledImage:
     copied into a buffer (and, for writing, copied back on release).
     """
 
-    def __init__(self, store, tile, written, registry):
+    def __init__(self, store, tile, written, registry, model=None, alpha=False):
         self.store = store if isinstance(store, RawFile) else None
         a = store.array if self.store is not None else store
         if a.dtype not in DEPTHS or a.dtype == np.bool_:
@@ -98,6 +98,10 @@ class TiledImage:
         hdr.nChannels = c
         hdr.depth = DEPTHS[a.dtype]
         hdr.align = 4
+        hdr.colorModel = (model or ("GRAY" if c == 1 else "RGB")).encode("ascii")
+        hdr.channelSeq = b"GRAY" if c == 1 else b"RGB"
+        if alpha and c in (2, 4):
+            hdr.alphaChannel = c
         hdr.height, hdr.width = h, w
         hdr.tileInfo = ctypes.pointer(self.info)
         self.header = hdr
@@ -200,7 +204,12 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     v = bound.arguments
     _, sources = image_arguments(bound)
     scalars = [_CONVERT[kind](v[p]) for p, kind, _ in spec.params]
-    plain = [None if isinstance(s, RawFile) else image_of(s, roi, coi) for s in sources]
+    # The colour model of each image (as the operation's entry asks) and whether
+    # images carry alpha.
+    models = [spec.models[i] if spec.models else None
+              for i, k in enumerate(spec.layout) if k in "sd"]
+    plain = [None if isinstance(s, RawFile) else
+             image_of(s, roi, coi, model=m, alpha=spec.alpha) for s, m in zip(sources, models)]
     if out is None:
         # A raw file stands in by an array of its shape that holds no pixels.
         shapes = [p if p is not None else np.broadcast_to(np.zeros((), s.dtype), s.shape)
@@ -226,9 +235,10 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
         mine = getattr(local, "images", None)
         if mine is None:
             reg = _Registry()
-            srcs = [p if p is not None else TiledImage(s, (tw, tht), False, reg)
-                    for p, s in zip(plain, sources)]
-            dst = TiledImage(out, (tw, tht), True, reg)
+            srcs = [p if p is not None else
+                    TiledImage(s, (tw, tht), False, reg, m, spec.alpha)
+                    for p, s, m in zip(plain, sources, models)]
+            dst = TiledImage(out, (tw, tht), True, reg, models[-1], spec.alpha)
             for t in srcs + [dst]:
                 if isinstance(t, TiledImage):
                     t.set_region(roi, coi)

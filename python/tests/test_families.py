@@ -193,3 +193,12 @@ def test_bitmaps_go_and_come_back():
     np.testing.assert_array_equal(moxpx.from_dib(bmp, order="BGR"), rgb[..., ::-1])
     with pytest.raises(ValueError):
         moxpx.to_dib(rgb, 16)
+
+
+@needs("rgb2hsv", "hsv2rgb")
+def test_colour_models_tile_by_tile():
+    # moxpx.parallel gives its images the colour model the operation reads.
+    rgb = rand((40, 50, 3))
+    hsv = moxpx.rgb2hsv(rgb)
+    np.testing.assert_array_equal(moxpx.parallel(moxpx.hsv2rgb, hsv, tile=(16, 8), threads=2),
+                                  moxpx.hsv2rgb(hsv))
