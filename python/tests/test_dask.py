@@ -86,9 +86,13 @@ def test_regions_are_refused():
 
 def test_on_a_local_cluster():
     distributed = pytest.importorskip("distributed")
+    import dask
     x, y = rand((128, 96)), rand((128, 96))
-    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=False,
-                                  dashboard_address=None) as cluster, \
-            distributed.Client(cluster) as client:
+    # A busy machine starts the cluster slowly: wait for it generously.
+    with dask.config.set({"distributed.comm.timeouts.connect": "120s",
+                          "distributed.deploy.lost-worker-timeout": "120s"}), \
+            distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=False,
+                                     dashboard_address=None) as cluster, \
+            distributed.Client(cluster, timeout=120) as client:
         got = client.compute(mdask.apply(moxpx.add, da.from_array(x, chunks=32), y)).result()
     np.testing.assert_array_equal(got, moxpx.add(x, y))
