@@ -39,9 +39,14 @@ void clipped(const MoxImage* im, i64& x, i64& y, i64& w, i64& h) {
   h = std::max<i64>(h, 0);
 }
 
-// The view of the rectangle (x, y, w, h) of an image whose layout starts at
-// pixel (ox, oy).
 View viewAt(const MoxImage* im, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i64 w, i64 h) {
+  return blockView(im, l.base, l.step, l.planeStep, ox, oy, x, y, w, h);
+}
+
+}  // namespace
+
+View blockView(const MoxImage* im, char* base, i64 step, i64 planeStep, i64 ox, i64 oy, i64 x,
+               i64 y, i64 w, i64 h) {
   const unsigned bits = depthBits(im->depth);
   const i64 col = x - ox;
   i64 byte;
@@ -53,8 +58,8 @@ View viewAt(const MoxImage* im, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i
     byte = col * (bits / 8) * (im->dataOrder == 0 ? im->nChannels : 1);
   }
   View v;
-  v.data = l.base + (y - oy) * l.step + byte;
-  v.widthStep = static_cast<int>(l.step);
+  v.data = base + (y - oy) * step + byte;
+  v.widthStep = static_cast<int>(step);
   v.width = static_cast<int>(w);
   v.height = static_cast<int>(h);
   v.nChannels = im->nChannels;
@@ -62,9 +67,24 @@ View viewAt(const MoxImage* im, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i
   v.dataOrder = im->dataOrder;
   v.depth = im->depth;
   v.bitOffset = bitOffset;
-  v.planeStep = static_cast<std::ptrdiff_t>(l.planeStep);
+  v.planeStep = static_cast<std::ptrdiff_t>(planeStep);
   return v;
 }
+
+bool reportTileData(const WalkPlan& plan, int line, const char* name, bool afterGet) {
+  const Site at{plan.func, plan.file, line};
+  if (afterGet && plan.nullText) {
+    mox::report(at, plan.nullText, plan.nullStatus);
+    return false;
+  }
+  char message[160];
+  std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name,
+                afterGet ? "==" : "!=");
+  mox::report(at, message, afterGet ? plan.nullStatus : MOX_StsBadArgument);
+  return false;
+}
+
+namespace {
 
 bool coversWhole(const MoxImage* im) {
   const MoxROI* roi = im->roi;
@@ -118,23 +138,28 @@ class Walker {
   Walker(const WalkPlan& plan, const WalkImage* images, int n)
       : plan_(plan), images_(images), n_(n) {}
 
-  bool run(const int* mapping, Kernel kernel, const void* arg);
+  // Runs the kernel, or the piece function when one is given.
+  bool run(const int* mapping, Kernel kernel, const void* arg, PieceFn piece = nullptr);
 
  private:
-  bool report(int line, const char* name, const char* test) {
-    char message[160];
-    std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name, test);
-    mox::report(Site{plan_.func, plan_.file, line}, message);
-    return false;
+  bool report(int line, const char* name, bool afterGet) {
+    return reportTileData(plan_, line, name, afterGet);
   }
   int line(int k) const { return plan_.lines->tileData[k]; }
   bool acquire(int i, int tx, int ty);
   bool cutToTile(const int* mapping);
-  bool walkPieces(Kernel kernel, const void* arg);
+  bool cutToPoint(const int* mapping);
+  bool walkPieces(const void* arg);
   bool releaseAll();
-  void mark(View* views) const {
+  // Runs on one piece whose destination starts at (x, y).
+  bool runPiece(View* views, const void* arg, i64 x, i64 y) {
+    if (piece_)
+      return piece_(views[n_ - 1], static_cast<int>(x), static_cast<int>(y),
+                    const_cast<void*>(arg));
     joinRows(views, n_);
     views[n_ - 1].large = large_;
+    kernel_(views, arg);
+    return true;
   }
 
   const WalkPlan& plan_;
@@ -144,6 +169,8 @@ class Walker {
   i64 w_ = 0, h_ = 0;
   bool firstWalk_ = false;
   bool large_ = false;
+  Kernel kernel_ = nullptr;
+  PieceFn piece_ = nullptr;
 };
 
 bool Walker::acquire(int i, int tx, int ty) {
@@ -154,11 +181,11 @@ bool Walker::acquire(int i, int tx, int ty) {
   const char* name = images_[i].name;
   if (!firstWalk_ && p.held) {
     tile->callBack(im, p.heldX, p.heldY, MOX_RELEASE_TILE);
-    if (tile->tileData) return report(line(n_ + 2 * i), name, "!=");
+    if (tile->tileData) return report(line(n_ + 2 * i), name, false);
   }
   tile->callBack(im, tx, ty, images_[i].write ? MOX_GET_TILE_TO_WRITE : MOX_GET_TILE_TO_READ);
   p.held = true, p.heldX = tx, p.heldY = ty;
-  if (!tile->tileData) return report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, "==");
+  if (!tile->tileData) return report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, true);
   return true;
 }
 
@@ -190,7 +217,20 @@ View plainView(const MoxImage* im, i64 x, i64 y, i64 w, i64 h) {
   return viewAt(im, l, 0, 0, x, y, w, h);
 }
 
-bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
+// Cuts the rectangle down to the destination pixel named by the request;
+// false when the pixel lies outside it (no work).
+bool Walker::cutToPoint(const int* mapping) {
+  Part& d = parts_[n_ - 1];
+  const i64 dx = i64(mapping[0]) - d.x, dy = i64(mapping[1]) - d.y;
+  if (dx < 0 || dy < 0 || dx >= w_ || dy >= h_) return false;
+  for (int i = 0; i < n_; ++i) parts_[i].x += dx, parts_[i].y += dy;
+  w_ = h_ = 1;
+  return true;
+}
+
+bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn piece) {
+  kernel_ = kernel;
+  piece_ = piece;
   bool tiled = false;
   w_ = h_ = 0x7fffffff;
   for (int i = 0; i < n_; ++i) {
@@ -212,26 +252,25 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg) {
   }
   const MoxImage* d = parts_[n_ - 1].image;
   large_ = w_ * h_ * workChannels(d) * depthBits(d->depth) / 8 >= kLargeBytes;
+  if (mapping && plan_.pointMapping && !cutToPoint(mapping)) return true;
   View views[3];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
-    if (!plan_.wholeImage || !flatViews(images_, n_, views))
+    if (piece || !plan_.wholeImage || !flatViews(images_, n_, views))
       for (int i = 0; i < n_; ++i)
         views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
-    mark(views);
-    kernel(views, arg);
-    return true;
+    return runPiece(views, arg, parts_[n_ - 1].x, parts_[n_ - 1].y);
   }
-  if (mapping && parts_[n_ - 1].tile) {
+  if (mapping && !plan_.pointMapping && parts_[n_ - 1].tile) {
     firstWalk_ = true;
     if (!cutToTile(mapping)) return false;
   }
-  return walkPieces(kernel, arg) && releaseAll();
+  return walkPieces(arg) && releaseAll();
 }
 
 // Bands of rows end where any image's tile row ends; pieces of a band end
 // where any image's tile column ends.
-bool Walker::walkPieces(Kernel kernel, const void* arg) {
+bool Walker::walkPieces(const void* arg) {
   View views[3];
   i64 band = 0, piece = 0;
   for (i64 ry = 0; ry < h_; ry += band) {
@@ -258,8 +297,8 @@ bool Walker::walkPieces(Kernel kernel, const void* arg) {
         views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
                           piece, band);
       }
-      mark(views);
-      kernel(views, arg);
+      const Part& d = parts_[n_ - 1];
+      if (!runPiece(views, arg, d.x + rx, d.y + ry)) return false;
     }
   }
   return true;
@@ -270,7 +309,7 @@ bool Walker::releaseAll() {
     const Part& p = parts_[i];
     if (!p.tile) continue;
     p.tile->callBack(p.image, p.held ? p.heldX : 0, p.held ? p.heldY : 0, MOX_RELEASE_TILE);
-    if (p.tile->tileData) return report(line(3 * n_ + i), images_[i].name, "!=");
+    if (p.tile->tileData) return report(line(3 * n_ + i), images_[i].name, false);
   }
   return true;
 }
@@ -281,6 +320,12 @@ bool walk(const WalkPlan& plan, const WalkImage* images, int n, const int* mappi
           const void* arg) {
   Walker walker(plan, images, n);
   return walker.run(mapping, kernel, arg);
+}
+
+bool walkDestination(const WalkPlan& plan, const WalkImage& dst, const int* mapping, PieceFn fn,
+                     void* arg) {
+  Walker walker(plan, &dst, 1);
+  return walker.run(mapping, nullptr, arg, fn);
 }
 
 bool badLayout(const MoxImage* image, const char* name, const Site& at) {

@@ -86,12 +86,41 @@ struct WalkPlan {
   const char* file;
   const WalkLines* lines;
   bool wholeImage;  // allow the flat whole-image path
+  // `mapping` names one destination pixel, not a tile: the rectangle is cut
+  // to that pixel, and a pixel outside it means no work and no report.
+  bool pointMapping = false;
+  // The operation's own text and status for a get that leaves tileData
+  // null; null keeps "(name->tileInfo->tileData == ((void*)(0)))".
+  const char* nullText = nullptr;
+  int nullStatus = MOX_StsBadArgument;
 };
+
+// Reports a tile call-back that left tileData null after a get (`afterGet`,
+// with the plan's own text and status if it has one) or set after a release.
+bool reportTileData(const WalkPlan& plan, int line, const char* name, bool afterGet);
 
 // Walks n (1..3) images. Returns false after a report (tile request or tile
 // data); the kernel may then have run on part of the rectangle.
 bool walk(const WalkPlan& plan, const WalkImage* images, int n, const int* mapping, Kernel kernel,
           const void* arg);
+
+// Runs on one destination piece: its view and the position of its first
+// pixel in the destination image. Returns false after a report, which
+// stops the walk.
+using PieceFn = bool (*)(const View& dst, int x, int y, void* arg);
+
+// The destination-driven walk: the pieces of one image's rectangle (its ROI
+// clipped to it), cut by `mapping` and the image's tiles exactly as in
+// walk() with n = 1 (tile lines: first get, second release and get, final
+// release). Rows are never joined. Returns false after a report.
+bool walkDestination(const WalkPlan& plan, const WalkImage& dst, const int* mapping, PieceFn fn,
+                     void* arg);
+
+// The view of the rectangle (x, y, w, h) of an image whose pixels (or the
+// tile that holds them) start at pixel (ox, oy) of `base`, rows `step` and
+// planes `planeStep` bytes apart.
+View blockView(const MoxImage* im, char* base, long long step, long long planeStep, long long ox,
+               long long oy, long long x, long long y, long long w, long long h);
 
 // Checks that an untiled image's step and size hold the rows its width and
 // height need, and that a tiled image's tile layout fits in 32 bits; reports

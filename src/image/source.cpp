@@ -1,0 +1,193 @@
+// The shared source reader: a rectangle of a source image as a plain view.
+#include "image/source.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "image/pointop.h"
+
+namespace mox {
+namespace {
+
+using i64 = long long;
+
+// Copies every channel of a rectangle between two views of the same shape.
+void copyRect(const View& from, const View& to) {
+  const unsigned bits = depthBits(from.depth);
+  if (bits == 1) {
+    unsigned char row[kBitChunk];
+    for (int y = 0; y < from.height; ++y)
+      for (int x0 = 0, w = 0; x0 < from.width; x0 += w) {
+        w = std::min(from.width - x0, kBitChunk * 8);
+        readBits(from, y, x0, w, row);
+        writeBits(to, y, x0, w, row);
+      }
+    return;
+  }
+  const bool plane = from.dataOrder == 1;
+  const std::size_t bytes =
+      std::size_t(from.width) * (bits / 8) * static_cast<std::size_t>(plane ? 1 : from.nChannels);
+  for (int p = 0; p < (plane ? from.nChannels : 1); ++p)
+    for (int y = 0; y < from.height; ++y)
+      std::memcpy(to.data + p * to.planeStep + std::ptrdiff_t(y) * to.widthStep,
+                  from.data + p * from.planeStep + std::ptrdiff_t(y) * from.widthStep, bytes);
+}
+
+void copyPixel(const View& from, i64 fx, i64 fy, const View& to, i64 tx, i64 ty) {
+  for (int c = 1; c <= from.nChannels; ++c) setViewValue(to, tx, ty, c, viewValue(from, fx, fy, c));
+}
+
+}  // namespace
+
+SourceReader::SourceReader(const MoxImage* image, Edge edge, const SourceSites& sites)
+    : image_(image), edge_(edge), sites_(sites) {
+  if (const MoxTileInfo* t = image->tileInfo) {
+    int step = 0, size = 0;
+    layoutSize(t->width, t->height, image->depth, image->nChannels, image->dataOrder, image->align,
+               &step, &size);
+    tileStep_ = step;
+  }
+}
+
+SourceReader::~SourceReader() { std::free(scratch_); }
+
+bool SourceReader::fail(int status, int line) {
+  const Site at{sites_.func, sites_.file, line};
+  if (status == kBorderNoTile || status == kBorderKept) {
+    const WalkPlan plan{sites_.func, sites_.file, nullptr, false, false, sites_.nullText,
+                        sites_.nullStatus};
+    return reportTileData(plan, line, sites_.name, status == kBorderNoTile);
+  }
+  report(at, "Out of memory", MOX_StsOutOfMemory);
+  return false;
+}
+
+// Holds the tile with pixel (sx, sy), releasing the one held before.
+bool SourceReader::fetch(int sx, int sy, View* tile, int* ox, int* oy) {
+  const MoxTileInfo* t = image_->tileInfo;
+  const int tx = sx / t->width, ty = sy / t->height;
+  if (!held_ || tx != heldX_ || ty != heldY_) {
+    if (!release()) return false;
+    t->callBack(image_, tx, ty, MOX_GET_TILE_TO_READ);
+    held_ = true, heldX_ = tx, heldY_ = ty;
+    if (!t->tileData) return fail(kBorderNoTile, sites_.getLine);
+  }
+  *ox = tx * t->width, *oy = ty * t->height;
+  *tile = blockView(image_, t->tileData, tileStep_, tileStep_ * t->height, *ox, *oy, *ox, *oy,
+                    t->width, t->height);
+  return true;
+}
+
+bool SourceReader::release() {
+  if (!held_) return true;
+  held_ = false;
+  image_->tileInfo->callBack(image_, heldX_, heldY_, MOX_RELEASE_TILE);
+  return !image_->tileInfo->tileData || fail(kBorderKept, sites_.releaseLine);
+}
+
+bool SourceReader::copyInside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0, i64 ix1,
+                              i64 iy1) {
+  const MoxImage* im = image_;
+  auto into = [&](i64 cx, i64 cy, i64 w, i64 h) {
+    return blockView(im, block.data, block.widthStep, block.planeStep, x, y, cx, cy, w, h);
+  };
+  if (!im->tileInfo) {
+    const View from = blockView(im, im->imageData, im->widthStep, i64(im->widthStep) * im->height,
+                                0, 0, ix0, iy0, ix1 - ix0, iy1 - iy0);
+    copyRect(from, into(ix0, iy0, ix1 - ix0, iy1 - iy0));
+    return true;
+  }
+  const MoxTileInfo* t = im->tileInfo;
+  for (i64 ty = iy0 / t->height; ty * t->height < iy1; ++ty)
+    for (i64 tx = ix0 / t->width; tx * t->width < ix1; ++tx) {
+      View tile;
+      int ox, oy;
+      if (!fetch(static_cast<int>(tx * t->width), static_cast<int>(ty * t->height), &tile, &ox, &oy))
+        return false;
+      const i64 cx0 = std::max<i64>(ix0, ox), cx1 = std::min<i64>(ix1, i64(ox) + t->width);
+      const i64 cy0 = std::max<i64>(iy0, oy), cy1 = std::min<i64>(iy1, i64(oy) + t->height);
+      const View from = blockView(im, t->tileData, tileStep_, tileStep_ * t->height, ox, oy, cx0,
+                                  cy0, cx1 - cx0, cy1 - cy0);
+      copyRect(from, into(cx0, cy0, cx1 - cx0, cy1 - cy0));
+    }
+  return true;
+}
+
+bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0, i64 ix1,
+                               i64 iy1) {
+  const MoxImage* im = image_;
+  const bool any = ix0 < ix1 && iy0 < iy1;
+  const View whole = im->tileInfo ? View{} : blockView(im, im->imageData, im->widthStep,
+                                                       i64(im->widthStep) * im->height, 0, 0, 0,
+                                                       0, im->width, im->height);
+  for (i64 r = y; r < y + block.height; ++r) {
+    const bool rowInside = any && r >= iy0 && r < iy1;
+    for (i64 c = x; c < x + block.width; ++c) {
+      if (rowInside && c == ix0) c = ix1;  // the inside part is there already
+      if (c >= x + block.width) break;
+      BorderSource src;
+      if (borderSource(im, static_cast<int>(c), static_cast<int>(r), edge_, &src)) {
+        const int code = ownClassifyPoint(im, static_cast<int>(c), static_cast<int>(r));
+        const int side = code & 1 ? 0 : code & 2 ? 1 : code & 4 ? 2 : 3;
+        char message[160];
+        std::snprintf(message, sizeof message,
+                      "(%s->borderMode[%d] < MOX_BORDER_CONSTANT || %s->borderMode[%d] > "
+                      "MOX_BORDER_WRAP)",
+                      sites_.name, side, sites_.name, side);
+        report(Site{sites_.func, sites_.file, sites_.borderLine}, message);
+        return false;
+      }
+      if (src.constant) {
+        for (int ch = 1; ch <= block.nChannels; ++ch)
+          setViewValue(block, c - x, r - y, ch, src.value);
+      } else if (any && src.x >= ix0 && src.x < ix1 && src.y >= iy0 && src.y < iy1) {
+        copyPixel(block, src.x - x, src.y - y, block, c - x, r - y);
+      } else if (!im->tileInfo) {
+        copyPixel(whole, src.x, src.y, block, c - x, r - y);
+      } else {
+        View tile;
+        int ox, oy;
+        if (!fetch(src.x, src.y, &tile, &ox, &oy)) return false;
+        copyPixel(tile, src.x - ox, src.y - oy, block, c - x, r - y);
+      }
+    }
+  }
+  return true;
+}
+
+bool SourceReader::read(int x, int y, int w, int h, View* out) {
+  const MoxImage* im = image_;
+  w = std::max(w, 0), h = std::max(h, 0);
+  const i64 ix0 = std::max<i64>(x, 0), ix1 = std::min<i64>(i64(x) + w, im->width);
+  const i64 iy0 = std::max<i64>(y, 0), iy1 = std::min<i64>(i64(y) + h, im->height);
+  if (!im->tileInfo && ix0 == x && iy0 == y && ix1 == i64(x) + w && iy1 == i64(y) + h) {
+    *out = blockView(im, im->imageData, im->widthStep, i64(im->widthStep) * im->height, 0, 0, x, y,
+                     w, h);
+    return true;
+  }
+  // The scratch block: the image's layout at the rectangle's size.
+  const unsigned bits = depthBits(im->depth);
+  const bool plane = im->dataOrder == 1;
+  const i64 rowBytes = (i64(w) * bits * (plane ? 1 : im->nChannels) + 7) / 8;
+  const i64 step = (rowBytes + 7) & ~i64(7);
+  const i64 bytes = step * h * (plane ? im->nChannels : 1);
+  if (i64(x) + w - 1 > INT_MAX || i64(y) + h - 1 > INT_MAX || step > INT_MAX ||
+      bytes > INT_MAX)
+    return fail(kBorderOk, sites_.memoryLine);
+  if (bytes > capacity_) {
+    char* grown = static_cast<char*>(std::realloc(scratch_, static_cast<std::size_t>(bytes)));
+    if (!grown) return fail(kBorderOk, sites_.memoryLine);
+    scratch_ = grown;
+    capacity_ = bytes;
+  }
+  View block = blockView(im, scratch_, step, step * h, x, y, x, y, w, h);
+  if (ix0 < ix1 && iy0 < iy1 && !copyInside(block, x, y, ix0, iy0, ix1, iy1)) return false;
+  if (!fillOutside(block, x, y, ix0, iy0, ix1, iy1) || !release()) return false;
+  *out = block;
+  return true;
+}
+
+}  // namespace mox

@@ -1,0 +1,240 @@
+// Border modes: coordinate mapping, single pixels, row and column gathers,
+// runs, the fallback of unknown modes, on plain and tiled images.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <vector>
+
+#include "image/border.h"
+#include "image_helpers.h"
+
+namespace {
+
+using namespace testimg;
+
+// The mappings as repeated steps of one period.
+int slowReflect(long long c, int n) {
+  if (c < 0) {
+    while (c < -n) c += 2 * n;
+    if (c < 0) c = ~c;
+  } else if (c >= n) {
+    while (c >= n) c -= 2 * n;
+    if (c < 0) c = ~c;
+  }
+  return static_cast<int>(c);
+}
+
+int slowWrap(long long c, int n) {
+  while (c < 0) c += n;
+  while (c >= n) c -= n;
+  return static_cast<int>(c);
+}
+
+void setModes(MoxImage* im, const int (&mode)[4], const int (&constant)[4]) {
+  for (int s = 0; s < 4; ++s) moxSetBorderMode(im, mode[s], 1 << s, constant[s]);
+}
+
+// The raw value of (x, y, channel c from 1) of a plain image.
+unsigned raw(const MoxImage* im, int x, int y, int c) {
+  return static_cast<unsigned>(get(im, x, y, c - 1)) & (bitsOf(im->depth) == 32
+                                                             ? 0xFFFFFFFFu
+                                                             : (1u << bitsOf(im->depth)) - 1);
+}
+
+// What a pixel reads: the governing side (top and bottom govern corners),
+// its mode applied by the slow steps.
+unsigned expected(const MoxImage* im, int x, int y, int c) {
+  const int code = (y < 0 ? 1 : y >= im->height ? 2 : 0) + (x < 0 ? 4 : x >= im->width ? 8 : 0);
+  if (code == 0) return raw(im, x, y, c);
+  const int side = code & 1 ? 0 : code & 2 ? 1 : code & 4 ? 2 : 3;
+  auto map = [&](int v, int n) {
+    switch (im->borderMode[side]) {
+      case MOX_BORDER_REPLICATE: return v < 0 ? 0 : v >= n ? n - 1 : v;
+      case MOX_BORDER_REFLECT: return slowReflect(v, n);
+      default: return slowWrap(v, n);
+    }
+  };
+  if (im->borderMode[side] == MOX_BORDER_CONSTANT) return static_cast<unsigned>(im->borderConst[side]);
+  return raw(im, map(x, im->width), map(y, im->height), c);
+}
+
+TEST(Border, CoordinatesMapAsRepeatedStepsInConstantTime) {
+  const struct { long long c; int r; } reflect5[] = {{-1, 0}, {-5, 4}, {-6, 4}, {5, 4}, {9, 0}, {14, 4}};
+  for (const auto& k : reflect5) EXPECT_EQ(mox::reflectCoord(k.c, 5), k.r) << k.c;
+  EXPECT_EQ(mox::wrapCoord(-1, 7), 6);
+  EXPECT_EQ(mox::wrapCoord(-2 * 7 - 1, 7), 6);
+  for (int n = 1; n <= 7; ++n)
+    for (long long c = -60; c <= 60; ++c) {
+      EXPECT_EQ(mox::reflectCoord(c, n), slowReflect(c, n)) << c << " " << n;
+      EXPECT_EQ(mox::wrapCoord(c, n), slowWrap(c, n)) << c << " " << n;
+    }
+  // Many periods away: the same answer as stepping back by whole periods.
+  for (long long c : {(long long)INT_MIN, (long long)INT_MAX, -1000000007LL, 999999937LL}) {
+    const int n = 13;
+    EXPECT_EQ(mox::reflectCoord(c, n), slowReflect(c % (2 * n), n)) << c;
+    EXPECT_EQ(mox::wrapCoord(c, n), slowWrap(c % n, n)) << c;
+  }
+}
+
+TEST(Border, PixelsOfEveryModeAndDepthPlainAndTiled) {
+  const int modes[][4] = {{0, 1, 2, 3}, {1, 2, 3, 0}, {2, 3, 0, 1}, {3, 0, 1, 2}, {2, 2, 2, 2}};
+  const int consts[4] = {0x12345678, -2, 7, 0x100};
+  for (unsigned depth : kDepths) {
+    const int ch = depth == MOX_DEPTH_1U ? 1 : 3;
+    for (int order : {0, 1}) {
+      if (depth == MOX_DEPTH_1U && order == 1) continue;
+      Image im({depth, ch, order, 11, 13}, depth + order);
+      Tiled tiled(im, 8, 8);
+      for (const auto& m : modes) {
+        setModes(im, m, consts);
+        setModes(tiled, m, consts);
+        for (int y = -25; y < 36; y += 3)
+          for (int x = -29; x < 42; x += 2)
+            for (int c = 1; c <= ch; ++c) {
+              unsigned a = 0xDEAD, b = 0xBEEF;
+              ASSERT_EQ(mox::ownGetBorderPixel(im, x, y, c, &a), mox::kBorderOk);
+              ASSERT_EQ(mox::ownGetBorderPixel(tiled, x, y, c, &b), mox::kBorderOk);
+              ASSERT_EQ(a, expected(im, x, y, c)) << depth << " " << x << "," << y << " " << c;
+              ASSERT_EQ(b, a);
+            }
+      }
+      EXPECT_FALSE(tiled.badIndex);
+    }
+  }
+}
+
+TEST(Border, CornersFollowTopAndBottom) {
+  Image im({MOX_DEPTH_8U, 1, 0, 5, 5}, 3);
+  setModes(im, {MOX_BORDER_REPLICATE, MOX_BORDER_CONSTANT, MOX_BORDER_CONSTANT, MOX_BORDER_REFLECT},
+           {1, 2, 3, 4});
+  unsigned v;
+  mox::ownGetBorderPixel(im, -1, -1, 1, &v);
+  EXPECT_EQ(v, raw(im, 0, 0, 1));  // top-left: top's replicate, not left's constant
+  mox::ownGetBorderPixel(im, 7, -3, 1, &v);
+  EXPECT_EQ(v, raw(im, 4, 0, 1));
+  mox::ownGetBorderPixel(im, 5, 5, 1, &v);
+  EXPECT_EQ(v, 2u);  // bottom-right: bottom's constant, not right's reflect
+  mox::ownGetBorderPixel(im, -1, 2, 1, &v);
+  EXPECT_EQ(v, 3u);
+  mox::ownGetBorderPixel(im, 6, 2, 1, &v);
+  EXPECT_EQ(v, raw(im, 3, 2, 1));
+}
+
+TEST(Border, RawValuesAndFills) {
+  Image im({MOX_DEPTH_8S, 1, 0, 2, 2}, 1);
+  set(im, 0, 0, 0, -1);
+  unsigned v = 0;
+  mox::ownGetBorderPixel(im, 0, 0, 1, &v);
+  EXPECT_EQ(v, 255u);
+  unsigned char bytes[3] = {0x5A, 0x5A, 0x5A};
+  mox::ownFillRun(3, MOX_DEPTH_1U, bytes, 10);
+  EXPECT_EQ(std::vector<int>(bytes, bytes + 3), (std::vector<int>{255, 255, 0x5A}));
+  mox::ownFillRun(2, MOX_DEPTH_1U, bytes, 10);
+  EXPECT_EQ(std::vector<int>(bytes, bytes + 3), (std::vector<int>{0, 0, 0x5A}));
+  std::uint16_t words[3] = {9, 9, 9};
+  mox::ownFillRun(0x12345, MOX_DEPTH_16S, words, 2);
+  EXPECT_EQ(std::vector<int>(words, words + 3), (std::vector<int>{0x2345, 0x2345, 9}));
+}
+
+// Rows cut at the image's left and right edges and columns, value for value
+// like single pixels, plain and tiled, forward and mirrored.
+TEST(Border, RowAndColumnGathersMatchPixels) {
+  for (unsigned depth : {MOX_DEPTH_1U, MOX_DEPTH_16S}) {
+    const int ch = depth == MOX_DEPTH_1U ? 1 : 2;
+    Image im({depth, ch, 0, 9, 21}, 5);
+    Tiled tiled(im, 8, 8);
+    for (int mode = 0; mode < 4; ++mode)
+      for (MoxImage* target : {+im, +tiled}) {
+        setModes(target, {mode, (mode + 1) % 4, mode, (mode + 3) % 4}, {5, 6, 7, 8});
+        const int w = target->width;
+        for (int y = -12; y < 22; ++y) {
+          // Pieces left of, over and right of the image, and one far away.
+          const int pieces[][2] = {{-30, 30}, {-7, 7}, {0, w}, {3, 11}, {w, 8}, {w + 40, 25}};
+          for (const auto& p : pieces)
+            for (int c = 1; c <= ch; ++c) {
+              std::vector<unsigned char> buf(64 * 4, 0xCC);
+              ASSERT_EQ(mox::ownGetBorderRow(target, p[0], y, c, buf.data(), p[1]), mox::kBorderOk);
+              for (int i = 0; i < p[1]; ++i) {
+                unsigned v;
+                mox::ownGetBorderPixel(target, p[0] + i, y, c, &v);
+                const unsigned got = depth == MOX_DEPTH_1U ? (buf[i / 8] >> (7 - i % 8)) & 1
+                                                           : buf[2 * i] | buf[2 * i + 1] << 8;
+                ASSERT_EQ(got, v & (depth == MOX_DEPTH_1U ? 1 : 0xFFFF))
+                    << mode << " " << p[0] + i << "," << y;
+              }
+            }
+        }
+        std::vector<unsigned char> col(64);
+        ASSERT_EQ(mox::ownGetBorderColumn(target, -2, -11, 1, col.data(), 30), mox::kBorderOk);
+        for (int i = 0; i < 30; ++i) {
+          unsigned v;
+          mox::ownGetBorderPixel(target, -2, -11 + i, 1, &v);
+          const unsigned got = depth == MOX_DEPTH_1U ? (col[i / 8] >> (7 - i % 8)) & 1
+                                                     : col[2 * i] | col[2 * i + 1] << 8;
+          ASSERT_EQ(got, v & (depth == MOX_DEPTH_1U ? 1 : 0xFFFF));
+        }
+      }
+  }
+}
+
+TEST(Border, RunsStayInsideAndMirror) {
+  Image im({MOX_DEPTH_8U, 1, 0, 3, 5}, 2);
+  unsigned char out[8] = {};
+  EXPECT_EQ(mox::ownReadRowRun(im, 4, 1, 1, out, 5, 0), mox::kBorderOk);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(out[i], raw(im, 4 - i, 1, 1));
+  EXPECT_EQ(mox::ownReadRowRun(im, 1, 1, 1, out, 5, 1), mox::kBorderBadMode);
+  EXPECT_EQ(mox::ownReadRowRun(im, 1, 3, 1, out, 1, 1), mox::kBorderBadMode);
+}
+
+// Unknown modes pass the position on (left, right, bottom); a position they
+// leave outside the image is never read.
+TEST(Border, UnknownModesFallBackOrRefuse) {
+  Image im({MOX_DEPTH_8U, 1, 0, 4, 6}, 9);
+  const struct {
+    int mode[4];
+    int x, y;
+    int status;
+    int readX, readY;  // -1: the constant 40 + side
+  } cases[] = {
+      {{9, 0, 0, 0}, 2, -1, mox::kBorderOk, -1, 2},       // top -> left's constant
+      {{9, 0, 1, 0}, 2, -1, mox::kBorderBadMode, 0, 0},   // left replicate keeps y < 0
+      {{9, 2, 7, 7}, 2, -1, mox::kBorderOk, 2, 0},        // bottom reflects both
+      {{9, 2, 7, 7}, -1, -2, mox::kBorderOk, 0, 1},       // corner too
+      {{0, 0, -1, 3}, -1, 2, mox::kBorderOk, 5, 2},       // left -> right's wrap
+      {{0, 1, 0, 5}, 6, 1, mox::kBorderOk, 5, 1},         // right -> bottom's replicate
+      {{0, 9, 0, 0}, 1, 4, mox::kBorderBadMode, 0, 0},    // bottom has no fallback
+      {{8, 8, 8, 8}, -1, -1, mox::kBorderBadMode, 0, 0},  // no valid side
+  };
+  for (const auto& k : cases) {
+    for (int s = 0; s < 4; ++s) moxSetBorderMode(im, k.mode[s], 1 << s, 40 + s);
+    unsigned v = 12345;
+    EXPECT_EQ(mox::ownGetBorderPixel(im, k.x, k.y, 1, &v), k.status) << k.x << "," << k.y;
+    if (k.status != mox::kBorderOk) continue;
+    EXPECT_EQ(v, k.readX < 0 ? 40u + k.readY : raw(im, k.readX, k.readY, 1)) << k.x << "," << k.y;
+  }
+  moxSetBorderMode(im, 9, MOX_SIDE_ALL, 0);
+  unsigned char row[8];
+  EXPECT_EQ(mox::ownGetBorderRow(im, 0, -1, 1, row, 6), mox::kBorderBadMode);
+}
+
+TEST(Border, TiledReadsGetAndReleaseTheirTile) {
+  Image im({MOX_DEPTH_8U, 1, 0, 16, 24}, 4);
+  Tiled tiled(im, 8, 8);
+  unsigned v;
+  ASSERT_EQ(mox::ownGetPixel(tiled, 8, 9, 1, &v), mox::kBorderOk);
+  EXPECT_EQ(v, raw(im, 8, 9, 1));
+  ASSERT_EQ(tiled.calls.size(), 2u);
+  EXPECT_EQ(tiled.calls[0].image, +tiled);
+  EXPECT_EQ(std::vector<int>({tiled.calls[0].x, tiled.calls[0].y, tiled.calls[0].mode,
+                              tiled.calls[1].x, tiled.calls[1].y, tiled.calls[1].mode}),
+            (std::vector<int>{1, 1, MOX_GET_TILE_TO_READ, 1, 1, MOX_RELEASE_TILE}));
+  tiled.nullOnGet = 1;
+  unsigned char row[24];
+  EXPECT_EQ(mox::ownReadRowRun(tiled, 2, 3, 1, row, 20, 1), mox::kBorderNoTile);
+  tiled.keepOnRelease = 2;
+  EXPECT_EQ(mox::ownGetPixel(tiled, 0, 0, 1, &v), mox::kBorderOk);
+  EXPECT_EQ(mox::ownGetPixel(tiled, 0, 0, 1, &v), mox::kBorderKept);
+}
+
+}  // namespace
