@@ -131,8 +131,8 @@ _P = ctypes.POINTER
 _IMG = _P(MoxImage)
 _MAP = _P(c_int)
 
-# Signatures of the exports the package uses; any export missing from this
-# build of the library is simply absent from `functions`.
+# Signatures of every export; any export missing from this build of the
+# library is simply absent from `functions`.
 _SIGNATURES = {
     "moxGetErrStatus": (c_int, []),
     "moxSetErrStatus": (None, [c_int]),
@@ -140,6 +140,33 @@ _SIGNATURES = {
     "moxSetErrMode": (None, [c_int]),
     "moxRedirectError": (MoxErrorCallBack, [MoxErrorCallBack]),
     "moxErrorStr": (ctypes.c_char_p, [c_int]),
+    "moxError": (c_int, [c_int, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p, c_int]),
+    "moxNulDevReport": (c_int, [c_int, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p, c_int]),
+    "moxStdErrReport": (c_int, [c_int, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p, c_int]),
+    "moxGuiBoxReport": (c_int, [c_int, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p, c_int]),
+    "moxUndContext": (c_void_p, []),
+    "moxMalloc": (c_void_p, [c_int]),
+    "moxwMalloc": (c_void_p, [c_int]),
+    "moxiMalloc": (c_void_p, [c_int]),
+    "moxsMalloc": (c_void_p, [c_int]),
+    "moxdMalloc": (c_void_p, [c_int]),
+    "moxFree": (None, [c_void_p]),
+    "moxGetLibVersion": (c_void_p, []),
+    # records
+    "moxCreateImageHeader": (_IMG, [c_int, c_int, c_uint, ctypes.c_char_p, ctypes.c_char_p, c_int,
+                                    c_int, c_int, c_int, c_int, _P(MoxROI), c_void_p,
+                                    _P(MoxTileInfo)]),
+    "moxAllocateImage": (None, [_IMG, c_int]),
+    "moxDeallocateImage": (None, [_IMG]),
+    "moxDeallocate": (None, [_IMG, c_int]),
+    "moxDeallocateHeader": (None, [_IMG]),
+    "moxCreateROI": (_P(MoxROI), [c_int, c_int, c_int, c_int, c_int]),
+    "moxSetROI": (None, [_P(MoxROI), c_int, c_int, c_int, c_int, c_int]),
+    "moxDeleteROI": (None, [_P(MoxROI)]),
+    "moxCreateTileInfo": (_P(MoxTileInfo), [MoxTileCallBack, c_int, c_int, c_int]),
+    "moxSetTileInfo": (None, [_P(MoxTileInfo), MoxTileCallBack, c_int, c_int, c_int]),
+    "moxDeleteTileInfo": (None, [_P(MoxTileInfo)]),
+    "moxSetBorderMode": (None, [_IMG, c_int, c_int, c_int]),
     "moxBadImageHeader": (c_uint, [_IMG]),
     # arithmetic and logic
     "moxAdd": (None, [_IMG, _IMG, _IMG, _MAP]),
@@ -167,6 +194,8 @@ _SIGNATURES = {
     "moxAlphaCompositeC": (None, [_IMG, _IMG, _IMG, c_int, c_int, c_int, c_int, c_int]),
     # filters and morphology
     "moxCreateConvKernel": (_P(MoxConvKernel), [c_int, c_int, c_int, c_int, _P(c_int), c_int]),
+    "moxGetConvKernel": (None, [_P(MoxConvKernel), _P(c_int), _P(c_int), _P(c_int), _P(c_int),
+                                _P(_P(c_int)), _P(c_int)]),
     "moxDeleteConvKernel": (None, [_P(MoxConvKernel)]),
     "moxConvolve2D": (None, [_IMG, _IMG, _P(_P(MoxConvKernel)), c_int, c_int]),
     "moxConvolveSep2D": (None, [_IMG, _IMG, _P(MoxConvKernel), _P(MoxConvKernel)]),
@@ -195,10 +224,12 @@ _SIGNATURES = {
     "moxRGB2HLS": (None, [_IMG, _IMG, _MAP]),
     "moxHLS2RGB": (None, [_IMG, _IMG, _MAP]),
     "moxCreateColorTwist": (_P(MoxColorTwist), [_P(c_int), c_int]),
+    "moxSetColorTwist": (None, [_P(MoxColorTwist), _P(c_int), c_int]),
     "moxDeleteColorTwist": (None, [_P(MoxColorTwist)]),
     "moxApplyColorTwist": (None, [_IMG, _IMG, _P(MoxColorTwist), c_int, _MAP]),
     "moxReduceBits": (None, [_IMG, _IMG, c_int, c_int, c_int]),
     "moxConvert": (None, [_IMG, _IMG]),
+    "moxTranslateDIB": (_IMG, [_P(MoxBitmapInfoHeader), _P(c_int)]),
     "moxConvertFromDIB": (None, [_P(MoxBitmapInfoHeader), _IMG]),
     "moxConvertToDIB": (None, [_IMG, _P(MoxBitmapInfoHeader), c_int, c_int]),
     "moxBitonalToGray": (None, [_IMG, _IMG, c_int, c_int]),
