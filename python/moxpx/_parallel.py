@@ -186,8 +186,9 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     processors) and returns its result, equal to the single call's.
 
     op: a moxpx function whose library call takes a destination tile
-    (`mapping`): the arithmetic, logic, alpha and colour operations (not, for
-    instance, the transforms or the filters).
+    (`mapping`): the arithmetic, logic, alpha and colour operations, and
+    those that change one image in place (moxpx.set, pre_multiply_alpha);
+    not, for instance, the transforms or the filters.
     args: its arguments; images are numpy arrays (read in place) or RawFiles
     (read tile by tile). tile=(width, height): the destination tile size, a
     multiple of 8 each; tiles as wide as the image with the array's own row
@@ -196,18 +197,27 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     """
     op = resolve(op, args)
     spec = getattr(op, "op", None)
-    if spec is None or "m" not in spec.layout or spec.layout.count("d") != 1:
-        raise ValueError("moxpx.parallel runs operations that write a destination tile "
-                         "by tile (whose call takes `mapping`)")
+    # The tiled image: the destination, or the one image written in place.
+    written = spec and ("d" if spec.layout.count("d") == 1 and "w" not in spec.layout else
+                        "w" if spec.layout.count("w") == 1 and "d" not in spec.layout else None)
+    if not written or "m" not in spec.layout:
+        raise ValueError("moxpx.parallel runs operations that write one image tile by tile "
+                         "(whose call takes `mapping`)")
     bound = op.bind(*args, **kw)
     bound.apply_defaults()
     v = bound.arguments
     _, sources = image_arguments(bound)
+    if written == "w":
+        if out is not None:
+            raise ValueError("%s writes its image in place: it takes no out=" % op.__name__)
+        at = [k for k in spec.layout if k in "sw"].index("w")
+        out = sources.pop(at)
     scalars = [_CONVERT[kind](v[p]) for p, kind, _ in spec.params]
-    # The colour model of each image (as the operation's entry asks) and whether
-    # images carry alpha.
+    # The colour model of each image (as the operation's entry asks; the
+    # tiled image's last) and whether images carry alpha.
     models = [spec.models[i] if spec.models else None
-              for i, k in enumerate(spec.layout) if k in "sd"]
+              for i, k in enumerate(spec.layout) if k == "s"]
+    models.append(spec.models[spec.layout.index(written)] if spec.models else None)
     plain = [None if isinstance(s, RawFile) else
              image_of(s, roi, coi, model=m, alpha=spec.alpha) for s, m in zip(sources, models)]
     if out is None:
@@ -254,7 +264,7 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
         for k in spec.layout:
             if k == "s":
                 cargs.append(next(it_src).pointer)
-            elif k == "d":
+            elif k == written:
                 cargs.append(dst.pointer)
             elif k == "m":
                 cargs.append(_pair(t))

@@ -45,6 +45,14 @@ def test_premultiplication_in_place_by_the_last_channel():
         moxpx.pre_multiply_alpha(rand((6, 8, 3)))
 
 
+@needs("pre_multiply_alpha")
+def test_premultiplication_tile_by_tile():
+    rgba = rand((30, 40, 4))
+    want = moxpx.pre_multiply_alpha(rgba.copy())
+    np.testing.assert_array_equal(moxpx.parallel(moxpx.pre_multiply_alpha, rgba, tile=(16, 8)),
+                                  want)
+
+
 @needs("alpha_composite_c")
 def test_an_opaque_source_over_anything_is_itself():
     a, b = rand((5, 8, 4)), rand((5, 8, 4))

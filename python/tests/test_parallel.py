@@ -46,6 +46,17 @@ def test_regions_and_existing_destinations(coi):
     np.testing.assert_array_equal(out, want)
 
 
+def test_images_written_in_place_are_the_tiled_ones():
+    a = np.zeros((40, 50, 3), np.int16)
+    want = a.copy()
+    moxpx.set(want, -7, roi=(3, 5, 30, 20), coi=2)
+    assert moxpx.parallel(moxpx.set, a, -7, tile=(16, 8), threads=2, roi=(3, 5, 30, 20),
+                          coi=2) is a
+    np.testing.assert_array_equal(a, want)
+    with pytest.raises(ValueError, match="in place"):
+        moxpx.parallel(moxpx.set, a, 1, out=a.copy())
+
+
 def test_raw_files_in_and_out(tmp_path):
     a = rand((100, 72))
     a.tofile(tmp_path / "a.raw")
