@@ -252,6 +252,8 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
             for t in srcs + [dst]:
                 if isinstance(t, TiledImage):
                     t.set_region(roi, coi)
+            if written == "w":  # read as well as written: every tile starts from the image
+                dst.whole = (0, 0, 0, 0)
             mine = local.images = (reg, srcs, dst)
             with lock:
                 made.append(mine)
