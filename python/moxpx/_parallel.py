@@ -87,6 +87,7 @@ class TiledImage:
         self.in_place = (a.flags.c_contiguous and self.step == a.strides[0] and
                          self.tw >= w)
         self.buffer = None if self.in_place else np.zeros(self.step * self.th, np.uint8)
+        self.base = a.ctypes.data
         self.held = None
         self.error = None
         self.whole = (0, 0, w, h)
@@ -146,13 +147,15 @@ class TiledImage:
             self.info.tileData = None
             return
         if self.held is not None and self.held[:2] == (tx, ty):
-            return  # asked again for the tile it holds
+            if mode == _lib.GET_TILE_TO_WRITE:  # asked again, now to write it
+                self.held = (tx, ty, mode)
+            return
         if self.held is not None:
             self._let_go()
         x0, y0, w, h = self._rect(tx, ty)
         self.held = (tx, ty, mode)
         if self.in_place:
-            self.info.tileData = self.array.ctypes.data + y0 * self.array.strides[0]
+            self.info.tileData = self.base + y0 * self.array.strides[0]
             return
         wx0, wy0, wx1, wy1 = self.whole
         overwritten = (mode == _lib.GET_TILE_TO_WRITE and wx0 <= x0 and wy0 <= y0 and
