@@ -71,10 +71,15 @@ def like_sources(srcs):
     first source's type and working channels. Sources are Images or whole
     arrays."""
     first = srcs[0]
-    if type(first) is np.ndarray and all(type(s) is np.ndarray for s in srcs):
-        h = min(s.shape[0] for s in srcs)
-        w = min(s.shape[1] for s in srcs)
-        return h, w, first.shape[2] if first.ndim == 3 else 1, first.dtype
+    if type(first) is np.ndarray:
+        shape = first.shape
+        h, w = shape[0], shape[1]
+        for s in srcs:
+            if type(s) is not np.ndarray:
+                break
+            h, w = min(h, s.shape[0]), min(w, s.shape[1])
+        else:
+            return h, w, shape[2] if len(shape) == 3 else 1, first.dtype
     g = [geometry(s) for s in srcs]
     return min(x[3] for x in g), min(x[2] for x in g), g[0][4], g[0][5]
 
@@ -140,8 +145,10 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
         elif k == "d":
             if out is None:
                 h, w, c, dtype = dst(srcs)
-                planar = (geometry(srcs[0])[6] if dst_planar is None and srcs
-                          else bool(dst_planar))
+                if dst_planar is None:
+                    planar = bool(srcs) and type(srcs[0]) is Image and srcs[0].planar
+                else:
+                    planar = bool(dst_planar)
                 if plain and not planar:
                     result_array = new_array(h, w, c, dtype)
                     p = packed_pointer(result_array, True)
