@@ -1,59 +1,235 @@
-/* The main job for now: create and fill images, validate a good and a broken
-   header, and print the version record and the broken header's fault text. */
-#include <stdio.h>
-#include <string.h>
+/* The demo gallery: every entry of every family run on the sample
+   photographs, each result written as a .bmp file beside the photograph it
+   came from, and a page (index.html) that shows them side by side with the
+   library call and the command line that made them.
 
+   usage: moxpx_demo [output folder]   (default: gallery) */
+#include <dirent.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#if defined(_WIN32)
+#include <direct.h>
+#endif
+
+#include "bmpfile.h"
+#include "gallery.h"
 #include "moxpx.h"
 
-static int MOX_CALL quietReport(int status, const char* funcName, const char* message,
+#ifndef MOXPX_SAMPLES_DIR
+#define MOXPX_SAMPLES_DIR "samples"
+#endif
+
+#define MAX_PHOTOS 16
+#define PATH_SIZE 1024
+
+static int MOX_CALL printReport(int status, const char* funcName, const char* message,
                                 const char* file, int line) {
-  printf("reported by %s [%s:%d], status %d (%s):\n%s", funcName, file, line, status,
-         moxErrorStr(status), message);
+  fprintf(stderr, "  %s reported %s (%s:%d): %s\n", funcName, moxErrorStr(status), file, line,
+          message);
   return status;
 }
 
-int main(void) {
-  const MoxLibVersion* v = moxGetLibVersion();
-  MoxImage* gray;
-  MoxImage* color;
-  MoxImage broken;
-  MoxROI roi;
-  unsigned int faults;
-  int x;
+static void makeFolder(const char* path) {
+#if defined(_WIN32)
+  _mkdir(path);
+#else
+  mkdir(path, 0777);
+#endif
+}
 
-  printf("%s %s %s built %s (%d.%d.%d, %s)\n", v->Name, v->Version, v->InternalVersion,
-         v->BuildDate, v->major, v->minor, v->build, v->CallConv);
+static int byName(const void* a, const void* b) {
+  return strcmp(*(const char* const*)a, *(const char* const*)b);
+}
 
-  gray = moxCreateImageHeader(1, 0, MOX_DEPTH_8U, "GRAY", "GRAY", MOX_DATA_ORDER_PIXEL,
-                              MOX_ORIGIN_TL, MOX_ALIGN_4BYTES, 4, 10, NULL, NULL, NULL);
-  color = moxCreateImageHeader(3, 0, MOX_DEPTH_16U, "RGB", "BGR", MOX_DATA_ORDER_PLANE,
-                               MOX_ORIGIN_BL, MOX_ALIGN_8BYTES, 3, 5, NULL, NULL, NULL);
-  if (!gray || !color) return 1;
-  moxAllocateImage(gray, 0x7F);
-  moxAllocateImage(color, 0x1234);
-  printf("gray 10x4 8U: widthStep %d, imageSize %d, first row:", gray->widthStep,
-         gray->imageSize);
-  for (x = 0; x < gray->width; ++x) printf(" %d", (unsigned char)gray->imageData[x]);
-  printf("\ncolor 5x3x3 16U planes: widthStep %d, imageSize %d, first value 0x%X\n",
-         color->widthStep, color->imageSize, *(unsigned short*)color->imageData);
-  printf("good header faults: 0x%X\n", moxBadImageHeader(gray));
+/* The .bmp files of the samples folder, sorted; returns their count. */
+static int listPhotos(const char* folder, char** names) {
+  DIR* dir = opendir(folder);
+  struct dirent* e;
+  int n = 0;
+  if (!dir) return 0;
+  while ((e = readdir(dir)) != NULL && n < MAX_PHOTOS) {
+    const size_t length = strlen(e->d_name);
+    if (length > 4 && strcmp(e->d_name + length - 4, ".bmp") == 0) {
+      names[n] = (char*)malloc(length + 1);
+      if (names[n]) strcpy(names[n++], e->d_name);
+    }
+  }
+  closedir(dir);
+  qsort(names, (size_t)n, sizeof *names, byName);
+  return n;
+}
 
-  memcpy(&broken, gray, sizeof broken);
-  broken.align = 2;
-  broken.depth = 12;
-  roi.coi = 0; roi.xOffset = -1; roi.yOffset = 0; roi.height = 2; roi.width = 0;
-  broken.roi = &roi;
-  faults = moxBadImageHeader(&broken);
-  printf("broken header faults: 0x%X\n", faults);
+/* The smallest and largest values of an image of 8S, 16 or 32 bits. */
+static void valueRange(const MoxImage* im, long* lo, long* hi) {
+  const int bits = (int)(im->depth & ~MOX_DEPTH_SIGN) / 8;
+  const int isSigned = (im->depth & MOX_DEPTH_SIGN) != 0;
+  const long values = (long)im->imageSize / bits;
+  long i;
+  *lo = 0x7fffffffL, *hi = -0x7fffffffL - 1;
+  for (i = 0; i < values; ++i) {
+    const char* p = im->imageData + i * bits;
+    long v;
+    if (bits == 1) v = *(const signed char*)p;
+    else if (bits == 2) v = isSigned ? (long)*(const short*)p : (long)*(const unsigned short*)p;
+    else v = *(const int*)p;
+    if (v < *lo) *lo = v;
+    if (v > *hi) *hi = v;
+  }
+}
 
-  /* An operation given the broken header reports its fault text through
-     moxError; in Parent mode the call returns and the status tells. */
+/* A result as 8U in pixel order, 1 or 3 channels (4 keep theirs: the bitmap
+   drops the alpha): 1-bit values become 0 and 255, wider ones are moved to
+   start at 0 and shifted right until they fit in 8 bits. Returns null when
+   the result can be shown as it is. */
+static MoxImage* forDisplay(const MoxImage* im) {
+  MoxImage* shown;
+  MoxImage* wide;
+  long lo, hi;
+  unsigned shift = 0;
+  if (im->depth == MOX_DEPTH_8U && im->dataOrder == MOX_DATA_ORDER_PIXEL) return NULL;
+  shown = moxCreateImageHeader(im->nChannels, 0, MOX_DEPTH_8U, im->colorModel, im->channelSeq,
+                               MOX_DATA_ORDER_PIXEL, im->origin, MOX_ALIGN_4BYTES, im->height,
+                               im->width, NULL, NULL, NULL);
+  if (!shown) return NULL;
+  moxAllocateImage(shown, 0);
+  if (im->depth == MOX_DEPTH_1U || im->depth == MOX_DEPTH_8U) {
+    moxConvert(im, shown);
+    return shown;
+  }
+  wide = moxCreateImageHeader(im->nChannels, 0, MOX_DEPTH_32S, im->colorModel, im->channelSeq,
+                              MOX_DATA_ORDER_PIXEL, im->origin, MOX_ALIGN_4BYTES, im->height,
+                              im->width, NULL, NULL, NULL);
+  if (!wide) return shown;
+  moxAllocateImage(wide, 0);
+  moxConvert(im, wide);
+  valueRange(wide, &lo, &hi);
+  while (((hi - lo) >> shift) > 255) ++shift;
+  moxSubtractS(wide, wide, (int)lo, 0, NULL);
+  moxRShiftS(wide, wide, shift, NULL);
+  moxConvert(wide, shown);
+  moxDeallocate(wide, MOX_FREE_HEADER | MOX_FREE_DATA);
+  return shown;
+}
+
+/* Text for the page with &, <, > and " escaped. */
+static void html(FILE* f, const char* text) {
+  for (; *text; ++text) {
+    switch (*text) {
+      case '&': fputs("&amp;", f); break;
+      case '<': fputs("&lt;", f); break;
+      case '>': fputs("&gt;", f); break;
+      case '"': fputs("&quot;", f); break;
+      default: fputc(*text, f);
+    }
+  }
+}
+
+static const char* kHead =
+    "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>moxpx gallery</title>\n"
+    "<style>body{font-family:sans-serif;margin:1em 2em;background:#f4f4f4}"
+    "figure{display:inline-block;vertical-align:top;margin:.6em;padding:.6em;background:#fff;"
+    "border:1px solid #ccc;max-width:36em}"
+    "figure img{width:17em;margin-right:.3em}"
+    "code{display:block;font-size:.8em;white-space:pre-wrap;color:#333}"
+    "figcaption{margin:.3em 0}h2{margin-top:1.5em}</style></head><body>\n"
+    "<h1>moxpx gallery</h1>\n<p>Each picture: the photograph, then the result. Pictures "
+    "decoded: <span id=\"decoded\">counting</span></p>\n";
+
+static const char* kTail =
+    "<script>\nwindow.addEventListener('load', function () {\n"
+    "  var images = document.images, decoded = 0;\n"
+    "  for (var i = 0; i < images.length; ++i)\n"
+    "    if (images[i].complete && images[i].naturalWidth > 0) ++decoded;\n"
+    "  document.getElementById('decoded').textContent = decoded + ' of ' + images.length;\n"
+    "});\n</script>\n</body></html>\n";
+
+int main(int argc, char** argv) {
+  const char* out = argc > 1 ? argv[1] : "gallery";
+  char* names[MAX_PHOTOS];
+  MoxImage* photos[MAX_PHOTOS];
+  char path[PATH_SIZE], why[128];
+  int nPhotos, loaded = 0, i, family, written = 0, failed = 0, k = 0;
+  FILE* page;
+
   moxSetErrMode(MOX_ErrorModeParent);
-  moxRedirectError(quietReport);
-  moxCopy(&broken, gray, NULL);
-  printf("status now %d\n", moxGetErrStatus());
+  moxRedirectError(printReport);
+  makeFolder(out);
 
-  moxDeallocate(gray, MOX_FREE_HEADER | MOX_FREE_DATA);
-  moxDeallocate(color, MOX_FREE_HEADER | MOX_FREE_DATA);
-  return 0;
+  nPhotos = listPhotos(MOXPX_SAMPLES_DIR, names);
+  for (i = 0; i < nPhotos; ++i) {
+    snprintf(path, sizeof path, "%s/%s", MOXPX_SAMPLES_DIR, names[i]);
+    photos[loaded] = bmpRead(path, why, sizeof why);
+    if (!photos[loaded]) {
+      fprintf(stderr, "cannot load %s: %s\n", path, why);
+      free(names[i]);
+      continue;
+    }
+    names[loaded] = names[i];
+    snprintf(path, sizeof path, "%s/photo-%s", out, names[loaded]);
+    if (bmpWrite(path, photos[loaded], 24, 0, 0, why, sizeof why) != 0)
+      fprintf(stderr, "cannot write %s: %s\n", path, why);
+    else
+      printf("wrote %s\n", path);
+    ++loaded;
+  }
+  if (loaded == 0) {
+    fprintf(stderr, "no photographs in %s\n", MOXPX_SAMPLES_DIR);
+    return 1;
+  }
+
+  snprintf(path, sizeof path, "%s/index.html", out);
+  page = fopen(path, "w");
+  if (!page) {
+    fprintf(stderr, "cannot write %s\n", path);
+    return 1;
+  }
+  fputs(kHead, page);
+  for (family = 0; galleryFamilies[family]; ++family) {
+    const GalleryEntry* e;
+    fprintf(page, "<section>\n");
+    for (e = galleryFamilies[family]; e->name; ++e, ++k) {
+      const int p = k % loaded;
+      MoxImage* result = e->run(photos[p]);
+      MoxImage* shown;
+      int bits;
+      if (!result) {
+        printf("failed: %s\n", e->name);
+        ++failed;
+        continue;
+      }
+      shown = forDisplay(result);
+      bits = (shown ? shown : result)->nChannels == 1 ? 8 : 24;
+      snprintf(path, sizeof path, "%s/%s.bmp", out, e->name);
+      if (bmpWrite(path, shown ? shown : result, bits, 0, 0, why, sizeof why) == 0) {
+        printf("wrote %s\n", path);
+        ++written;
+        fprintf(page, "<figure><img src=\"photo-%s\" alt=\"photograph\"><img src=\"%s.bmp\" alt=\"",
+                names[p], e->name);
+        html(page, e->name);
+        fputs("\"><figcaption>", page);
+        html(page, e->caption);
+        fputs("</figcaption><code>", page);
+        html(page, e->call);
+        fputs("</code><code>", page);
+        html(page, e->command);
+        fputs("</code></figure>\n", page);
+      } else {
+        printf("failed: %s (%s)\n", e->name, why);
+        ++failed;
+      }
+      if (shown) moxDeallocate(shown, MOX_FREE_HEADER | MOX_FREE_DATA);
+      moxDeallocate(result, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI);
+    }
+    fprintf(page, "</section>\n");
+  }
+  fputs(kTail, page);
+  fclose(page);
+  printf("%d pictures written, %d failed; open %s/index.html\n", written, failed, out);
+  for (i = 0; i < loaded; ++i) {
+    moxDeallocate(photos[i], MOX_FREE_HEADER | MOX_FREE_DATA);
+    free(names[i]);
+  }
+  return failed ? 1 : 0;
 }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <vector>
 
 #include "image_helpers.h"
 
@@ -24,6 +25,24 @@ std::uint64_t digest(const MoxImage* im) {
     h *= 1099511628211ull;
   }
   return h;
+}
+
+// An image through 8-bit bitmaps and back: a median-cut palette with
+// FS error diffusion into the destination's left half, the fixed cube with
+// STUCKEY into its right half.
+void paletteRoundTrip(MoxImage* a, MoxImage* d) {
+  const int w = a->width / 2, h = a->height;
+  std::vector<unsigned> block((40 + 1024 + ((w + 3) & ~3) * h) / 4 + 1);
+  auto* dib = reinterpret_cast<MoxBitmapInfoHeader*>(block.data());
+  MoxROI left{0, 0, 0, h, w}, right{0, w, 0, h, w};
+  const int kinds[2][2] = {{MOX_DITHER_FS, MOX_PALCONV_MEDCUT}, {MOX_DITHER_STUCKEY, MOX_PALCONV_NONE}};
+  for (int i = 0; i < 2; ++i) {
+    *dib = MoxBitmapInfoHeader{40, w, h, 1, 8, 0, 0, 0, 0, 0, 0};
+    a->roi = d->roi = i ? &right : &left;
+    moxConvertToDIB(a, dib, kinds[i][0], kinds[i][1]);
+    moxConvertFromDIB(dib, d);
+  }
+  a->roi = d->roi = nullptr;
 }
 
 struct Golden {
@@ -57,6 +76,18 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_FORWARD); }, 0xb1fb19ea8a8602c3ull},
     {"dct inverse 16S planes", k16S3P, k16S3P,
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_INVERSE); }, 0x575d3a41ed0aa3efull},
+    {"reduce bits 16S to 8U, 7 levels, FS with jitter", k16S3P, k8U3,
+     [](auto a, auto, auto d) { moxReduceBits(a, d, 30, MOX_DITHER_FS, 7); }, 0xd6dab809df8a849aull},
+    {"reduce bits 8U to 1U, JJN", k8U1, {MOX_DEPTH_1U, 1, 0, 45, 60},
+     [](auto a, auto, auto d) { moxReduceBits(a, d, 0, MOX_DITHER_JJN, 2); }, 0x2c2e0828b01943b0ull},
+    {"reduce bits 32S to 16U, STUCKEY", k32S1, {MOX_DEPTH_16U, 1, 0, 48, 64},
+     [](auto a, auto, auto d) { moxReduceBits(a, d, 0, MOX_DITHER_STUCKEY, 1000); }, 0xcd7e534669084c0bull},
+    {"reduce bits 8U, 5 levels, ordered with jitter", k8U3, k8U3,
+     [](auto a, auto, auto d) { moxReduceBits(a, d, 50, MOX_DITHER_BAYER, 5); }, 0x9ff71705a4c99558ull},
+    {"convert 16S planes to 8U pixels", k16S3P, k8U3,
+     [](auto a, auto, auto d) { moxConvert(a, d); }, 0x66712eb564a2cb1full},
+    {"8-bit bitmaps: median cut with FS, 3-3-2 cube with STUCKEY", k8U3, k8U3,
+     [](auto a, auto, auto d) { paletteRoundTrip(a, d); }, 0xa625ef99d9b1a988ull},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {

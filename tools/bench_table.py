@@ -29,6 +29,7 @@ TARGETS = [
     (r"Add", r"8U_4096x4096x1", FLOOR, 1.25),
     (r"Add", r"8U_4096x4096x1", "opencv", 1.0),
     (r".*", r".*", "tiled256", 1.3),
+    (r"Convert8Uto16U|Convert16Uto8U", r".*", FLOOR, 1.2),
     (r".*(?i:fft).*", r".*", "fftw", 2.0),
     (r".*(?i:fft).*", r".*", "opencv", 1.0),
 ]

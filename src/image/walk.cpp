@@ -328,6 +328,19 @@ bool walkDestination(const WalkPlan& plan, const WalkImage& dst, const int* mapp
   return walker.run(mapping, nullptr, arg, fn);
 }
 
+bool plainViews(const MoxImage* const* images, int n, View* views) {
+  i64 x[3], y[3], w = 0x7fffffff, h = 0x7fffffff;
+  for (int i = 0; i < n; ++i) {
+    i64 wi, hi;
+    clipped(images[i], x[i], y[i], wi, hi);
+    w = std::min(w, wi);
+    h = std::min(h, hi);
+  }
+  if (w == 0 || h == 0) return false;
+  for (int i = 0; i < n; ++i) views[i] = plainView(images[i], x[i], y[i], w, h);
+  return true;
+}
+
 bool badLayout(const MoxImage* image, const char* name, const Site& at) {
   const char* pattern = nullptr;
   const unsigned bits = depthBits(image->depth);

@@ -122,6 +122,11 @@ bool walkDestination(const WalkPlan& plan, const WalkImage& dst, const int* mapp
 View blockView(const MoxImage* im, char* base, long long step, long long planeStep, long long ox,
                long long oy, long long x, long long y, long long w, long long h);
 
+// The views of the common rectangle of n (1..3) untiled images, rows as
+// they lie; false when the rectangle is empty. For operations that need
+// whole rows in order (error diffusion), which take no tiled images.
+bool plainViews(const MoxImage* const* images, int n, View* views);
+
 // Checks that an untiled image's step and size hold the rows its width and
 // height need, and that a tiled image's tile layout fits in 32 bits; reports
 // at the site and returns true when not.

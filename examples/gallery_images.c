@@ -1,0 +1,63 @@
+/* Helpers the gallery entries share. */
+#include "gallery_images.h"
+
+#include <string.h>
+
+MoxImage* galleryImage(const MoxImage* photo, unsigned int depth, int nChannels) {
+  MoxImage* im = moxCreateImageHeader(nChannels, 0, depth, nChannels == 1 ? "GRAY" : "RGB",
+                                      nChannels == 1 ? "GRAY" : nChannels == 4 ? "BGRA" : "BGR",
+                                      MOX_DATA_ORDER_PIXEL, photo->origin, MOX_ALIGN_4BYTES,
+                                      photo->height, photo->width, NULL, NULL, NULL);
+  if (!im) return NULL;
+  moxAllocateImage(im, 0);
+  if (!im->imageData) {
+    moxDeallocateHeader(im);
+    return NULL;
+  }
+  return im;
+}
+
+MoxImage* galleryRamp(const MoxImage* photo) {
+  MoxImage* im = galleryImage(photo, MOX_DEPTH_8U, 3);
+  int x, y;
+  if (!im) return NULL;
+  for (y = 0; y < im->height; ++y)
+    for (x = 0; x < im->width * 3; ++x)
+      im->imageData[y * im->widthStep + x] = (char)((x / 3) * 255 / (im->width - 1 ? im->width - 1 : 1));
+  return im;
+}
+
+MoxImage* galleryChecks(const MoxImage* photo) {
+  MoxImage* im = galleryImage(photo, MOX_DEPTH_8U, 3);
+  int x, y;
+  if (!im) return NULL;
+  for (y = 0; y < im->height; ++y)
+    for (x = 0; x < im->width; ++x)
+      memset(im->imageData + y * im->widthStep + 3 * x, ((x / 32 + y / 32) & 1) ? 255 : 0, 3);
+  return im;
+}
+
+MoxImage* galleryGray(const MoxImage* photo) {
+  MoxImage* gray = galleryImage(photo, MOX_DEPTH_8U, 1);
+  MoxROI green;
+  MoxImage view;
+  if (!gray) return NULL;
+  /* The photograph's header with the green channel as channel of interest. */
+  memcpy(&view, photo, sizeof view);
+  moxSetROI(&green, 2, 0, 0, photo->height, photo->width);
+  view.roi = &green;
+  moxCopy(&view, gray, NULL);
+  return gray;
+}
+
+void galleryFree(MoxImage* image) {
+  if (image) moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI);
+}
+
+void galleryStart(void) { moxSetErrStatus(MOX_StsNoError); }
+
+MoxImage* galleryResult(MoxImage* result) {
+  if (result && moxGetErrStatus() == MOX_StsNoError) return result;
+  galleryFree(result);
+  return NULL;
+}
