@@ -6,11 +6,21 @@ extern const GalleryEntry galleryArith[];
 extern const GalleryEntry galleryData[];
 extern const GalleryEntry galleryTransform[];
 extern const GalleryEntry galleryConvert[];
+extern const GalleryEntry galleryColour[];
+extern const GalleryEntry galleryZoom[];
+extern const GalleryEntry galleryAlpha[];
+extern const GalleryEntry galleryStats[];
+extern const GalleryEntry galleryRotmir[];
 
 const GalleryEntry* const galleryFamilies[] = {
     galleryArith,
     galleryData,
     galleryTransform,
     galleryConvert,
+    galleryColour,
+    galleryZoom,
+    galleryAlpha,
+    galleryStats,
+    galleryRotmir,
     0,
 };

@@ -287,22 +287,27 @@ TEST(MessageBox, TextsButtonsAndEnds) {
 }
 
 TEST(MessageBoxDeathTest, WithoutATerminalTheDefaultButtonIsTaken) {
-  // Leaf mode: Yes, so the process ends through the fatal exit.
+  // Leaf mode: Yes, so the process ends through the fatal exit, after the
+  // box's text has gone to standard error.
   EXPECT_DEATH(
       {
         setsid();
         moxSetErrMode(MOX_ErrorModeLeaf);
+        moxSetErrStatus(-5);
         moxGuiBoxReport(-5, "f", "m", "file", 1);
       },
+      "\\[MOX Library Error: Bad argument\\]\nin function \\[file:1\\]:f\\(\\):\nm\n\n"
+      "ErrMode=MOX_ErrorModeLeaf\n\nTerminate the application\\?\n"
       "MOX Library:\nterminating the application");
-  // Parent mode: OK, so the call returns.
+  // Parent mode: OK, so the call returns; the text is still written.
   EXPECT_EXIT(
       {
         setsid();
         moxSetErrMode(MOX_ErrorModeParent);
         std::exit(moxGuiBoxReport(-5, "f", "m", "file", 1) == -5 ? 7 : 8);
       },
-      ::testing::ExitedWithCode(7), "");
+      ::testing::ExitedWithCode(7),
+      "in function \\[file:1\\]:f\\(\\):\nm\n\nErrMode=MOX_ErrorModeParent");
 }
 #endif
 

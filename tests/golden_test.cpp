@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -54,7 +55,17 @@ struct Golden {
 
 const Shape k8U3{MOX_DEPTH_8U, 3, 0, 61, 83}, k16S1{MOX_DEPTH_16S, 1, 0, 48, 64},
     k32S1{MOX_DEPTH_32S, 1, 0, 48, 64}, k8U1{MOX_DEPTH_8U, 1, 0, 45, 60},
-    k32S1odd{MOX_DEPTH_32S, 1, 0, 45, 60}, k16S3P{MOX_DEPTH_16S, 3, 1, 40, 40};
+    k32S1odd{MOX_DEPTH_32S, 1, 0, 45, 60}, k16S3P{MOX_DEPTH_16S, 3, 1, 40, 40},
+    k16U3{MOX_DEPTH_16U, 3, 0, 40, 40}, k32S3{MOX_DEPTH_32S, 3, 0, 40, 40},
+    k16U3P{MOX_DEPTH_16U, 3, 1, 40, 40};
+
+// A twist with entries that are not powers of two, so that every product rounds.
+void twist(const MoxImage* a, MoxImage* d, unsigned depth) {
+  const int m[16] = {-3001, 70001, 19999, 5, 12345, -4321, 99999, -77, 3, 65537, -1, 1000, 0, 0, 0, 0};
+  MoxColorTwist* t = moxCreateColorTwist(m, 16);
+  moxApplyColorTwist(a, d, t, depth == MOX_DEPTH_8U ? -13 : 517, nullptr);
+  moxDeleteColorTwist(t);
+}
 
 const Golden kCases[] = {
     {"add 8U", k8U3, k8U3, [](auto a, auto b, auto d) { moxAdd(a, b, d, nullptr); },
@@ -76,6 +87,18 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_FORWARD); }, 0xb1fb19ea8a8602c3ull},
     {"dct inverse 16S planes", k16S3P, k16S3P,
      [](auto a, auto, auto d) { moxDCT2D(a, d, MOX_DCT_INVERSE); }, 0x575d3a41ed0aa3efull},
+    {"rotate 8U linear", k8U3, k8U3,
+     [](auto a, auto, auto d) { moxRotate(a, d, 3000, 40, 30, MOX_INTER_LINEAR, nullptr); }, 0x9a7cd216b6af4c09ull},
+    {"rotate 16U cubic", {MOX_DEPTH_16U, 1, 0, 48, 64}, {MOX_DEPTH_16U, 1, 0, 48, 64},
+     [](auto a, auto, auto d) { moxRotate(a, d, 12345, 20, 50, MOX_INTER_CUBIC, nullptr); }, 0x121c08a6101c4ac4ull},
+    {"rotate 8U nearest", k8U1, k8U1,
+     [](auto a, auto, auto d) { moxRotate(a, d, -4500, 30, 22, MOX_INTER_NN, nullptr); }, 0xe5a2f92a3c4ce49eull},
+    {"mirror 16S planes both axes", k16S3P, k16S3P,
+     [](auto a, auto, auto d) { moxMirror(a, d, -1); }, 0xe87e1d120c7b8975ull},
+    {"mirror 8U about the vertical axis", k8U3, k8U3,
+     [](auto a, auto, auto d) { moxMirror(a, d, 1); }, 0xae77578448b45803ull},
+    {"rotate 8U quarter turn", k8U1, k8U1,
+     [](auto a, auto, auto d) { moxRotate(a, d, 27000, 31, 25, MOX_INTER_NN, nullptr); }, 0xbde07309bdeebbdfull},
     {"reduce bits 16S to 8U, 7 levels, FS with jitter", k16S3P, k8U3,
      [](auto a, auto, auto d) { moxReduceBits(a, d, 30, MOX_DITHER_FS, 7); }, 0xd6dab809df8a849aull},
     {"reduce bits 8U to 1U, JJN", k8U1, {MOX_DEPTH_1U, 1, 0, 45, 60},
@@ -88,6 +111,65 @@ const Golden kCases[] = {
      [](auto a, auto, auto d) { moxConvert(a, d); }, 0x66712eb564a2cb1full},
     {"8-bit bitmaps: median cut with FS, 3-3-2 cube with STUCKEY", k8U3, k8U3,
      [](auto a, auto, auto d) { paletteRoundTrip(a, d); }, 0xa625ef99d9b1a988ull},
+    {"rgb to hsv 16U", k16U3, k16U3, [](auto a, auto, auto d) { moxRGB2HSV(a, d, nullptr); }, 0x3f6214817646aeaeull},
+    {"rgb to hls 32S", k32S3, k32S3, [](auto a, auto, auto d) { moxRGB2HLS(a, d, nullptr); }, 0xb3fc95efbf5142cfull},
+    {"hsv to rgb 16U", k16U3, k16U3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HSV", 3), moxHSV2RGB(a, d, nullptr); }, 0x04fd16fd90018d1dull},
+    {"hsv to rgb 32S", k32S3, k32S3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HSV", 3), moxHSV2RGB(a, d, nullptr); }, 0x731d5e7e1c844328ull},
+    {"hls to rgb 16U", k16U3, k16U3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HLS", 3), moxHLS2RGB(a, d, nullptr); }, 0xd846e3b3ba240d24ull},
+    {"hls to rgb 32S", k32S3, k32S3,
+     [](auto a, auto, auto d) { std::memcpy(a->colorModel, "HLS", 3), moxHLS2RGB(a, d, nullptr); }, 0x9e8e7432e9062649ull},
+    {"gray to color 32S", {MOX_DEPTH_32S, 1, 0, 40, 40}, k32S3,
+     [](auto a, auto, auto d) { moxGrayToColor(a, d, 0.3f, 0.6f, 0.1f, nullptr); }, 0x06cf144b0b464320ull},
+    {"color twist 8U", k8U3, k8U3,
+     [](auto a, auto, auto d) { twist(a, d, MOX_DEPTH_8U); }, 0xe8e74efcd29ff35full},
+    {"color twist 16U planes", k16U3P, k16U3P,
+     [](auto a, auto, auto d) { twist(a, d, MOX_DEPTH_16U); }, 0x9786f767caf0a429ull},
+    {"zoom linear 8U 7/3 x 5/2", k8U3, {MOX_DEPTH_8U, 3, 0, 150, 190},
+     [](auto a, auto, auto d) { moxZoom(a, d, 7, 3, 5, 2, MOX_INTER_LINEAR, nullptr); },
+     0x2b6c885e49db4c64ull},
+    {"zoom cubic 16S planes 9/4", k16S3P, {MOX_DEPTH_16S, 3, 1, 90, 90},
+     [](auto a, auto, auto d) { moxZoom(a, d, 9, 4, 9, 4, MOX_INTER_CUBIC, nullptr); },
+     0xb430486bbd0b18fbull},
+    {"zoom cubic 32S 7/3 x 3/2", k32S1, {MOX_DEPTH_32S, 1, 0, 72, 150},
+     [](auto a, auto, auto d) { moxZoom(a, d, 7, 3, 3, 2, MOX_INTER_CUBIC, nullptr); },
+     0x98f1da889044616aull},
+    {"decimate linear 8U 2/3", k8U3, {MOX_DEPTH_8U, 3, 0, 41, 56},
+     [](auto a, auto, auto d) { moxDecimate(a, d, 2, 3, 2, 3, MOX_INTER_LINEAR, nullptr); },
+     0x11046deb3f380b33ull},
+    {"decimate cubic 16U 3/5 x 1/2", {MOX_DEPTH_16U, 1, 0, 48, 64}, {MOX_DEPTH_16U, 1, 0, 24, 39},
+     [](auto a, auto, auto d) { moxDecimate(a, d, 3, 5, 1, 2, MOX_INTER_CUBIC, nullptr); },
+     0xc04992c1d66132f0ull},
+    // alpha work and point maps: vector and per-value paths, interleaved
+    // channels, interpolated maps
+    {"premultiply 8U 4 channels, own alpha", {MOX_DEPTH_8U, 4, 0, 45, 61}, {MOX_DEPTH_8U, 4, 0, 45, 61},
+     [](auto a, auto, auto d) {
+       moxMultiplySScale(a, d, -1, nullptr);
+       d->alphaChannel = 4;
+       moxPreMultiplyAlpha(d, -1, nullptr);
+     }, 0x3c31f6fdbde90c79ull},
+    {"scaled multiply 16U", {MOX_DEPTH_16U, 3, 1, 40, 40}, {MOX_DEPTH_16U, 3, 1, 40, 40},
+     [](auto a, auto b, auto d) { moxMultiplyScale(a, b, d, nullptr); }, 0x029f686fb2755a2full},
+    {"composite atop 8U, divided", k8U3, k8U3,
+     [](auto a, auto b, auto d) {
+       a->alphaChannel = b->alphaChannel = d->alphaChannel = 3;
+       moxAlphaComposite(a, b, d, MOX_COMPOSITE_ATOP, nullptr, nullptr, nullptr, 0, 1);
+     }, 0x5078caee803f47dbull},
+    {"threshold 16S", k16S1, k16S1, [](auto a, auto, auto d) { moxThreshold(a, d, -77); }, 0x0a83fc9027b585bbull},
+    {"stretch interpolated and equalize 8U", k8U3, k8U3,
+     [](auto a, auto, auto d) {
+       static int key[4] = {0, 50, 200, 256}, value[3] = {10, 60, 250}, factor[3] = {70000, -9000, 123456};
+       static MoxLUT lut{3, key, value, factor, MOX_LUT_INTER};
+       MoxLUT* luts[3] = {&lut, &lut, &lut};
+       moxContrastStretch(a, d, luts);
+       static int counts[3][3];
+       static MoxLUT bins[3] = {{3, key, counts[0], nullptr, 0}, {3, key, counts[1], nullptr, 0},
+                                {3, key, counts[2], nullptr, 0}};
+       MoxLUT* all[3] = {&bins[0], &bins[1], &bins[2]};
+       moxHistoEqualize(d, d, all);
+     }, 0xeb649999ab4701ecull},
 };
 
 TEST(Golden, SameBitsOnEveryBuild) {

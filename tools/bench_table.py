@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Runs moxpx_bench (or reads its JSON output) and prints the comparison table.
 
-Entries are named BM_<peer>_<Op>/<case>[_tiled<N>]. Entries with the same
-<Op>/<case> are put on one row: the library's plain and tiled times, the plain
+Entries are named BM_<peer>_<Op>/<case>[_tiled<N>|_threads<N>]. Entries with
+the same <Op>/<case> are put on one row: the library's plain, tiled and
+threaded (one destination tile per call on N threads) times, the plain
 loop (floor) and every peer library, then the ratios library/floor,
-library/peer and tiled/plain. Ratios that have a target are marked: '+' meets
+library/peer, tiled/plain and threads/plain (time on N threads over time on
+one). Ratios that have a target are marked: '+' meets
 it, '!' misses it; the misses are listed under the table.
 
 Exit status: 1 when an entry failed (the benchmark reports a wrong result or a
@@ -22,8 +24,8 @@ import tempfile
 LIBRARY = "moxpx"
 FLOOR = "floor"
 
-# (operation, case, column, limit): ratio library/column (or tiled/plain for
-# the tiledN columns) must not exceed the limit. Patterns are regular
+# (operation, case, column, limit): ratio library/column (or column/plain for
+# the tiledN and threadsN columns) must not exceed the limit. Patterns are regular
 # expressions matched against the whole name.
 TARGETS = [
     (r"Add", r"8U_4096x4096x1", FLOOR, 1.25),
@@ -32,23 +34,36 @@ TARGETS = [
     (r"Convert8Uto16U|Convert16Uto8U", r".*", FLOOR, 1.2),
     (r".*(?i:fft).*", r".*", "fftw", 2.0),
     (r".*(?i:fft).*", r".*", "opencv", 1.0),
+    (r"ColorToGray|GrayToColor", r"(8|16)U_2048x2048x3", FLOOR, 1.2),
+    (r"RGB2HSV|HSV2RGB|RGB2HLS|HLS2RGB|ColorTwist", r"(8|16)U_2048x2048x3", "opencv", 1.0),
+    (r"(Zoom|Decimate).*", r".*", "opencv", 1.0),
+    (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", FLOOR, 1.2),
+    (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", "opencv", 1.0),
+    (r"ComputeHisto|ContrastStretch|HistoEqualize|Norm.*", r"8U_(2048|4096)x.*", "opencv", 1.0),
 ]
 
-NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_tiled(\d+))?(?:/repeats:\d+)?$")
+NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_((?:tiled|threads)\d+))?"
+                  r"(?:/real_time|/repeats:\d+)*$")
+# Columns of the library's own variants, set against its plain run.
+VARIANTS = ("tiled", "threads")
 UNIT_MS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
 
 
 def parse_name(name):
-    """'BM_moxpx_Add/8U_4096x4096x1_tiled256' -> ('moxpx', 'Add', '8U_4096x4096x1', 256)."""
+    """'BM_moxpx_Add/8U_4096x4096x1_tiled256' -> ('moxpx', 'Add', '8U_4096x4096x1', 'tiled256')."""
     m = NAME.match(name)
     if not m:
         return None
-    peer, op, case, tile = m.groups()
-    return peer, op, case, int(tile) if tile else 0
+    peer, op, case, variant = m.groups()
+    return peer, op, case, variant or ""
 
 
-def column_of(peer, tile):
-    return "tiled%d" % tile if tile else peer
+def column_of(peer, variant):
+    return variant or peer
+
+
+def is_variant(col):
+    return col.startswith(VARIANTS)
 
 
 def collect(report, time_key="cpu_time"):
@@ -70,7 +85,10 @@ def collect(report, time_key="cpu_time"):
         peer, op, case, tile = parsed
         if tile and peer != LIBRARY:
             continue
-        ms = float(entry[time_key]) * UNIT_MS[entry.get("time_unit", "ns")]
+        # Entries that ask for the wall clock (work spread over threads the
+        # timing thread's own process time does not see) are read by it.
+        key = "real_time" if "/real_time" in name else time_key
+        ms = float(entry[key]) * UNIT_MS[entry.get("time_unit", "ns")]
         cells = rows.setdefault((op, case), {})
         col = column_of(peer, tile)
         cells[col] = min(ms, cells.get(col, ms))
@@ -86,7 +104,7 @@ def ratios(cells):
     for col, ms in cells.items():
         if col == LIBRARY or ms <= 0:
             continue
-        out[col] = ms / plain if col.startswith("tiled") else plain / ms
+        out[col] = ms / plain if is_variant(col) else plain / ms
     return out
 
 
@@ -97,14 +115,18 @@ def target_for(op, case, col):
     return None
 
 
-def tile_order(col):
-    return int(col[len("tiled"):]) if col.startswith("tiled") else 0
+def variant_order(col):
+    """tiled columns by tile size, then threads columns by thread count."""
+    for i, kind in enumerate(VARIANTS):
+        if col.startswith(kind):
+            return (i, int(col[len(kind):]))
+    return (-1, 0)
 
 
 def build_table(rows):
     """Returns (header, lines, misses): text cells of the table and the misses."""
-    tiles = sorted({c for cells in rows.values() for c in cells if c.startswith("tiled")},
-                   key=tile_order)
+    tiles = sorted({c for cells in rows.values() for c in cells if is_variant(c)},
+                   key=variant_order)
     peers = sorted({c for cells in rows.values() for c in cells}
                    - {LIBRARY, FLOOR} - set(tiles))
     time_cols = [LIBRARY] + tiles + [FLOOR] + peers
@@ -127,7 +149,7 @@ def build_table(rows):
             if limit is not None:
                 mark = "+" if r[c] <= limit else "!"
                 if mark == "!":
-                    what = "%s/plain" % c if c.startswith("tiled") else "%s/%s" % (LIBRARY, c)
+                    what = "%s/plain" % c if is_variant(c) else "%s/%s" % (LIBRARY, c)
                     misses.append("%s/%s: %s %.2f > %.2f" % (op, case, what, r[c], limit))
             line.append("%.2f%s" % (r[c], mark))
         lines.append(line)
@@ -178,10 +200,17 @@ def run_pass(args):
         cmd.append("--benchmark_filter=" + args.filter)
     cmd += args.extra
     try:
-        # The console report goes to standard error as progress.
+        # The program's own console report and context are shown only when
+        # asked for (on standard error), or when it fails; by default the
+        # table is all that is printed.
         sys.stdout.flush()
-        done = subprocess.run(cmd, stdout=subprocess.DEVNULL if args.quiet else sys.stderr)
+        if args.progress:
+            done = subprocess.run(cmd, stdout=sys.stderr)
+        else:
+            done = subprocess.run(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                  text=True)
         if done.returncode != 0:
+            sys.stderr.write(done.stderr or "")
             sys.exit("bench_table: %s ended with status %d" % (args.bench, done.returncode))
         with open(out_path) as f:
             text = f.read()
@@ -206,7 +235,9 @@ def main(argv=None):
     p.add_argument("--time", choices=("cpu", "real"), default="cpu", help="which time to compare")
     p.add_argument("--markdown", action="store_true", help="print a Markdown table")
     p.add_argument("--check", action="store_true", help="exit with status 1 when a target is missed")
-    p.add_argument("--quiet", action="store_true", help="no progress while running")
+    p.add_argument("--progress", action="store_true",
+                   help="show the benchmark program's own report while it runs (on standard error)")
+    p.add_argument("--quiet", action="store_true", help=argparse.SUPPRESS)  # the default now
     p.add_argument("extra", nargs="*", help="further options for moxpx_bench (after --)")
     args = p.parse_args(argv)
 
@@ -224,8 +255,8 @@ def main(argv=None):
     header, lines, misses = build_table(rows)
     if lines:
         print((format_markdown if args.markdown else format_text)(header, lines))
-        print("\ntimes: best %s time of the runs, ms per call; ratios: + meets its target, "
-              "! misses it" % args.time)
+        print("\ntimes: best %s time of the runs (wall clock for entries named /real_time), "
+              "ms per call; ratios: + meets its target, ! misses it" % args.time)
     else:
         print("no entries")
     if misses:

@@ -33,10 +33,13 @@ def cell(header, lines, row, column):
 class ParseName(unittest.TestCase):
     def test_names(self):
         cases = [
-            ("BM_moxpx_Add/8U_4096x4096x1", ("moxpx", "Add", "8U_4096x4096x1", 0)),
-            ("BM_moxpx_Add/8U_4096x4096x1_tiled256", ("moxpx", "Add", "8U_4096x4096x1", 256)),
-            ("BM_opencv_RShiftS/16U_1024x1024x3", ("opencv", "RShiftS", "16U_1024x1024x3", 0)),
-            ("BM_fftw_RealFft2D/32S_256x256x1/repeats:3", ("fftw", "RealFft2D", "32S_256x256x1", 0)),
+            ("BM_moxpx_Add/8U_4096x4096x1", ("moxpx", "Add", "8U_4096x4096x1", "")),
+            ("BM_moxpx_Add/8U_4096x4096x1_tiled256",
+             ("moxpx", "Add", "8U_4096x4096x1", "tiled256")),
+            ("BM_moxpx_AddSTiles/8U_8192x8192x3_threads2/real_time",
+             ("moxpx", "AddSTiles", "8U_8192x8192x3", "threads2")),
+            ("BM_opencv_RShiftS/16U_1024x1024x3", ("opencv", "RShiftS", "16U_1024x1024x3", "")),
+            ("BM_fftw_RealFft2D/32S_256x256x1/repeats:3", ("fftw", "RealFft2D", "32S_256x256x1", "")),
             ("BM_Add/8U", None),
             ("something else", None),
         ]
@@ -104,6 +107,18 @@ class Targets(unittest.TestCase):
         self.assertEqual("2.00", cell(header, lines, "Not/c", "tiled64/plain"))
         self.assertEqual("1.40!", cell(header, lines, "Not/c", "tiled256/plain"))
         self.assertEqual(["Not/c: tiled256/plain 1.40 > 1.30"], misses)
+
+    def test_threads_against_one_thread(self):
+        header, lines, misses = table(
+            entry("BM_moxpx_AddSTiles/c", 8.0), entry("BM_moxpx_AddSTiles/c_tiled64", 9.0),
+            # entries that ask for it by their wall-clock time (entry() makes
+            # it twice the CPU time)
+            entry("BM_moxpx_AddSTiles/c_threads2/real_time", 2.2),
+            entry("BM_moxpx_AddSTiles/c_threads16/real_time/repeats:2", 0.5))
+        self.assertEqual(["tiled64/plain", "threads2/plain", "threads16/plain"], header[-3:])
+        self.assertEqual("0.55", cell(header, lines, "AddSTiles/c", "threads2/plain"))
+        self.assertEqual("0.12", cell(header, lines, "AddSTiles/c", "threads16/plain"))
+        self.assertEqual([], misses)
 
     def test_fft_against_its_peers(self):
         header, lines, misses = table(

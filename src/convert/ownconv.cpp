@@ -10,25 +10,6 @@
 namespace mox::convert {
 namespace {
 
-// Calls f with the depth type of a depth code (a valid one).
-template <class F>
-auto withDepth(unsigned depth, F f) {
-  switch (depth) {
-    case MOX_DEPTH_1U:
-      return f(Bit{});
-    case MOX_DEPTH_8U:
-      return f(U8{});
-    case MOX_DEPTH_8S:
-      return f(S8{});
-    case MOX_DEPTH_16U:
-      return f(U16{});
-    case MOX_DEPTH_16S:
-      return f(S16{});
-    default:
-      return f(S32{});
-  }
-}
-
 // The value of source depth S as a value of destination depth D: kept when
 // every source value fits, else clamped.
 template <class S, class D>

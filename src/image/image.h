@@ -29,6 +29,12 @@ struct Site {
 // Reports message at the site through moxError.
 void report(const Site& at, const char* message, int status = MOX_StsBadArgument);
 
+// Reports message at the site when `bad`; returns `bad`.
+inline bool failsAt(bool bad, const Site& at, const char* message) {
+  if (bad) report(at, message);
+  return bad;
+}
+
 // One step of the compact chain: reports the header's fault text at the site
 // and returns true when the header is not usable.
 bool badHeader(const MoxImage* image, const Site& at);

@@ -100,10 +100,11 @@ inline Lane laneOf(const View& v, int elementBytes) {
   return {v.data + std::ptrdiff_t(coi - 1) * v.planeStep, 0, 1, v.width, 1};
 }
 
-// Calls f(pointers, strides, count) for every run of every row of the views;
-// the runs of all views line up value for value.
+// Calls f(pointers, strides, count, k) for every run of every row of the
+// views, k the run's number within its row (the plane, in plane order); the
+// runs of all views line up value for value.
 template <class T, int N, class F>
-inline void forEachLane(const View* v, F&& f) {
+inline void forEachLaneAt(const View* v, F&& f) {
   Lane l[N];
   for (int i = 0; i < N; ++i) l[i] = laneOf(v[i], sizeof(T));
   const Lane& d = l[N - 1];
@@ -116,9 +117,15 @@ inline void forEachLane(const View* v, F&& f) {
                                     std::ptrdiff_t(k) * l[i].laneStep);
         stride[i] = l[i].stride;
       }
-      f(p, stride, d.count);
+      f(p, stride, d.count, k);
     }
   }
+}
+
+// The same without the run's number.
+template <class T, int N, class F>
+inline void forEachLane(const View* v, F&& f) {
+  forEachLaneAt<T, N>(v, [&f](T** p, int* stride, int count, int) { f(p, stride, count); });
 }
 
 // ---------------------------------------------------------------- 1-bit rows
@@ -271,6 +278,27 @@ void pointKernel(const View* v, const void* arg) {
       const std::ptrdiff_t ds = stride[N - 1];
       for (std::ptrdiff_t j = 0; j < count; ++j) d[j * ds] = applyRule<Op, D, N>(p, j, stride, a);
     });
+  }
+}
+
+// Calls f with the depth type of a valid depth code. Without packed bits
+// (WithBits false) the operation never sees depth 1, and the default is 32S.
+template <bool WithBits = true, class F>
+auto withDepth(unsigned depth, F f) {
+  switch (depth) {
+    case MOX_DEPTH_8U:
+      return f(U8{});
+    case MOX_DEPTH_8S:
+      return f(S8{});
+    case MOX_DEPTH_16U:
+      return f(U16{});
+    case MOX_DEPTH_16S:
+      return f(S16{});
+    case MOX_DEPTH_1U:
+      if constexpr (WithBits) return f(Bit{});
+      [[fallthrough]];
+    default:
+      return f(S32{});
   }
 }
 

@@ -19,6 +19,7 @@ struct Layout {
 
 struct Part {
   const MoxImage* image;
+  int coi;                  // the channel of interest the views carry
   const MoxTileInfo* tile;  // null for an untiled image
   i64 x, y;                 // start of the image's rectangle
   i64 tileStep;             // row step inside a tile
@@ -78,9 +79,10 @@ bool reportTileData(const WalkPlan& plan, int line, const char* name, bool after
     return false;
   }
   char message[160];
-  std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s ((void*)(0)))", name,
-                afterGet ? "==" : "!=");
-  mox::report(at, message, afterGet ? plan.nullStatus : MOX_StsBadArgument);
+  std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s %s)", name,
+                afterGet ? "==" : "!=", plan.null);
+  mox::report(at, plan.tileDataText ? plan.tileDataText : message,
+              afterGet ? plan.nullStatus : MOX_StsBadArgument);
   return false;
 }
 
@@ -143,7 +145,8 @@ class Walker {
 
  private:
   bool report(int line, const char* name, bool afterGet) {
-    return reportTileData(plan_, line, name, afterGet);
+    // A release test may be left out (line 0); a get that left no tile never is.
+    return (line == 0 && !afterGet) || reportTileData(plan_, line, name, afterGet);
   }
   int line(int k) const { return plan_.lines->tileData[k]; }
   bool acquire(int i, int tx, int ty);
@@ -165,7 +168,7 @@ class Walker {
   const WalkPlan& plan_;
   const WalkImage* images_;
   int n_;
-  Part parts_[3];
+  Part parts_[kMaxWalkImages];
   i64 w_ = 0, h_ = 0;
   bool firstWalk_ = false;
   bool large_ = false;
@@ -181,11 +184,11 @@ bool Walker::acquire(int i, int tx, int ty) {
   const char* name = images_[i].name;
   if (!firstWalk_ && p.held) {
     tile->callBack(im, p.heldX, p.heldY, MOX_RELEASE_TILE);
-    if (tile->tileData) return report(line(n_ + 2 * i), name, false);
+    if (tile->tileData && !report(line(n_ + 2 * i), name, false)) return false;
   }
   tile->callBack(im, tx, ty, images_[i].write ? MOX_GET_TILE_TO_WRITE : MOX_GET_TILE_TO_READ);
   p.held = true, p.heldX = tx, p.heldY = ty;
-  if (!tile->tileData) return report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, true);
+  if (!tile->tileData && !report(line(firstWalk_ ? i : n_ + 2 * i + 1), name, true)) return false;
   return true;
 }
 
@@ -238,8 +241,16 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
     p.image = images_[i].image;
     p.tile = p.image->tileInfo;
     p.held = false;
+    p.coi = p.image->roi && plan_.area == Area::rois ? p.image->roi->coi : 0;
     i64 w, h;
-    clipped(p.image, p.x, p.y, w, h);
+    if (plan_.area == Area::rois || (plan_.area == Area::firstRoi && i == 0)) {
+      clipped(p.image, p.x, p.y, w, h);
+    } else if (plan_.area == Area::whole) {
+      p.x = p.y = 0, w = p.image->width, h = p.image->height;
+    } else {
+      p.x = parts_[0].x, p.y = parts_[0].y;
+      w = std::max<i64>(p.image->width - p.x, 0), h = std::max<i64>(p.image->height - p.y, 0);
+    }
     w_ = std::min(w_, w);
     h_ = std::min(h_, h);
     if (p.tile) {
@@ -253,12 +264,14 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
   const MoxImage* d = parts_[n_ - 1].image;
   large_ = w_ * h_ * workChannels(d) * depthBits(d->depth) / 8 >= kLargeBytes;
   if (mapping && plan_.pointMapping && !cutToPoint(mapping)) return true;
-  View views[3];
+  View views[kMaxWalkImages];
   if (!tiled) {
     if (w_ == 0 || h_ == 0) return true;
     if (piece || !plan_.wholeImage || !flatViews(images_, n_, views))
-      for (int i = 0; i < n_; ++i)
+      for (int i = 0; i < n_; ++i) {
         views[i] = plainView(parts_[i].image, parts_[i].x, parts_[i].y, w_, h_);
+        views[i].coi = parts_[i].coi;
+      }
     return runPiece(views, arg, parts_[n_ - 1].x, parts_[n_ - 1].y);
   }
   if (mapping && !plan_.pointMapping && parts_[n_ - 1].tile) {
@@ -271,7 +284,7 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
 // Bands of rows end where any image's tile row ends; pieces of a band end
 // where any image's tile column ends.
 bool Walker::walkPieces(const void* arg) {
-  View views[3];
+  View views[kMaxWalkImages];
   i64 band = 0, piece = 0;
   for (i64 ry = 0; ry < h_; ry += band) {
     band = h_ - ry;
@@ -283,11 +296,13 @@ bool Walker::walkPieces(const void* arg) {
       for (int i = 0; i < n_; ++i)
         if (const MoxTileInfo* t = parts_[i].tile)
           piece = std::min<i64>(piece, t->width - (parts_[i].x + rx) % t->width);
-      for (int i = 0; i < n_; ++i) {
+      for (int k = 0; k < n_; ++k) {
+        const int i = plan_.destinationFirst ? (k + n_ - 1) % n_ : k;
         const Part& p = parts_[i];
         const i64 x = p.x + rx, y = p.y + ry;
         if (!p.tile) {
           views[i] = plainView(p.image, x, y, piece, band);
+          views[i].coi = p.coi;
           continue;
         }
         const int tx = static_cast<int>(x / p.tile->width);
@@ -296,6 +311,7 @@ bool Walker::walkPieces(const void* arg) {
         const Layout l{p.tile->tileData, p.tileStep, p.tileStep * p.tile->height};
         views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
                           piece, band);
+        views[i].coi = p.coi;
       }
       const Part& d = parts_[n_ - 1];
       if (!runPiece(views, arg, d.x + rx, d.y + ry)) return false;
@@ -309,7 +325,7 @@ bool Walker::releaseAll() {
     const Part& p = parts_[i];
     if (!p.tile) continue;
     p.tile->callBack(p.image, p.held ? p.heldX : 0, p.held ? p.heldY : 0, MOX_RELEASE_TILE);
-    if (p.tile->tileData) return report(line(3 * n_ + i), images_[i].name, false);
+    if (p.tile->tileData && !report(line(3 * n_ + i), images_[i].name, false)) return false;
   }
   return true;
 }

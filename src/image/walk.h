@@ -73,13 +73,22 @@ struct WalkImage {
   bool write;
 };
 
+// The most images one walk takes (two sources, a destination and their
+// three alpha images).
+constexpr int kMaxWalkImages = 6;
+
 // Lines of one operation's walk reports. For n images the tile-data lines
 // are 4n numbers in this order: n first-walk gets; n pairs (release, get) of
-// the second walk; n final releases.
+// the second walk; n final releases. A line 0 leaves that test out.
 struct WalkLines {
   int request[4];  // begX > endX, begY > endY, endX < begX, endY < begY
-  int tileData[12];
+  int tileData[4 * kMaxWalkImages];
 };
+
+// The rectangle the images share: their ROIs (as above); the whole images
+// from their top-left corner, ROIs and channels of interest not consulted;
+// or the first image's ROI, at the same place in every image.
+enum class Area { rois, whole, firstRoi };
 
 struct WalkPlan {
   const char* func;
@@ -93,13 +102,21 @@ struct WalkPlan {
   // null; null keeps "(name->tileInfo->tileData == ((void*)(0)))".
   const char* nullText = nullptr;
   int nullStatus = MOX_StsBadArgument;
+  Area area = Area::rois;
+  // Each piece asks the destination's tile before the sources'.
+  bool destinationFirst = false;
+  // How the tile-data reports spell a null pointer.
+  const char* null = "((void*)(0))";
+  // One text for every tile-data failure (null: the image's own
+  // "(name->tileInfo->tileData == ((void*)(0)))" texts).
+  const char* tileDataText = nullptr;
 };
 
 // Reports a tile call-back that left tileData null after a get (`afterGet`,
 // with the plan's own text and status if it has one) or set after a release.
 bool reportTileData(const WalkPlan& plan, int line, const char* name, bool afterGet);
 
-// Walks n (1..3) images. Returns false after a report (tile request or tile
+// Walks n (1..kMaxWalkImages) images. Returns false after a report (tile request or tile
 // data); the kernel may then have run on part of the rectangle.
 bool walk(const WalkPlan& plan, const WalkImage* images, int n, const int* mapping, Kernel kernel,
           const void* arg);

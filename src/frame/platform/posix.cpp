@@ -1,7 +1,8 @@
 // POSIX platform layer: a thread_local context made on a thread's first call
 // and freed when the thread ends; the message box is a prompt on the
-// controlling terminal, and without a terminal the box's default button
-// (Yes, or OK) is taken.
+// controlling terminal, and without a terminal the box's text goes to
+// standard error and its default button (Yes, or OK) is taken, so that the
+// reason of a report is never lost.
 #if !defined(_WIN32)
 
 #include <cstdarg>
@@ -39,7 +40,11 @@ int messageBox(const char* text, const char* caption, unsigned style) {
   const unsigned buttons = style & 0xF;
   const int first = buttons == kBoxYesNo ? kIdYes : kIdOk;
   std::FILE* tty = std::fopen("/dev/tty", "r+");
-  if (!tty) return first;
+  if (!tty) {
+    std::fprintf(stderr, "\n[%s]\n%s\n", caption, text);
+    std::fflush(stderr);
+    return first;
+  }
   std::fprintf(tty, "\n[%s]\n%s\n", caption, text);
   if (buttons == kBoxYesNo)
     std::fputs("Yes or No? [Y/n] ", tty);

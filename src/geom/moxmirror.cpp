@@ -1,0 +1,170 @@
+// moxMirror: the source rectangle mirrored about its horizontal centre line
+// (flipAxis 0), its vertical one (1) or both (-1).
+//
+// Destination row i takes source row rows - 1 - i when rows flip, and the
+// columns run backwards when columns flip. Source and destination may share
+// their pixels: the same rectangle is mirrored in place a pair of rows at a
+// time through a two-row buffer; rectangles that overlap otherwise are first
+// copied aside whole.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "frame/frame.h"
+#include "geom/ownrotmir.h"
+#include "image/source.h"
+
+namespace {
+
+using mox::View;
+using mox::geom::Buffer;
+using mox::geom::Rect;
+using mox::geom::allocate;
+using mox::geom::packedLike;
+using mox::geom::rowBytes;
+
+constexpr const char* kFunc = "moxMirror";
+constexpr const char* kFile = "moxmirr";
+constexpr mox::Site at(int line) { return {kFunc, kFile, line}; }
+
+constexpr int kLineSrcHeader = 2098, kLineDstHeader = 2099, kLineDepth = 2101,
+              kLineChannels = 2102, kLineAxis = 2103, kLineCoi = 2113, kLineMemory = 2125;
+
+// The walk over a tiled destination (no tile requests: the call takes none)
+// and the reader that gathers a tiled source's rectangle.
+constexpr mox::WalkLines kWalkLines{{2130, 2131, 2132, 2133}, {2134, 2135, 2136, 2137}};
+constexpr mox::WalkPlan kWalkPlan{kFunc, kFile, &kWalkLines, false};
+const mox::SourceSites kSourceSites{kFunc, kFile, "srcImage", 2140, 2141, 2142, 2143};
+
+bool outOfMemory() {
+  mox::report(at(kLineMemory), "Out of memory", MOX_StsOutOfMemory);
+  return false;
+}
+
+// Distinct memory: every destination row straight from its source row.
+void mirrorApart(const View& s, const View& d, bool flipRows, bool flipColumns,
+                 mox::geom::RowCopy copy) {
+  // The source is read upwards from its first row (and the destination
+  // written from its last row back when rows flip).
+  for (int k = 0; k < d.height; ++k) {
+    const int i = flipRows ? d.height - 1 - k : k;
+    copy(s, k, d, i, d.width, flipColumns);
+  }
+}
+
+// The same rectangle: rows r and rows - 1 - r (or r alone when rows stay)
+// are read into the buffer before either is written.
+bool mirrorInPlace(const View& v, bool flipRows, bool flipColumns, mox::geom::RowCopy copy) {
+  Buffer buffer = allocate(2 * rowBytes(v));
+  if (!buffer) return outOfMemory();
+  const View t = packedLike(v, buffer.get(), 2);
+  const int rows = v.height;
+  const int pairs = flipRows ? (rows + 1) / 2 : rows;
+  for (int r = 0; r < pairs; ++r) {
+    const int other = flipRows ? rows - 1 - r : r;
+    copy(v, r, t, 0, v.width, false);
+    copy(v, other, t, 1, v.width, false);
+    copy(t, 0, v, other, v.width, flipColumns);
+    copy(t, 1, v, r, v.width, flipColumns);
+  }
+  return true;
+}
+
+struct Job {
+  View src;  // the whole source rectangle
+  Rect dst;  // the destination rectangle
+  bool flipRows, flipColumns;
+  mox::geom::RowCopy copy;
+};
+
+// One piece of a tiled destination: its part inside the rectangle, row by
+// row from the mirrored rows and columns of the source.
+bool mirrorDestination(const View& piece, int x, int y, void* arg) {
+  const Job& job = *static_cast<const Job*>(arg);
+  const Rect& r = job.dst;
+  const int x0 = x > r.x ? x : r.x, y0 = y > r.y ? y : r.y;
+  const long long xe = static_cast<long long>(x) + piece.width, ye = static_cast<long long>(y) + piece.height;
+  const int x1 = static_cast<int>(xe < r.x + r.w ? xe : r.x + r.w);
+  const int y1 = static_cast<int>(ye < r.y + r.h ? ye : r.y + r.h);
+  if (x0 >= x1) return true;
+  const int n = x1 - x0, j = x0 - r.x;
+  const int sj = job.flipColumns ? r.w - j - n : j;
+  for (int row = y0; row < y1; ++row) {
+    const int i = row - r.y;
+    const View from = mox::geom::shifted(job.src, sj, job.flipRows ? r.h - 1 - i : i);
+    const View to = mox::geom::shifted(piece, x0 - x, row - y);
+    job.copy(from, 0, to, 0, n, job.flipColumns);
+  }
+  return true;
+}
+
+// A tiled source is gathered whole (through the reader's scratch, which
+// shares nothing with the destination) before any pixel is written; a
+// tiled destination is walked piece by piece.
+void mirrorTiled(const MoxImage* src, MoxImage* dst, const Rect& sr, const Rect& dr,
+                 const Job& plain) {
+  Job job = plain;
+  mox::SourceReader reader(src, mox::Edge::kClamp, kSourceSites);
+  if (src->tileInfo && !reader.read(sr.x, sr.y, sr.w, sr.h, &job.src)) return;
+  if (!dst->tileInfo) {
+    return mirrorApart(job.src, mox::geom::viewOf(dst, dr), job.flipRows, job.flipColumns,
+                       job.copy);
+  }
+  mox::walkDestination(kWalkPlan, {dst, "dstImage", true}, nullptr, &mirrorDestination, &job);
+}
+
+}  // namespace
+
+extern "C" MOX_API void MOX_CALL moxMirror(const MoxImage* srcImage, MoxImage* dstImage,
+                                           int flipAxis) {
+  if (mox::badHeader(srcImage, at(kLineSrcHeader)) ||
+      mox::badLayout(srcImage, "srcImage", at(kLineSrcHeader)) ||
+      mox::badHeader(dstImage, at(kLineDstHeader)) ||
+      mox::badLayout(dstImage, "dstImage", at(kLineDstHeader)))
+    return;
+  if (srcImage->depth != dstImage->depth)
+    return mox::report(at(kLineDepth), "(srcImage->depth!=dstImage->depth)");
+  if (srcImage->nChannels != dstImage->nChannels)
+    return mox::report(at(kLineChannels), "(srcImage->nChannels!=dstImage->nChannels)");
+  if (flipAxis > 1 || flipAxis < -1) return mox::report(at(kLineAxis), "((flipAxis>1)||(flipAxis<-1))");
+  if (mox::geom::coiOf(srcImage) != mox::geom::coiOf(dstImage))
+    return mox::report(at(kLineCoi), "(coiSrc!=coiDst)");
+
+  Rect sr = mox::geom::clippedRect(srcImage), dr = mox::geom::clippedRect(dstImage);
+  const int rows = sr.h < dr.h ? sr.h : dr.h, cols = sr.w < dr.w ? sr.w : dr.w;
+  if (rows <= 0 || cols <= 0) return;
+  sr.w = dr.w = cols;
+  sr.h = dr.h = rows;
+  const bool flipRows = flipAxis != 1, flipColumns = flipAxis != 0;
+  const mox::geom::RowCopy copy = mox::geom::rowCopyFor(dstImage->depth);
+  if (srcImage->tileInfo || dstImage->tileInfo) {
+    const View s = srcImage->tileInfo ? View{} : mox::geom::viewOf(srcImage, sr);
+    return mirrorTiled(srcImage, dstImage, sr, dr, Job{s, dr, flipRows, flipColumns, copy});
+  }
+  const View s = mox::geom::viewOf(srcImage, sr);
+  View d = mox::geom::viewOf(dstImage, dr);
+  d.large = rowBytes(d) * rows >= mox::kLargeBytes;
+  if (!mox::geom::overlap(s, d)) {
+    mirrorApart(s, d, flipRows, flipColumns, copy);
+#if defined(__SSE2__)
+    // Large rows were stored past the caches: the fence makes them visible
+    // to other threads before the call returns.
+    if (d.large) _mm_sfence();
+#endif
+    return;
+  }
+  if (s.data == d.data && s.widthStep == d.widthStep && s.bitOffset == d.bitOffset &&
+      s.dataOrder == d.dataOrder && s.planeStep == d.planeStep) {
+    mirrorInPlace(d, flipRows, flipColumns, copy);
+    return;
+  }
+  // Overlapping otherwise: the source rectangle is copied aside first.
+  Buffer buffer = allocate(rowBytes(s) * rows);
+  if (!buffer) {
+    outOfMemory();
+    return;
+  }
+  const View t = packedLike(s, buffer.get(), rows);
+  for (int i = 0; i < rows; ++i) copy(s, i, t, i, cols, false);
+  mirrorApart(t, d, flipRows, flipColumns, copy);
+}

@@ -1,0 +1,311 @@
+// What mirroring and rotation share: the clipped rectangle of an image, plain
+// views of its rectangles, and the copy of one row of samples, forward or
+// reversed, that both the mirror and the half turn are made of.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "arith/arith.h"
+#include "frame/frame.h"
+#include "image/pointop.h"
+#include "image/walk.h"
+
+namespace mox::geom {
+
+// A rectangle in image coordinates.
+struct Rect {
+  int x, y, w, h;
+};
+
+// The image's ROI clipped to the image (the whole image without one); an
+// empty rectangle has w or h 0.
+inline Rect clippedRect(const MoxImage* im) {
+  if (const MoxROI* r = im->roi) {
+    const long long w = im->width - static_cast<long long>(r->xOffset);
+    const long long h = im->height - static_cast<long long>(r->yOffset);
+    return {r->xOffset, r->yOffset, static_cast<int>(w < r->width ? (w > 0 ? w : 0) : r->width),
+            static_cast<int>(h < r->height ? (h > 0 ? h : 0) : r->height)};
+  }
+  return {0, 0, im->width, im->height};
+}
+
+inline int coiOf(const MoxImage* im) { return im->roi ? im->roi->coi : 0; }
+
+// The view of rectangle r of an untiled image.
+inline View viewOf(const MoxImage* im, const Rect& r) {
+  return blockView(im, im->imageData, im->widthStep, static_cast<long long>(im->widthStep) * im->height,
+                   0, 0, r.x, r.y, r.w, r.h);
+}
+
+// The bytes a view's rows touch, from its first to one past its last; used
+// to tell whether two views share memory.
+inline void spanOf(const View& v, std::uintptr_t* begin, std::uintptr_t* end) {
+  const unsigned bits = depthBits(v.depth);
+  const std::ptrdiff_t planes = v.dataOrder == 1 ? v.nChannels - 1 : 0;
+  const std::ptrdiff_t rowBytes =
+      bits == 1 ? (v.bitOffset + v.width + 7) / 8
+                : std::ptrdiff_t(v.width) * (bits / 8) * (v.dataOrder == 0 ? v.nChannels : 1);
+  *begin = reinterpret_cast<std::uintptr_t>(v.data);
+  *end = *begin + std::uintptr_t(planes * v.planeStep) +
+         std::uintptr_t(std::ptrdiff_t(v.height - 1) * v.widthStep + rowBytes);
+}
+
+inline bool overlap(const View& a, const View& b) {
+  std::uintptr_t a0, a1, b0, b1;
+  spanOf(a, &a0, &a1);
+  spanOf(b, &b0, &b1);
+  return a0 < b1 && b0 < a1;
+}
+
+// A block from moxMalloc, released with moxFree.
+struct Freer {
+  void operator()(void* p) const { moxFree(p); }
+};
+using Buffer = std::unique_ptr<char, Freer>;
+
+// A block of `bytes` (null when it does not fit in 32 bits or cannot be had).
+inline Buffer allocate(long long bytes) {
+  if (bytes <= 0 || bytes > 0x7fffffff) return nullptr;
+  return Buffer(static_cast<char*>(moxMalloc(static_cast<int>(bytes))));
+}
+
+// Bytes of one row of the view's rectangle (all planes in plane order).
+inline long long rowBytes(const View& v) {
+  const unsigned bits = depthBits(v.depth);
+  if (bits == 1) return (v.bitOffset + static_cast<long long>(v.width) + 7) / 8;
+  return static_cast<long long>(v.width) * (bits / 8) * v.nChannels;
+}
+
+// A view laid out like v over `rows` rows of rowBytes(v) bytes at data.
+inline View packedLike(const View& v, char* data, int rows) {
+  View t = v;
+  const long long bytes = rowBytes(v);
+  const long long planeBytes = v.dataOrder == 1 ? bytes / v.nChannels : bytes;
+  t.data = data;
+  t.widthStep = static_cast<int>(v.dataOrder == 1 ? planeBytes : bytes);
+  t.height = rows;
+  t.planeStep = static_cast<std::ptrdiff_t>(planeBytes * rows);
+  return t;
+}
+
+// ---------------------------------------------------------------- rows
+
+// One row of samples a copy works on: `lanes` runs (planes) `laneStep` bytes
+// apart; in each run, pixels `stride` samples apart of `count` samples each.
+struct RowShape {
+  std::ptrdiff_t offset;  // bytes from the view's data to the first sample
+  std::ptrdiff_t laneStep;
+  int lanes;
+  int stride;
+  int count;
+};
+
+// How a view's row is walked: all channels of a pixel together, or only the
+// channel of interest.
+inline RowShape rowShape(const View& v) {
+  const int bytes = static_cast<int>(depthBits(v.depth) / 8);
+  if (v.dataOrder == 0) {
+    if (v.coi == 0) return {0, 0, 1, v.nChannels, v.nChannels};
+    return {std::ptrdiff_t(v.coi - 1) * bytes, 0, 1, v.nChannels, 1};
+  }
+  if (v.coi == 0) return {0, v.planeStep, v.nChannels, 1, 1};
+  return {std::ptrdiff_t(v.coi - 1) * v.planeStep, 0, 1, 1, 1};
+}
+
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+#define MOX_GEOM_HAVE_WIDE 1
+// Reverses the leading pixels of a run of w three-byte pixels (d[j] takes
+// s[w - 1 - j]) with byte shuffles; returns how many it did. Only on
+// processors with 256-bit vectors.
+int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w);
+// The same for one-byte pixels.
+int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w);
+#endif
+
+#if defined(__SSE2__)
+// The sixteen bytes of v in reverse order.
+inline __m128i reversedLanes(__m128i v, std::uint8_t) {
+  v = _mm_shuffle_epi32(v, 0x1B);
+  v = _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, 0xB1), 0xB1);
+  return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+}
+inline __m128i reversedLanes(__m128i v, std::uint16_t) {
+  v = _mm_shuffle_epi32(v, 0x1B);
+  return _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, 0xB1), 0xB1);
+}
+inline __m128i reversedLanes(__m128i v, std::uint32_t) { return _mm_shuffle_epi32(v, 0x1B); }
+#endif
+
+// d[j] = s[w - 1 - j] for j below w.
+template <class T>
+inline void reverseRun(const T* s, T* d, int w) {
+  int j = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (sizeof(T) == 1) {
+    if (wideVectors()) j = reverseBytesWide(s, d, w);
+  }
+#endif
+#if defined(__SSE2__)
+  constexpr int kLanes = 16 / sizeof(T);
+  for (; j + kLanes <= w; j += kLanes) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + w - j - kLanes));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), reversedLanes(v, T{}));
+  }
+#endif
+  for (; j < w; ++j) d[j] = s[w - 1 - j];
+}
+
+
+// Copies w pixels of `count` samples, pixels `ss` and `ds` samples apart;
+// reversed, pixel j of d takes pixel w - 1 - j of s.
+template <class T, int K>
+inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool reverse) {
+  const int k = K ? K : count;
+  if (reverse && k == 1 && ss == 1 && ds == 1) return reverseRun(s, d, w);
+  if (!reverse) {
+    if (ss == k && ds == k) {
+      std::memcpy(d, s, std::size_t(w) * k * sizeof(T));
+      return;
+    }
+    for (int j = 0; j < w; ++j)
+      for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = s[std::ptrdiff_t(j) * ss + c];
+    return;
+  }
+  int j = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (sizeof(T) == 1 && K == 3)
+    if (ss == 3 && ds == 3 && wideVectors()) j = reversePixels3Wide(s, d, w);
+#endif
+  const T* last = s + std::ptrdiff_t(w - 1) * ss;
+  for (; j < w; ++j)
+    for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = last[-std::ptrdiff_t(j) * ss + c];
+}
+
+// Reverses w packed bits: bit j of out is bit w - 1 - j of in (both from
+// the most significant bit of their first byte).
+void reverseBits(const unsigned char* in, int w, unsigned char* out);
+
+// Where channel c of a view's row starts (bytes from the row's start) and
+// how many samples apart its pixels are.
+inline void channelRun(const View& v, int c, std::ptrdiff_t* offset, int* stride) {
+  const int bytes = static_cast<int>(depthBits(v.depth) / 8);
+  if (v.dataOrder == 0) {
+    *offset = std::ptrdiff_t(c) * bytes, *stride = v.nChannels;
+  } else {
+    *offset = std::ptrdiff_t(c) * v.planeStep, *stride = 1;
+  }
+}
+
+// Calls f(sOffset, sStride, dOffset, dStride, count) for each run of
+// samples that a copy from s to d moves per pixel: offsets in bytes from the
+// start of a row, strides in samples. Both views work on the same number of
+// channels (their channels of interest, else all); their data orders may
+// differ, and then every channel is a run of its own.
+template <class F>
+inline void forEachRun(const View& s, const View& d, F&& f) {
+  const RowShape a = rowShape(s), b = rowShape(d);
+  if (a.lanes == b.lanes && a.count == b.count) {
+    for (int l = 0; l < b.lanes; ++l)
+      f(a.offset + l * a.laneStep, a.stride, b.offset + l * b.laneStep, b.stride, b.count);
+    return;
+  }
+  const int channels = d.coi ? 1 : d.nChannels;
+  for (int k = 0; k < channels; ++k) {
+    std::ptrdiff_t so, dof;
+    int ss, ds;
+    channelRun(s, s.coi ? s.coi - 1 : k, &so, &ss);
+    channelRun(d, d.coi ? d.coi - 1 : k, &dof, &ds);
+    f(so, ss, dof, ds, 1);
+  }
+}
+
+// Copies n values past the caches (the caller fences the stores).
+template <class T>
+inline void streamCopy(const T* s, T* d, std::size_t n) {
+  using D = std::conditional_t<sizeof(T) == 1, U8, std::conditional_t<sizeof(T) == 2, U16, U32>>;
+  OpArgs args;
+  args.stream = true;
+  const std::size_t done =
+      arith::runBlock<D>(arith::blocksFor(n * sizeof(T), args), arith::kCopy, s, nullptr, d, n, args);
+  std::memcpy(d + done, s + done, (n - done) * sizeof(T));
+}
+
+// Copies row sy of s (w pixels from the view's first column) to row dy of d,
+// reversed when asked; the two rows must not share memory.
+template <class T>
+void copyRow(const View& s, int sy, const View& d, int dy, int w, bool reverse) {
+  const char* sRow = s.data + std::ptrdiff_t(sy) * s.widthStep;
+  char* dRow = d.data + std::ptrdiff_t(dy) * d.widthStep;
+  forEachRun(s, d, [&](std::ptrdiff_t so, int ss, std::ptrdiff_t dof, int ds, int count) {
+    const T* sp = reinterpret_cast<const T*>(sRow + so);
+    T* dp = reinterpret_cast<T*>(dRow + dof);
+    if (d.large && ss == count && ds == count) {
+      // Rows of a large destination are stored past the caches, as a copy
+      // of the whole block would be (reversed rows through a small buffer
+      // first); the caller fences the stores.
+      if (!reverse) return streamCopy(sp, dp, std::size_t(w) * count);
+      alignas(16) T buffer[4096 / sizeof(T)];
+      const int per = static_cast<int>(sizeof buffer / sizeof(T)) / count;
+      for (int j0 = 0, m = 0; j0 < w; j0 += m) {
+        m = w - j0 < per ? w - j0 : per;
+        const T* from = sp + std::ptrdiff_t(w - j0 - m) * ss;
+        switch (count) {
+          case 1: copyPixels<T, 1>(from, ss, buffer, count, m, 1, true); break;
+          case 3: copyPixels<T, 3>(from, ss, buffer, count, m, 3, true); break;
+          default: copyPixels<T, 0>(from, ss, buffer, count, m, count, true); break;
+        }
+        streamCopy(buffer, dp + std::ptrdiff_t(j0) * ds, std::size_t(m) * count);
+      }
+      return;
+    }
+    switch (count) {
+      case 1: copyPixels<T, 1>(sp, ss, dp, ds, w, 1, reverse); break;
+      case 3: copyPixels<T, 3>(sp, ss, dp, ds, w, 3, reverse); break;
+      case 4: copyPixels<T, 4>(sp, ss, dp, ds, w, 4, reverse); break;
+      default: copyPixels<T, 0>(sp, ss, dp, ds, w, count, reverse); break;
+    }
+  });
+}
+
+// The view moved to start at column x, row y of v.
+inline View shifted(const View& v, int x, int y) {
+  View r = v;
+  const unsigned bits = depthBits(v.depth);
+  std::ptrdiff_t byte;
+  if (bits == 1) {
+    const std::ptrdiff_t bit = std::ptrdiff_t(v.bitOffset) + x;
+    byte = bit >> 3;
+    r.bitOffset = static_cast<int>(bit & 7);
+  } else {
+    byte = std::ptrdiff_t(x) * (bits / 8) * (v.dataOrder == 0 ? v.nChannels : 1);
+  }
+  r.data = v.data + std::ptrdiff_t(y) * v.widthStep + byte;
+  r.width = v.width - x;
+  r.height = v.height - y;
+  return r;
+}
+
+// The same for packed 1-bit rows.
+void copyBitRow(const View& s, int sy, const View& d, int dy, int w, bool reverse);
+
+// The copy of a row for a depth code.
+using RowCopy = void (*)(const View& s, int sy, const View& d, int dy, int w, bool reverse);
+RowCopy rowCopyFor(unsigned depth);
+
+// Keeps round-to-nearest for the call's floating-point work and gives the
+// caller back its own rounding mode afterwards.
+class NearestRounding {
+ public:
+  NearestRounding();
+  ~NearestRounding();
+  NearestRounding(const NearestRounding&) = delete;
+  NearestRounding& operator=(const NearestRounding&) = delete;
+
+ private:
+  int mode_;
+};
+
+}  // namespace mox::geom

@@ -1,0 +1,297 @@
+// The row loops of zoom and decimation: one pass of a separable resampling
+// over the values of one row, written so that the compiler vectorises them.
+// Included once per vector width (rows.cpp with the build's own vectors,
+// rows_wide.cpp for 256-bit vectors, chosen at run time, with
+// MOX_GEOM_WIDE_BODY set: a target pragma does not announce itself to the
+// preprocessor); everything here
+// has internal linkage so that no copy compiled for one width stands in for
+// the other. The results do not depend on the width: every value is the
+// same sequence of correctly rounded operations.
+#include <cstdint>
+#include <type_traits>
+
+#include "geom/rowloops.h"
+
+#if defined(MOX_GEOM_WIDE_BODY)
+#include <immintrin.h>
+#endif
+
+namespace mox::geom {
+namespace {
+
+// Truncates after the tolerance and clamps to [lo, hi] (clamping first keeps
+// the conversion in range and gives the same value).
+template <class T>
+inline T toValue(double v, double lo, double hi) {
+  v += 1e-7;
+  v = v < lo ? lo : v;
+  v = v > hi ? hi : v;
+  return static_cast<T>(static_cast<std::int32_t>(v));
+}
+
+template <class T>
+void linearY(const float* __restrict r0, const float* __restrict r1, double t, T* __restrict out,
+             int n, double lo, double hi) {
+  for (int e = 0; e < n; ++e) {
+    const double a = r0[e], b = r1[e];
+    out[e] = toValue<T>(a + (b - a) * t, lo, hi);
+  }
+}
+
+template <class T>
+void cubicY(const float* const* q, const double* c, T* __restrict out, int n, double lo,
+            double hi) {
+  const float* __restrict q0 = q[0];
+  const float* __restrict q1 = q[1];
+  const float* __restrict q2 = q[2];
+  const float* __restrict q3 = q[3];
+  const double c1 = c[0], c2 = c[1], c3 = c[2];
+  for (int e = 0; e < n; ++e) {
+    const double p0 = q0[e], p1 = q1[e], p2 = q2[e], p3 = q3[e];
+    const double d1 = p1 - p0;
+    const double d2 = (p2 - p1) - d1;
+    const double d3 = (p1 + p3 - 2 * p2) - d2;
+    out[e] = toValue<T>(p0 + d1 * c1 + d2 * c2 + d3 * c3, lo, hi);
+  }
+}
+
+template <class T, class W>
+void widen(const T* __restrict src, int stride, int k, W* __restrict out, int pixels) {
+  if (stride == k) {
+    for (int i = 0; i < pixels * k; ++i) out[i] = static_cast<W>(src[i]);
+    return;
+  }
+  for (int i = 0; i < pixels; ++i)
+    for (int c = 0; c < k; ++c) out[i * k + c] = static_cast<W>(src[i * stride + c]);
+}
+
+#if defined(MOX_GEOM_WIDE_BODY)
+// The source row holds `next` values per pixel and the values of a
+// destination pixel come together, so value e's pixel starts at
+// off[e] - e % next. Eight values whose first samples lie within W floats
+// of that start (always so for W = 8 with one value per pixel, for W = 16
+// with up to four, when the source is not shrunk) take one or two loads and
+// permutes per sample instead of a gather. The loads reach up to
+// 3 * next + W - 1 floats past the last sample; the source row has room for
+// them. The functions return the values done.
+template <int W>
+inline __m256 sample(const float* src, int at, __m256i idx) {
+  const __m256 lo = _mm256_permutevar8x32_ps(_mm256_loadu_ps(src + at), idx);
+  if constexpr (W == 8) {
+    return lo;
+  } else {
+    const __m256 hi = _mm256_permutevar8x32_ps(_mm256_loadu_ps(src + at + 8), idx);
+    const __m256 high = _mm256_castsi256_ps(_mm256_cmpgt_epi32(idx, _mm256_set1_epi32(7)));
+    return _mm256_blendv_ps(lo, hi, high);
+  }
+}
+
+inline __m256i within(const int* off, int base) {
+  return _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(off)),
+                          _mm256_set1_epi32(base));
+}
+
+template <int W>
+int linearXPermuted(const float* src, const int* off, int next, const float* w, float* out,
+                    int n) {
+  int e = 0;
+  for (; e + 8 <= n; e += 8) {
+    const int base = off[e] - e % next;
+    if (off[e + 7] + next - 1 - base >= W) break;
+    const __m256i idx = within(off + e, base);
+    const __m256 a = sample<W>(src, base, idx), b = sample<W>(src, base + next, idx);
+    _mm256_storeu_ps(out + e, _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a),
+                                                             _mm256_loadu_ps(w + e))));
+  }
+  return e;
+}
+
+template <int W>
+int cubicXPermuted(const float* src, const int* off, int next, const float* w, float* out,
+                   int n) {
+  int e = 0;
+  const __m256 two = _mm256_set1_ps(2);
+  for (; e + 8 <= n; e += 8) {
+    const int base = off[e] - e % next;
+    if (off[e + 7] + next - 1 - base >= W) break;
+    const __m256i idx = within(off + e, base);
+    const __m256 p0 = sample<W>(src, base, idx), p1 = sample<W>(src, base + next, idx);
+    const __m256 p2 = sample<W>(src, base + 2 * next, idx);
+    const __m256 p3 = sample<W>(src, base + 3 * next, idx);
+    const __m256 d1 = _mm256_sub_ps(p1, p0);
+    const __m256 d2 = _mm256_sub_ps(_mm256_sub_ps(p2, p1), d1);
+    const __m256 d3 =
+        _mm256_sub_ps(_mm256_sub_ps(_mm256_add_ps(p1, p3), _mm256_mul_ps(two, p2)), d2);
+    __m256 v = _mm256_add_ps(p0, _mm256_mul_ps(d1, _mm256_loadu_ps(w + e)));
+    v = _mm256_add_ps(v, _mm256_mul_ps(d2, _mm256_loadu_ps(w + n + e)));
+    v = _mm256_add_ps(v, _mm256_mul_ps(d3, _mm256_loadu_ps(w + 2 * n + e)));
+    _mm256_storeu_ps(out + e, v);
+  }
+  return e;
+}
+#endif
+
+void linearX(const float* __restrict src, const int* __restrict off, int next,
+             const float* __restrict w, float* __restrict out, int n) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  if (next == 1) e = linearXPermuted<8>(src, off, next, w, out, n);
+  if (next > 1 && next <= 4) e = linearXPermuted<16>(src, off, next, w, out, n);
+#endif
+  for (; e < n; ++e) {
+    const float a = src[off[e]], b = src[off[e] + next];
+    out[e] = a + (b - a) * w[e];
+  }
+}
+
+void cubicX(const float* __restrict src, const int* __restrict off, int next,
+            const float* __restrict w, float* __restrict out, int n) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  if (next == 1) e = cubicXPermuted<8>(src, off, next, w, out, n);
+  if (next > 1 && next <= 4) e = cubicXPermuted<16>(src, off, next, w, out, n);
+#endif
+  for (; e < n; ++e) {
+    const float* p = src + off[e];
+    const float p0 = p[0], p1 = p[next], p2 = p[2 * next], p3 = p[3 * next];
+    const float d1 = p1 - p0;
+    const float d2 = (p2 - p1) - d1;
+    const float d3 = (p1 + p3 - 2 * p2) - d2;
+    out[e] = p0 + d1 * w[e] + d2 * w[n + e] + d3 * w[2 * n + e];
+  }
+}
+
+// Decimation in 8-bit fixed point: exact integer sums, rounded once.
+#if defined(MOX_GEOM_WIDE_BODY)
+// As for zoom: eight values whose samples (the last tap's at most) lie
+// within 16 values of the first one's pixel take two loads and a permute
+// per tap instead of gathers. The loads reach 15 values past the window's
+// start; the source row has room for them.
+inline __m256i pick(__m256i lo, __m256i hi, __m256i idx) {
+  const __m256i a = _mm256_permutevar8x32_epi32(lo, idx);
+  const __m256i b = _mm256_permutevar8x32_epi32(hi, idx);
+  return _mm256_blendv_epi8(a, b, _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(7)));
+}
+
+inline __m256i times(__m256i a, int k) { return _mm256_mullo_epi32(a, _mm256_set1_epi32(k)); }
+
+template <int Taps>
+int decimXPermuted(const int* src, const int* off, const int* f, int* out, int n, int next) {
+  int e = 0;
+  for (; e + 8 <= n; e += 8) {
+    const int base = off[e] - e % next;
+    if (off[(Taps - 1) * n + e + 7] + next - 1 - base >= 16) break;
+    const __m256i lo = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + base));
+    const __m256i hi = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + base + 8));
+    __m256i q[Taps];
+    for (int m = 0; m < Taps; ++m) q[m] = pick(lo, hi, within(off + m * n + e, base));
+    const __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f + e));
+    __m256i v;
+    if constexpr (Taps == 2) {
+      v = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(_mm256_set1_epi32(256), t), q[0]),
+                           _mm256_mullo_epi32(t, q[1]));
+    } else {
+      const __m256i tt = _mm256_mullo_epi32(t, t);
+      const __m256i t2 = _mm256_srai_epi32(tt, 8);
+      const __m256i t3 = _mm256_srai_epi32(_mm256_mullo_epi32(tt, t), 16);
+      // -2 q0 - 3 q1 + 6 q2 - q3, 3 q0 - 6 q1 + 3 q2, 3 q1 - q0 - 3 q2 + q3
+      const __m256i a1 = _mm256_sub_epi32(
+          _mm256_add_epi32(times(q[0], -2), _mm256_add_epi32(times(q[1], -3), times(q[2], 6))),
+          q[3]);
+      const __m256i a2 =
+          _mm256_add_epi32(_mm256_add_epi32(times(q[0], 3), times(q[1], -6)), times(q[2], 3));
+      const __m256i a3 = _mm256_add_epi32(
+          _mm256_sub_epi32(_mm256_sub_epi32(times(q[1], 3), q[0]), times(q[2], 3)), q[3]);
+      v = _mm256_add_epi32(times(q[1], 1536), _mm256_mullo_epi32(a1, t));
+      v = _mm256_add_epi32(v, _mm256_mullo_epi32(a2, t2));
+      v = _mm256_add_epi32(v, _mm256_mullo_epi32(a3, t3));
+    }
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + e), v);
+  }
+  return e;
+}
+#endif
+
+void decimLinearX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
+                  int* __restrict out, int n, int next) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  e = decimXPermuted<2>(src, off, f, out, n, next);
+#else
+  (void)next;
+#endif
+  for (; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
+}
+
+void decimCubicX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
+                 int* __restrict out, int n, int next) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  e = decimXPermuted<4>(src, off, f, out, n, next);
+#else
+  (void)next;
+#endif
+  for (; e < n; ++e) {
+    const int t = f[e], t2 = (t * t) >> 8, t3 = (t * t * t) >> 16;
+    const int q0 = src[off[e]], q1 = src[off[n + e]], q2 = src[off[2 * n + e]];
+    const int q3 = src[off[3 * n + e]];
+    out[e] = 1536 * q1 + (-2 * q0 - 3 * q1 + 6 * q2 - q3) * t + (3 * q0 - 6 * q1 + 3 * q2) * t2 +
+             (3 * q1 - q0 - 3 * q2 + q3) * t3;
+  }
+}
+
+// The weighted sum of two rows fits 32 bits unsigned (16-bit values: at
+// most 65535 * 65536).
+template <class T>
+void decimLinearY(const int* __restrict h0, const int* __restrict h1, int f, T* __restrict out,
+                  int n) {
+  using Sum = std::conditional_t<sizeof(T) == 1, int, unsigned>;
+  const Sum a = static_cast<Sum>(256 - f), b = static_cast<Sum>(f);
+  for (int e = 0; e < n; ++e) {
+    const Sum sum = a * static_cast<Sum>(h0[e]) + b * static_cast<Sum>(h1[e]);
+    out[e] = static_cast<T>(((sum >> 15) + 1) >> 1);
+  }
+}
+
+// The sums reach 2^43 at most, whole numbers that doubles hold exactly; the
+// quotient by 1536 * 1536 then truncates exactly like the integer division
+// (it lies at least 1 / 2359296 from the next whole number unless it is
+// one). Values below 0 clamp to 0, so truncation is the floor.
+template <class T>
+void decimCubicY(const int* const* q, int f, T* __restrict out, int n, double hi) {
+  const int* __restrict q0 = q[0];
+  const int* __restrict q1 = q[1];
+  const int* __restrict q2 = q[2];
+  const int* __restrict q3 = q[3];
+  const double t = f, t2 = (f * f) >> 8, t3 = (f * f * f) >> 16;
+  constexpr double whole = 1536.0 * 1536.0;
+  for (int e = 0; e < n; ++e) {
+    const double p0 = q0[e], p1 = q1[e], p2 = q2[e], p3 = q3[e];
+    const double sum = 1536 * p1 + (-2 * p0 - 3 * p1 + 6 * p2 - p3) * t +
+                       (3 * p0 - 6 * p1 + 3 * p2) * t2 + (3 * p1 - p0 - 3 * p2 + p3) * t3;
+    double v = (sum + whole / 2) / whole;
+    v = v < 0 ? 0 : v;
+    v = v > hi ? hi : v;
+    out[e] = static_cast<T>(static_cast<std::int32_t>(v));
+  }
+}
+
+template <class T>
+constexpr DecimLoops<T> decimLoops() {
+  return DecimLoops<T>{&widen<T, int>, &decimLinearX, &decimCubicX, &decimLinearY<T>,
+                       &decimCubicY<T>};
+}
+
+template <class T>
+constexpr ZoomLoops<T> zoomLoops() {
+  return ZoomLoops<T>{&widen<T, float>, &linearX, &cubicX, &linearY<T>, &cubicY<T>};
+}
+
+}  // namespace
+
+extern const RowLoops MOX_GEOM_LOOPS = {
+    zoomLoops<std::uint8_t>(), zoomLoops<std::int8_t>(),   zoomLoops<std::uint16_t>(),
+    zoomLoops<std::int16_t>(), zoomLoops<std::int32_t>(), decimLoops<std::uint8_t>(),
+    decimLoops<std::uint16_t>()};
+
+}  // namespace mox::geom

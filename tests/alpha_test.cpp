@@ -1,0 +1,346 @@
+// Scaled products and premultiplication: the scaled multiply against the
+// exact quotient over every 8-bit pair, the scalar clamps, ROIs,
+// channels of interest, plane order, in place, tiled runs against plain
+// runs, and every check's text and line.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <random>
+
+#include "op_cases.h"
+
+using namespace testimg;
+
+namespace {
+
+// a * b / max, the quotient's integer part: what the shift form computes.
+ll scaled(ll a, ll b, ll max) { return a * b / max; }
+ll maxOf(unsigned depth) { return depth == MOX_DEPTH_8U ? 255 : 65535; }
+
+const int kRoiA[5] = {0, 3, 1, 8, 30}, kRoiB[5] = {0, 5, 2, 7, 29}, kRoiD[5] = {0, 11, 4, 9, 33};
+
+}  // namespace
+
+TEST(Alpha, ScaledMultiplyOfEveryEightBitPair) {
+  Capture capture;
+  Image a({MOX_DEPTH_8U, 1, 0, 256, 256}), b({MOX_DEPTH_8U, 1, 0, 256, 256}),
+      d({MOX_DEPTH_8U, 1, 0, 256, 256});
+  for (int y = 0; y < 256; ++y)
+    for (int x = 0; x < 256; ++x) set(a, x, y, 0, x), set(b, x, y, 0, y);
+  moxMultiplyScale(a, b, d, nullptr);
+  int wrong = 0;
+  for (int y = 0; y < 256; ++y)
+    for (int x = 0; x < 256; ++x) wrong += get(d, x, y) != scaled(x, y, 255);
+  EXPECT_EQ(wrong, 0);
+  // The scalar form with every value, and values beyond the range.
+  for (int v : {0, 1, 128, 254, 255, 256, 300, -1, INT_MIN}) {
+    moxMultiplySScale(a, d, v, nullptr);
+    const ll m = unsigned(v) > 255u ? 255 : v;
+    for (int x = 0; x < 256; ++x) ASSERT_EQ(get(d, x, 7), scaled(x, m, 255)) << x << " " << v;
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Alpha, ScaledMultiplyOfSixteenBitValues) {
+  Capture capture;
+  Image a({MOX_DEPTH_16U, 1, 0, 64, 128}, 5), b({MOX_DEPTH_16U, 1, 0, 64, 128}, 6),
+      d({MOX_DEPTH_16U, 1, 0, 64, 128});
+  const ll edges[] = {0, 1, 2, 255, 256, 32767, 32768, 65534, 65535};
+  for (int i = 0; i < 9; ++i)
+    for (int j = 0; j < 9; ++j) set(a, i * 9 + j, 0, 0, edges[i]), set(b, i * 9 + j, 0, 0, edges[j]);
+  moxMultiplyScale(a, b, d, nullptr);
+  for (int y = 0; y < 64; ++y)
+    for (int x = 0; x < 128; ++x)
+      ASSERT_EQ(get(d, x, y), scaled(get(a, x, y), get(b, x, y), 65535)) << x << "," << y;
+  for (int v : {-1, 65536, 70000, 40000, 3}) {
+    moxMultiplySScale(a, d, v, nullptr);
+    const ll m = unsigned(v) > 65535u ? 65535 : v;
+    for (int x = 0; x < 128; ++x) ASSERT_EQ(get(d, x, 3), scaled(get(a, x, 3), m, 65535)) << v;
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+// Each image through its own ROI over the common rectangle; a channel of
+// interest on the destination takes each source's own; plane order; in place.
+TEST(Alpha, ProductsOnRoisChannelsPlanesAndInPlace) {
+  Capture capture;
+  struct Case { const char* name; int order, coi[3]; };
+  const Case cases[] = {{"pixels", 0, {0, 0, 0}}, {"planes", 1, {0, 0, 0}},
+                        {"coi", 0, {3, 1, 2}},    {"coiPlanes", 1, {2, 3, 1}}};
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
+    for (const Case& c : cases)
+      for (int inPlace = 0; inPlace < 2; ++inPlace) {
+        SCOPED_TRACE(c.name);
+        int ra[5], rb[5], rd[5];
+        std::copy(kRoiA, kRoiA + 5, ra), std::copy(kRoiB, kRoiB + 5, rb);
+        std::copy(kRoiD, kRoiD + 5, rd);
+        ra[0] = c.coi[0], rb[0] = c.coi[1], rd[0] = c.coi[2];
+        Image a({depth, 3, c.order, 12, 40}, 1, ra), b({depth, 3, c.order, 9, 35}, 2, rb),
+            d({depth, 3, c.order, 14, 50}, 3, rd);
+        const ll m = maxOf(depth);
+        MoxImage* dst = inPlace ? +a : +d;
+        auto want = expected({a, b, dst}, [&](const ll* v) { return scaled(v[0], v[1], m); });
+        moxMultiplyScale(a, b, dst, nullptr);
+        EXPECT_EQ(pixels(dst), want) << depth;
+        want = expected({b, dst}, [&](const ll* v) { return scaled(v[0], 200, m); });
+        moxMultiplySScale(b, dst, 200, nullptr);
+        EXPECT_EQ(pixels(dst), want) << depth;
+      }
+  // A source's channel of interest does not narrow a destination without
+  // one; value -1 multiplies by 255, a copy.
+  Image a({MOX_DEPTH_8U, 3, 0, 4, 4}, 1), d({MOX_DEPTH_8U, 3, 0, 4, 4}, 2);
+  a.roi(2, 0, 0, 4, 4);
+  d.roi(0, 0, 0, 4, 4);
+  moxMultiplySScale(a, d, -1, nullptr);
+  EXPECT_EQ(d.bytes(), a.bytes());
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Alpha, PreMultiplyByOwnAlphaOrByAConstant) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
+    for (int order : {0, 1})
+      for (int channels : {1, 2, 4})
+        for (int value : {-1, -70, 0, 100, 255, 300, 70000}) {
+          const int roi[5] = {1, 3, 2, 5, 9};  // the channel of interest does not narrow it
+          Image im({depth, channels, order, 9, 14}, 7, roi);
+          im->alphaChannel = channels;
+          const ll m = maxOf(depth), alpha = value < 0 ? -1 : std::min<ll>(value, m);
+          auto want = pixels(im);
+          for (int y = 2; y < 7; ++y)
+            for (int x = 3; x < 12; ++x) {
+              const ll own = get(im, x, y, channels - 1), by = alpha < 0 ? own : alpha;
+              for (int c = 0; c < channels; ++c)
+                want[(size_t(y) * 14 + x) * channels + c] =
+                    c == channels - 1 ? by : scaled(get(im, x, y, c), by, m);
+            }
+          moxPreMultiplyAlpha(im, value, nullptr);
+          EXPECT_EQ(pixels(im), want) << depth << " " << order << " " << channels << " " << value;
+        }
+  // The known points: 300 acts as 255, colours unchanged.
+  Image im({MOX_DEPTH_8U, 2, 0, 1, 1});
+  im->alphaChannel = 2;
+  set(im, 0, 0, 0, 77), set(im, 0, 0, 1, 3);
+  moxPreMultiplyAlpha(im, 300, nullptr);
+  EXPECT_EQ(get(im, 0, 0, 0), 77);
+  EXPECT_EQ(get(im, 0, 0, 1), 255);
+  EXPECT_TRUE(reports().empty());
+}
+
+// The same pixels through tiles of several sizes as from plain images, a
+// requested destination tile only, and a failing call-back.
+TEST(Alpha, TiledRunsEqualPlainRuns) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
+    for (int order : {0, 1})
+      for (int op = 0; op < 3; ++op) {
+        Image a({depth, 4, order, 12, 40}, 1, kRoiA), b({depth, 4, order, 9, 35}, 2, kRoiB),
+            d({depth, 4, order, 14, 50}, 3, kRoiD), out({depth, 4, order, 14, 50}, 3, kRoiD);
+        a->alphaChannel = d->alphaChannel = 4;
+        Tiled ta(a, 8, 16), tb(b, 16, 8), td(d, 24, 8);
+        td->alphaChannel = 4;
+        if (op == 0) moxMultiplyScale(a, b, d, nullptr), moxMultiplyScale(ta, tb, td, nullptr);
+        if (op == 1) moxMultiplySScale(a, d, 99, nullptr), moxMultiplySScale(ta, td, 99, nullptr);
+        if (op == 2) moxPreMultiplyAlpha(d, -1, nullptr), moxPreMultiplyAlpha(td, -1, nullptr);
+        td.gather(out);
+        EXPECT_EQ(pixels(out), pixels(d)) << op << " " << order << " " << depth;
+      }
+  // One destination tile: rows 8..15, columns 24..47 of the destination.
+  Image a({MOX_DEPTH_8U, 1, 0, 12, 40}, 1, kRoiA), d({MOX_DEPTH_8U, 1, 0, 14, 50}, 3, kRoiD),
+      out({MOX_DEPTH_8U, 1, 0, 14, 50}, 3);
+  const auto want = expected({a, d}, [](const ll* v) { return scaled(v[0], 9, 255); },
+                             Rect{24, 8, 24, 8});
+  Tiled td(d, 24, 8);
+  const int mapping[2] = {1, 1};
+  moxMultiplySScale(a, td, 9, mapping);
+  td.gather(out);
+  EXPECT_EQ(pixels(out), want);
+  const int outside[2] = {5, 0};
+  moxMultiplySScale(a, td, 9, outside);
+  expectReport("moxMultiplySScale", "(dTile.begX > dRoi.endX)", 640, "moxalpha");
+  Tiled tn(d, 8, 8);
+  tn.nullOnGet = 0;
+  tn->alphaChannel = 1;
+  moxPreMultiplyAlpha(tn, 5, nullptr);
+  expectReport("moxPreMultiplyAlpha", "ERROR in Tiling callBack", 904, "moxalpha");
+  tn.keepOnRelease = 0;
+  moxMultiplyScale(a, a, tn, nullptr);
+  expectReport("moxMultiplyScale", "ERROR in Tiling callBack", 824, "moxalpha");
+  EXPECT_TRUE(reports().empty());
+}
+
+// Every check: its text and line, and nothing written.
+TEST(AlphaChecks, EveryCheckReportsItsTextAndLine) {
+  Capture capture;
+#define C(...) [](MoxImage* a, MoxImage* b, MoxImage* d) { (void)a, (void)b, (void)d; __VA_ARGS__; }
+  const struct {
+    int op;  // 0 scalar, 1 two images, 2 premultiply (on d)
+    void (*spoil)(MoxImage* a, MoxImage* b, MoxImage* d);
+    const char* text;
+    int line;
+  } cases[] = {
+      {0, C(d->align = 3), "moxBadImageHeader(dstImage) != 0", 601},
+      {0, C(a->roi = moxCreateROI(0, 99, 0, 1, 1)), "srcImage->roi->xOffset >= srcImage->width", 602},
+      {0, C(a->widthStep = 2), "(srcImage->widthStep < the bytes of srcImage->width pixels)", 602},
+      {0, C(d->depth = MOX_DEPTH_8S), "dstImage->depth != 8 && dstImage->depth != 16", 603},
+      {0, C(a->depth = MOX_DEPTH_16U, a->widthStep *= 2, a->imageSize *= 2), "srcImage->depth != dstImage->depth", 604},
+      {0, C(d->roi = moxCreateROI(1, 0, 0, 2, 2)), "dstImage->roi->coi > 0 && srcImage->roi == 0", 605},
+      {0, C(d->roi = moxCreateROI(1, 0, 0, 2, 2), a->roi = moxCreateROI(0, 0, 0, 2, 2)),
+       "dstImage->roi->coi > 0 && srcImage->roi->coi == 0", 605},
+      {0, C(a->roi = moxCreateROI(1, 0, 0, 2, 2)), "srcImage->roi->coi > 0 && dstImage->roi == 0", 605},
+      {0, C(a->dataOrder = 1, a->imageSize *= 2), "srcImage->dataOrder != dstImage->dataOrder", 606},
+      {0, C(a->nChannels = 1), "srcImage->nChannels != dstImage->nChannels", 607},
+      {1, C(d->tileInfo = moxCreateTileInfo(nullptr, 0, 8, 8)), "moxBadImageHeader(dstImage) != 0", 726},
+      {1, C(a->height = 0), "moxBadImageHeader(srcImageA) != 0", 727},
+      {1, C(b->roi = moxCreateROI(4, 0, 0, 2, 2)), "moxBadImageHeader(srcImageB) != 0", 728},
+      {1, C(d->depth = MOX_DEPTH_8S), "dstImage->depth != 8 && dstImage->depth != 16", 729},
+      {1, C(b->depth = MOX_DEPTH_8S), "srcImageB->depth != dstImage->depth", 730},
+      {1, C(b->roi = moxCreateROI(2, 0, 0, 2, 2)), "srcImageB->roi->coi > 0 && dstImage->roi == 0", 730},
+      {1, C(d->roi = moxCreateROI(2, 0, 0, 2, 2)), "dstImage->roi->coi > 0 && srcImageB->roi == 0", 730},
+      {1, C(d->roi = moxCreateROI(2, 0, 0, 2, 2), b->roi = moxCreateROI(1, 0, 0, 2, 2)),
+       "dstImage->roi->coi > 0 && srcImageA->roi == 0", 730},
+      {1, C(b->dataOrder = 1, b->imageSize *= 2), "srcImageB->dataOrder != dstImage->dataOrder", 730},
+      {1, C(a->nChannels = 1), "srcImageA->nChannels != dstImage->nChannels", 730},
+      {2, C(d->imageSize = 0), "moxBadImageHeader(image) != 0", 856},
+      {2, C(d->depth = MOX_DEPTH_8S), "image->depth != 8 && image->depth != 16", 857},
+      {2, C(d->alphaChannel = 1), "image->alphaChannel > 0 && image->alphaChannel != image->nChannels", 858},
+      {2, C(d->alphaChannel = 0), "image->alphaChannel < 1", 859},
+  };
+#undef C
+  const char* funcs[] = {"moxMultiplySScale", "moxMultiplyScale", "moxPreMultiplyAlpha"};
+  for (const auto& k : cases) {
+    Image a({MOX_DEPTH_8U, 2, 0, 4, 6}, 1), b({MOX_DEPTH_8U, 2, 0, 4, 6}, 2),
+        d({MOX_DEPTH_8U, 2, 0, 4, 6}, 3);
+    d->alphaChannel = 2;
+    const auto before = d.bytes();
+    k.spoil(a, b, d);
+    if (k.op == 0) moxMultiplySScale(a, d, 3, nullptr);
+    if (k.op == 1) moxMultiplyScale(a, b, d, nullptr);
+    if (k.op == 2) moxPreMultiplyAlpha(d, 3, nullptr);
+    expectReport(funcs[k.op], k.text, k.line, "moxalpha");
+    EXPECT_TRUE(reports().empty());
+    d->imageSize = int(before.size());
+    EXPECT_EQ(d.bytes(), before) << k.text;
+    if (d->tileInfo) moxDeleteTileInfo(d->tileInfo), d->tileInfo = nullptr;
+  }
+  moxMultiplySScale(nullptr, nullptr, 1, nullptr);
+  expectReport("moxMultiplySScale", "dstImage==0", 601, "moxalpha");
+  moxPreMultiplyAlpha(nullptr, 1, nullptr);
+  expectReport("moxPreMultiplyAlpha", "image==0", 856, "moxalpha");
+}
+
+// ---------------------------------------------------------------- composition
+
+namespace {
+
+// The composition of one pixel's values by the formulas, with m the scaled
+// multiply: x, y premultiplied colours (or the alphas), aa, ab the alphas.
+ll combine(int type, ll x, ll y, ll aa, ll ab, ll M) {
+  auto m = [M](ll a, ll b) { return a * b / M; };
+  switch (type) {
+    case MOX_COMPOSITE_OVER: return std::min(M, x + m(y, M - aa));
+    case MOX_COMPOSITE_IN: return m(x, ab);
+    case MOX_COMPOSITE_OUT: return m(x, M - ab);
+    case MOX_COMPOSITE_ATOP: return std::min(M, m(x, ab) + m(y, M - aa));
+    case MOX_COMPOSITE_XOR: return std::min(M, m(x, M - ab) + m(y, M - aa));
+    default: return std::min(M, x + y);
+  }
+}
+
+}  // namespace
+
+// Every type with constant alphas, alpha images, the images' own alpha
+// channels and opaque defaults; premultiplied inputs and the divide mode.
+TEST(Composite, EveryTypeAgainstTheFormulas) {
+  Capture capture;
+  enum Source { kConstant, kImage, kOwn, kOpaque };
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
+    for (int order : {0, 1})
+      for (int type = MOX_COMPOSITE_OVER; type <= MOX_COMPOSITE_PLUS; ++type)
+        for (Source src : {kConstant, kImage, kOwn, kOpaque})
+          for (int premul : {0, 1})
+            for (int divide : {0, 1}) {
+              const ll M = maxOf(depth);
+              // A: colour, alpha; B: alpha first, colour; D: colour, alpha
+              Image a({depth, 2, order, 6, 9}, 1), b({depth, 2, order, 6, 9}, 2),
+                  d({depth, 2, order, 6, 9}, 3), aa({depth, 1, order, 6, 9}, 4),
+                  ab({depth, 3, order, 6, 9}, 5), ad({depth, 1, order, 6, 9}, 6);
+              ab.roi(2, 0, 0, 6, 9);
+              if (src == kOwn) a->alphaChannel = 2, b->alphaChannel = 1;
+              else a->nChannels = b->nChannels = 1;  // (the layouts stay large enough)
+              d->alphaChannel = 2;
+              const int kA = int(M / 3), kB = int(M - 5);
+              std::vector<ll> want = pixels(d), wantAlpha = pixels(ad);
+              for (int y = 0; y < 6; ++y)
+                for (int x = 0; x < 9; ++x) {
+                  const ll alA = src == kConstant ? kA : src == kImage ? get(aa, x, y, 0)
+                                 : src == kOwn    ? get(a, x, y, 1) : M;
+                  const ll alB = src == kConstant ? kB : src == kImage ? get(ab, x, y, 1)
+                                 : src == kOwn    ? get(b, x, y, 0) : M;
+                  ll ca = get(a, x, y, 0), cb = get(b, x, y, src == kOwn ? 1 : 0);
+                  if (!premul) ca = ca * alA / M, cb = cb * alB / M;
+                  const ll out = combine(type, alA, alB, alA, alB, M);
+                  ll c = combine(type, ca, cb, alA, alB, M);
+                  if (divide) c = out ? std::min(M, (c * M + out / 2) / out) : 0;
+                  want[size_t(y * 9 + x) * 2] = c;
+                  want[size_t(y * 9 + x) * 2 + 1] = out;
+                  if (src == kImage) wantAlpha[size_t(y * 9 + x)] = out;
+                }
+              if (src == kConstant)
+                moxAlphaCompositeC(a, b, d, type, kA, kB, premul, divide);
+              else
+                moxAlphaComposite(a, b, d, type, src == kImage ? +aa : nullptr,
+                                  src == kImage ? +ab : nullptr, src == kImage ? +ad : nullptr,
+                                  premul, divide);
+              EXPECT_EQ(pixels(d), want) << type << " " << src << premul << divide << " " << order << " " << depth;
+              EXPECT_EQ(pixels(ad), wantAlpha) << type << " " << src;
+            }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Composite, TiledRunsEqualPlainRunsAndChecks) {
+  Capture capture;
+  Image a({MOX_DEPTH_8U, 4, 0, 12, 40}, 1, kRoiA), b({MOX_DEPTH_8U, 4, 0, 9, 35}, 2, kRoiB),
+      d({MOX_DEPTH_8U, 4, 0, 14, 50}, 3, kRoiD), out({MOX_DEPTH_8U, 4, 0, 14, 50}, 3, kRoiD),
+      al({MOX_DEPTH_8U, 1, 0, 20, 50}, 4), alOut({MOX_DEPTH_8U, 1, 0, 20, 50}, 4);
+  a->alphaChannel = b->alphaChannel = d->alphaChannel = 4;
+  Tiled ta(a, 8, 16), tb(b, 16, 8), td(d, 24, 8), tl(al, 8, 8);
+  ta->alphaChannel = tb->alphaChannel = td->alphaChannel = 4;
+  moxAlphaComposite(a, b, d, MOX_COMPOSITE_ATOP, nullptr, nullptr, al, 0, 1);
+  moxAlphaComposite(ta, tb, td, MOX_COMPOSITE_ATOP, nullptr, nullptr, tl, 0, 1);
+  td.gather(out);
+  tl.gather(alOut);
+  EXPECT_EQ(pixels(out), pixels(d));
+  EXPECT_EQ(pixels(alOut), pixels(al));
+  Tiled failing(b, 16, 8);
+  failing.nullOnGet = 0;
+  failing->alphaChannel = 4;
+  moxAlphaCompositeC(ta, failing, td, MOX_COMPOSITE_OVER, 1, 2, 0, 0);
+  expectReport("moxAlphaCompositeC", "ERROR in Tiling callBack", 1066, "moxalpha");
+  // The checks, their texts and lines; nothing written.
+  const auto before = d.bytes();
+  const int bad[2] = {-1, 6};
+  for (int type : bad) {
+    moxAlphaCompositeC(a, b, d, type, 1, 2, 0, 0);
+    expectReport("moxAlphaCompositeC",
+                 "compositeType < MOX_COMPOSITE_OVER || compositeType > MOX_COMPOSITE_PLUS", 1008,
+                 "moxalpha");
+  }
+  moxAlphaCompositeC(a, nullptr, d, 0, 1, 2, 0, 0);
+  expectReport("moxAlphaCompositeC", "srcImageB==0", 1003, "moxalpha");
+  b->alphaChannel = 0;
+  moxAlphaCompositeC(a, b, d, 0, 1, 2, 0, 0);
+  expectReport("moxAlphaCompositeC", "(nColorB != nColorDst)", 1007, "moxalpha");
+  b->alphaChannel = 4;
+  moxAlphaComposite(a, b, d, 0, nullptr, nullptr, a, 0, 0);
+  expectReport("moxAlphaComposite", "alphaImageDst->nChannels != 1 && (alphaImageDst->roi == 0 || "
+               "alphaImageDst->roi->coi == 0)", 1112, "moxalpha");
+  out->depth = MOX_DEPTH_8S;
+  moxAlphaComposite(a, b, out, 0, nullptr, nullptr, nullptr, 0, 0);
+  expectReport("moxAlphaComposite", "dstImage->depth != 8 && dstImage->depth != 16", 1107, "moxalpha");
+  moxAlphaComposite(a, b, d, 0, nullptr, out, nullptr, 0, 0);
+  expectReport("moxAlphaComposite", "alphaImageB->depth != dstImage->depth", 1112, "moxalpha");
+  moxAlphaComposite(a, b, d, 0, nullptr, nullptr, nullptr, 0, 0);  // the one that works
+  EXPECT_NE(d.bytes(), before);
+  EXPECT_TRUE(reports().empty());
+}

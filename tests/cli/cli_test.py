@@ -1,0 +1,522 @@
+#!/usr/bin/env python3
+"""Tests of the moxpx command-line tool.
+
+Every sub-command runs on small images and is compared with the same call
+made directly on the shared library (through ctypes); tiled and threaded
+runs must give the same bytes as plain ones; bad files and bad options end
+with their exit status and a message that names the problem.
+
+Usage: cli_test.py TOOL LIBRARY [unittest options]
+"""
+
+import ctypes as C
+import os
+import pty
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import numpy as np
+
+TOOL = LIBRARY = None
+SAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "samples")
+DONE, LIBRARY_FAILURE, USAGE, FILE_FAILURE = 0, 1, 2, 3
+
+DEPTHS = {np.uint8: 8, np.int8: 0x80000008, np.uint16: 16, np.int16: 0x80000010,
+          np.int32: 0x80000020}
+
+
+class MoxImage(C.Structure):
+    _fields_ = [("headerSize", C.c_int), ("headerId", C.c_int), ("nChannels", C.c_int),
+                ("alphaChannel", C.c_int), ("depth", C.c_uint), ("colorModel", C.c_char * 4),
+                ("channelSeq", C.c_char * 4), ("dataOrder", C.c_int), ("origin", C.c_int),
+                ("align", C.c_int), ("height", C.c_int), ("width", C.c_int),
+                ("roi", C.c_void_p), ("maskRoi", C.c_void_p), ("imageId", C.c_void_p),
+                ("tileInfo", C.c_void_p), ("imageSize", C.c_int), ("imageData", C.c_void_p),
+                ("widthStep", C.c_int), ("borderMode", C.c_int * 4),
+                ("borderConst", C.c_int * 4), ("imageDataOrigin", C.c_void_p)]
+
+
+class Library:
+    """The shared library, called directly."""
+
+    def __init__(self, path):
+        self.lib = lib = C.CDLL(path)
+        lib.moxCreateImageHeader.restype = C.POINTER(MoxImage)
+        lib.moxCreateImageHeader.argtypes = [C.c_int, C.c_int, C.c_uint, C.c_char_p, C.c_char_p,
+                                             C.c_int, C.c_int, C.c_int, C.c_int, C.c_int,
+                                             C.c_void_p, C.c_void_p, C.c_void_p]
+        lib.moxCreateROI.restype = C.c_void_p
+        lib.moxCreateROI.argtypes = [C.c_int] * 5
+        lib.moxDeallocate.argtypes = [C.POINTER(MoxImage), C.c_int]
+        lib.moxSetErrMode(1)
+        lib.moxRedirectError(lib.moxNulDevReport)
+
+    def image(self, array, roi=None, coi=0):
+        """A library image holding the array (rows, columns[, channels])."""
+        h, w = array.shape[:2]
+        n = array.shape[2] if array.ndim == 3 else 1
+        region = None
+        if roi or coi:
+            x, y, rw, rh = roi or (0, 0, w, h)
+            region = self.lib.moxCreateROI(coi, x, y, rh, rw)
+        alpha = n if n in (2, 4) else 0
+        im = self.lib.moxCreateImageHeader(n, alpha, DEPTHS[array.dtype.type],
+                                           b"GRAY" if n < 3 else b"RGB", b"RGBA", 0, 0, 8, h, w,
+                                           region, None, None)
+        self.lib.moxAllocateImage(im, 0)
+        step = im.contents.widthStep
+        row = w * n * array.itemsize
+        flat = np.ascontiguousarray(array).reshape(h, row // array.itemsize).view(np.uint8)
+        for y in range(h):
+            C.memmove(im.contents.imageData + y * step, flat[y].ctypes.data, row)
+        return im
+
+    def array(self, im, like):
+        h, w = like.shape[:2]
+        out = np.empty_like(like)
+        flat = out.reshape(h, -1).view(np.uint8)
+        step = im.contents.widthStep
+        for y in range(h):
+            C.memmove(flat[y].ctypes.data, im.contents.imageData + y * step, flat.shape[1])
+        return out
+
+    def run(self, call, sources, destinations, roi=None, coi=0):
+        """call(lib, src images, dst images); the destinations' arrays."""
+        self.lib.moxSetErrStatus(0)
+        srcs = [self.image(a, roi, coi) for a in sources]
+        dsts = [self.image(a, roi, coi) for a in destinations]
+        call(self.lib, srcs, dsts)
+        status = self.lib.moxGetErrStatus()
+        out = [self.array(d, a) for d, a in zip(dsts, destinations)]
+        for im in srcs + dsts:
+            self.lib.moxDeallocate(im, 15)
+        if status:
+            raise AssertionError("the library reported status %d" % status)
+        return out
+
+
+def tool(*args, check=None, cwd=None):
+    done = subprocess.run([TOOL] + [str(a) for a in args], capture_output=True, text=True, cwd=cwd)
+    if check is not None and done.returncode != check:
+        raise AssertionError("moxpx %s: status %d, wanted %d\n%s" % (
+            " ".join(map(str, args)), done.returncode, check, done.stderr))
+    return done
+
+
+def noise(shape, dtype, seed):
+    info = np.iinfo(dtype)
+    rng = np.random.default_rng(seed)
+    return rng.integers(info.min, info.max, size=shape, endpoint=True, dtype=dtype)
+
+
+class Temp(unittest.TestCase):
+    def setUp(self):
+        self.tmp = tempfile.TemporaryDirectory()
+        self.dir = self.tmp.name
+
+    def tearDown(self):
+        self.tmp.cleanup()
+
+    def path(self, name):
+        return os.path.join(self.dir, name)
+
+    def save(self, name, array):
+        np.save(self.path(name), array)
+        return self.path(name)
+
+    def npy(self, *args, check=DONE):
+        """Runs the tool with an .npy output and returns the output."""
+        out = self.path("out.npy")
+        tool(*args, out, check=check)
+        return np.load(out)
+
+
+def two(fn, *extra):
+    return lambda L, s, d, m: getattr(L, fn)(s[0], s[1], d[0], *extra, m)
+
+
+def one(fn, *extra):
+    return lambda L, s, d, m: getattr(L, fn)(s[0], d[0], *extra, m)
+
+
+# (sub-command, its options, sources, the direct call with mapping m)
+POINT_OPS = [
+    ("add", [], 2, two("moxAdd")),
+    ("subtract", [], 2, two("moxSubtract", 0)),
+    ("subtract", ["--reverse", 1], 2, two("moxSubtract", 1)),
+    ("multiply", [], 2, two("moxMultiply")),
+    ("and", [], 2, two("moxAnd")),
+    ("or", [], 2, two("moxOr")),
+    ("xor", [], 2, two("moxXor")),
+    ("adds", ["--value", -40], 1, one("moxAddS", -40)),
+    ("subtracts", ["--value", 7, "--reverse", 1], 1, one("moxSubtractS", 7, 1)),
+    ("multiplys", ["--value", 3], 1, one("moxMultiplyS", 3)),
+    ("ands", ["--value", "0x5A"], 1, one("moxAndS", 0x5A)),
+    ("ors", ["--value", 33], 1, one("moxOrS", 33)),
+    ("xors", ["--value", -1], 1, one("moxXorS", -1)),
+    ("lshifts", ["--nShift", 3], 1, one("moxLShiftS", 3)),
+    ("rshifts", ["--nShift", 33], 1, one("moxRShiftS", 33)),
+    ("square", [], 1, one("moxSquare")),
+    ("abs", [], 1, one("moxAbs")),
+    ("not", [], 1, one("moxNot")),
+    ("copy", [], 1, one("moxCopy")),
+    ("set", ["--fillValue", 300], 1, lambda L, s, d, m: L.moxSet(d[0], 300, m)),
+]
+
+
+class PointOperations(Temp):
+    """Each sub-command against the direct call, on every depth."""
+
+    def test_against_the_library(self):
+        for op, options, n, call in POINT_OPS:
+            for k, dtype in enumerate(DEPTHS):
+                shape = (19, 27, 3) if k % 2 else (19, 27)
+                arrays = [noise(shape, dtype, seed) for seed in range(n)]
+                files = [self.save("in%d.npy" % i, a) for i, a in enumerate(arrays)]
+                with self.subTest(op=op, options=options, dtype=dtype.__name__):
+                    got = self.npy(op, *options, *files)
+                    want, = LIB.run(lambda L, s, d: call(L, s, d, None), arrays, arrays[:1])
+                    np.testing.assert_array_equal(want, got)
+
+    def test_roi_and_coi(self):
+        a, b = noise((23, 31, 3), np.uint8, 1), noise((23, 31, 3), np.uint8, 2)
+        files = [self.save("a.npy", a), self.save("b.npy", b)]
+        for roi, coi in [((3, 5, 11, 7), 0), ((0, 0, 31, 23), 2), ((20, 10, 50, 50), 3)]:
+            with self.subTest(roi=roi, coi=coi):
+                got = self.npy("add", "--roi", ",".join(map(str, roi)), "--coi", coi, *files)
+                want, = LIB.run(lambda L, s, d: L.moxAdd(s[0], s[1], d[0], None), [a, b], [a],
+                                roi, coi)
+                np.testing.assert_array_equal(want, got)
+                outside = np.ones(a.shape, bool)
+                x, y, w, h = roi
+                outside[y:y + h, x:x + w, (coi - 1) if coi else slice(None)] = False
+                np.testing.assert_array_equal(a[outside], got[outside])
+
+    def test_exchange_writes_both(self):
+        a, b = noise((9, 17), np.int16, 3), noise((9, 17), np.int16, 4)
+        fa, fb = self.save("a.npy", a), self.save("b.npy", b)
+        tool("exchange", "--roi", "2,1,8,5", fa, fb, self.path("oa.npy"), self.path("ob.npy"),
+             check=DONE)
+        want = LIB.run(lambda L, s, d: L.moxExchange(d[0], d[1], None), [a, b], [a, b],
+                       (2, 1, 8, 5))
+        np.testing.assert_array_equal(want[0], np.load(self.path("oa.npy")))
+        np.testing.assert_array_equal(want[1], np.load(self.path("ob.npy")))
+
+    def test_working_depth_saturates_in_and_out(self):
+        a = np.array([[0, 100, 200, 255]], np.uint8)
+        f = self.save("a.npy", a)
+        np.testing.assert_array_equal([[0, 100, 127, 127]], self.npy("copy", "--depth", "8s", f))
+        # 0 - 150 saturates at -128 in 8S.
+        got = self.npy("subtracts", "--depth", "8s", "--dstDepth", "8s", "--value", 150, f)
+        np.testing.assert_array_equal(np.array([[-128, -50, -23, -23]], np.int8), got)
+        np.testing.assert_array_equal([[0, 255, 255, 255]], self.npy("copy", "--depth", "1u", f))
+
+
+class Conversions(Temp):
+    def test_convert_bitonal_and_reduce(self):
+        a = noise((13, 17, 3), np.uint8, 4)
+        f = self.save("a.npy", a)
+        np.testing.assert_array_equal(
+            a.astype(np.int16), self.npy("convert", "--depth", "16s", "--dataOrder", "plane", f))
+        np.testing.assert_array_equal(np.minimum(a, 127).astype(np.int8),
+                                      self.npy("convert", "--depth", "8s", f))
+        g = noise((13, 17), np.uint8, 5) // 128 * 7  # zeros and sevens
+        got = self.npy("bitonaltogray", "--ZeroScale", 40, "--OneScale", 220, self.save("g.npy", g))
+        np.testing.assert_array_equal(np.where(g != 0, 220, 40).astype(np.uint8), got)
+        for dither, code in [("none", 0), ("fs", 1), ("bayer", 4)]:
+            with self.subTest(dither=dither):
+                got = self.npy("reducebits", "--noise", 30, "--ditherType", dither, "--levels", 3, f)
+                want, = LIB.run(lambda L, s, d: L.moxReduceBits(s[0], d[0], 30, code, 3), [a], [a])
+                np.testing.assert_array_equal(want, got)
+
+    def test_palette_file(self):
+        if ".bmp" not in tool("--help").stdout:
+            self.skipTest("this build writes no BMP files")
+        g = noise((9, 14), np.uint8, 6)
+        out = self.path("p.bmp")
+        tool("converttodib", "--dither", "fs", "--paletteConversion", "medcut",
+             self.save("g.npy", g), out, check=DONE)
+        with open(out, "rb") as f:
+            self.assertEqual(8, int.from_bytes(f.read(30)[28:30], "little"))  # bits per pixel
+        np.testing.assert_array_equal(g, self.npy("copy", out))  # a grey palette keeps greys
+
+
+class TilesAndThreads(Temp):
+    """The same bytes whatever the tiling and the number of threads."""
+
+    RUNS = [["--tile", "8,8"], ["--tile", "16,40"], ["--threads", "1"], ["--threads", "3"],
+            ["--threads", "4", "--tile", "8,16"], ["--threads", "2", "--tile", "64,64"]]
+
+    def test_identical_output(self):
+        cases = [("add", [], [np.uint8, np.uint8]), ("subtracts", ["--value", 9], [np.int16]),
+                 ("rshifts", ["--nShift", 2], [np.int32]), ("not", [], [np.uint16]),
+                 ("set", ["--fillValue", 5], [np.uint8]),
+                 ("copy", ["--depth", "1u"], [np.uint8])]
+        for op, options, dtypes in cases:
+            files = [self.save("in%d.npy" % i, noise((45, 70, 1), t, i))
+                     for i, t in enumerate(dtypes)]
+            for roi in [[], ["--roi", "5,3,50,33"]]:
+                plain = self.npy(op, *options, *roi, *files)
+                for run in self.RUNS:
+                    with self.subTest(op=op, roi=roi, run=run):
+                        np.testing.assert_array_equal(plain, self.npy(op, *options, *roi, *run,
+                                                                      *files))
+
+    def test_tile_requests_reach_the_library(self):
+        f = self.save("a.npy", noise((16, 16), np.uint8, 0))
+        done = tool("add", "--tile", "12,12", f, f, self.path("o.npy"), check=LIBRARY_FAILURE)
+        self.assertIn("moxAdd: Tile size is invalid [moxadd:", done.stderr)
+        done = tool("realfft2d", "--threads", "2", f, self.path("o.png"), check=USAGE)
+        self.assertIn("--threads", done.stderr)
+
+
+class Transforms(Temp):
+    def setUp(self):
+        super().setUp()
+        self.g = noise((16, 32), np.uint8, 5)
+        self.file = self.save("g.npy", self.g)
+
+    def direct(self, fn, flags, dst):
+        return LIB.run(lambda L, s, d: getattr(L, fn)(s[0], d[0], flags, None), [self.g], [dst])[0]
+
+    def test_raw_spectrum_and_back(self):
+        raw = self.npy("realfft2d", "--raw", 1, self.file)
+        np.testing.assert_array_equal(self.direct("moxRealFft2D", 1, self.g.astype(np.int32)), raw)
+        # The forward transform's exponent is +2 pi i: numpy's spectrum conjugated.
+        f = np.fft.fft2(self.g.astype(float))
+        np.testing.assert_array_equal(raw[:, 1], np.round(f[:, 1].real))
+        np.testing.assert_array_equal(raw[:, 2], np.round(-f[:, 1].imag))
+        back = self.npy("ccsfft2d", self.save("s.npy", raw))
+        np.testing.assert_array_equal(self.g, back)
+
+    def test_log_magnitude_view(self):
+        view = self.npy("realfft2d", self.file)
+        self.assertEqual(np.uint8, view.dtype)
+        self.assertEqual(255, view[8, 16])  # the zero frequency, in the middle
+        flipped = np.roll(view[::-1, ::-1], (1, 1), (0, 1))
+        np.testing.assert_array_equal(view, flipped)  # |F(u, v)| = |F(-u, -v)|
+        cos = self.npy("dct2d", self.file)
+        self.assertEqual(255, cos[0, 0])
+
+    def test_log_magnitude_unpacks_every_size(self):
+        for shape in [(16, 32), (15, 21), (16, 21), (15, 32), (1, 8), (9, 1)]:
+            with self.subTest(shape=shape):
+                g = noise(shape, np.uint8, 8)
+                view = self.npy("realfft2d", self.save("g.npy", g)).astype(int)
+                f = np.fft.fftshift(np.fft.fft2(g.astype(float)))
+                # the spectrum's parts are rounded to whole numbers before the view
+                m = np.log1p(np.hypot(np.round(f.real), np.round(f.imag)))
+                want = np.floor((m - m.min()) / (m.max() - m.min()) * 255 + 0.5).astype(int)
+                self.assertLessEqual(np.abs(view - want).max(), 1)
+
+    def test_dct_against_the_library(self):
+        raw = self.npy("dct2d", "--raw", 1, self.file)
+        np.testing.assert_array_equal(self.direct("moxDCT2D", 1, self.g.astype(np.int32)), raw)
+        back = self.npy("dct2d", "--flags", "inverse", self.save("c.npy", raw))
+        self.assertLessEqual(np.abs(back.astype(int) - self.g).max(), 1)
+
+    def test_flags_reach_the_library(self):
+        done = tool("realfft2d", "--flags", "forward,inverse", self.file, self.path("o.png"),
+                    check=LIBRARY_FAILURE)
+        self.assertIn("moxRealFft2D: Error in input data [moxfft2d:319] (Bad argument)",
+                      done.stderr)
+        done = tool("realfft2d", "--raw", 1, self.file, self.path("o.png"), check=USAGE)
+        self.assertIn(".npy", done.stderr)
+
+
+class Files(Temp):
+    def test_png_round_trips(self):
+        for dtype in (np.uint8, np.uint16):
+            for shape in [(5, 7), (5, 7, 2), (5, 7, 3), (5, 7, 4)]:
+                with self.subTest(dtype=dtype.__name__, shape=shape):
+                    a = noise(shape, dtype, 7)
+                    tool("copy", self.save("a.npy", a), self.path("a.png"), check=DONE)
+                    np.testing.assert_array_equal(a, self.npy("copy", self.path("a.png")))
+
+    def needs_bmp(self):
+        if ".bmp" not in tool("--help").stdout:
+            self.skipTest("this build reads no BMP files (the library's bitmap functions are not there)")
+
+    def test_bmp_round_trips(self):
+        self.needs_bmp()
+        for shape in [(5, 7), (5, 7, 3), (5, 7, 4), (6, 1, 3)]:
+            with self.subTest(shape=shape):
+                a = noise(shape, np.uint8, 9)
+                tool("copy", self.save("a.npy", a), self.path("a.bmp"), check=DONE)
+                np.testing.assert_array_equal(a, self.npy("copy", self.path("a.bmp")))
+
+    def test_sample_photographs(self):
+        """The samples (24-bit, bottom-up, blue first) read as top-down RGB pictures."""
+        self.needs_bmp()
+        for name in ("astronaut", "chelsea", "coffee"):
+            with self.subTest(name=name):
+                path = os.path.join(SAMPLES, name + ".bmp")
+                with open(path, "rb") as f:
+                    data = f.read()
+                offset, w, h = (int.from_bytes(data[i:i + 4], "little", signed=True)
+                                for i in (10, 18, 22))
+                step = (w * 3 + 3) // 4 * 4
+                rows = np.frombuffer(data, np.uint8, step * h, offset).reshape(h, step)
+                want = rows[::-1, :w * 3].reshape(h, w, 3)[:, :, ::-1]
+                np.testing.assert_array_equal(want, self.npy("copy", path))
+                self.assertEqual("%s: %dx%d, depth 8u, 3 channels, RGB\n" % (path, w, h),
+                                 tool("info", path, check=DONE).stdout)
+
+    def test_values_saturate_into_the_file(self):
+        a = np.array([[-5, 70000, 300]], np.int32)
+        tool("copy", self.save("a.npy", a), self.path("a.png"), check=DONE)
+        np.testing.assert_array_equal([[0, 65535, 300]], self.npy("copy", self.path("a.png")))
+
+    def test_jpeg_and_info(self):
+        for shape, model in [((12, 20), "1 channel, GRAY"), ((12, 20, 3), "3 channels, RGB")]:
+            with self.subTest(shape=shape):
+                tool("copy", self.save("a.npy", noise(shape, np.uint8, 1)), self.path("a.jpg"),
+                     check=DONE)
+                done = tool("info", self.path("a.jpg"), check=DONE)
+                self.assertEqual("%s: 20x12, depth 8u, %s\n" % (self.path("a.jpg"), model),
+                                 done.stdout)
+
+    def test_bad_files(self):
+        with open(self.path("text.png"), "w") as f:
+            f.write("not a picture\n")
+        tool("copy", self.save("a.npy", noise((30, 30, 3), np.uint8, 1)), self.path("a.png"),
+             check=DONE)
+        with open(self.path("a.png"), "rb") as f, open(self.path("cut.png"), "wb") as g:
+            g.write(f.read(60))
+        np.save(self.path("f.npy"), np.zeros((3, 3), np.float32))
+        np.save(self.path("wide.npy"), np.zeros((3, 3, 3, 3), np.uint8))
+        open(self.path("empty.png"), "w").close()
+        cases = [("missing.png", "cannot open it"), ("text.png", "not an image"),
+                 ("cut.png", "bad PNG"), ("f.npy", "<f4"), ("wide.npy", "(height, width"),
+                 ("empty.png", "empty")]
+        for name, why in cases:
+            with self.subTest(name=name):
+                done = tool("not", self.path(name), self.path("o.png"), check=FILE_FAILURE)
+                self.assertIn(self.path(name) + ":", done.stderr)
+                self.assertIn(why, done.stderr)
+                self.assertFalse(os.path.exists(self.path("o.png")))
+        for out, why in [("o.tif", "no format"), ("no/such/dir/o.png", "cannot create"),
+                         ("o.jpg", "1 or 3 channels")]:
+            with self.subTest(out=out):
+                src = self.save("rgba.npy", noise((4, 4, 4), np.uint8, 2))
+                done = tool("copy", src, self.path(out), check=FILE_FAILURE)
+                self.assertIn(why, done.stderr)
+
+
+class CommandLine(Temp):
+    def test_bad_options(self):
+        f = self.save("a.npy", noise((8, 8), np.uint8, 0))
+        o = self.path("o.npy")
+        cases = [
+            (["blur", f, o], "no operation \"blur\""),
+            (["adds", "--value", "ten", f, o], "--value wants a whole number"),
+            (["adds", "--value", "4294967296", f, o], "--value wants a whole number"),
+            (["lshifts", "--nShift", "-1", f, o], "--nShift wants a whole number"),
+            (["adds", "--valu", "3", f, o], "has no option --valu"),
+            (["adds", f], "takes 2 files, not 1"),
+            (["adds", f, f, o], "takes 2 files, not 3"),
+            (["adds", f, o, "--value"], "--value wants a value"),
+            (["add", "--roi", "1,2,3", f, f, o], "--roi wants 4 numbers"),
+            (["add", "--roi", "1,2,-3,4", f, f, o], "--roi wants a whole number"),
+            (["add", "--roi", "9,0,3,3", f, f, o], "starts outside the image"),
+            (["add", "--tile", "8", f, f, o], "--tile wants 2 numbers"),
+            (["add", "--threads", "0", f, f, o], "--threads wants a whole number"),
+            (["add", "--depth", "12u", f, f, o], "--depth takes 1u, 8u"),
+            (["realfft2d", "--flags", "sideways", f, o], "--flags takes forward, inverse"),
+            (["exchange", "--batch", self.dir, self.dir], "no batch form"),
+        ]
+        for args, why in cases:
+            with self.subTest(args=args):
+                done = tool(*args, check=USAGE)
+                self.assertIn(why, done.stderr)
+                self.assertEqual(1, done.stderr.count("\n"))
+
+    def test_library_reports_in_one_line(self):
+        a = self.save("a.npy", noise((8, 8), np.uint8, 0))
+        b = self.save("b.npy", noise((8, 8), np.uint16, 0))
+        done = tool("add", a, b, self.path("o.npy"), check=LIBRARY_FAILURE)
+        self.assertEqual("moxpx: moxAdd: (srcImageB->depth != dstImage->depth) [moxadd:1092] "
+                         "(Bad argument)\n", done.stderr)
+        self.assertFalse(os.path.exists(self.path("o.npy")))
+        # A header fault text: its lines joined.
+        done = tool("not", "--depth", "1u", self.save("c.npy", noise((8, 8, 3), np.uint8, 0)),
+                    self.path("o.npy"), check=LIBRARY_FAILURE)
+        self.assertIn("moxNot: For image depth 1U channel's number is not equal one [", done.stderr)
+        self.assertEqual(1, done.stderr.count("\n"))
+
+    def test_list_and_help(self):
+        listed = tool("list", check=DONE).stdout.split("\n")
+        names = [line.split()[0] for line in listed if line]
+        self.assertIn("info", names)
+        for name in names[:-1]:
+            with self.subTest(name=name):
+                text = tool(name, "--help", check=DONE).stdout
+                self.assertIn("usage: moxpx " + name, text)
+                self.assertIn("example:\n  moxpx " + name + " ", text)
+
+    def test_examples_run(self):
+        """Every operation's example line runs as written, on small pictures."""
+        photo = noise((32, 48, 3), np.uint8, 1)
+        tool("copy", self.save("p.npy", photo), self.path("photo.png"), check=DONE)
+        tool("copy", self.save("q.npy", noise((32, 48, 3), np.uint8, 2)), self.path("other.png"),
+             check=DONE)
+        tool("realfft2d", "--raw", 1, self.path("p.npy"), self.path("spectrum.npy"), check=DONE)
+        tool("copy", self.save("b.npy", noise((32, 48), np.uint8, 3) // 128 * 255),
+             self.path("bits.png"), check=DONE)
+        for line in tool("list", check=DONE).stdout.splitlines()[:-1]:
+            name = line.split()[0]
+            text = tool(name, "--help", check=DONE).stdout
+            example = text.split("example:\n  ")[1].split("\n")[0].split()
+            with self.subTest(example=example):
+                tool(*example[1:], check=DONE, cwd=self.dir)
+
+
+class Batch(Temp):
+    def test_every_image_of_a_folder(self):
+        src, out = self.path("in"), self.path("out")
+        os.mkdir(src)
+        arrays = {"a.npy": noise((6, 9), np.uint8, 1), "b.npy": noise((7, 5, 3), np.uint8, 2),
+                  "c.npy": noise((4, 4), np.uint8, 3)}
+        for name, a in arrays.items():
+            np.save(os.path.join(src, name), a)
+        with open(os.path.join(src, "notes.txt"), "w") as f:
+            f.write("skipped\n")
+        done = tool("xors", "--value", 255, "--batch", src, out, check=DONE)
+        self.assertEqual(["1/3 a.npy", "2/3 b.npy", "3/3 c.npy"], done.stderr.splitlines())
+        self.assertEqual(sorted(arrays), sorted(os.listdir(out)))
+        for name, a in arrays.items():
+            np.testing.assert_array_equal(255 - a, np.load(os.path.join(out, name)))
+
+    def test_progress_bar_on_a_terminal(self):
+        src = self.path("in")
+        os.mkdir(src)
+        for name in ("a.npy", "b.npy"):
+            np.save(os.path.join(src, name), noise((4, 4), np.uint8, 1))
+        master, slave = pty.openpty()
+        done = subprocess.run([TOOL, "not", "--batch", src, self.path("out")], stderr=slave)
+        os.close(slave)
+        screen = os.read(master, 4096).decode()
+        os.close(master)
+        self.assertEqual(DONE, done.returncode)
+        self.assertIn("\r[###############...............] 1/2 a.npy", screen)
+        self.assertIn("\r[##############################] 2/2 b.npy", screen)
+
+    def test_further_inputs_and_failures(self):
+        src, out = self.path("in"), self.path("out")
+        os.mkdir(src)
+        np.save(os.path.join(src, "a.npy"), noise((6, 9), np.uint8, 1))
+        np.save(os.path.join(src, "b.npy"), noise((6, 9), np.uint16, 1))
+        other = self.save("o.npy", np.full((6, 9), 1, np.uint8))
+        done = tool("add", other, "--batch", src, out, check=LIBRARY_FAILURE)
+        self.assertIn("moxAdd: (srcImageB->depth != dstImage->depth)", done.stderr)
+        self.assertEqual(["a.npy"], os.listdir(out))
+
+
+if __name__ == "__main__":
+    if len(sys.argv) < 3:
+        sys.exit(__doc__)
+    TOOL, LIBRARY = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+    LIB = Library(LIBRARY)
+    unittest.main(argv=[sys.argv[0]] + sys.argv[3:])

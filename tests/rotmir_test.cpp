@@ -1,0 +1,602 @@
+// Mirroring and rotation: every depth and layout against slow references
+// written straight from the formulas (positions in float, indices by the
+// 1e-7 rule, linear and Newton-form cubic), the identities (whole turns,
+// mirroring twice, in place), the checks with their texts and lines, and
+// inputs that must not read or write outside the images.
+#include <gtest/gtest.h>
+
+#include <cfenv>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "op_cases.h"
+
+using namespace testimg;
+
+namespace {
+
+// Channel pairs (source, destination) that an operation moves.
+std::vector<std::pair<int, int>> channelPairs(const MoxImage* s, const MoxImage* d) {
+  std::vector<std::pair<int, int>> v;
+  const int work = d->roi && d->roi->coi ? 1 : valueChannels(d);
+  for (int k = 0; k < work; ++k) v.push_back({channelOf(s, k), channelOf(d, k)});
+  return v;
+}
+
+std::vector<ll> referenceMirror(MoxImage* s, MoxImage* d, int axis) {
+  std::vector<ll> out = pixels(d);
+  const Rect a = clippedRoi(s), b = clippedRoi(d);
+  const int w = std::min(a.w, b.w), h = std::min(a.h, b.h);
+  for (int i = 0; i < h; ++i)
+    for (int j = 0; j < w; ++j) {
+      const int si = axis == 1 ? i : h - 1 - i, sj = axis == 0 ? j : w - 1 - j;
+      for (auto [sc, dc] : channelPairs(s, d))
+        out[(size_t(b.y + i) * d->width + b.x + j) * valueChannels(d) + dc] =
+            get(s, a.x + sj, a.y + si, sc);
+    }
+  return out;
+}
+
+// The rotation as its formulas read, one pixel at a time.
+std::vector<ll> referenceRotate(MoxImage* s, MoxImage* d, int angle, int cx, int cy, int inter) {
+  std::vector<ll> out = pixels(d);
+  angle %= 36000;
+  if (angle < 0) angle += 36000;
+  const int W = s->width, H = s->height;
+  if (s->depth == MOX_DEPTH_1U || W == 1 || H == 1) inter = MOX_INTER_NN;
+  if (inter == MOX_INTER_CUBIC && (W < 4 || H < 4)) inter = MOX_INTER_LINEAR;
+  long long cyl = cy;
+  if (s->origin == 1) cyl = H - 1 - ll(cy), angle = 36000 - angle;
+  const Rect a = clippedRoi(s), b = clippedRoi(d);
+  const int w = std::min(a.w, b.w), h = std::min(a.h, b.h);
+  const double rad = angle * 0.01 * (1.0 / 180.0) * 3.14159265358979323846;
+  const double c = std::cos(rad), sn = std::sin(rad);
+  double xShift = cx - c * cx + sn * double(cyl), yShift = double(cyl) - sn * cx - c * double(cyl);
+  if (inter == MOX_INTER_NN) xShift += 0.5, yShift += 0.5;
+  const float fc = float(c), fs = float(sn), fxs = float(xShift), fys = float(yShift);
+  const ll top = highest(d->depth);
+  auto at = [&](int x, int y, int ch) { return get(s, x, y, ch); };
+  auto index = [](float p) { return double(p) <= -1e-7 ? -1LL : ll(double(p) + 1e-7); };
+  auto finish = [&](double v) { return std::clamp<ll>(ll(v + 1e-7), 0, top); };
+  auto newtonF = [](float p0, float p1, float p2, float p3, float t) {
+    float c1 = 1 + t, c2 = t * (1 + t) * 0.5f, c3 = (t - 1) * c2 * (1.0f / 3.0f);
+    float d1 = p1 - p0, d2 = (p2 - p1) - d1, d3 = (p1 + p3 - 2 * p2) - d2;
+    return p0 + d1 * c1 + d2 * c2 + d3 * c3;
+  };
+  auto newtonD = [](double p0, double p1, double p2, double p3, double t) {
+    double c1 = 1 + t, c2 = t * (1 + t) * 0.5, c3 = (t - 1) * c2 * (1.0 / 3.0);
+    double d1 = p1 - p0, d2 = (p2 - p1) - d1, d3 = (p1 + p3 - 2 * p2) - d2;
+    return p0 + d1 * c1 + d2 * c2 + d3 * c3;
+  };
+  for (int i = 0; i < h; ++i)
+    for (int j = 0; j < w; ++j) {
+      const ll x = a.x + j, y = a.y + i;
+      const size_t o = (size_t(b.y + i) * d->width + b.x + j) * valueChannels(d);
+      if (angle == 9000 || angle == 18000 || angle == 27000) {
+        ll xs = 2 * ll(cx) - x, ys = 2 * cyl - y;
+        if (angle == 9000) xs = cx + cyl - y, ys = x - cx + cyl;
+        if (angle == 27000) xs = cx - cyl + y, ys = cx + cyl - x;
+        if (xs < 0 || ys < 0 || xs >= W || ys >= H) continue;
+        for (auto [sc, dc] : channelPairs(s, d)) out[o + dc] = at(int(xs), int(ys), sc);
+        continue;
+      }
+      const float xs = fc * float(x) - fs * float(y) + fxs, ys = fs * float(x) + fc * float(y) + fys;
+      ll ix = index(xs), iy = index(ys);
+      for (auto [sc, dc] : channelPairs(s, d)) {
+        if (ix < 0 || iy < 0 || ix >= W || iy >= H) {
+          out[o + dc] = 0;
+          continue;
+        }
+        if (inter == MOX_INTER_NN) {
+          out[o + dc] = at(int(ix), int(iy), sc);
+        } else if (inter == MOX_INTER_LINEAR) {
+          const int x0 = int(ix == W - 1 ? ix - 1 : ix), y0 = int(iy == H - 1 ? iy - 1 : iy);
+          const float tx = xs - float(x0), ty = ys - float(y0);
+          const float r0 = float(at(x0, y0, sc)) + (float(at(x0 + 1, y0, sc)) - float(at(x0, y0, sc))) * tx;
+          const float r1 = float(at(x0, y0 + 1, sc)) +
+                           (float(at(x0 + 1, y0 + 1, sc)) - float(at(x0, y0 + 1, sc))) * tx;
+          out[o + dc] = finish(double(r0 + (r1 - r0) * ty));
+        } else {
+          auto centre = [](ll i, int n) { return int(i == 0 ? 1 : i == n - 1 ? i - 2 : i == n - 2 ? i - 1 : i); };
+          const int x0 = centre(ix, W), y0 = centre(iy, H);
+          const float tx = xs - float(x0);
+          double r[4];
+          for (int m = 0; m < 4; ++m)
+            r[m] = newtonF(float(at(x0 - 1, y0 - 1 + m, sc)), float(at(x0, y0 - 1 + m, sc)),
+                           float(at(x0 + 1, y0 - 1 + m, sc)), float(at(x0 + 2, y0 - 1 + m, sc)), tx);
+          out[o + dc] = finish(newtonD(r[0], r[1], r[2], r[3], double(ys) - y0));
+        }
+      }
+    }
+  return out;
+}
+
+// Source and destination shapes of one depth: channels, order, sizes and
+// ROIs (coi, x, y, h, w; h 0: none).
+struct Case {
+  const char* name;
+  int channels, order, sh, sw, dh, dw, sroi[5], droi[5];
+};
+
+std::vector<Case> cases(unsigned depth) {
+  const int c = depth == MOX_DEPTH_1U ? 1 : 3;
+  std::vector<Case> v = {
+      {"1x1", c, 0, 1, 1, 1, 1, {}, {}},         {"2x3", c, 0, 2, 3, 2, 3, {}, {}},
+      {"3x3", c, 0, 3, 3, 3, 3, {}, {}},         {"5x7", c, 0, 5, 7, 5, 7, {}, {}},
+      {"17x13", c, 0, 17, 13, 17, 13, {}, {}},   {"17x13 planes", c, 1, 17, 13, 17, 13, {}, {}},
+      {"rois", c, 0, 19, 23, 15, 21, {0, 3, 2, 14, 17}, {0, 2, 4, 11, 18}},
+      {"rois clipped", c, 1, 12, 15, 13, 16, {0, 4, 5, 99, 99}, {0, 1, 0, 6, 99}},
+      {"roi outside", c, 0, 5, 7, 5, 7, {0, 9, 1, 3, 3}, {}},
+      {"one wide channel", 1, 0, 5, 53, 6, 50, {0, 1, 0, 5, 51}, {}},
+      {"one channel", 1, 0, 29, 31, 27, 33, {0, 1, 2, 26, 29}, {0, 3, 1, 24, 30}},
+      {"wide rows", c, 0, 6, 300, 7, 290, {}, {}},
+  };
+  if (c == 1) {
+    v.push_back({"bits at odd offsets", 1, 0, 9, 70, 9, 70, {0, 3, 1, 7, 37}, {0, 13, 0, 8, 41}});
+  } else {
+    v.push_back({"coi", 3, 0, 11, 14, 11, 14, {2, 1, 1, 9, 12}, {2, 2, 0, 10, 11}});
+    v.push_back({"coi planes", 4, 1, 11, 14, 11, 14, {3, 1, 1, 9, 12}, {3, 0, 2, 8, 13}});
+    v.push_back({"coi into one channel", 3, 0, 9, 9, 9, 9, {3, 0, 0, 9, 9}, {}});
+  }
+  return v;
+}
+
+struct Pair {
+  Image s, d;
+  Pair(unsigned depth, const Case& c, int origin = 0)
+      : s({depth, c.channels, c.order, c.sh, c.sw}, 21, c.sroi[3] ? c.sroi : nullptr),
+        d({depth, c.name == std::string("coi into one channel") ? 1 : c.channels, c.order, c.dh, c.dw},
+          22, c.droi[3] ? c.droi : nullptr) {
+    s->origin = d->origin = origin;
+  }
+};
+
+const unsigned kRotateDepths[] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U};
+
+}  // namespace
+
+// ---------------------------------------------------------------- mirroring
+
+TEST(Mirror, EveryAxisDepthAndLayoutMatchesTheReference) {
+  Capture capture;
+  for (unsigned depth : kDepths)
+    for (const Case& c : cases(depth))
+      for (int axis : {0, 1, -1}) {
+        if (c.name == std::string("coi into one channel")) continue;  // coi must match
+        Pair p(depth, c);
+        const auto want = referenceMirror(p.s, p.d, axis);
+        moxMirror(p.s, p.d, axis);
+        EXPECT_EQ(pixels(p.d), want) << c.name << " axis " << axis << " depth " << std::hex << depth;
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Mirror, InPlaceEqualsApartAndTwiceGivesBack) {
+  Capture capture;
+  for (unsigned depth : kDepths)
+    for (const Case& c : cases(depth))
+      for (int axis : {0, 1, -1}) {
+        if (c.name == std::string("coi into one channel")) continue;
+        Pair p(depth, c);
+        const auto original = pixels(p.s);
+        const auto want = referenceMirror(p.s, p.s, axis);
+        moxMirror(p.s, p.s, axis);
+        EXPECT_EQ(pixels(p.s), want) << c.name << " axis " << axis;
+        moxMirror(p.s, p.s, axis);
+        EXPECT_EQ(pixels(p.s), original) << c.name << " axis " << axis;
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
+// Two headers over the same pixels with rectangles that overlap but are not
+// the same: the source is read before it is overwritten.
+TEST(Mirror, OverlappingRectanglesOfOnePixelBlock) {
+  Capture capture;
+  for (unsigned depth : kDepths)
+    for (int axis : {0, 1, -1}) {
+      const int c = depth == MOX_DEPTH_1U ? 1 : 2;
+      Image a({depth, c, 0, 12, 30}, 5);
+      a.roi(0, 3, 2, 8, 20);
+      MoxImage view = *static_cast<MoxImage*>(a);
+      MoxROI other{0, 5, 3, 8, 20};
+      view.roi = &other;
+      const auto want = referenceMirror(a, &view, axis);
+      moxMirror(a, &view, axis);
+      EXPECT_EQ(pixels(a), want) << "axis " << axis << " depth " << std::hex << depth;
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Mirror, SourceAndDestinationInOtherDataOrders) {
+  Capture capture;
+  Image s({MOX_DEPTH_16U, 3, 0, 6, 9}, 1), d({MOX_DEPTH_16U, 3, 1, 7, 8}, 2);
+  const auto want = referenceMirror(s, d, -1);
+  moxMirror(s, d, -1);
+  EXPECT_EQ(pixels(d), want);
+  EXPECT_TRUE(reports().empty());
+}
+
+// Destinations of 8 MiB and more store their rows past the caches.
+TEST(Mirror, LargeDestinationsKeepEveryRow) {
+  Capture capture;
+  const int n = 1700, w = n - 5;
+  Image s({MOX_DEPTH_8U, 3, 0, n, n}, 1), d({MOX_DEPTH_8U, 3, 0, n, n}, 2);
+  s.roi(0, 3, 0, n, n - 3);
+  d.roi(0, 0, 0, n, n - 5);
+  const auto before = d.bytes();
+  for (int axis : {0, -1}) {
+    moxMirror(s, d, axis);
+    for (int y = 0; y < n; ++y) {
+      const char* from = s->imageData + ll(n - 1 - y) * s->widthStep + 9;
+      const char* to = d->imageData + ll(y) * d->widthStep;
+      if (axis == 0)
+        ASSERT_EQ(std::memcmp(to, from, 3 * w), 0) << y;
+      else
+        for (int x = 0; x < 3 * w; ++x) ASSERT_EQ(to[x], from[3 * (w - 1 - x / 3) + x % 3]) << x << "," << y;
+      ASSERT_EQ(std::memcmp(to + 3 * w, before.data() + ll(y) * d->widthStep + 3 * w, 15), 0) << y;
+    }
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Mirror, KnownValues) {
+  Image s({MOX_DEPTH_8U, 1, 0, 3, 2}), d({MOX_DEPTH_8U, 1, 0, 3, 2});
+  for (int i = 0; i < 6; ++i) set(s, i % 2, i / 2, 0, i + 1);  // rows 1 2 / 3 4 / 5 6
+  moxMirror(s, d, 0);
+  EXPECT_EQ(pixels(d), (std::vector<ll>{5, 6, 3, 4, 1, 2}));
+  moxMirror(s, d, 1);
+  EXPECT_EQ(pixels(d), (std::vector<ll>{2, 1, 4, 3, 6, 5}));
+  moxMirror(s, d, -1);
+  EXPECT_EQ(pixels(d), (std::vector<ll>{6, 5, 4, 3, 2, 1}));
+}
+
+TEST(MirrorChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
+  const struct {
+    const char* message;
+    int line;
+    int axis;
+    void (*spoil)(Image& s, Image& d);
+    bool nullSource = false;
+  } checks[] = {
+      {"Image header is null", 2098, 0, SPOIL(), true},
+      {"Image align is invalid", 2098, 0, SPOIL(s->align = 3)},
+      {"Image depth is invalid", 2099, 0, SPOIL(d->depth = 7)},
+      {"(srcImage->widthStep < the bytes of srcImage->width pixels)", 2098, 0,
+       SPOIL(s->widthStep = 4)},
+      {"(srcImage->depth!=dstImage->depth)", 2101, 0, SPOIL(d->depth = MOX_DEPTH_8S)},
+      {"(srcImage->nChannels!=dstImage->nChannels)", 2102, 0, SPOIL(d->nChannels = 1)},
+      {"((flipAxis>1)||(flipAxis<-1))", 2103, 2, SPOIL()},
+      {"((flipAxis>1)||(flipAxis<-1))", 2103, INT_MIN, SPOIL()},
+      {"(coiSrc!=coiDst)", 2113, 0, SPOIL(s.roi(2, 0, 0, 4, 4))},
+      {"(coiSrc!=coiDst)", 2113, 0, SPOIL(s.roi(2, 0, 0, 4, 4); d.roi(1, 0, 0, 4, 4))},
+  };
+  for (const auto& k : checks) {
+    Capture capture;
+    Image s({MOX_DEPTH_8U, 3, 0, 6, 8}, 1), d({MOX_DEPTH_8U, 3, 0, 6, 8}, 2);
+    k.spoil(s, d);
+    const auto before = d.bytes();
+    moxMirror(k.nullSource ? nullptr : +s, d, k.axis);
+    expectReport("moxMirror", k.message, k.line, "moxmirr");
+    EXPECT_TRUE(reports().empty()) << k.message;
+    EXPECT_EQ(d.bytes(), before) << k.message;
+  }
+}
+
+// ---------------------------------------------------------------- rotation
+
+TEST(Rotate, EveryAngleDepthInterpolationAndLayoutMatchesTheReference) {
+  Capture capture;
+  const int angles[] = {3000, 4500, 9000, 18000, 27000, -9000, 12345, 33333, 35999, 1};
+  for (unsigned depth : kRotateDepths)
+    for (const Case& c : cases(depth))
+      for (int angle : angles)
+        for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR, MOX_INTER_CUBIC})
+          for (auto [cx, cy] : {std::pair{c.sw / 2, c.sh / 2}, std::pair{1, c.sh - 2}, std::pair{-3, 40}}) {
+            Pair p(depth, c);
+            const auto want = referenceRotate(p.s, p.d, angle, cx, cy, inter);
+            moxRotate(p.s, p.d, angle, cx, cy, inter, nullptr);
+            ASSERT_EQ(pixels(p.d), want) << c.name << " angle " << angle << " inter " << inter
+                                         << " centre " << cx << "," << cy << " depth " << depth;
+          }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Rotate, InPlaceReadsTheSourceBeforeItIsOverwritten) {
+  Capture capture;
+  for (unsigned depth : kRotateDepths)
+    for (int angle : {3000, 9000, 18000, 27000})
+      for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR}) {
+        Image s({depth, 1, 0, 13, 17}, 3);
+        s.roi(0, 2, 1, 10, 12);
+        Image twin({depth, 1, 0, 13, 17}, 3);
+        twin.roi(0, 2, 1, 10, 12);
+        const auto want = referenceRotate(twin, s, angle, 8, 6, inter);
+        moxRotate(s, s, angle, 8, 6, inter, nullptr);
+        EXPECT_EQ(pixels(s), want) << angle << " " << inter << " depth " << depth;
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Rotate, BottomLeftOriginTurnsTheOtherWayAboutTheMirroredCentre) {
+  Capture capture;
+  for (unsigned depth : kRotateDepths)
+    for (int angle : {3000, 9000, 27000, 18000})
+      for (int inter : {MOX_INTER_NN, MOX_INTER_CUBIC}) {
+        const Case c = cases(depth)[6];
+        Pair p(depth, c, 1);
+        const auto want = referenceRotate(p.s, p.d, angle, 7, 3, inter);
+        moxRotate(p.s, p.d, angle, 7, 3, inter, nullptr);
+        EXPECT_EQ(pixels(p.d), want) << angle;
+        EXPECT_EQ(p.s->origin, 1);
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Rotate, WholeTurnsCopyAndKnownTurns) {
+  Capture capture;
+  for (int angle : {0, 36000, -36000, 72000, INT_MIN / 36000 * 36000}) {
+    Image s({MOX_DEPTH_8U, 3, 0, 7, 9}, 1), d({MOX_DEPTH_8U, 3, 0, 7, 9}, 2);
+    s.roi(0, 1, 2, 4, 5);
+    moxRotate(s, d, angle, 100, -100, MOX_INTER_CUBIC, nullptr);
+    const auto rotated = pixels(d);
+    Image e({MOX_DEPTH_8U, 3, 0, 7, 9}, 2);
+    moxCopy(s, e, nullptr);
+    EXPECT_EQ(rotated, pixels(e)) << angle;
+  }
+  // A quarter turn about the centre of a 3x3 image; a 45-degree turn about
+  // the centre of a square leaves its corners 0.
+  Image s({MOX_DEPTH_8U, 1, 0, 3, 3}), d({MOX_DEPTH_8U, 1, 0, 3, 3});
+  for (int i = 0; i < 9; ++i) set(s, i % 3, i / 3, 0, i + 1);
+  moxRotate(s, d, 9000, 1, 1, MOX_INTER_NN, nullptr);
+  EXPECT_EQ(pixels(d), (std::vector<ll>{3, 6, 9, 2, 5, 8, 1, 4, 7}));
+  Image q({MOX_DEPTH_8U, 1, 0, 9, 9}, 3), r({MOX_DEPTH_8U, 1, 0, 9, 9}, 4);
+  moxRotate(q, r, 4500, 4, 4, MOX_INTER_LINEAR, nullptr);
+  for (auto [x, y] : {std::pair{0, 0}, {8, 0}, {0, 8}, {8, 8}}) EXPECT_EQ(get(r, x, y), 0);
+  EXPECT_EQ(get(r, 4, 4), get(q, 4, 4));
+  EXPECT_TRUE(reports().empty());
+}
+
+// Far angles and centres, one-pixel images: nothing outside the blocks is
+// touched (the sanitizer build watches), pixels off the source are 0.
+TEST(Rotate, FarAnglesCentresAndTinyImages) {
+  Capture capture;
+  const int far[] = {INT_MIN, INT_MAX, -2000000000, 0x7FFFFF00};
+  for (unsigned depth : kRotateDepths)
+    for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR, MOX_INTER_CUBIC})
+      for (int angle : {INT_MIN, INT_MAX, 9000, 18000, 27000, 4500})
+        for (int cx : far)
+          for (int sh : {1, 4}) {
+            Image s({depth, 1, 0, sh, 1}, 1), d({depth, 1, 0, 4, 5}, 2);
+            const int cy = ~cx;
+            const auto want = referenceRotate(s, d, angle, cx, cy, inter);
+            moxRotate(s, d, angle, cx, cy, inter, nullptr);
+            EXPECT_EQ(pixels(d), want) << angle << " " << cx;
+          }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Rotate, KeepsTheCallersRoundingModeAndIgnoresIt) {
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 1, 0, 17, 13}, 1), d({MOX_DEPTH_8U, 1, 0, 17, 13}, 2);
+  Image e({MOX_DEPTH_8U, 1, 0, 17, 13}, 2);
+  moxRotate(s, e, 3000, 6, 8, MOX_INTER_CUBIC, nullptr);
+  const int mode = std::fegetround();
+  std::fesetround(FE_UPWARD);
+  moxRotate(s, d, 3000, 6, 8, MOX_INTER_CUBIC, nullptr);
+  EXPECT_EQ(std::fegetround(), FE_UPWARD);
+  std::fesetround(mode);
+  EXPECT_EQ(pixels(d), pixels(e));
+}
+
+TEST(RotateChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
+  struct Expected { const char* message; int line; };
+  const struct {
+    const char* name;
+    void (*spoil)(Image& s, Image& d);
+    std::vector<Expected> want;
+    int angle = 3000, inter = MOX_INTER_NN;
+    bool nullDestination = false;
+  } checks[] = {
+      {"null destination", SPOIL(), {{"Image header is null", 74}}, 3000, 0, true},
+      {"source header", SPOIL(s->nChannels = 0), {{"Image channel's number is less one", 73}}},
+      {"source rows too short", SPOIL(s->widthStep = 20),
+       {{"(srcImage->widthStep < the bytes of srcImage->width pixels)", 73}}},
+      {"depth", SPOIL(d->depth = MOX_DEPTH_8S), {{"srcImage->depth != dstImage->depth", 75}}},
+      {"order", SPOIL(s->nChannels = d->nChannels = 1; d->dataOrder = 1), {{"srcImage->dataOrder != dstImage->dataOrder", 75}}},
+      {"depth, order and sign run on",
+       SPOIL(s->depth = MOX_DEPTH_8S; s->nChannels = d->nChannels = 1; d->dataOrder = 1),
+       {{"srcImage->depth != dstImage->depth", 75},
+        {"srcImage->dataOrder != dstImage->dataOrder", 75},
+        {"srcImage->depth & MOX_DEPTH_SIGN", 77}}},
+      {"origin twice, then stop", SPOIL(s->origin = 1; s->depth = MOX_DEPTH_8S),
+       {{"srcImage->depth != dstImage->depth", 75},
+        {"srcImage->origin != dstImage->origin", 75},
+        {"srcImage->origin != dstImage->origin", 76}}},
+      {"signed", SPOIL(s->depth = d->depth = MOX_DEPTH_8S), {{"srcImage->depth & MOX_DEPTH_SIGN", 77}}},
+      {"signed whole turn", SPOIL(s->depth = d->depth = MOX_DEPTH_8S),
+       {{"srcImage->depth & MOX_DEPTH_SIGN", 77}}, 36000},
+      {"interpolation", SPOIL(),
+       {{"interpolate != MOX_INTER_NN && interpolate != MOX_INTER_LINEAR && interpolate != "
+         "MOX_INTER_CUBIC", 78}}, 3000, 3},
+      {"interpolation", SPOIL(),
+       {{"interpolate != MOX_INTER_NN && interpolate != MOX_INTER_LINEAR && interpolate != "
+         "MOX_INTER_CUBIC", 78}}, 9000, -1},
+      {"channels", SPOIL(d->nChannels = 1), {{"nChSrc != nChDst", 79}}},
+      {"channel of interest against all", SPOIL(s.roi(1, 0, 0, 6, 8)), {{"nChSrc != nChDst", 79}}},
+  };
+  for (const auto& k : checks) {
+    Capture capture;
+    Image s({MOX_DEPTH_8U, 3, 0, 6, 8}, 1), d({MOX_DEPTH_8U, 3, 0, 6, 8}, 2);
+    k.spoil(s, d);
+    const auto before = d.bytes();
+    moxRotate(s, k.nullDestination ? nullptr : +d, k.angle, 3, 3, k.inter, nullptr);
+    for (const Expected& e : k.want) expectReport("moxRotate", e.message, e.line, "moxRotat");
+    EXPECT_TRUE(reports().empty()) << k.name;
+    EXPECT_EQ(d.bytes(), before) << k.name;
+  }
+}
+
+// A whole turn whose copy fails passes the failure on: the copy's own
+// report, then a trace from line 87; the status is the copy's.
+TEST(RotateChecks, AFailedCopyIsTracedAndAnEarlierStatusDoesNotCount) {
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 1, 0, 16, 16}, 1), plain({MOX_DEPTH_8U, 1, 0, 16, 16}, 2);
+  Tiled d(plain, 8, 8);
+  const int far[2] = {5, 0};
+  moxRotate(s, d, 36000, 0, 0, MOX_INTER_NN, far);
+  expectReport("moxCopy", "(dTile.begX > dRoi.endX)", 120);
+  ASSERT_FALSE(reports().empty());
+  EXPECT_EQ(reports().front().status, MOX_StsBacktrace);
+  EXPECT_EQ(reports().front().line, 87);
+  EXPECT_EQ(reports().front().func, "moxRotate");
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsBadArgument);
+  reports().clear();
+
+  moxSetErrStatus(MOX_StsOutOfMemory);
+  const int tile[2] = {1, 1};
+  moxRotate(s, d, -72000, 0, 0, MOX_INTER_NN, tile);
+  EXPECT_TRUE(reports().empty());
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsOutOfMemory);
+  // Only the named tile was copied.
+  Image got({MOX_DEPTH_8U, 1, 0, 16, 16}, 2);
+  d.gather(got);
+  for (int y = 0; y < 16; ++y)
+    for (int x = 0; x < 16; ++x)
+      EXPECT_EQ(get(got, x, y), x >= 8 && y >= 8 ? get(s, x, y) : get(plain, x, y)) << x << "," << y;
+}
+
+// ---------------------------------------------------------------- tiles
+
+namespace {
+
+// Runs f on plain images and on tiled twins (source, destination or both)
+// and expects the same destination pixels; ROIs cross tile edges.
+template <class F>
+void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what,
+                            int channels = 3) {
+  const int c = depth == MOX_DEPTH_1U ? 1 : channels;
+  const int sroi[5] = {0, 5, 3, 33, 30}, droi[5] = {0, 7, 2, 36, 31};
+  Image s({depth, c, order, 41, 37}, 31, sroi), want({depth, c, order, 39, 43}, 32, droi);
+  f(+s, +want);
+  ASSERT_EQ(moxGetErrStatus(), 0) << what;
+  for (int mode = 1; mode < 4; ++mode) {
+    Image d({depth, c, order, 39, 43}, 32, droi);
+    Tiled ts(s, tile, tile), td(d, tile, tile);
+    f(mode & 1 ? +ts : +s, mode & 2 ? +td : +d);
+    EXPECT_EQ(moxGetErrStatus(), 0) << what;
+    if (mode & 2) td.gather(d);
+    EXPECT_EQ(pixels(d), pixels(want)) << what << " tile " << tile << " source "
+                                       << (mode & 1 ? "tiled" : "plain") << " destination "
+                                       << (mode & 2 ? "tiled" : "plain") << " depth " << depth;
+    EXPECT_FALSE(ts.badIndex || td.badIndex) << what;
+  }
+}
+
+}  // namespace
+
+TEST(RotMirTiles, TiledRunsEqualPlainRuns) {
+  Capture capture;
+  for (int tile : {8, 24, 64})
+    for (unsigned depth : kDepths)
+      for (int order : {0, 1}) {
+        if (depth == MOX_DEPTH_1U && order == 1) continue;
+        for (int axis : {0, 1, -1})
+          expectTiledEqualsPlain(depth, order, tile, [&](MoxImage* s, MoxImage* d) {
+            moxMirror(s, d, axis);
+          }, "mirror");
+        if (depth & MOX_DEPTH_SIGN) continue;
+        for (int angle : {3000, 9000, 18000, 27000, 12345})
+          for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR, MOX_INTER_CUBIC})
+            for (int channels : {1, 3})
+              expectTiledEqualsPlain(depth, order, tile, [&](MoxImage* s, MoxImage* d) {
+                moxRotate(s, d, angle, 20, 17, inter, nullptr);
+              }, "rotate", channels);
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
+// A tile request writes that destination tile only; a whole turn with one
+// takes the copy's walk.
+TEST(RotMirTiles, RotationWritesOnlyTheRequestedTile) {
+  Capture capture;
+  for (int angle : {3000, 9000, 0}) {
+    Image s({MOX_DEPTH_8U, 1, 0, 40, 40}, 3), want({MOX_DEPTH_8U, 1, 0, 40, 40}, 4);
+    Image d({MOX_DEPTH_8U, 1, 0, 40, 40}, 4);
+    moxRotate(s, want, angle, 19, 21, MOX_INTER_LINEAR, nullptr);
+    Tiled ts(s, 16, 16), td(d, 16, 16);
+    const int tile[2] = {1, 2};
+    moxRotate(ts, td, angle, 19, 21, MOX_INTER_LINEAR, tile);
+    Image got({MOX_DEPTH_8U, 1, 0, 40, 40}, 4);
+    td.gather(got);
+    for (int y = 0; y < 40; ++y)
+      for (int x = 0; x < 40; ++x) {
+        const bool inTile = x >= 16 && x < 32 && y >= 32;
+        ASSERT_EQ(get(got, x, y), get(inTile ? +want : +d, x, y)) << angle << " " << x << "," << y;
+      }
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(RotMirTiles, InPlaceOnOneTiledImage) {
+  Capture capture;
+  for (int angle : {3000, 18000}) {
+    Image s({MOX_DEPTH_16U, 1, 0, 30, 26}, 3), want({MOX_DEPTH_16U, 1, 0, 30, 26}, 3);
+    moxRotate(s, want, angle, 12, 14, MOX_INTER_CUBIC, nullptr);
+    Tiled t(s, 8, 16);
+    moxRotate(t, t, angle, 12, 14, MOX_INTER_CUBIC, nullptr);
+    t.gather(s);
+    EXPECT_EQ(pixels(s), pixels(want)) << angle;
+  }
+  Image s({MOX_DEPTH_8U, 3, 0, 30, 26}, 3), want({MOX_DEPTH_8U, 3, 0, 30, 26}, 3);
+  moxMirror(s, want, -1);
+  Tiled t(s, 24, 8);
+  moxMirror(t, t, -1);
+  t.gather(s);
+  EXPECT_EQ(pixels(s), pixels(want));
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(RotMirTiles, CallBacksThatMisbehaveAreReported) {
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 1, 0, 20, 20}, 3), d({MOX_DEPTH_8U, 1, 0, 20, 20}, 4);
+  {
+    Tiled td(d, 8, 8);
+    td.nullOnGet = 2;
+    moxRotate(s, td, 3000, 9, 9, MOX_INTER_NN, nullptr);
+    ASSERT_FALSE(reports().empty());
+    EXPECT_EQ(reports().front().message, "Error get tile to write");
+    EXPECT_EQ(reports().front().status, MOX_StsUnknownError);
+    EXPECT_EQ(reports().front().line, 106);
+    reports().clear();
+  }
+  {
+    Tiled ts(s, 8, 8);
+    ts.nullOnGet = 0;
+    moxRotate(ts, d, 3000, 9, 9, MOX_INTER_NN, nullptr);
+    expectReport("moxRotate", "(srcImage->tileInfo->tileData == ((void*)(0)))", 110, "moxRotat");
+  }
+  {
+    Tiled td(d, 8, 8);
+    td.keepOnRelease = 0;
+    moxMirror(s, td, 1);
+    expectReport("moxMirror", "(dstImage->tileInfo->tileData != ((void*)(0)))", 2135, "moxmirr");
+  }
+  {
+    Tiled ts(s, 8, 8);
+    ts.nullOnGet = 1;
+    const auto before = d.bytes();
+    moxMirror(ts, d, 0);
+    expectReport("moxMirror", "(srcImage->tileInfo->tileData == ((void*)(0)))", 2140, "moxmirr");
+    EXPECT_EQ(d.bytes(), before);
+  }
+  {
+    Tiled td(d, 8, 8);
+    const int far[2] = {0, 9};
+    moxRotate(s, td, 3000, 9, 9, MOX_INTER_NN, far);
+    expectReport("moxRotate", "(dTile.begY > dRoi.endY)", 101, "moxRotat");
+  }
+  EXPECT_TRUE(reports().empty());
+}

@@ -1,0 +1,328 @@
+// Histograms, lookup maps, equalization and norms: counts against a direct
+// count, maps against a per-value reference, norms against double
+// precision, on every depth they take, with ROIs, channels of interest and
+// plane order; tiled runs against plain runs; every check.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "op_cases.h"
+
+using namespace testimg;
+
+namespace {
+
+const unsigned kStatDepths[] = {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_16S,
+                                MOX_DEPTH_32S};
+
+// A table that owns its arrays.
+struct Table {
+  std::vector<int> key, value, factor;
+  MoxLUT lut{};
+  Table(std::vector<int> k, int type = MOX_LUT_LOOKUP, std::vector<int> v = {},
+        std::vector<int> f = {})
+      : key(std::move(k)), value(std::move(v)), factor(std::move(f)) {
+    value.resize(key.size() - 1, -7);
+    factor.resize(key.size() - 1, 0);
+    lut = {int(key.size()) - 1, key.data(), value.data(), factor.data(), type};
+  }
+  int bin(ll v) const {
+    for (size_t i = 0; i + 1 < key.size(); ++i)
+      if (key[i] <= v && v < key[i + 1]) return int(i);
+    return -1;
+  }
+};
+
+// Bins that cover part of each depth's range, unevenly.
+std::vector<int> keysFor(unsigned depth, int c) {
+  const ll lo = lowest(depth), hi = highest(depth);
+  if (depth == MOX_DEPTH_32S) return {INT_MIN, -1000000000 + c, -5, 0, 3, 1 << 20, INT_MAX};
+  const ll span = hi - lo + 1;
+  return {int(lo + 1 + c), int(lo + span / 7), int(lo + span / 3), int(lo + span / 2),
+          int(lo + span / 2 + 1), int(hi - 3), int(hi + 1)};
+}
+
+// Images of one depth: the source and the destination of each layout.
+struct Pair { const char* name; int order, shapes[2][3], rois[2][5]; };
+const Pair kPairs[] = {
+    {"whole", 0, {{3, 9, 13}, {3, 9, 13}}, {}},
+    {"four", 0, {{4, 9, 21}, {4, 9, 21}}, {}},
+    {"rois", 0, {{2, 12, 40}, {2, 14, 50}}, {{0, 3, 1, 8, 30}, {0, 11, 4, 9, 33}}},
+    {"planes", 1, {{3, 12, 40}, {3, 14, 50}}, {{0, 1, 1, 8, 30}, {0, 7, 3, 20, 26}}},
+    {"coi", 0, {{3, 10, 20}, {1, 10, 20}}, {{2, 1, 1, 6, 15}, {0, 3, 2, 8, 16}}},
+    {"coiPlanes", 1, {{3, 10, 20}, {2, 10, 20}}, {{3, 1, 1, 6, 15}, {2, 3, 2, 8, 16}}},
+};
+
+Image make(unsigned depth, const Pair& p, int i) {
+  const int* s = p.shapes[i];
+  return Image({depth, s[0], p.order, s[1], s[2]}, 31 + i, p.rois[i][3] ? p.rois[i] : nullptr);
+}
+
+int channelsOf(const MoxImage* im) { return im->roi && im->roi->coi ? 1 : im->nChannels; }
+
+// Counts of channel k of the image's clipped ROI.
+std::vector<ll> directCount(const MoxImage* im, const Table& t, int k) {
+  std::vector<ll> n(t.key.size() - 1);
+  const Rect r = clippedRoi(im);
+  for (int y = r.y; y < r.y + r.h; ++y)
+    for (int x = r.x; x < r.x + r.w; ++x)
+      if (int b = t.bin(get(im, x, y, channelOf(im, k))); b >= 0) ++n[size_t(b)];
+  return n;
+}
+
+ll floorDiv(ll a, ll b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
+
+ll mapped(const Table& t, ll v) {
+  const int b = t.bin(v);
+  if (b < 0) return v;
+  if (t.lut.interpolateType == MOX_LUT_LOOKUP) return t.value[size_t(b)];
+  return t.value[size_t(b)] + floorDiv((v - t.key[size_t(b)]) * t.factor[size_t(b)] + 32768, 65536);
+}
+
+}  // namespace
+
+TEST(Histo, CountsEqualADirectCount) {
+  Capture capture;
+  for (unsigned depth : kStatDepths)
+    for (const Pair& p : kPairs) {
+      Image s = make(depth, p, 0);
+      std::vector<Table> tables;
+      std::vector<MoxLUT*> luts;
+      for (int c = 0; c < channelsOf(s); ++c) tables.emplace_back(keysFor(depth, c));
+      for (Table& t : tables) luts.push_back(&t.lut);
+      moxComputeHisto(s, luts.data());
+      for (int c = 0; c < channelsOf(s); ++c) {
+        const std::vector<ll> got(tables[size_t(c)].value.begin(), tables[size_t(c)].value.end());
+        EXPECT_EQ(got, directCount(s, tables[size_t(c)], c)) << p.name << " " << std::hex << depth;
+      }
+    }
+  // Every value of a full 8-bit range in a bin of its own.
+  Image s({MOX_DEPTH_8U, 1, 0, 3, 700}, 4);
+  std::vector<int> keys(257);
+  for (int i = 0; i <= 256; ++i) keys[size_t(i)] = i;
+  Table t(keys);
+  MoxLUT* l = &t.lut;
+  moxComputeHisto(s, &l);
+  std::vector<ll> got(t.value.begin(), t.value.end());
+  EXPECT_EQ(got, directCount(s, t, 0));
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Histo, StretchLookupAndInterpolatedMaps) {
+  Capture capture;
+  for (unsigned depth : kStatDepths)
+    for (const Pair& p : kPairs)
+      for (int type : {MOX_LUT_LOOKUP, MOX_LUT_INTER})
+        for (int inPlace = 0; inPlace < 2; ++inPlace) {
+          Image s = make(depth, p, 0), d = make(depth, p, 1);
+          MoxImage* dst = inPlace ? +s : +d;
+          std::vector<Table> tables;
+          std::vector<MoxLUT*> luts;
+          for (int c = 0; c < channelsOf(s); ++c) {
+            const auto keys = keysFor(depth, c);
+            std::vector<int> values, factors;
+            for (size_t i = 0; i + 1 < keys.size(); ++i) {
+              values.push_back(int(i * 37) - 50 + c);
+              factors.push_back(int(i % 3 == 0 ? 1 << 16 : i % 3 == 1 ? -40000 : 300000));
+            }
+            tables.emplace_back(keys, type, values, factors);
+          }
+          for (Table& t : tables) luts.push_back(&t.lut);
+          int k = 0;
+          const auto want = expected({s, dst}, [&](const ll* v) {
+            const Table& t = tables[size_t(k++ % channelsOf(s))];
+            return clampTo(depth, mapped(t, v[0]));
+          });
+          moxContrastStretch(s, dst, luts.data());
+          EXPECT_EQ(pixels(dst), want) << p.name << " " << type << " " << std::hex << depth;
+        }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Histo, EqualizeSpreadsTheCumulativeCounts) {
+  Capture capture;
+  // Known values: counts 2, 1, 1 over bins [0,1) [1,2) [2,3): span 2.
+  Image s({MOX_DEPTH_8U, 1, 0, 1, 5}), d({MOX_DEPTH_8U, 1, 0, 1, 5});
+  const ll in[5] = {0, 0, 1, 2, 200};
+  for (int x = 0; x < 5; ++x) set(s, x, 0, 0, in[x]);
+  Table t({0, 1, 2, 3});
+  MoxLUT* l = &t.lut;
+  moxHistoEqualize(s, d, &l);
+  const std::vector<ll> want = {1, 1, 2, 2, 200};
+  EXPECT_EQ(pixels(d), want);
+  EXPECT_EQ(t.value, (std::vector<int>{2, 1, 1}));
+  // Against the formula on every depth and layout.
+  for (unsigned depth : kStatDepths)
+    for (const Pair& p : kPairs) {
+      Image a = make(depth, p, 0), b = make(depth, p, 1);
+      std::vector<Table> tables;
+      std::vector<MoxLUT*> luts;
+      std::vector<std::vector<ll>> outs;
+      for (int c = 0; c < channelsOf(a); ++c) {
+        tables.emplace_back(keysFor(depth, c));
+        const Table& tc = tables.back();
+        const auto n = directCount(a, tc, c);
+        ll total = 0, below = 0;
+        for (ll k : n) total += k;
+        const ll span = ll(tc.key.back()) - 1 - tc.key[0];
+        outs.emplace_back();
+        for (ll k : n) {
+          below += k;
+          // (span * below + total / 2) / total without overflow in the test
+          const long double q = total ? std::floor(((long double)span * below + total / 2) / total) : 0;
+          outs.back().push_back(tc.key[0] + ll(q));
+        }
+      }
+      for (Table& tc : tables) luts.push_back(&tc.lut);
+      int k = 0;
+      const auto wantB = expected({a, b}, [&](const ll* v) {
+        const int c = k++ % channelsOf(a);
+        const int bin = tables[size_t(c)].bin(v[0]);
+        return bin < 0 ? v[0] : clampTo(depth, outs[size_t(c)][size_t(bin)]);
+      });
+      moxHistoEqualize(a, b, luts.data());
+      EXPECT_EQ(pixels(b), wantB) << p.name << " " << std::hex << depth;
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Norm, AgainstDoublePrecision) {
+  Capture capture;
+  for (unsigned depth : kStatDepths)
+    for (const Pair& p : kPairs)
+      for (int type : {MOX_NORM_C, MOX_NORM_L1, MOX_NORM_L2})
+        for (int withB = 0; withB < 2; ++withB)
+          for (int relative = 0; relative <= withB; ++relative) {
+            Image a = make(depth, p, 0), b = make(depth, p, 1);
+            if (std::string(p.name) == "coi" || std::string(p.name) == "coiPlanes")
+              b.roi(1, 3, 2, 8, 16);
+            double diff = 0, norm = 0;
+            std::vector<MoxImage*> images = {a};
+            if (withB) images.push_back(b);
+            images.push_back(images.back());  // a destination that takes no part
+            expected(images, [&](const ll* v) {
+              const double x = double(v[0]) - (withB ? double(v[1]) : 0), y = double(v[1]);
+              if (type == MOX_NORM_C) diff = std::max(diff, std::fabs(x)), norm = std::max(norm, std::fabs(y));
+              if (type == MOX_NORM_L1) diff += std::fabs(x), norm += std::fabs(y);
+              if (type == MOX_NORM_L2) diff += x * x, norm += y * y;
+              return v[withB];
+            });
+            if (type == MOX_NORM_L2) diff = std::sqrt(diff), norm = std::sqrt(norm);
+            const double want = relative ? diff / norm : diff;
+            const double got = moxNorm(a, withB ? +b : nullptr, type | (relative ? MOX_NORM_RELATIVE : 0));
+            EXPECT_NEAR(got, want, std::fabs(want) * 1e-12)
+                << p.name << " " << type << " " << withB << relative << " " << std::hex << depth;
+          }
+  EXPECT_TRUE(reports().empty());
+}
+
+// Sums far beyond 64 bits stay exact until the last conversion.
+TEST(Norm, ExtremeThirtyTwoBitValues) {
+  Capture capture;
+  Image a({MOX_DEPTH_32S, 1, 0, 64, 64}), b({MOX_DEPTH_32S, 1, 0, 64, 64});
+  for (int y = 0; y < 64; ++y)
+    for (int x = 0; x < 64; ++x) set(a, x, y, 0, INT_MAX), set(b, x, y, 0, INT_MIN);
+  const double d = 4294967295.0;
+  EXPECT_EQ(moxNorm(a, b, MOX_NORM_C), d);
+  EXPECT_EQ(moxNorm(a, b, MOX_NORM_L1), 4096 * d);
+  EXPECT_DOUBLE_EQ(moxNorm(a, b, MOX_NORM_L2), 64 * d);
+  EXPECT_DOUBLE_EQ(moxNorm(b, nullptr, MOX_NORM_L2), 64 * 2147483648.0);
+  Image e({MOX_DEPTH_8U, 1, 0, 2, 2}), z({MOX_DEPTH_8U, 1, 0, 2, 2});
+  std::memset(z->imageData, 0, size_t(z->imageSize));
+  EXPECT_EQ(moxNorm(e, z, MOX_NORM_L1 | MOX_NORM_RELATIVE), 0.0);
+  expectReport("moxNorm", "(norm of srcImageB == 0)", 120, "moxnorm");
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Histo, TiledRunsEqualPlainRuns) {
+  Capture capture;
+  for (unsigned depth : kStatDepths)
+    for (const Pair& p : kPairs) {
+      Image s = make(depth, p, 0), d = make(depth, p, 1), out = make(depth, p, 1);
+      Tiled ts(s, 8, 16), td(d, 16, 8);
+      std::vector<Table> tables, tiledTables;
+      std::vector<MoxLUT*> luts, tiledLuts;
+      for (int c = 0; c < channelsOf(s); ++c) {
+        tables.emplace_back(keysFor(depth, c));
+        tiledTables.emplace_back(keysFor(depth, c));
+      }
+      for (Table& t : tables) luts.push_back(&t.lut);
+      for (Table& t : tiledTables) tiledLuts.push_back(&t.lut);
+      moxHistoEqualize(s, d, luts.data());
+      moxHistoEqualize(ts, td, tiledLuts.data());
+      td.gather(out);
+      EXPECT_EQ(pixels(out), pixels(d)) << p.name;
+      for (size_t c = 0; c < tables.size(); ++c) EXPECT_EQ(tiledTables[c].value, tables[c].value);
+      for (int type : {MOX_NORM_C, MOX_NORM_L1, MOX_NORM_L2 | MOX_NORM_RELATIVE})
+        EXPECT_EQ(moxNorm(ts, td, type), moxNorm(s, d, type)) << p.name;
+    }
+  Image s({MOX_DEPTH_8U, 1, 0, 8, 16}, 1);
+  Tiled ts(s, 8, 8);
+  ts.nullOnGet = 1;
+  Table t({0, 256});
+  MoxLUT* l = &t.lut;
+  moxComputeHisto(ts, &l);
+  expectReport("moxComputeHisto", "(srcImage->tileInfo->tileData == ((void*)(0)))", 100, "moxhisto");
+  EXPECT_EQ(t.value[0], -7);  // nothing written
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(HistoChecks, EveryCheckReportsItsTextAndLine) {
+  Capture capture;
+  enum { kHisto, kStretch, kEqualize, kNorm };
+  const char* funcs[] = {"moxComputeHisto", "moxContrastStretch", "moxHistoEqualize", "moxNorm"};
+  const struct {
+    int op;
+    void (*spoil)(Image& s, Image& d, Table& t, MoxLUT** luts);
+    const char* text;
+    int line;
+  } cases[] = {
+#define S(...) [](Image& s, Image& d, Table& t, MoxLUT** luts) { (void)s, (void)d, (void)t, (void)luts; __VA_ARGS__; }
+      {kHisto, S(s->align = 2), "Image align is invalid", 60},
+      {kHisto, S(s->depth = MOX_DEPTH_1U, s->nChannels = 1), "(srcImage->depth==1)", 62},
+      {kHisto, S(luts[1] = nullptr), "(lut[1]==0)", 64},
+      {kHisto, S(t.lut.num = 0), "(lut[0]->num <= 0)", 64},
+      {kHisto, S(t.lut.num = 257), "(lut[0]->num > 256)", 64},
+      {kHisto, S(t.lut.key = nullptr), "(lut[0]->key==0)", 64},
+      {kHisto, S(t.lut.value = nullptr), "(lut[0]->value==0)", 64},
+      {kHisto, S(t.key[2] = t.key[1]), "(lut[0]->key[1] >= lut[0]->key[2])", 64},
+      {kStretch, S(d->depth = MOX_DEPTH_8S), "(srcImage->depth != dstImage->depth)", 143},
+      {kStretch, S(d->dataOrder = 1, d->imageSize *= 3), "(srcImage->dataOrder != dstImage->dataOrder)", 144},
+      {kStretch, S(d.roi(1, 0, 0, 2, 2)), "(nChSrc != nChDst)", 145},
+      {kStretch, S(d->imageData = nullptr), "Image data and tileinfo is either null or not null", 141},
+      {kStretch, S(t.lut.interpolateType = 2),
+       "(lut[0]->interpolateType != MOX_LUT_LOOKUP && lut[0]->interpolateType != MOX_LUT_INTER)", 149},
+      {kStretch, S(t.lut.interpolateType = MOX_LUT_INTER, t.lut.factor = nullptr), "(lut[0]->factor==0)", 149},
+      {kEqualize, S(s->widthStep = 1), "(srcImage->widthStep < the bytes of srcImage->width pixels)", 240},
+      {kEqualize, S(t.key[3] = -1), "(lut[0]->key[2] >= lut[0]->key[3])", 249},
+      {kNorm, S(d->depth = MOX_DEPTH_16U, d->widthStep *= 2, d->imageSize *= 2), "(srcImageA->depth != srcImageB->depth)", 63},
+      {kNorm, S(d.roi(2, 0, 0, 2, 2)), "(nChSrcA != nChSrcB)", 70},
+      {kNorm, S(t.lut.num = 6), "((normType & ~MOX_NORM_RELATIVE) != MOX_NORM_C && (normType & ~MOX_NORM_RELATIVE) != MOX_NORM_L1 && (normType & ~MOX_NORM_RELATIVE) != MOX_NORM_L2)", 74},
+      {kNorm, S(t.lut.num = 10), "((normType & MOX_NORM_RELATIVE) && srcImageB == 0)", 76},
+#undef S
+  };
+  for (const auto& k : cases) {
+    Image s({MOX_DEPTH_8U, 3, 0, 4, 6}, 1), d({MOX_DEPTH_8U, 3, 0, 4, 6}, 2);
+    Table t({0, 10, 20, 30}), u({0, 256});
+    MoxLUT* luts[3] = {&t.lut, &u.lut, &u.lut};
+    const auto before = d.bytes();
+    char* data = d->imageData;
+    const int size = d->imageSize;
+    k.spoil(s, d, t, luts);
+    if (k.op == kHisto) moxComputeHisto(s, luts);
+    if (k.op == kStretch) moxContrastStretch(s, d, luts);
+    if (k.op == kEqualize) moxHistoEqualize(s, d, luts);
+    // (normType rides in the table's bin count)
+    if (k.op == kNorm) {
+      const int type = t.lut.num == 3 ? MOX_NORM_L1 : t.lut.num;
+      EXPECT_EQ(moxNorm(s, type == 10 ? nullptr : +d, type), 0.0);
+    }
+    expectReport(funcs[k.op], k.text, k.line, k.op == kNorm ? "moxnorm" : "moxhisto");
+    d->imageData = data, d->imageSize = size;
+    EXPECT_EQ(d.bytes(), before) << k.text;
+    EXPECT_EQ(t.value, std::vector<int>(3, -7)) << k.text;
+  }
+  EXPECT_TRUE(reports().empty());
+}

@@ -1,0 +1,155 @@
+// moxThreshold: every depth at the edges of its range and around the
+// threshold, ROIs of different sizes, channels of interest, plane order,
+// in place, tiled runs against plain runs, and every check.
+#include <gtest/gtest.h>
+
+#include "op_cases.h"
+
+using namespace testimg;
+
+namespace {
+
+const unsigned kThresholdDepths[] = {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_16S,
+                                     MOX_DEPTH_32S};
+
+ll thresholded(unsigned depth, ll v, ll t) { return v < t ? lowest(depth) : highest(depth); }
+
+}  // namespace
+
+TEST(Threshold, EdgesOfEveryDepth) {
+  Capture capture;
+  for (unsigned depth : kThresholdDepths) {
+    const ll lo = lowest(depth), hi = highest(depth);
+    const ll values[] = {lo, lo + 1, -2, -1, 0, 1, 2, 100, 127, 128, 255, 256, hi - 1, hi};
+    const ll thresholds[] = {INT_MIN, lo, lo + 1, -1, 0, 1, 128, 255, 256, hi, hi + 1, INT_MAX};
+    for (ll t : thresholds) {
+      if (t < INT_MIN || t > INT_MAX) continue;
+      Image s({depth, 1, 0, 1, 14}), d({depth, 1, 0, 1, 14});
+      for (int x = 0; x < 14; ++x) set(s, x, 0, 0, clampTo(depth, values[x]));
+      moxThreshold(s, d, int(t));
+      for (int x = 0; x < 14; ++x)
+        EXPECT_EQ(get(d, x, 0), thresholded(depth, get(s, x, 0), t))
+            << std::hex << depth << std::dec << " value " << get(s, x, 0) << " threshold " << t;
+    }
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+// Long rows (the blocks and their tails), ROIs of different sizes (the
+// common top-left part), channels of interest, plane order and in place.
+TEST(Threshold, LayoutsAndInPlace) {
+  Capture capture;
+  for (unsigned depth : kThresholdDepths)
+    for (const Layout& l : layouts(depth))
+      for (int t : {0, 7, -300, 40000}) {
+        Image s = l.make(depth, 0), d = l.make(depth, 2);
+        if (std::string(l.name) == "coi") s.roi(2, 1, 1, 6, 15);  // one channel each
+        if (std::string(l.name) == "coiPlane") d.roi(1, 3, 2, 8, 16);
+        if (std::string(l.name) == "outside") continue;
+        const auto f = [&](const ll* v) { return thresholded(depth, v[0], t); };
+        auto want = expected({s, d}, f);
+        moxThreshold(s, d, t);
+        EXPECT_EQ(pixels(d), want) << l.name << " " << t << " " << std::hex << depth;
+        want = expected({s, s}, f);
+        moxThreshold(s, s, t);
+        EXPECT_EQ(pixels(s), want) << l.name << " in place";
+      }
+  Image wide({MOX_DEPTH_8U, 4, 0, 5, 301}, 3), out({MOX_DEPTH_8U, 4, 0, 5, 301});
+  const auto want = expected({wide, out}, [](const ll* v) { return v[0] < 99 ? 0 : 255; });
+  moxThreshold(wide, out, 99);
+  EXPECT_EQ(pixels(out), want);
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(Threshold, TiledRunsEqualPlainRuns) {
+  Capture capture;
+  const int rs[5] = {0, 3, 5, 29, 35}, rd[5] = {0, 13, 6, 30, 44};
+  for (unsigned depth : kThresholdDepths)
+    for (int order : {0, 1})
+      for (int both = 0; both < 2; ++both) {
+        Image s({depth, 3, order, 37, 45}, 21, rs), d({depth, 3, order, 41, 60}, 23, rd),
+            out({depth, 3, order, 41, 60}, 23, rd);
+        Tiled ts(s, 8, 16), td(d, 16, 8);
+        moxThreshold(s, d, 5);
+        moxThreshold(both ? +ts : +s, td, 5);
+        td.gather(out);
+        EXPECT_EQ(pixels(out), pixels(d)) << std::hex << depth << " " << order;
+      }
+  // Failing call-backs: a null tile on the first read, a tile kept after
+  // its release before the next one, a tile kept at the end.
+  const struct { int image, nullGet, keep, line; const char* text; } cases[] = {
+      {0, 0, -1, 325, "(srcImage->tileInfo->tileData == ((void*)(0)))"},
+      {1, 0, -1, 346, "(dstImage->tileInfo->tileData == ((void*)(0)))"},
+      {0, -1, 0, 319, "(srcImage->tileInfo->tileData != ((void*)(0)))"},
+      {1, -1, 0, 340, "(dstImage->tileInfo->tileData != ((void*)(0)))"},
+  };
+  for (const auto& k : cases) {
+    Image s({MOX_DEPTH_8U, 1, 0, 8, 16}, 1), d({MOX_DEPTH_8U, 1, 0, 8, 16}, 2);
+    Tiled ts(s, 8, 8), td(d, 8, 8);
+    Tiled& t = k.image ? td : ts;
+    t.nullOnGet = k.nullGet, t.keepOnRelease = k.keep;
+    moxThreshold(ts, td, 5);
+    expectReport("moxThreshold", k.text, k.line, "moxthres");
+  }
+  Image s({MOX_DEPTH_8U, 1, 0, 8, 8}, 1), d({MOX_DEPTH_8U, 1, 0, 8, 8}, 2);
+  Tiled ts(s, 8, 8), td(d, 8, 8);
+  ts.keepOnRelease = 0;
+  moxThreshold(ts, td, 5);
+  expectReport("moxThreshold", "(srcImage->tileInfo->tileData != ((void*)(0)))", 363, "moxthres");
+  td.keepOnRelease = 0;  // (the failed run above never released it)
+  moxThreshold(s, td, 5);
+  expectReport("moxThreshold", "(dstImage->tileInfo->tileData != ((void*)(0)))", 368, "moxthres");
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(ThresholdChecks, EveryCheckReportsItsTextAndLine) {
+  Capture capture;
+  const struct {
+    void (*spoil)(Image& s, Image& d);
+    const char* text;
+    int line;
+  } cases[] = {
+      {SPOIL(s->align = 5), "Image align is invalid", 199},
+      {SPOIL(s->widthStep = 3), "(srcImage->widthStep < the bytes of srcImage->width pixels)", 199},
+      {SPOIL(d->nChannels = 0), "Image channel's number is less one", 200},
+      {SPOIL(d->imageSize = 40), "(dstImage->imageSize < the bytes of dstImage->height rows)", 200},
+      {SPOIL(s->depth = MOX_DEPTH_8S), "(srcImage->depth!=dstImage->depth)", 201},
+      {SPOIL(s->dataOrder = 1; s->imageSize *= 3), "(srcImage->dataOrder!=dstImage->dataOrder)", 202},
+      {SPOIL(s->depth = d->depth = MOX_DEPTH_1U; s->nChannels = d->nChannels = 1),
+       "(srcImage->depth==1)", 203},
+      {SPOIL(s.roi(0, 9, 0, 2, 2)), "The fields of ROI has error", 125},
+      {SPOIL(d.roi(0, 0, 4, 2, 2)), "The fields of ROI has error", 125},
+      {SPOIL(s.roi(1, 0, 0, 2, 2)), "The mismath of number channels", 129},
+      {SPOIL(d.roi(3, 0, 0, 2, 2)), "The mismath of number channels", 129},
+  };
+  for (const auto& k : cases) {
+    Image s({MOX_DEPTH_8U, 3, 0, 4, 6}, 1), d({MOX_DEPTH_8U, 3, 0, 4, 6}, 2);
+    const auto before = d.bytes();
+    const int size = d->imageSize;
+    k.spoil(s, d);
+    moxThreshold(s, d, 100);
+    expectReport("moxThreshold", k.text, k.line, "moxthres");
+    d->imageSize = size;
+    EXPECT_EQ(d.bytes(), before) << k.text;
+  }
+  moxThreshold(nullptr, nullptr, 0);
+  expectReport("moxThreshold", "Image header is null", 199, "moxthres");
+  EXPECT_TRUE(reports().empty());
+}
+
+// A destination of more than 32 MB in one run (whole rows without padding)
+// is written past the caches.
+TEST(Threshold, LargeDestinations) {
+  Capture capture;
+  const int roi[5] = {0, 0, 1, 5999, 6000};
+  Image s({MOX_DEPTH_8U, 1, 0, 6000, 6000}, 5), d({MOX_DEPTH_8U, 1, 0, 6000, 6000}, 6, roi);
+  const std::vector<char> before = d.bytes();
+  moxThreshold(s, d, 17);
+  long long wrong = 0;
+  for (int i = 0; i < 6000 * 6000; ++i) {  // the source's row y goes to row y + 1
+    const auto v = static_cast<unsigned char>(s->imageData[i < 6000 ? i : i - 6000]);
+    wrong += d->imageData[i] != (i < 6000 ? before[size_t(i)] : char(v < 17 ? 0 : 255));
+  }
+  EXPECT_EQ(wrong, 0);
+  EXPECT_TRUE(reports().empty());
+}

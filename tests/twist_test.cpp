@@ -1,0 +1,274 @@
+// The colour twist: the matrix in doubles against plainly written formulas,
+// the offset bands at their edges, the processed rectangle, tiled runs and
+// every check.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <functional>
+
+#include "image_helpers.h"
+
+using namespace testimg;
+
+namespace {
+
+using Matrix = std::array<int, 16>;
+
+struct TwistPtr {
+  explicit TwistPtr(const Matrix& m, int scale) : t(moxCreateColorTwist(m.data(), scale)) {}
+  ~TwistPtr() { moxDeleteColorTwist(t); }
+  MoxColorTwist* t;
+};
+
+// Output channel i of the values c at a depth, written from the band rules.
+ll twisted(const Matrix& m, int scale, int offset, unsigned depth, const ll* c, int i) {
+  const ll M = depth == MOX_DEPTH_8U ? 255 : 65535;
+  const double s = std::ldexp(1.0, -scale);
+  double v = 0;
+  for (int k = 0; k < 3; ++k) v += double(m[4 * i + k]) * s * double(c[k]);
+  v += double(m[4 * i + 3]) * s;
+  const ll lo = std::max<ll>(offset, 0), hi = std::min<ll>(M, M + offset);
+  if (offset >= M) return M;
+  if (offset < -(M - 1)) return 0;
+  if (v < std::max(0.0, -double(offset))) return offset >= 0 ? offset : 0;
+  if (v >= (offset >= 0 ? double(M + 1 - offset) : double(M + 1))) return hi;
+  const ll r = offset + ll(v);
+  EXPECT_TRUE(r >= lo && r <= hi);
+  return r;
+}
+
+TEST(ColorTwist, MatchesTheMatrixOnEveryDepthAndLayout) {
+  Capture capture;
+  std::mt19937 rng(3);
+  const unsigned depths[] = {MOX_DEPTH_8U, MOX_DEPTH_16U};
+  const int offsets[] = {0, 17, -40, 254, -254, -255, 255, 70000, -70000};
+  const struct { int order, channels, alpha; } layouts[] = {{0, 3, 0}, {0, 4, 4}, {1, 3, 0}, {1, 4, 4}, {0, 5, 5}};
+  for (unsigned depth : depths)
+    for (const auto& l : layouts)
+      for (int offset : offsets) {
+        const int scale = int(rng() % 32);
+        Matrix m;
+        // Entries around 2^scale so that results spread over the range and past it.
+        for (int& e : m) e = int(ll(rng() % 4001) - 2000) * (ll(1) << scale) / 1000;
+        m[3] = int(ll(rng() % 2001) - 1000) * (depth == MOX_DEPTH_8U ? 1 : 256) * ((ll(1) << scale) >> 8);
+        TwistPtr t(m, scale);
+        const Shape sh{depth, l.channels, l.order, 17, 23};
+        Image s(sh, 5), d(sh, 6), before(sh, 6);
+        s->alphaChannel = d->alphaChannel = l.alpha;
+        moxApplyColorTwist(s, d, t.t, offset, nullptr);
+        ASSERT_EQ(moxGetErrStatus(), MOX_StsNoError);
+        for (int y = 0; y < 17; ++y)
+          for (int x = 0; x < 23; ++x) {
+            const ll c[3] = {get(s, x, y, 0), get(s, x, y, 1), get(s, x, y, 2)};
+            for (int i = 0; i < 3; ++i)
+              ASSERT_EQ(get(d, x, y, i), twisted(m, scale, offset, depth, c, i))
+                  << "depth " << depth << " order " << l.order << " offset " << offset
+                  << " scale " << scale << " at " << x << "," << y << " channel " << i;
+            for (int k = 3; k < l.channels; ++k) ASSERT_EQ(get(d, x, y, k), get(before, x, y, k));
+          }
+      }
+}
+
+// One colour value of 0 and a translation of t / 2^scale: the result of the
+// band rules at their edges.
+TEST(ColorTwist, OffsetBandsAndTheirEdges) {
+  Capture capture;
+  const struct { unsigned depth; int offset, t, scale; ll want; } cases[] = {
+      {MOX_DEPTH_8U, 10, -7, 1, 10},        // -3.5 is below the band
+      {MOX_DEPTH_8U, 10, 250, 0, 255},      // 250 reaches 256 - 10
+      {MOX_DEPTH_8U, 10, 245, 0, 255},      // 255 exactly
+      {MOX_DEPTH_8U, 10, 491, 1, 255},      // 245.5 stays inside: 10 + 245
+      {MOX_DEPTH_8U, -20, 15, 0, 0},
+      {MOX_DEPTH_8U, -20, 103322, 10, 80},  // 100.9
+      {MOX_DEPTH_8U, -20, 20, 0, 0},        // the lower threshold itself is inside
+      {MOX_DEPTH_8U, -20, 511, 1, 235},     // 255.5
+      {MOX_DEPTH_8U, -20, 256, 0, 235},
+      {MOX_DEPTH_8U, -254, 300, 0, 1},      // still an ordinary negative offset
+      {MOX_DEPTH_8U, -254, 254, 0, 0},
+      {MOX_DEPTH_8U, -255, 300, 0, 0},      // every result 0
+      {MOX_DEPTH_8U, 254, 0, 0, 254},
+      {MOX_DEPTH_8U, 254, -1, 0, 254},
+      {MOX_DEPTH_8U, 254, 2, 1, 255},
+      {MOX_DEPTH_8U, 255, -100, 0, 255},    // every result 255
+      {MOX_DEPTH_16U, -65534, 65535, 0, 1},
+      {MOX_DEPTH_16U, -65535, 65535, 0, 0},
+      {MOX_DEPTH_16U, 65535, -5, 0, 65535},
+      {MOX_DEPTH_16U, 100, 65435, 0, 65535},
+      {MOX_DEPTH_16U, 100, 65434, 0, 65534},
+      {MOX_DEPTH_8U, 0, 0x7fffffff, 31, 0},  // 1 - 2^-31 truncates to 0
+      {MOX_DEPTH_8U, 0, -0x7fffffff - 1, 31, 0},
+  };
+  for (const auto& c : cases) {
+    Matrix m{};
+    m[3] = m[7] = m[11] = c.t;
+    TwistPtr t(m, c.scale);
+    Image s({c.depth, 3, 0, 1, 1}), d({c.depth, 3, 0, 1, 1});
+    for (int k = 0; k < 3; ++k) set(s, 0, 0, k, 0);
+    moxApplyColorTwist(s, d, t.t, c.offset, nullptr);
+    for (int k = 0; k < 3; ++k)
+      EXPECT_EQ(get(d, 0, 0, k), c.want) << "offset " << c.offset << " t " << c.t << " scale " << c.scale;
+  }
+  EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
+}
+
+TEST(ColorTwist, IdentityCopiesAndSwapsExchange) {
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 3, 0, 9, 9}, 1), d({MOX_DEPTH_8U, 3, 0, 9, 9}, 2);
+  const Matrix identity{8, 0, 0, 0, 0, 8, 0, 0, 0, 0, 8, 0, 0, 0, 0, 0};
+  const Matrix swap{0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+  TwistPtr a(identity, 3), b(swap, 0);
+  for (int swapped = 0; swapped < 2; ++swapped) {
+    moxApplyColorTwist(s, d, swapped ? b.t : a.t, 0, nullptr);
+    for (int i = 0; i < 81; ++i)
+      for (int k = 0; k < 3; ++k)
+        EXPECT_EQ(get(d, i % 9, i / 9, k), get(s, i % 9, i / 9, swapped ? 2 - k : k));
+  }
+}
+
+// The source's ROI, at the same place in the destination and cut to its
+// size; the destination's ROI is not consulted and nothing else is written.
+TEST(ColorTwist, RunsOverTheSourceRoiWithinTheDestination) {
+  Capture capture;
+  const Matrix invert{-1, 0, 0, 255, 0, -1, 0, 255, 0, 0, -1, 255, 0, 0, 0, 0};
+  TwistPtr t(invert, 0);
+  Image s({MOX_DEPTH_8U, 3, 0, 20, 20}, 1), d({MOX_DEPTH_8U, 4, 0, 12, 14}, 2),
+      before({MOX_DEPTH_8U, 4, 0, 12, 14}, 2);
+  s.roi(2, 5, 4, 30, 6);
+  d.roi(0, 0, 0, 2, 2);
+  moxApplyColorTwist(s, d, t.t, 0, nullptr);
+  for (int y = 0; y < 12; ++y)
+    for (int x = 0; x < 14; ++x)
+      for (int k = 0; k < 4; ++k) {
+        const bool inside = x >= 5 && x < 11 && y >= 4 && k < 3;
+        ASSERT_EQ(get(d, x, y, k), inside ? 255 - get(s, x, y, k) : get(before, x, y, k)) << x << "," << y;
+      }
+}
+
+TEST(ColorTwist, TiledRunsEqualPlainRuns) {
+  Capture capture;
+  const Matrix sepia{101, 197, 48, 0, 89, 176, 43, 0, 70, 137, 34, 0, 0, 0, 0, 0};
+  TwistPtr t(sepia, 8);
+  const struct { unsigned depth; int channels, order; bool tiledSrc; } cases[] = {
+      {MOX_DEPTH_8U, 3, 0, true}, {MOX_DEPTH_8U, 4, 0, false}, {MOX_DEPTH_16U, 3, 1, true}};
+  for (const auto& c : cases)
+    for (int mapped = 0; mapped < 2; ++mapped) {
+      const Shape sh{c.depth, c.channels, c.order, 37, 45};
+      Image s(sh, 1), plain(sh, 2), gathered(sh, 2);
+      s.roi(0, 3, 5, 30, 40);
+      moxApplyColorTwist(s, plain, t.t, -9, nullptr);
+      Tiled ts(s, 16, 8), td(gathered, 8, 16);
+      MoxImage* src = c.tiledSrc ? +ts : +s;
+      if (mapped) {
+        for (int ty = 0; ty < 3; ++ty)
+          for (int tx = 0; tx < 6; ++tx) {
+            const int m[2] = {tx, ty};
+            moxApplyColorTwist(src, td, t.t, -9, m);
+          }
+      } else {
+        moxApplyColorTwist(src, td, t.t, -9, nullptr);
+      }
+      ASSERT_EQ(moxGetErrStatus(), MOX_StsNoError);
+      td.gather(gathered);
+      EXPECT_EQ(plain.bytes(), gathered.bytes()) << c.depth << " " << mapped;
+      if (c.tiledSrc) {
+        EXPECT_EQ(td.calls.front().mode, MOX_GET_TILE_TO_WRITE);
+      }
+    }
+}
+
+TEST(ColorTwistChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
+  const struct {
+    std::function<void(Image& s, Image& d)> spoil;
+    const char* message;
+    int line;
+  } cases[] = {
+      {SPOIL(s->align = 2), "Image align is invalid", 241},
+      {SPOIL(d->nChannels = 0), "Image channel's number is less one", 242},
+      {SPOIL(s->nChannels = 2), "(srcImage->nChannels < 3)", 245},
+      {SPOIL(s->nChannels = 3; s->alphaChannel = 3), "((srcImage->alphaChannel != 0) && (srcImage->nChannels < 4))", 247},
+      {SPOIL(s->alphaChannel = 1), "((srcImage->alphaChannel != 0) && (srcImage->alphaChannel < srcImage->nChannels))", 249},
+      {SPOIL(d->nChannels = 2), "(dstImage->nChannels < 3)", 252},
+      {SPOIL(d->nChannels = 3; d->alphaChannel = 2), "((dstImage->alphaChannel != 0) && (dstImage->nChannels < 4))", 254},
+      {SPOIL(d->alphaChannel = 3), "((dstImage->alphaChannel != 0) && (dstImage->alphaChannel < dstImage->nChannels))", 256},
+      {SPOIL(d->depth = MOX_DEPTH_16U), "(srcImage->depth != dstImage->depth)", 259},
+      {SPOIL(s->depth = d->depth = MOX_DEPTH_8S), "((srcImage->depth != 8) && (srcImage->depth != 16))", 261},
+      {SPOIL(d->dataOrder = 1), "(srcImage->dataOrder != dstImage->dataOrder)", 264},
+      {SPOIL(d->origin = 1), "(srcImage->origin != dstImage->origin)", 266},
+      {SPOIL(s->widthStep = 8), "(srcImage->widthStep < the bytes of srcImage->width pixels)", 241},
+      {SPOIL(d->imageSize = 64), "(dstImage->imageSize < the bytes of dstImage->height rows)", 242},
+  };
+  const Matrix m{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0};
+  TwistPtr t(m, 0);
+  for (const auto& c : cases) {
+    Capture capture;
+    Image s({MOX_DEPTH_8U, 4, 0, 8, 8}, 1), d({MOX_DEPTH_8U, 4, 0, 8, 8}, 2);
+    c.spoil(s, d);
+    const std::vector<char> before = d.bytes();
+    moxApplyColorTwist(s, d, t.t, 0, nullptr);
+    expectReport("moxApplyColorTwist", c.message, c.line, "moxtwist");
+    EXPECT_TRUE(reports().empty());
+    EXPECT_EQ(d.bytes(), before) << c.message;
+  }
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 3, 0, 16, 16}), d({MOX_DEPTH_8U, 3, 0, 16, 16});
+  moxApplyColorTwist(s, d, nullptr, 0, nullptr);
+  expectReport("moxApplyColorTwist", "cTwist==0", 243, "moxtwist");
+  // Tiles: the request's column and row, and a call-back that hands out no
+  // tile, in the first walk (one tile) and the second (all of them).
+  Tiled ts(s, 8, 8), td(d, 8, 8);
+  const int right[2] = {3, 0}, below[2] = {0, 3}, left[2] = {-2, 0};
+  moxApplyColorTwist(s, td, t.t, 0, right);
+  expectReport("moxApplyColorTwist", "(dTile.begX > dRoi.endX)", 603, "moxtwist");
+  moxApplyColorTwist(s, td, t.t, 0, below);
+  expectReport("moxApplyColorTwist", "(dTile.begY > dRoi.endY)", 598, "moxtwist");
+  moxApplyColorTwist(s, td, t.t, 0, left);
+  expectReport("moxApplyColorTwist", "(dTile.endX < dRoi.begX)", 603, "moxtwist");
+  const int first[2] = {1, 1};
+  const struct { int dstNull, srcNull; const int* m; const char* message; int line; } tiles[] = {
+      {0, -1, first, "(dstImage->tileInfo->tileData == NULL)", 630},
+      {-1, 0, first, "(srcImage->tileInfo->tileData == NULL)", 658},
+      {0, -1, nullptr, "(dstImage->tileInfo->tileData == NULL)", 694},
+      {-1, 1, nullptr, "(srcImage->tileInfo->tileData == NULL)", 707},
+  };
+  for (const auto& c : tiles) {
+    Tiled a(s, 8, 8), b(d, 8, 8);
+    b.nullOnGet = c.dstNull, a.nullOnGet = c.srcNull;
+    moxApplyColorTwist(a, b, t.t, 0, c.m);
+    expectReport("moxApplyColorTwist", c.message, c.line, "moxtwist");
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
+TEST(ColorTwistChecks, CreateAndSet) {
+  Capture capture;
+  const Matrix m{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+  for (int scale : {32, -1}) {
+    EXPECT_EQ(moxCreateColorTwist(m.data(), scale), nullptr);
+    expectReport("moxCreateColorTwist", "bad_argument", 98, "moxtwist");
+  }
+  EXPECT_EQ(moxCreateColorTwist(nullptr, 3), nullptr);
+  expectReport("moxCreateColorTwist", "bad_argument", 98, "moxtwist");
+  MoxColorTwist* t = moxCreateColorTwist(m.data(), 31);
+  ASSERT_NE(t, nullptr);
+  EXPECT_EQ(std::vector<int>(t->data, t->data + 16), std::vector<int>(m.begin(), m.end()));
+  EXPECT_EQ(t->scalingValue, 31);
+  const Matrix n{};
+  moxSetColorTwist(nullptr, n.data(), 1);
+  expectReport("moxSetColorTwist", "cTwist==0", 133, "moxtwist");
+  moxSetColorTwist(t, nullptr, 1);
+  expectReport("moxSetColorTwist", "(data == 0)", 134, "moxtwist");
+  moxSetColorTwist(t, n.data(), -1);
+  expectReport("moxSetColorTwist", "(scalingValue < 0)", 135, "moxtwist");
+  moxSetColorTwist(t, n.data(), 32);
+  expectReport("moxSetColorTwist", "(scalingValue > 31)", 136, "moxtwist");
+  EXPECT_EQ(t->data[15], 16);  // unchanged after the failures
+  moxSetColorTwist(t, n.data(), 0);
+  EXPECT_EQ(t->data[0], 0);
+  EXPECT_EQ(t->scalingValue, 0);
+  EXPECT_TRUE(reports().empty());
+  moxDeleteColorTwist(t);
+  moxDeleteColorTwist(nullptr);
+}
+
+}  // namespace
