@@ -91,6 +91,7 @@ class TiledImage:
         self.held = None
         self.error = None
         self.whole = (0, 0, w, h)
+        self.changed = False  # an image changed in place: its tiles go back however asked
         self.info = MoxTileInfo()
         self.info.callBack = registry.callback
         self.info.width, self.info.height = self.tw, self.th
@@ -134,7 +135,7 @@ class TiledImage:
         tx, ty, mode = self.held
         self.held = None
         x0, y0, w, h = self._rect(tx, ty)
-        if not self.in_place and mode == _lib.GET_TILE_TO_WRITE and w and h:
+        if not self.in_place and (mode == _lib.GET_TILE_TO_WRITE or self.changed) and w and h:
             self.array[y0:y0 + h, x0:x0 + w] = self._tile_view(w, h)
         if self.store is not None and h:
             stride = self.array.strides[0]
@@ -257,6 +258,7 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
                     t.set_region(roi, coi)
             if written == "w":  # read as well as written: every tile starts from the image
                 dst.whole = (0, 0, 0, 0)
+                dst.changed = True
             mine = local.images = (reg, srcs, dst)
             with lock:
                 made.append(mine)
