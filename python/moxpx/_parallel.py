@@ -1,0 +1,315 @@
+"""One operation over many threads, one destination tile per call.
+
+The destination is a tiled image: its tiles come from a call-back that hands
+out pieces of the result array (or of a memory-mapped raw file), and every
+call of the operation names one destination tile through `mapping`. Sources
+are plain images over numpy arrays, or tiled images over raw files, whose
+pages are let go after each tile so that memory stays flat in the image size.
+"""
+
+import ctypes
+import mmap
+import os
+import threading
+
+import numpy as np
+
+from . import _lib
+from ._image import DEPTHS, roi_record, shape_of, _step
+from ._lib import MoxImage, MoxTileInfo, MoxTileCallBack
+from ._ops import _CONVERT, _pair, image_arguments, image_of, new_array, resolve
+
+_PAGE = mmap.PAGESIZE
+
+
+class RawFile:
+    """A raw image file (rows of pixels, no header) mapped into memory.
+
+    shape: (rows, columns) or (rows, columns, channels); mode "r" reads an
+    existing file, "r+" reads and writes it, "w+" creates (or truncates) it.
+    As a source or destination of `parallel` it is a tiled image: each tile is
+    read from (written to) the mapping and its pages are let go afterwards.
+    """
+
+    def __init__(self, path, shape, dtype=np.uint8, mode="r"):
+        self.path, self.shape, self.dtype = path, tuple(shape), np.dtype(dtype)
+        size = int(np.prod(self.shape)) * self.dtype.itemsize
+        flags = {"r": os.O_RDONLY, "r+": os.O_RDWR, "w+": os.O_RDWR | os.O_CREAT | os.O_TRUNC}
+        fd = os.open(path, flags[mode], 0o644)
+        try:
+            if mode == "w+":
+                os.ftruncate(fd, size)
+            access = mmap.ACCESS_READ if mode == "r" else mmap.ACCESS_WRITE
+            self._map = mmap.mmap(fd, size, access=access)
+        finally:
+            os.close(fd)
+        self.writable = mode != "r"
+        self.array = np.frombuffer(self._map, self.dtype).reshape(self.shape)
+
+    def release(self, start, stop):
+        """Lets the mapped pages of bytes [start, stop) go (the file keeps them)."""
+        first = start // _PAGE * _PAGE
+        last = min(len(self._map), -(-stop // _PAGE) * _PAGE)
+        advice = getattr(mmap, "MADV_DONTNEED", None)
+        if last > first and advice is not None:
+            self._map.madvise(advice, first, last - first)
+
+    def close(self):
+        self.array = None
+        self._map.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+
+
+class TiledImage:
+    """A tiled MoxImage over an array or a RawFile, for one thread.
+
+    A tile is handed out in place when its rows are rows of the array (a tile
+    as wide as the image, with the array's own row step); otherwise it is
+    copied into a buffer (and, for writing, copied back on release).
+    """
+
+    def __init__(self, store, tile, written, registry, model=None, alpha=False):
+        self.store = store if isinstance(store, RawFile) else None
+        a = store.array if self.store is not None else store
+        if a.dtype not in DEPTHS or a.dtype == np.bool_:
+            raise TypeError("tiled images are uint8, int8, uint16, int16 or int32 arrays")
+        self.array, self.written = a, written
+        h, w, c = shape_of(a)
+        self.height, self.width, self.channels = h, w, c
+        self.tw, self.th = int(tile[0]), int(tile[1])
+        bits = a.itemsize * 8
+        self.step = _step(self.tw, bits, c)
+        self.in_place = (a.flags.c_contiguous and self.step == a.strides[0] and
+                         self.tw >= w)
+        self.buffer = None if self.in_place else np.zeros(self.step * self.th, np.uint8)
+        self.base = a.ctypes.data
+        self.held = None
+        self.error = None
+        self.whole = (0, 0, w, h)
+        self.changed = False  # an image changed in place: its tiles go back however asked
+        self.info = MoxTileInfo()
+        self.info.callBack = registry.callback
+        self.info.width, self.info.height = self.tw, self.th
+        hdr = MoxImage()
+        hdr.headerSize = ctypes.sizeof(MoxImage)
+        hdr.nChannels = c
+        hdr.depth = DEPTHS[a.dtype]
+        hdr.align = 4
+        hdr.colorModel = (model or ("GRAY" if c == 1 else "RGB")).encode("ascii")
+        hdr.channelSeq = b"GRAY" if c == 1 else b"RGB"
+        if alpha and c in (2, 4):
+            hdr.alphaChannel = c
+        hdr.height, hdr.width = h, w
+        hdr.tileInfo = ctypes.pointer(self.info)
+        self.header = hdr
+        self.pointer = ctypes.byref(hdr)
+        registry.images[ctypes.addressof(hdr)] = self
+
+    def set_region(self, roi, coi):
+        self.roi = roi_record(roi, coi, self.width, self.height)
+        if self.roi is not None:
+            self.header.roi = ctypes.pointer(self.roi)
+        # A written tile inside this rectangle is overwritten whole.
+        if coi:
+            self.whole = (0, 0, 0, 0)
+        elif roi is not None:
+            x, y, w, h = (int(v) for v in roi)
+            self.whole = (x, y, x + w, y + h)
+
+    def _rect(self, tx, ty):
+        x0, y0 = tx * self.tw, ty * self.th
+        return x0, y0, max(0, min(self.tw, self.width - x0)), max(0, min(self.th, self.height - y0))
+
+    def _tile_view(self, w, h):
+        c = self.channels
+        rows = self.buffer[:self.step * self.th].reshape(self.th, self.step)
+        v = rows[:h, :w * c * self.array.itemsize].view(self.array.dtype)
+        return v.reshape(h, w) if self.array.ndim == 2 else v.reshape(h, w, c)
+
+    def _let_go(self):
+        tx, ty, mode = self.held
+        self.held = None
+        x0, y0, w, h = self._rect(tx, ty)
+        if not self.in_place and (mode == _lib.GET_TILE_TO_WRITE or self.changed) and w and h:
+            self.array[y0:y0 + h, x0:x0 + w] = self._tile_view(w, h)
+        if self.store is not None and h:
+            stride = self.array.strides[0]
+            self.store.release(y0 * stride, (y0 + h) * stride)
+
+    def serve(self, tx, ty, mode):
+        if mode == _lib.RELEASE_TILE:
+            if self.held is not None:
+                self._let_go()
+            self.info.tileData = None
+            return
+        if self.held is not None and self.held[:2] == (tx, ty):
+            if mode == _lib.GET_TILE_TO_WRITE:  # asked again, now to write it
+                self.held = (tx, ty, mode)
+            return
+        if self.held is not None:
+            self._let_go()
+        x0, y0, w, h = self._rect(tx, ty)
+        self.held = (tx, ty, mode)
+        if self.in_place:
+            self.info.tileData = self.base + y0 * self.array.strides[0]
+            return
+        wx0, wy0, wx1, wy1 = self.whole
+        overwritten = (mode == _lib.GET_TILE_TO_WRITE and wx0 <= x0 and wy0 <= y0 and
+                       x0 + w <= wx1 and y0 + h <= wy1)
+        if w and h and not overwritten:  # the call may write only part of the tile
+            self._tile_view(w, h)[...] = self.array[y0:y0 + h, x0:x0 + w]
+        self.info.tileData = self.buffer.ctypes.data
+
+
+class _Registry:
+    """The tiled images of one run, found by header address from the one
+    call-back."""
+
+    def __init__(self):
+        self.images = {}
+        self.callback = MoxTileCallBack(self._serve)
+
+    def _serve(self, image, tx, ty, mode):
+        t = self.images.get(ctypes.cast(image, ctypes.c_void_p).value)
+        if t is None:
+            return
+        try:
+            t.serve(tx, ty, mode)
+        except BaseException as e:  # reported as a tile failure; raised after the call
+            t.error = t.error or e
+            t.info.tileData = None
+
+
+def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=None, **kw):
+    """Runs a moxpx operation tile by tile on `threads` threads (default: the
+    processors) and returns its result, equal to the single call's.
+
+    op: a moxpx function whose library call takes a destination tile
+    (`mapping`): the arithmetic, logic, alpha and colour operations, and
+    those that change one image in place (moxpx.set, pre_multiply_alpha);
+    not, for instance, the transforms or the filters.
+    args: its arguments; images are numpy arrays (read in place) or RawFiles
+    (read tile by tile). tile=(width, height): the destination tile size, a
+    multiple of 8 each; tiles as wide as the image with the array's own row
+    step are handed out without copying. out: the result array or a writable
+    RawFile (a new array when None). roi/coi: the region of every image.
+    """
+    op = resolve(op, args)
+    spec = getattr(op, "op", None)
+    # The tiled image: the destination, or the one image written in place.
+    written = spec and ("d" if spec.layout.count("d") == 1 and "w" not in spec.layout else
+                        "w" if spec.layout.count("w") == 1 and "d" not in spec.layout else None)
+    if not written or "m" not in spec.layout:
+        raise ValueError("moxpx.parallel runs operations that write one image tile by tile "
+                         "(whose call takes `mapping`)")
+    bound = op.bind(*args, **kw)
+    bound.apply_defaults()
+    v = bound.arguments
+    _, sources = image_arguments(bound)
+    if written == "w":
+        if out is not None:
+            raise ValueError("%s writes its image in place: it takes no out=" % op.__name__)
+        at = [k for k in spec.layout if k in "sw"].index("w")
+        out = sources.pop(at)
+    scalars = [_CONVERT[kind](v[p]) for p, kind, _ in spec.params]
+    # The colour model of each image (as the operation's entry asks; the
+    # tiled image's last) and whether images carry alpha.
+    models = [spec.models[i] if spec.models else None
+              for i, k in enumerate(spec.layout) if k == "s"]
+    models.append(spec.models[spec.layout.index(written)] if spec.models else None)
+    plain = [None if isinstance(s, RawFile) else
+             image_of(s, roi, coi, model=m, alpha=spec.alpha) for s, m in zip(sources, models)]
+    if out is None:
+        # A raw file stands in by an array of its shape that holds no pixels.
+        shapes = [p if p is not None else np.broadcast_to(np.zeros((), s.dtype), s.shape)
+                  for p, s in zip(plain, sources)]
+        h, w, c, dtype = spec.dst(shapes)
+        out = new_array(h, w, c, dtype)
+    target = out.array if isinstance(out, RawFile) else out
+    if not isinstance(target, np.ndarray) or not target.flags.writeable:
+        raise ValueError("out is a writable array or a RawFile opened for writing")
+    th_, tw_ = target.shape[0], target.shape[1]
+    tw, tht = int(tile[0]), int(tile[1])
+    x0, y0, rw, rh = (0, 0, tw_, th_) if roi is None else tuple(int(t) for t in roi)
+    x1, y1 = min(x0 + rw, tw_), min(y0 + rh, th_)
+    tiles = [(tx, ty) for ty in range(y0 // max(tht, 1), max(y1 - 1, 0) // max(tht, 1) + 1)
+             for tx in range(x0 // max(tw, 1), max(x1 - 1, 0) // max(tw, 1) + 1)]
+    n = threads or os.cpu_count() or 1
+    fn = _lib.functions[spec.cname]
+    local = threading.local()
+    made = []
+    lock = threading.Lock()
+
+    def images_of_thread():
+        mine = getattr(local, "images", None)
+        if mine is None:
+            reg = _Registry()
+            srcs = [p if p is not None else
+                    TiledImage(s, (tw, tht), False, reg, m, spec.alpha)
+                    for p, s, m in zip(plain, sources, models)]
+            dst = TiledImage(out, (tw, tht), True, reg, models[-1], spec.alpha)
+            for t in srcs + [dst]:
+                if isinstance(t, TiledImage):
+                    t.set_region(roi, coi)
+            if written == "w":  # read as well as written: every tile starts from the image
+                dst.whole = (0, 0, 0, 0)
+                dst.changed = True
+            mine = local.images = (reg, srcs, dst)
+            with lock:
+                made.append(mine)
+        return mine
+
+    def one(t):
+        reg, srcs, dst = images_of_thread()
+        it_src, it_sc = iter(srcs), iter(scalars)
+        cargs = []
+        for k in spec.layout:
+            if k == "s":
+                cargs.append(next(it_src).pointer)
+            elif k == written:
+                cargs.append(dst.pointer)
+            elif k == "m":
+                cargs.append(_pair(t))
+            else:
+                cargs.append(next(it_sc))
+        try:
+            _lib.call(fn, *cargs)
+        finally:
+            for s in srcs + [dst]:
+                if isinstance(s, TiledImage) and s.error is not None:
+                    e, s.error = s.error, None
+                    raise e
+
+    # Each thread takes the next tile until none is left or a call failed.
+    queue = iter(tiles)
+    failures = []
+
+    def worker():
+        while not failures:
+            with lock:
+                t = next(queue, None)
+            if t is None:
+                return
+            try:
+                one(t)
+            except BaseException as e:
+                failures.append(e)
+
+    try:
+        pool = [threading.Thread(target=worker) for _ in range(min(n, len(tiles)) - 1)]
+        for th in pool:
+            th.start()
+        worker()  # the calling thread works too
+        for th in pool:
+            th.join()
+        if failures:
+            raise failures[0]
+    finally:
+        for reg, _, _ in made:  # the call-back and its images refer to each other
+            reg.images.clear()
+    return out

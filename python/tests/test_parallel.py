@@ -1,0 +1,106 @@
+"""moxpx.parallel: one destination tile per call on several threads gives the
+single call's result, from arrays and from raw files."""
+
+import os
+
+import numpy as np
+import pytest
+
+import moxpx
+from moxpx import RawFile
+
+RNG = np.random.default_rng(5)
+
+
+def rand(shape, dtype=np.uint8):
+    info = np.iinfo(dtype)
+    return RNG.integers(info.min, info.max, size=shape, endpoint=True, dtype=dtype)
+
+
+CASES = [
+    # (op, arguments, tile, threads)
+    (moxpx.add, (rand((70, 100)), rand((70, 100))), (32, 16), 3),  # tiles cut the image
+    (moxpx.add, (rand((64, 96)), rand((64, 96))), (96, 8), 2),  # strips handed out in place
+    (moxpx.subtract, (rand((33, 41, 3), np.int16), rand((33, 41, 3), np.int16), True), (8, 24), 4),
+    (moxpx.not_, (rand((50, 50), np.int32),), (16, 16), 1),
+    (moxpx.add, (rand((40, 40), np.uint16), 1000), (24, 8), 2),  # the scalar form
+    (moxpx.rshift_s, (rand((40, 48), np.int8), 3), (48, 40), 2),  # a single tile
+]
+
+
+@pytest.mark.parametrize("op, args, tile, threads", CASES)
+def test_tiles_on_threads_equal_the_single_call(op, args, tile, threads):
+    got = moxpx.parallel(op, *args, tile=tile, threads=threads)
+    np.testing.assert_array_equal(got, op(*args))
+
+
+@pytest.mark.parametrize("coi", [2, None])
+def test_regions_and_existing_destinations(coi):
+    # The region's edges cut tiles: pixels of those tiles outside it stay.
+    a, b = rand((60, 80, 3)), rand((60, 80, 3))
+    out = np.full_like(a, 9)
+    moxpx.parallel(moxpx.add, a, b, tile=(16, 16), threads=2, out=out, roi=(5, 7, 50, 40),
+                   coi=coi)
+    want = np.full_like(a, 9)
+    moxpx.add(a, b, out=want, roi=(5, 7, 50, 40), coi=coi)
+    np.testing.assert_array_equal(out, want)
+
+
+def test_images_written_in_place_are_the_tiled_ones():
+    a = np.zeros((40, 50, 3), np.int16)
+    want = a.copy()
+    moxpx.set(want, -7, roi=(3, 5, 30, 20), coi=2)
+    assert moxpx.parallel(moxpx.set, a, -7, tile=(16, 8), threads=2, roi=(3, 5, 30, 20),
+                          coi=2) is a
+    np.testing.assert_array_equal(a, want)
+    with pytest.raises(ValueError, match="in place"):
+        moxpx.parallel(moxpx.set, a, 1, out=a.copy())
+
+
+def test_raw_files_in_and_out(tmp_path):
+    a = rand((100, 72))
+    a.tofile(tmp_path / "a.raw")
+    with RawFile(str(tmp_path / "a.raw"), a.shape) as src, \
+            RawFile(str(tmp_path / "out.raw"), a.shape, mode="w+") as dst:
+        moxpx.parallel(moxpx.xor, src, a[::-1].copy(), tile=(72, 16), threads=2, out=dst)
+        moxpx.parallel(moxpx.add, src, 7, tile=(24, 40), threads=2,
+                       out=RawFile(str(tmp_path / "b.raw"), a.shape, mode="w+"))
+    np.testing.assert_array_equal(np.fromfile(tmp_path / "out.raw", np.uint8).reshape(a.shape),
+                                  a ^ a[::-1])
+    np.testing.assert_array_equal(np.fromfile(tmp_path / "b.raw", np.uint8).reshape(a.shape),
+                                  moxpx.add(a, 7))
+
+
+def test_library_failures_and_refusals_raise():
+    a = rand((32, 32))
+    with pytest.raises(moxpx.MoxError, match="depth"):
+        moxpx.parallel(moxpx.add, a, a.astype(np.int16), tile=(16, 16), threads=2)
+    with pytest.raises(moxpx.MoxError, match="Tile size is invalid"):
+        moxpx.parallel(moxpx.add, a, a, tile=(12, 16), threads=2)
+    with pytest.raises(ValueError, match="mapping"):
+        moxpx.parallel(moxpx.dct2d, a, tile=(16, 16))
+
+
+def mapped_kib(path):
+    """Resident kB of this process's mappings of a file (from /proc/self/smaps)."""
+    total, inside = 0, False
+    with open("/proc/self/smaps") as f:
+        for line in f:
+            head = line.split()
+            if "-" in head[0] and len(head) >= 5:
+                inside = line.rstrip().endswith(path)
+            elif inside and head[0] == "Rss:":
+                total += int(head[1])
+    return total
+
+
+@pytest.mark.skipif(not os.path.exists("/proc/self/smaps"), reason="needs /proc/self/smaps")
+def test_raw_file_pages_are_let_go_after_each_tile(tmp_path):
+    side = 2048
+    src, dst = str(tmp_path / "big.raw"), str(tmp_path / "big_out.raw")
+    rand((side, side)).tofile(src)
+    with RawFile(src, (side, side)) as s, RawFile(dst, (side, side), mode="w+") as d:
+        moxpx.parallel(moxpx.not_, s, out=d, tile=(side, 32), threads=2)
+        # The whole of both files went through the mappings; little stays.
+        assert mapped_kib(src) + mapped_kib(dst) < side * side // 1024 // 4
+        np.testing.assert_array_equal(d.array[::97], ~s.array[::97])
