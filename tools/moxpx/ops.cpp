@@ -1,7 +1,10 @@
 // The sub-commands. Every operation of the library is one entry: its name,
 // one line of description, an example, its arguments with their interface
 // names, and the call. A new operation adds one entry here.
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "formats.h"
 #include "ops.h"
@@ -32,11 +35,29 @@ const std::vector<Named> kDithers = {
 const std::vector<Named> kPalettes = {
     {"none", MOX_PALCONV_NONE}, {"populate", MOX_PALCONV_POPULATE}, {"medcut", MOX_PALCONV_MEDCUT}};
 
+const std::vector<Named> kInterpolations = {
+    {"nn", MOX_INTER_NN}, {"linear", MOX_INTER_LINEAR}, {"cubic", MOX_INTER_CUBIC}};
+const std::vector<Named> kComposites = {
+    {"over", MOX_COMPOSITE_OVER}, {"in", MOX_COMPOSITE_IN},   {"out", MOX_COMPOSITE_OUT},
+    {"atop", MOX_COMPOSITE_ATOP}, {"xor", MOX_COMPOSITE_XOR}, {"plus", MOX_COMPOSITE_PLUS}};
+const std::vector<Named> kNorms = {
+    {"c", MOX_NORM_C}, {"l1", MOX_NORM_L1}, {"l2", MOX_NORM_L2}, {"relative", MOX_NORM_RELATIVE}};
+const std::vector<Named> kLutTypes = {{"lookup", MOX_LUT_LOOKUP}, {"inter", MOX_LUT_INTER}};
+
 const ArgSpec kValue{"value", Kind::Int, "0", "the scalar operand"};
 const ArgSpec kReverse{"reverse", Kind::Int, "0", "non-zero: the operands swap places"};
 const ArgSpec kShift{"nShift", Kind::Unsigned, "1", "bits to shift by (taken modulo 32)"};
 const ArgSpec kRaw{"raw", Kind::Tool, "0",
                    "1: write the result's values as they are (into .npy) instead of a picture"};
+
+const ArgSpec kInterpolate{"interpolate", Kind::Choice, "nn", "the interpolation", kInterpolations};
+const ArgSpec kCompositeType{"compositeType", Kind::Choice, "over", "the Porter-Duff rule",
+                             kComposites};
+const ArgSpec kPremulAlpha{"premulAlpha", Kind::Int, "0",
+                           "non-zero: the colours are already premultiplied"};
+const ArgSpec kDivideMode{"divideMode", Kind::Int, "0",
+                          "non-zero: the result colours are divided by the result alpha"};
+const ArgSpec kKey{"key", Kind::List, "0:256", "the num+1 increasing bin boundaries"};
 
 const std::vector<const char*> kOneIn = {"INPUT"}, kTwoIn = {"A", "B"}, kOneOut = {"OUTPUT"};
 
@@ -65,6 +86,89 @@ Picture spectrumView(const Picture& result, const Args& a, const std::string& pa
 Picture cosineView(const Picture& result, const Args& a, const std::string& path) {
   if (!(a.i("flags") & MOX_DCT_FORWARD)) return result;
   return a.i("raw") ? rawView(result, path) : logMagnitude(result, false);
+}
+
+// Zoom and decimation make a destination of the source's size times xU/xL
+// (rows alike); a factor the library refuses leaves the size alone.
+long long scaled(long long size, int u, int l) {
+  return u > 0 && l > 0 ? std::min(size * u / l, 1LL << 30) : size;
+}
+void resampledShape(const Args& a, int& width, int& height, int&) {
+  width = int(scaled(width, a.i("xU"), a.i("xL")));
+  height = int(scaled(height, a.i("yU"), a.i("yL")));
+}
+void oneChannel(const Args&, int&, int&, int& channels) { channels = 1; }
+void threeChannels(const Args&, int&, int&, int& channels) { channels = 3; }
+
+const std::vector<ArgSpec> kFactors = {
+    {"xU", Kind::Int, "2", "numerator of the horizontal factor"},
+    {"xL", Kind::Int, "1", "denominator of the horizontal factor"},
+    {"yU", Kind::Int, "2", "numerator of the vertical factor"},
+    {"yL", Kind::Int, "1", "denominator of the vertical factor"},
+    kInterpolate};
+
+// The same lookup table for every channel of the source, from --key and,
+// for the maps, --value, --factor and --interpolateType.
+class Tables {
+ public:
+  Tables(const Call& c, bool map) {
+    const Args& a = c.args;
+    key_ = a.list("key");
+    if (key_.size() < 2) throw UsageError("--key wants at least two bin boundaries");
+    const std::size_t bins = key_.size() - 1;
+    int type = MOX_LUT_LOOKUP;
+    if (map) {
+      value_ = a.list("value");
+      factor_ = a.list("factor");
+      type = a.i("interpolateType");
+      if (value_.size() != bins)
+        throw UsageError("--value wants one number per bin (" + std::to_string(bins) + "), not " +
+                         std::to_string(value_.size()));
+      if (factor_.empty()) factor_.assign(bins, 0);
+      if (factor_.size() != bins)
+        throw UsageError("--factor wants one number per bin (" + std::to_string(bins) + "), not " +
+                         std::to_string(factor_.size()));
+    }
+    const MoxImage* src = c.src[0];
+    channels_ = src->roi && src->roi->coi ? 1 : std::max(src->nChannels, 1);
+    tables_.resize(std::size_t(std::max(src->nChannels, 1)));
+    counts_.assign(tables_.size(), std::vector<int>(bins, 0));
+    for (std::size_t i = 0; i < tables_.size(); ++i) {
+      tables_[i] = MoxLUT{int(bins), key_.data(), map ? value_.data() : counts_[i].data(),
+                          factor_.empty() ? nullptr : factor_.data(), type};
+      pointers_.push_back(&tables_[i]);
+    }
+  }
+  MoxLUT** luts() { return pointers_.data(); }
+  // The counts of each processed channel, a line each.
+  std::string counts() const {
+    std::string text;
+    for (int ch = 0; ch < channels_; ++ch) {
+      for (std::size_t i = 0; i < counts_[ch].size(); ++i)
+        text.append(i ? " " : "").append(std::to_string(counts_[ch][i]));
+      text += '\n';
+    }
+    return text;
+  }
+
+ private:
+  std::vector<int> key_, value_, factor_;
+  std::vector<std::vector<int>> counts_;
+  std::vector<MoxLUT> tables_;
+  std::vector<MoxLUT*> pointers_;
+  int channels_ = 1;
+};
+
+void applyColorTwist(const Call& c) {
+  const std::vector<int>& m = c.args.list("cTwist");
+  if (m.size() != 16)
+    throw UsageError("--cTwist wants the 16 numbers of the 4x4 matrix, row by row, not " +
+                     std::to_string(m.size()));
+  const std::unique_ptr<MoxColorTwist, void (*)(MoxColorTwist*)> twist(
+      moxCreateColorTwist(m.data(), c.args.i("scalingValue")),
+      [](MoxColorTwist* t) { moxDeleteColorTwist(t); });
+  if (!twist) return;  // the library has reported why
+  moxApplyColorTwist(c.src[0], c.dst[0], twist.get(), c.args.i("offset"), c.mapping);
 }
 
 #if defined(MOXCLI_BMP)
@@ -164,6 +268,169 @@ const std::vector<Op> kOperations = {
        .call = [](const Call& c) {
          moxReduceBits(c.src[0], c.dst[0], c.args.i("noise"), c.args.i("ditherType"),
                        c.args.i("levels"));
+       }},
+    Op{.name = "zoom",
+       .summary = "INPUT enlarged by xU/xL across and yU/yL down",
+       .example = "moxpx zoom --xU 3 --xL 2 --yU 3 --yL 2 --interpolate cubic photo.png result.png",
+       .args = kFactors, .inputs = kOneIn, .outputs = kOneOut, .mapping = false,
+       .call = [](const Call& c) {
+         const Args& a = c.args;
+         moxZoom(c.src[0], c.dst[0], a.i("xU"), a.i("xL"), a.i("yU"), a.i("yL"), a.i("interpolate"),
+                 nullptr);
+       },
+       .shape = resampledShape},
+    Op{.name = "decimate",
+       .summary = "INPUT reduced by xU/xL across and yU/yL down",
+       .example = "moxpx decimate --xU 3 --xL 8 --yU 3 --yL 8 --interpolate linear "
+                  "photo.png result.png",
+       .args = {{"xU", Kind::Int, "1", "numerator of the horizontal factor"},
+                {"xL", Kind::Int, "2", "denominator of the horizontal factor"},
+                {"yU", Kind::Int, "1", "numerator of the vertical factor"},
+                {"yL", Kind::Int, "2", "denominator of the vertical factor"},
+                kInterpolate},
+       .inputs = kOneIn, .outputs = kOneOut, .mapping = false,
+       .call = [](const Call& c) {
+         const Args& a = c.args;
+         moxDecimate(c.src[0], c.dst[0], a.i("xU"), a.i("xL"), a.i("yU"), a.i("yL"),
+                     a.i("interpolate"), nullptr);
+       },
+       .shape = resampledShape},
+    Op{"mirror", "INPUT mirrored about the horizontal (0), vertical (1) or both (-1) axes",
+       "moxpx mirror --flipAxis 1 photo.png result.png",
+       {{"flipAxis", Kind::Int, "0", "0: upside down, 1: left to right, -1: both"}}, kOneIn,
+       kOneOut, false, [](const Call& c) { moxMirror(c.src[0], c.dst[0], c.args.i("flipAxis")); }},
+    Op{"rotate", "INPUT turned by angle/100 degrees about (xCenter, yCenter)",
+       "moxpx rotate --angle 3000 --xCenter 24 --yCenter 16 --interpolate linear "
+       "photo.png result.png",
+       {{"angle", Kind::Int, "9000", "hundredths of a degree"},
+        {"xCenter", Kind::Int, "0", "column of the centre"},
+        {"yCenter", Kind::Int, "0", "row of the centre"},
+        kInterpolate},
+       kOneIn, kOneOut, true,
+       [](const Call& c) {
+         const Args& a = c.args;
+         moxRotate(c.src[0], c.dst[0], a.i("angle"), a.i("xCenter"), a.i("yCenter"),
+                   a.i("interpolate"), c.mapping);
+       }},
+    Op{.name = "colortogray",
+       .summary = "an RGB INPUT as one grey channel",
+       .example = "moxpx colortogray photo.png result.png",
+       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
+       .call = [](const Call& c) { moxColorToGray(c.src[0], c.dst[0], c.mapping); },
+       .shape = oneChannel, .wholeImage = true},
+    Op{.name = "graytocolor",
+       .summary = "a grey INPUT as RGB, each channel the grey times its fraction",
+       .example = "moxpx graytocolor --fractR 1.0 --fractG 0.8 --fractB 0.55 bits.png result.png",
+       .args = {{"fractR", Kind::Real, "0", "the red fraction (all 0: the grey weights)"},
+                {"fractG", Kind::Real, "0", "the green fraction"},
+                {"fractB", Kind::Real, "0", "the blue fraction"}},
+       .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
+       .call = [](const Call& c) {
+         moxGrayToColor(c.src[0], c.dst[0], c.args.f("fractR"), c.args.f("fractG"),
+                        c.args.f("fractB"), c.mapping);
+       },
+       .shape = threeChannels,
+       .srcSeq = "RGB",  // the colours are written in the order the grey source's label names
+       .wholeImage = true},
+    Op{.name = "rgb2hsv",
+       .summary = "RGB INPUT as hue, saturation and value",
+       .example = "moxpx rgb2hsv photo.png result.png",
+       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
+       .call = [](const Call& c) { moxRGB2HSV(c.src[0], c.dst[0], c.mapping); },
+       .wholeImage = true},
+    Op{.name = "hsv2rgb",
+       .summary = "hue, saturation and value of INPUT (as rgb2hsv writes them) back to RGB",
+       .example = "moxpx hsv2rgb photo.png result.png",
+       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
+       .call = [](const Call& c) { moxHSV2RGB(c.src[0], c.dst[0], c.mapping); },
+       .srcModel = "HSV", .wholeImage = true},
+    Op{.name = "rgb2hls",
+       .summary = "RGB INPUT as hue, lightness and saturation",
+       .example = "moxpx rgb2hls photo.png result.png",
+       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
+       .call = [](const Call& c) { moxRGB2HLS(c.src[0], c.dst[0], c.mapping); },
+       .wholeImage = true},
+    Op{.name = "hls2rgb",
+       .summary = "hue, lightness and saturation of INPUT (as rgb2hls writes them) back to RGB",
+       .example = "moxpx hls2rgb photo.png result.png",
+       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
+       .call = [](const Call& c) { moxHLS2RGB(c.src[0], c.dst[0], c.mapping); },
+       .srcModel = "HLS", .wholeImage = true},
+    Op{"applycolortwist",
+       "the first three channels of INPUT through a 4x4 matrix over 2^scalingValue, plus offset",
+       "moxpx applycolortwist --cTwist 0,0,1,0,0,1,0,0,1,0,0,0,0,0,0,0 --scalingValue 0 "
+       "--offset 0 photo.png result.png",
+       {{"cTwist", Kind::List, "1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1",
+         "the matrix, 16 whole numbers row by row"},
+        {"scalingValue", Kind::Int, "0", "the matrix is divided by 2^scalingValue (0..31)"},
+        {"offset", Kind::Int, "0", "added to every result"}},
+       kOneIn, kOneOut, true, applyColorTwist},
+    MOX_SCALAR("multiplysscale", moxMultiplySScale, "INPUT * value / max, rounded", "--value 160"),
+    MOX_TWO("multiplyscale", moxMultiplyScale, "A * B / max, rounded"),
+    Op{"premultiplyalpha",
+       "the colours of INPUT times its alpha (or times alphaValue, which becomes the alpha)",
+       "moxpx premultiplyalpha --alphaValue -1 photo-alpha.png result.png",
+       {{"alphaValue", Kind::Int, "-1", "below 0: each pixel's own alpha"}}, kOneIn, kOneOut, true,
+       [](const Call& c) { moxPreMultiplyAlpha(c.dst[0], c.args.i("alphaValue"), c.mapping); }},
+    Op{"alphacomposite", "A composed with B by their alpha channels (opaque without one)",
+       "moxpx alphacomposite --compositeType xor photo-alpha.png photo.png result.png",
+       {kCompositeType, kPremulAlpha, kDivideMode}, kTwoIn, kOneOut, false,
+       [](const Call& c) {
+         const Args& a = c.args;
+         moxAlphaComposite(c.src[0], c.src[1], c.dst[0], a.i("compositeType"), nullptr, nullptr,
+                           nullptr, a.i("premulAlpha"), a.i("divideMode"));
+       }},
+    Op{"alphacompositec", "A composed with B, with the constant alphas aA and aB",
+       "moxpx alphacompositec --compositeType over --aA 96 --aB 255 photo.png other.png result.png",
+       {kCompositeType,
+        {"aA", Kind::Int, "255", "the alpha of A"},
+        {"aB", Kind::Int, "255", "the alpha of B"},
+        kPremulAlpha, kDivideMode},
+       kTwoIn, kOneOut, false,
+       [](const Call& c) {
+         const Args& a = c.args;
+         moxAlphaCompositeC(c.src[0], c.src[1], c.dst[0], a.i("compositeType"), a.i("aA"),
+                            a.i("aB"), a.i("premulAlpha"), a.i("divideMode"));
+       }},
+    Op{"threshold",
+       "values of INPUT below threshold to the depth's minimum, the rest to its maximum",
+       "moxpx threshold --threshold 128 photo.png result.png",
+       {{"threshold", Kind::Int, "128", "the first value that becomes the maximum"}}, kOneIn,
+       kOneOut, false,
+       [](const Call& c) { moxThreshold(c.src[0], c.dst[0], c.args.i("threshold")); }},
+    Op{"computehisto", "prints each channel's counts in the bins of --key, a line per channel",
+       "moxpx computehisto --key 0,64,128,192,256 photo.png", {kKey}, kOneIn, {}, false,
+       [](const Call& c) {
+         Tables tables(c, false);
+         moxComputeHisto(c.src[0], tables.luts());
+         c.printed = tables.counts();
+       }},
+    Op{"histoequalize", "each channel of INPUT equalized over the bins of --key",
+       "moxpx histoequalize --key 0:256 photo.png result.png", {kKey}, kOneIn, kOneOut, false,
+       [](const Call& c) {
+         Tables tables(c, false);
+         moxHistoEqualize(c.src[0], c.dst[0], tables.luts());
+       }},
+    Op{"contraststretch", "each channel of INPUT mapped bin by bin (value, plus factor slopes)",
+       "moxpx contraststretch --key 0,64,192,256 --value 0,128,224 --factor 131072,49152,32768 "
+       "--interpolateType inter photo.png result.png",
+       {kKey,
+        {"value", Kind::List, "", "the value of each bin"},
+        {"factor", Kind::List, "", "inter: each bin's slope in 1/65536 (none: every slope 0)"},
+        {"interpolateType", Kind::Choice, "lookup", "lookup: steps, inter: slopes", kLutTypes}},
+       kOneIn, kOneOut, false,
+       [](const Call& c) {
+         Tables tables(c, true);
+         moxContrastStretch(c.src[0], c.dst[0], tables.luts());
+       }},
+    Op{"norm", "prints the C, L1 or L2 norm of A - B (relative: divided by B's)",
+       "moxpx norm --normType l1 photo.png other.png",
+       {{"normType", Kind::Flags, "l2", "c, l1 or l2, with relative", kNorms}}, kTwoIn, {}, false,
+       [](const Call& c) {
+         const double v = moxNorm(c.src[0], c.src[1], c.args.i("normType"));
+         char text[40];
+         std::snprintf(text, sizeof text, "%.17g\n", v);
+         c.printed = text;
        }},
 #if defined(MOXCLI_BMP)
     Op{.name = "converttodib",
