@@ -10,8 +10,10 @@ Usage: cli_test.py TOOL LIBRARY [unittest options]
 """
 
 import ctypes as C
+import glob
 import os
 import pty
+import re
 import subprocess
 import sys
 import tempfile
@@ -455,6 +457,38 @@ class NewOperations(Temp):
                 done = tool(*args, *outputs, check=status)
                 self.assertIn(text, done.stderr)
                 self.assertFalse(os.path.exists(self.path("o.npy")))
+
+
+class GalleryCommands(Temp):
+    """Every gallery picture's command line is one the tool takes."""
+
+    def commands(self):
+        found = []
+        for path in sorted(glob.glob(os.path.join(SAMPLES, "..", "examples", "gallery_*.c"))):
+            with open(path) as f:
+                text = re.sub(r"/\*.*?\*/", "", f.read(), flags=re.S)
+            # Adjacent literals are one string.
+            for run in re.finditer(r'"(?:[^"\\]|\\.)*"(?:\s*"(?:[^"\\]|\\.)*")*', text):
+                value = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', run.group(0)))
+                if value.startswith("moxpx "):
+                    found.append((os.path.basename(path), value))
+        return found
+
+    def test_every_command_parses(self):
+        found = self.commands()
+        self.assertGreater(len(found), 50)
+        for path, command in found:
+            words = command.split()
+            with self.subTest(file=path, command=command):
+                help_text = tool(words[1], "--help", check=DONE).stdout
+                for word in words[2:]:
+                    if word.startswith("--"):
+                        self.assertIn("  %s " % word, help_text)
+                # In an empty folder the whole line is taken (options, values, number
+                # of files) and only reading the first input fails.
+                done = tool(*words[1:], cwd=self.dir)
+                self.assertEqual(FILE_FAILURE, done.returncode, done.stderr)
+                self.assertEqual(os.listdir(self.dir), [])
 
 
 class Transforms(Temp):
