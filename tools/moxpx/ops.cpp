@@ -72,6 +72,14 @@ const std::vector<const char*> kOneIn = {"INPUT"}, kTwoIn = {"A", "B"}, kOneOut 
   Op{name, what, "moxpx " name " photo.png result.png", {}, kOneIn, kOneOut, true,         \
      [](const Call& c) { fn(c.src[0], c.dst[0], c.mapping); }}
 
+// The conversions between colour models, which convert whole images; the
+// ways back need their sources labelled with the model they hold.
+#define MOX_MODEL(opName, fn, what, model)                                                 \
+  Op{.name = opName, .summary = what, .example = "moxpx " opName " photo.png result.png",   \
+     .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,                     \
+     .call = [](const Call& c) { fn(c.src[0], c.dst[0], c.mapping); }, .srcModel = model,   \
+     .wholeImage = true}
+
 // Spectra and cosine coefficients need 32 bits; samples coming back are 8U
 // unless --dstDepth says otherwise.
 unsigned spectrumDepth(const Args&, unsigned) { return MOX_DEPTH_32S; }
@@ -332,30 +340,12 @@ const std::vector<Op> kOperations = {
        .shape = threeChannels,
        .srcSeq = "RGB",  // the colours are written in the order the grey source's label names
        .wholeImage = true},
-    Op{.name = "rgb2hsv",
-       .summary = "RGB INPUT as hue, saturation and value",
-       .example = "moxpx rgb2hsv photo.png result.png",
-       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
-       .call = [](const Call& c) { moxRGB2HSV(c.src[0], c.dst[0], c.mapping); },
-       .wholeImage = true},
-    Op{.name = "hsv2rgb",
-       .summary = "hue, saturation and value of INPUT (as rgb2hsv writes them) back to RGB",
-       .example = "moxpx hsv2rgb photo.png result.png",
-       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
-       .call = [](const Call& c) { moxHSV2RGB(c.src[0], c.dst[0], c.mapping); },
-       .srcModel = "HSV", .wholeImage = true},
-    Op{.name = "rgb2hls",
-       .summary = "RGB INPUT as hue, lightness and saturation",
-       .example = "moxpx rgb2hls photo.png result.png",
-       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
-       .call = [](const Call& c) { moxRGB2HLS(c.src[0], c.dst[0], c.mapping); },
-       .wholeImage = true},
-    Op{.name = "hls2rgb",
-       .summary = "hue, lightness and saturation of INPUT (as rgb2hls writes them) back to RGB",
-       .example = "moxpx hls2rgb photo.png result.png",
-       .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,
-       .call = [](const Call& c) { moxHLS2RGB(c.src[0], c.dst[0], c.mapping); },
-       .srcModel = "HLS", .wholeImage = true},
+    MOX_MODEL("rgb2hsv", moxRGB2HSV, "RGB INPUT as hue, saturation and value", nullptr),
+    MOX_MODEL("hsv2rgb", moxHSV2RGB,
+              "hue, saturation and value of INPUT (as rgb2hsv writes them) back to RGB", "HSV"),
+    MOX_MODEL("rgb2hls", moxRGB2HLS, "RGB INPUT as hue, lightness and saturation", nullptr),
+    MOX_MODEL("hls2rgb", moxHLS2RGB,
+              "hue, lightness and saturation of INPUT (as rgb2hls writes them) back to RGB", "HLS"),
     Op{"applycolortwist",
        "the first three channels of INPUT through a 4x4 matrix over 2^scalingValue, plus offset",
        "moxpx applycolortwist --cTwist 0,0,1,0,0,1,0,0,1,0,0,0,0,0,0,0 --scalingValue 0 "
