@@ -54,6 +54,7 @@ class Library:
         lib.moxDeallocate.argtypes = [C.POINTER(MoxImage), C.c_int]
         lib.moxCreateColorTwist.restype = C.c_void_p
         lib.moxNorm.restype = C.c_double
+        lib.moxCreateConvKernel.restype = C.c_void_p
         lib.moxSetErrMode(1)
         lib.moxRedirectError(lib.moxNulDevReport)
 
@@ -302,8 +303,9 @@ def ignoring_mapping(fn):
     return lambda L, s, d, m: fn(L, s, d)
 
 
-def same(shape):
-    return shape
+def plain(fn, *extra):
+    """A one-source call without a mapping."""
+    return lambda L, s, d, m: getattr(L, fn)(s[0], d[0], *extra)
 
 
 SEPIA = [34, 137, 70, 0, 43, 176, 89, 0, 48, 197, 101, 0, 0, 0, 0, 0]
@@ -355,6 +357,50 @@ NEW_OPS = [
 ]
 
 
+def kernel(L, cols, rows, ax, ay, shift, values):
+    return C.c_void_p(L.moxCreateConvKernel(cols, rows, ax, ay, (C.c_int * len(values))(*values),
+                                            shift))
+
+
+def convolve(kernels, combine):
+    def call(L, s, d):
+        made = [kernel(L, *k) for k in kernels]
+        L.moxConvolve2D(s[0], d[0], (C.c_void_p * len(made))(*made), len(made), combine)
+        for k in made:
+            L.moxDeleteConvKernel(k)
+    return ignoring_mapping(call)
+
+
+def separable(x, y):
+    def call(L, s, d):
+        kx, ky = kernel(L, *x), kernel(L, *y)
+        L.moxConvolveSep2D(s[0], d[0], kx, ky)
+        L.moxDeleteConvKernel(kx)
+        L.moxDeleteConvKernel(ky)
+    return ignoring_mapping(call)
+
+
+SOBEL_X, SOBEL_Y = [-1, 0, 1, -2, 0, 2, -1, 0, 1], [-1, -2, -1, 0, 0, 0, 1, 2, 1]
+FILTER_OPS = [
+    ("convolve2d", ["--kernel", "3,3,1,1,0:0,-1,0,-1,5,-1,0,-1,0"], [np.uint8], (19, 27, 3), None,
+     None, convolve([(3, 3, 1, 1, 0, [0, -1, 0, -1, 5, -1, 0, -1, 0])], 0)),
+    ("convolve2d", ["--kernel", "3,3,1,1,1:" + ",".join(map(str, SOBEL_X)), "--kernel",
+                    "3,3,0,2,0:" + ",".join(map(str, SOBEL_Y)), "--combineMethod", "sumsqroot"],
+     [np.int16], (19, 27), None, None,
+     convolve([(3, 3, 1, 1, 1, SOBEL_X), (3, 3, 0, 2, 0, SOBEL_Y)], 2)),
+    ("convolvesep2d", ["--xKernel", "5,1,2,0,4:1,4,6,4,1", "--yKernel", "1,3,0,0,1:1,0,1"],
+     [np.uint16], (19, 27, 3), None, None,
+     separable((5, 1, 2, 0, 4, [1, 4, 6, 4, 1]), (1, 3, 0, 0, 1, [1, 0, 1]))),
+]
+FILTER_OPS += [(op, ["--nCols", 5, "--nRows", 3, "--anchorX", 1, "--anchorY", 2], [np.uint8],
+                (19, 27, 3), None, None, plain(fn, 5, 3, 1, 2))
+               for op, fn in [("blur", "moxBlur"), ("minfilter", "moxMinFilter"),
+                              ("maxfilter", "moxMaxFilter"), ("medianfilter", "moxMedianFilter")]]
+FILTER_OPS += [(op, ["--nIterations", 2], [np.uint16], (19, 27), None, None, plain(fn, 2))
+               for op, fn in [("erode", "moxErode"), ("dilate", "moxDilate"), ("open", "moxOpen"),
+                              ("close", "moxClose")]]
+
+
 def luts(channels, key, value=None, factor=None, kind=0):
     """The tables and the arrays they point at (kept alive by the caller)."""
     keys = (C.c_int * len(key))(*key)
@@ -379,7 +425,7 @@ class NewOperations(Temp):
     """Zoom, geometry, colour, alpha and statistics sub-commands against the direct call."""
 
     def test_against_the_library(self):
-        for op, options, dtypes, shape, dst_shape, model, call in NEW_OPS:
+        for op, options, dtypes, shape, dst_shape, model, call in NEW_OPS + FILTER_OPS:
             arrays = [noise(shape, t, seed + 3) for seed, t in enumerate(dtypes)]
             files = [self.save("in%d.npy" % i, a) for i, a in enumerate(arrays)]
             start = arrays[0] if dst_shape is None else np.zeros(dst_shape(shape), dtypes[0])
@@ -440,6 +486,9 @@ class NewOperations(Temp):
                 (["zoom", "--xU", 100000, "--yU", 100000, a], USAGE, "cannot be made"),
                 (["decimate", "--xU", 1, "--xL", 100, a], USAGE, "cannot be made"),
                 (["zoom", "--interpolate", "bicubic", a], USAGE, "nn, linear, cubic"),
+                (["convolve2d", "--kernel", "3,3,1,1,0:1,2", a], USAGE, "nCols*nRows values"),
+                (["convolve2d", "--kernel", "2,1,5,0,0:1,2", a], USAGE, "makes no such kernel"),
+                (["convolve2d", a], LIBRARY_FAILURE, "moxConvolve2D"),
                 (["norm", a, a, "--normType", "l3"], USAGE, "c, l1, l2, relative"),
                 (["hsv2rgb", self.save("g.npy", noise((8, 8), np.uint8, 1))], LIBRARY_FAILURE,
                  "moxHSV2RGB")]:
@@ -620,7 +669,7 @@ class CommandLine(Temp):
         f = self.save("a.npy", noise((8, 8), np.uint8, 0))
         o = self.path("o.npy")
         cases = [
-            (["blur", f, o], "no operation \"blur\""),
+            (["sharpen", f, o], "no operation \"sharpen\""),
             (["adds", "--value", "ten", f, o], "--value wants a whole number"),
             (["adds", "--value", "4294967296", f, o], "--value wants a whole number"),
             (["lshifts", "--nShift", "-1", f, o], "--nShift wants a whole number"),

@@ -173,6 +173,9 @@ void setArg(Args& args, const ArgSpec& a, const std::string& text) {
     case Kind::Flags:
     case Kind::Choice: args.ints[a.name] = parseNamed(a, text); break;
     case Kind::List: args.lists[a.name] = parseWholeNumbers(text, option); break;
+    case Kind::Kernel:
+      if (!text.empty()) args.texts[a.name].push_back(text);
+      break;
   }
 }
 

@@ -2,9 +2,13 @@
 // one line of description, an example, its arguments with their interface
 // names, and the call. A new operation adds one entry here.
 #include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <sstream>
 
 #include "formats.h"
 #include "ops.h"
@@ -42,6 +46,9 @@ const std::vector<Named> kComposites = {
     {"atop", MOX_COMPOSITE_ATOP}, {"xor", MOX_COMPOSITE_XOR}, {"plus", MOX_COMPOSITE_PLUS}};
 const std::vector<Named> kNorms = {
     {"c", MOX_NORM_C}, {"l1", MOX_NORM_L1}, {"l2", MOX_NORM_L2}, {"relative", MOX_NORM_RELATIVE}};
+const std::vector<Named> kCombines = {{"sum", MOX_SUM}, {"sumsq", MOX_SUMSQ},
+                                      {"sumsqroot", MOX_SUMSQROOT}, {"max", MOX_MAX},
+                                      {"min", MOX_MIN}};
 const std::vector<Named> kLutTypes = {{"lookup", MOX_LUT_LOOKUP}, {"inter", MOX_LUT_INTER}};
 
 const ArgSpec kValue{"value", Kind::Int, "0", "the scalar operand"};
@@ -79,6 +86,19 @@ const std::vector<const char*> kOneIn = {"INPUT"}, kTwoIn = {"A", "B"}, kOneOut 
      .args = {}, .inputs = kOneIn, .outputs = kOneOut, .mapping = true,                     \
      .call = [](const Call& c) { fn(c.src[0], c.dst[0], c.mapping); }, .srcModel = model,   \
      .wholeImage = true}
+
+// The box filters and the morphology.
+#define MOX_BOX(opName, fn, what)                                                          \
+  Op{opName, what, "moxpx " opName " --nCols 5 --nRows 5 --anchorX 2 --anchorY 2 photo.png " \
+     "result.png", kBox, kOneIn, kOneOut, false,                                            \
+     [](const Call& c) {                                                                    \
+       const Args& a = c.args;                                                              \
+       fn(c.src[0], c.dst[0], a.i("nCols"), a.i("nRows"), a.i("anchorX"), a.i("anchorY"));  \
+     }}
+#define MOX_MORPH(opName, fn, what)                                                        \
+  Op{opName, what, "moxpx " opName " --nIterations 2 photo.png result.png", {kIterations},  \
+     kOneIn, kOneOut, false,                                                                \
+     [](const Call& c) { fn(c.src[0], c.dst[0], c.args.i("nIterations")); }}
 
 // Spectra and cosine coefficients need 32 bits; samples coming back are 8U
 // unless --dstDepth says otherwise.
@@ -179,6 +199,63 @@ void applyColorTwist(const Call& c) {
   moxApplyColorTwist(c.src[0], c.dst[0], twist.get(), c.args.i("offset"), c.mapping);
 }
 
+// The convolution kernels of --name options, made by the library.
+class Kernels {
+ public:
+  Kernels(const Args& a, const char* name) {
+    const auto given = a.texts.find(name);
+    if (given == a.texts.end()) return;
+    for (const std::string& text : given->second) {
+      const std::string option = std::string("--") + name;
+      const auto colon = text.find(':');
+      std::vector<long long> head;
+      std::vector<int> values;
+      if (colon != std::string::npos && parseInts(text.substr(0, colon), head) &&
+          parseInts(text.substr(colon + 1), values) && head.size() == 5 && head[0] > 0 &&
+          head[1] > 0 && (long long)values.size() == head[0] * head[1]) {
+        MoxConvKernel* k = moxCreateConvKernel(int(head[0]), int(head[1]), int(head[2]),
+                                               int(head[3]), values.data(), int(head[4]));
+        if (!k)  // the library refuses it without a report
+          throw UsageError(option + " " + text + ": the library makes no such kernel (the " +
+                           "anchor lies outside it, or nShiftR is outside 0..31)");
+        kernels_.push_back(k);
+        continue;
+      }
+      throw UsageError(option + " wants nCols,nRows,anchorX,anchorY,nShiftR:values with " +
+                       "nCols*nRows values, not \"" + text + "\"");
+    }
+  }
+  Kernels(const Kernels&) = delete;
+  Kernels& operator=(const Kernels&) = delete;
+  ~Kernels() {
+    for (MoxConvKernel* k : kernels_) moxDeleteConvKernel(k);
+  }
+  MoxConvKernel* const* data() const { return kernels_.data(); }
+  int count() const { return int(kernels_.size()); }
+  const MoxConvKernel* first() const { return kernels_.empty() ? nullptr : kernels_[0]; }
+
+ private:
+  template <class T>
+  static bool parseInts(const std::string& text, std::vector<T>& out) {
+    std::stringstream in(text);
+    for (std::string part; std::getline(in, part, ',');) {
+      char* end = nullptr;
+      errno = 0;
+      const long long v = std::strtoll(part.c_str(), &end, 10);
+      if (part.empty() || *end || errno || v < INT_MIN || v > INT_MAX) return false;
+      out.push_back(T(v));
+    }
+    return !text.empty() && text.back() != ',';
+  }
+  std::vector<MoxConvKernel*> kernels_;
+};
+
+const ArgSpec kIterations{"nIterations", Kind::Int, "1", "how many times (1 or more)"};
+const std::vector<ArgSpec> kBox = {{"nCols", Kind::Int, "3", "the box's width"},
+                                   {"nRows", Kind::Int, "3", "the box's height"},
+                                   {"anchorX", Kind::Int, "1", "the box's anchor column"},
+                                   {"anchorY", Kind::Int, "1", "the box's anchor row"}};
+
 #if defined(MOXCLI_BMP)
 // An 8-bit palette file of the picture, made by moxConvertToDIB.
 void savePalette(const std::string& path, const Picture& result, const Args& a) {
@@ -277,6 +354,37 @@ const std::vector<Op> kOperations = {
          moxReduceBits(c.src[0], c.dst[0], c.args.i("noise"), c.args.i("ditherType"),
                        c.args.i("levels"));
        }},
+    Op{"convolve2d", "INPUT convolved with each --kernel, the results combined",
+       "moxpx convolve2d --kernel 3,3,1,1,0:0,-1,0,-1,5,-1,0,-1,0 --combineMethod sum "
+       "photo.png result.png",
+       {{"kernel", Kind::Kernel, "",
+         "nCols,nRows,anchorX,anchorY,nShiftR:values row by row (give 1 to 100)"},
+        {"combineMethod", Kind::Choice, "sum", "how the kernels' results combine", kCombines}},
+       kOneIn, kOneOut, false,
+       [](const Call& c) {
+         const Kernels k(c.args, "kernel");
+         moxConvolve2D(c.src[0], c.dst[0], k.data(), k.count(), c.args.i("combineMethod"));
+       }},
+    Op{"convolvesep2d", "INPUT convolved with a row kernel, then a column kernel",
+       "moxpx convolvesep2d --xKernel 3,1,1,0,2:1,2,1 --yKernel 1,3,0,1,2:1,2,1 photo.png "
+       "result.png",
+       {{"xKernel", Kind::Kernel, "", "the row kernel (none: skipped)"},
+        {"yKernel", Kind::Kernel, "", "the column kernel (none: skipped)"}},
+       kOneIn, kOneOut, false,
+       [](const Call& c) {
+         const Kernels x(c.args, "xKernel"), y(c.args, "yKernel");
+         if (x.count() > 1 || y.count() > 1)
+           throw UsageError("--xKernel and --yKernel are given once each");
+         moxConvolveSep2D(c.src[0], c.dst[0], x.first(), y.first());
+       }},
+    MOX_BOX("blur", moxBlur, "the mean of INPUT over a box, rounded half up"),
+    MOX_BOX("minfilter", moxMinFilter, "the minimum of INPUT over a box"),
+    MOX_BOX("maxfilter", moxMaxFilter, "the maximum of INPUT over a box"),
+    MOX_BOX("medianfilter", moxMedianFilter, "the median of INPUT over a box"),
+    MOX_MORPH("erode", moxErode, "INPUT eroded by a 3x3 square, nIterations times"),
+    MOX_MORPH("dilate", moxDilate, "INPUT dilated by a 3x3 square, nIterations times"),
+    MOX_MORPH("open", moxOpen, "INPUT eroded, then dilated, nIterations times each"),
+    MOX_MORPH("close", moxClose, "INPUT dilated, then eroded, nIterations times each"),
     Op{.name = "zoom",
        .summary = "INPUT enlarged by xU/xL across and yU/yL down",
        .example = "moxpx zoom --xU 3 --xL 2 --yU 3 --yL 2 --interpolate cubic photo.png result.png",

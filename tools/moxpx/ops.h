@@ -21,6 +21,7 @@ enum class Kind {
   Flags,     // names (or numbers) joined by commas, or-ed together
   Choice,    // one name or number
   List,      // whole numbers joined by commas; A:B stands for A, A+1, ..., B
+  Kernel,    // nCols,nRows,anchorX,anchorY,nShiftR:values; each use adds one
   Tool,      // an option of the tool itself (an integer), not passed on
 };
 

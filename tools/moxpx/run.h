@@ -29,6 +29,7 @@ struct Args {
   std::map<std::string, long long> ints;
   std::map<std::string, double> reals;
   std::map<std::string, std::vector<int>> lists;
+  std::map<std::string, std::vector<std::string>> texts;
   int i(const std::string& name) const { return int(ints.at(name)); }
   unsigned u(const std::string& name) const { return unsigned(ints.at(name)); }
   float f(const std::string& name) const { return float(reals.at(name)); }
