@@ -124,18 +124,18 @@ const GalleryEntry galleryColour[] = {
     {"rgb2hls-lightness", "Lightness of HLS", "moxRGB2HLS(photo, dst, NULL)",
      "moxpx rgb2hls photo.bmp out.bmp", lightness},
     {"twist-sepia", "Colour twist: sepia", "moxApplyColorTwist(photo, dst, sepia, 0, NULL)",
-     "moxpx applycolortwist --cTwist 34,137,70,0,43,176,89,0,48,197,101,0,0,0,0,0/8 "
-     "--offset 0 photo.bmp out.bmp",
+     "moxpx applycolortwist --cTwist 34,137,70,0,43,176,89,0,48,197,101,0,0,0,0,0 "
+     "--scalingValue 8 --offset 0 photo.bmp out.bmp",
      sepia},
     {"twist-swap", "Colour twist: first and third channels exchanged",
      "moxApplyColorTwist(photo, dst, swap, 0, NULL)",
-     "moxpx applycolortwist --cTwist 0,0,1,0,0,1,0,0,1,0,0,0,0,0,0,0/0 --offset 0 photo.bmp "
-     "out.bmp",
+     "moxpx applycolortwist --cTwist 0,0,1,0,0,1,0,0,1,0,0,0,0,0,0,0 --scalingValue 0 --offset 0 "
+     "photo.bmp out.bmp",
      swapped},
     {"twist-negative-offset", "Colour twist: negative in the band 40..255",
      "moxApplyColorTwist(photo, dst, negative, 40, NULL)",
-     "moxpx applycolortwist --cTwist -1,0,0,255,0,-1,0,255,0,0,-1,255,0,0,0,0/0 --offset 40 "
-     "photo.bmp out.bmp",
+     "moxpx applycolortwist --cTwist -1,0,0,255,0,-1,0,255,0,0,-1,255,0,0,0,0 --scalingValue 0 "
+     "--offset 40 photo.bmp out.bmp",
      negative},
     {NULL, NULL, NULL, NULL, NULL},
 };

@@ -54,12 +54,12 @@ static MoxImage* exchange(const MoxImage* photo) {
 const GalleryEntry galleryData[] = {
     {"copy-roi", "The middle of the photograph copied into the same place of a checkerboard",
      "moxCopy(photo with roi {0, w/4, h/4, h/2, w/2}, checks with the same roi, NULL)",
-     "moxpx copy --roi 0,w/4,h/4,h/2,w/2 photo.bmp checks.bmp", copy},
+     "moxpx copy --roi 112,75,225,150 photo.bmp out.bmp", copy},
     {"set-red-band", "The red channel of a band set to 255 (channel of interest 3 of BGR)",
      "moxSet(copy of photo with roi {3, 0, h/3, h/3, w}, 255, NULL)",
-     "moxpx set --fillValue 255 --roi 3,0,h/3,h/3,w photo.bmp out.bmp", set},
+     "moxpx set --fillValue 255 --roi 0,100,451,100 --coi 1 photo.bmp out.bmp", set},
     {"exchange-halves", "Left and right halves exchanged",
      "moxExchange(copy with roi {0, 0, 0, h, w/2}, copy with roi {0, w - w/2, 0, h, w/2}, NULL)",
-     "moxpx exchange photo.bmp photo.bmp", exchange},
+     "moxpx exchange --roi 0,0,225,300 photo.bmp other.bmp out.bmp other-out.bmp", exchange},
     {0, 0, 0, 0, 0},
 };

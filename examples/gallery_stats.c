@@ -115,7 +115,7 @@ const GalleryEntry galleryStats[] = {
      threshold},
     {"computehisto-256", "Histograms of blue, green and red, 256 bins each",
      "moxComputeHisto(photo, luts)",
-     "moxpx computehisto --key 0:256 photo.bmp histo.bmp", histogram},
+     "moxpx computehisto --key 0:256 photo.bmp", histogram},
     {"contraststretch-inter", "Shadows lifted by a map interpolated between keys 0, 64, 192, 256",
      "moxContrastStretch(photo, dst, luts)",
      "moxpx contraststretch --key 0,64,192,256 --value 0,128,224 --factor 131072,49152,32768 "

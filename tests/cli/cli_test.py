@@ -10,8 +10,10 @@ Usage: cli_test.py TOOL LIBRARY [unittest options]
 """
 
 import ctypes as C
+import glob
 import os
 import pty
+import re
 import subprocess
 import sys
 import tempfile
@@ -50,10 +52,13 @@ class Library:
         lib.moxCreateROI.restype = C.c_void_p
         lib.moxCreateROI.argtypes = [C.c_int] * 5
         lib.moxDeallocate.argtypes = [C.POINTER(MoxImage), C.c_int]
+        lib.moxCreateColorTwist.restype = C.c_void_p
+        lib.moxNorm.restype = C.c_double
+        lib.moxCreateConvKernel.restype = C.c_void_p
         lib.moxSetErrMode(1)
         lib.moxRedirectError(lib.moxNulDevReport)
 
-    def image(self, array, roi=None, coi=0):
+    def image(self, array, roi=None, coi=0, model=None):
         """A library image holding the array (rows, columns[, channels])."""
         h, w = array.shape[:2]
         n = array.shape[2] if array.ndim == 3 else 1
@@ -63,7 +68,8 @@ class Library:
             region = self.lib.moxCreateROI(coi, x, y, rh, rw)
         alpha = n if n in (2, 4) else 0
         im = self.lib.moxCreateImageHeader(n, alpha, DEPTHS[array.dtype.type],
-                                           b"GRAY" if n < 3 else b"RGB", b"RGBA", 0, 0, 8, h, w,
+                                           model or (b"GRAY" if n < 3 else b"RGB"), b"RGBA", 0,
+                                           0, 8, h, w,
                                            region, None, None)
         self.lib.moxAllocateImage(im, 0)
         step = im.contents.widthStep
@@ -82,10 +88,10 @@ class Library:
             C.memmove(flat[y].ctypes.data, im.contents.imageData + y * step, flat.shape[1])
         return out
 
-    def run(self, call, sources, destinations, roi=None, coi=0):
+    def run(self, call, sources, destinations, roi=None, coi=0, model=None):
         """call(lib, src images, dst images); the destinations' arrays."""
         self.lib.moxSetErrStatus(0)
-        srcs = [self.image(a, roi, coi) for a in sources]
+        srcs = [self.image(a, roi, coi, model) for a in sources]
         dsts = [self.image(a, roi, coi) for a in destinations]
         call(self.lib, srcs, dsts)
         status = self.lib.moxGetErrStatus()
@@ -249,13 +255,26 @@ class TilesAndThreads(Temp):
     RUNS = [["--tile", "8,8"], ["--tile", "16,40"], ["--threads", "1"], ["--threads", "3"],
             ["--threads", "4", "--tile", "8,16"], ["--threads", "2", "--tile", "64,64"]]
 
+    # (sub-command, options, source dtypes, channels)
+    CASES = [("add", [], [np.uint8, np.uint8], 1), ("subtracts", ["--value", 9], [np.int16], 1),
+             ("rshifts", ["--nShift", 2], [np.int32], 1), ("not", [], [np.uint16], 1),
+             ("set", ["--fillValue", 5], [np.uint8], 1),
+             ("copy", ["--depth", "1u"], [np.uint8], 1),
+             ("rotate", ["--angle", 4500, "--xCenter", 30, "--yCenter", 20,
+                         "--interpolate", "linear"], [np.uint8], 3),
+             ("colortogray", [], [np.uint8], 3),
+             ("graytocolor", ["--fractR", 0.9], [np.uint16], 1),
+             ("rgb2hsv", [], [np.uint8], 3), ("hsv2rgb", [], [np.uint8], 3),
+             ("rgb2hls", [], [np.uint16], 3), ("hls2rgb", [], [np.uint16], 3),
+             ("applycolortwist", ["--cTwist", "0,0,1,0,0,1,0,0,1,0,0,0,0,0,0,0",
+                                  "--offset", 7], [np.uint8], 3),
+             ("multiplysscale", ["--value", 99], [np.uint8], 3),
+             ("multiplyscale", [], [np.uint16, np.uint16], 1),
+             ("premultiplyalpha", ["--alphaValue", -1], [np.uint8], 4)]
+
     def test_identical_output(self):
-        cases = [("add", [], [np.uint8, np.uint8]), ("subtracts", ["--value", 9], [np.int16]),
-                 ("rshifts", ["--nShift", 2], [np.int32]), ("not", [], [np.uint16]),
-                 ("set", ["--fillValue", 5], [np.uint8]),
-                 ("copy", ["--depth", "1u"], [np.uint8])]
-        for op, options, dtypes in cases:
-            files = [self.save("in%d.npy" % i, noise((45, 70, 1), t, i))
+        for op, options, dtypes, channels in self.CASES:
+            files = [self.save("in%d.npy" % i, noise((45, 70, channels), t, i))
                      for i, t in enumerate(dtypes)]
             for roi in [[], ["--roi", "5,3,50,33"]]:
                 plain = self.npy(op, *options, *roi, *files)
@@ -270,6 +289,246 @@ class TilesAndThreads(Temp):
         self.assertIn("moxAdd: Tile size is invalid [moxadd:", done.stderr)
         done = tool("realfft2d", "--threads", "2", f, self.path("o.png"), check=USAGE)
         self.assertIn("--threads", done.stderr)
+
+
+def twist(matrix, scale, offset):
+    def call(L, s, d, m):
+        t = L.moxCreateColorTwist((C.c_int * 16)(*matrix), scale)
+        L.moxApplyColorTwist(s[0], d[0], C.c_void_p(t), offset, m)
+        L.moxDeleteColorTwist(C.c_void_p(t))
+    return call
+
+
+def ignoring_mapping(fn):
+    return lambda L, s, d, m: fn(L, s, d)
+
+
+def plain(fn, *extra):
+    """A one-source call without a mapping."""
+    return lambda L, s, d, m: getattr(L, fn)(s[0], d[0], *extra)
+
+
+SEPIA = [34, 137, 70, 0, 43, 176, 89, 0, 48, 197, 101, 0, 0, 0, 0, 0]
+F = C.c_float
+# (sub-command, options, source dtypes, source shape, destination shape from
+# the source's (None: the first source, as the tool starts it), source
+# model, the direct call with mapping m)
+NEW_OPS = [
+    ("zoom", ["--xU", 3, "--xL", 2, "--yU", 5, "--yL", 3, "--interpolate", "linear"],
+     [np.uint8], (19, 27, 3), lambda s: (s[0] * 5 // 3, s[1] * 3 // 2, 3), None,
+     ignoring_mapping(lambda L, s, d: L.moxZoom(s[0], d[0], 3, 2, 5, 3, 1, None))),
+    ("zoom", ["--xU", 2, "--xL", 1, "--yU", 2, "--yL", 1, "--interpolate", "cubic"],
+     [np.int16], (13, 9), lambda s: (26, 18), None,
+     ignoring_mapping(lambda L, s, d: L.moxZoom(s[0], d[0], 2, 1, 2, 1, 2, None))),
+    ("decimate", ["--xU", 3, "--xL", 8, "--yU", 1, "--yL", 2, "--interpolate", "cubic"],
+     [np.uint16], (40, 48, 3), lambda s: (20, 18, 3), None,
+     ignoring_mapping(lambda L, s, d: L.moxDecimate(s[0], d[0], 3, 8, 1, 2, 2, None))),
+    ("mirror", ["--flipAxis", -1], [np.int32], (11, 17, 3), None, None,
+     ignoring_mapping(lambda L, s, d: L.moxMirror(s[0], d[0], -1))),
+    ("rotate", ["--angle", 3000, "--xCenter", 10, "--yCenter", 7, "--interpolate", "cubic"],
+     [np.uint8], (19, 27, 3), None, None, one("moxRotate", 3000, 10, 7, 2)),
+    ("colortogray", [], [np.uint16], (19, 27, 3), lambda s: s[:2], None, one("moxColorToGray")),
+    ("graytocolor", ["--fractR", 1.0, "--fractG", 0.5, "--fractB", 0.25], [np.uint8], (19, 27),
+     lambda s: s + (3,), None, one("moxGrayToColor", F(1.0), F(0.5), F(0.25))),
+    ("rgb2hsv", [], [np.uint8], (19, 27, 3), None, None, one("moxRGB2HSV")),
+    ("hsv2rgb", [], [np.uint16], (19, 27, 3), None, b"HSV", one("moxHSV2RGB")),
+    ("rgb2hls", [], [np.uint16], (19, 27, 3), None, None, one("moxRGB2HLS")),
+    ("hls2rgb", [], [np.uint8], (19, 27, 3), None, b"HLS", one("moxHLS2RGB")),
+    ("applycolortwist", ["--cTwist", ",".join(map(str, SEPIA)), "--scalingValue", 8,
+                         "--offset", 5], [np.uint8], (19, 27, 3), None, None, twist(SEPIA, 8, 5)),
+    ("applycolortwist", ["--cTwist", "-1,0,0,255,0,-1,0,255,0,0,-1,255,0,0,0,0"], [np.uint16],
+     (19, 27, 4), None, None, twist([-1, 0, 0, 255, 0, -1, 0, 255, 0, 0, -1, 255] + [0] * 4, 0, 0)),
+    ("multiplysscale", ["--value", 160], [np.uint16], (19, 27, 3), None, None,
+     one("moxMultiplySScale", 160)),
+    ("multiplyscale", [], [np.uint8, np.uint8], (19, 27, 3), None, None, two("moxMultiplyScale")),
+    ("premultiplyalpha", [], [np.uint8], (19, 27, 4), None, None,
+     lambda L, s, d, m: L.moxPreMultiplyAlpha(d[0], -1, m)),
+    ("premultiplyalpha", ["--alphaValue", 100], [np.uint16], (19, 27, 2), None, None,
+     lambda L, s, d, m: L.moxPreMultiplyAlpha(d[0], 100, m)),
+    ("alphacomposite", ["--compositeType", "atop", "--divideMode", 1], [np.uint8, np.uint8],
+     (19, 27, 4), None, None,
+     ignoring_mapping(lambda L, s, d: L.moxAlphaComposite(s[0], s[1], d[0], 3, None, None, None,
+                                                          0, 1))),
+    ("alphacompositec", ["--compositeType", "over", "--aA", 96, "--aB", 200, "--premulAlpha", 1],
+     [np.uint16, np.uint16], (19, 27, 3), None, None,
+     ignoring_mapping(lambda L, s, d: L.moxAlphaCompositeC(s[0], s[1], d[0], 0, 96, 200, 1, 0))),
+    ("threshold", ["--threshold", -5], [np.int16], (19, 27, 3), None, None,
+     ignoring_mapping(lambda L, s, d: L.moxThreshold(s[0], d[0], -5))),
+]
+
+
+def kernel(L, cols, rows, ax, ay, shift, values):
+    return C.c_void_p(L.moxCreateConvKernel(cols, rows, ax, ay, (C.c_int * len(values))(*values),
+                                            shift))
+
+
+def convolve(kernels, combine):
+    def call(L, s, d):
+        made = [kernel(L, *k) for k in kernels]
+        L.moxConvolve2D(s[0], d[0], (C.c_void_p * len(made))(*made), len(made), combine)
+        for k in made:
+            L.moxDeleteConvKernel(k)
+    return ignoring_mapping(call)
+
+
+def separable(x, y):
+    def call(L, s, d):
+        kx, ky = kernel(L, *x), kernel(L, *y)
+        L.moxConvolveSep2D(s[0], d[0], kx, ky)
+        L.moxDeleteConvKernel(kx)
+        L.moxDeleteConvKernel(ky)
+    return ignoring_mapping(call)
+
+
+SOBEL_X, SOBEL_Y = [-1, 0, 1, -2, 0, 2, -1, 0, 1], [-1, -2, -1, 0, 0, 0, 1, 2, 1]
+FILTER_OPS = [
+    ("convolve2d", ["--kernel", "3,3,1,1,0:0,-1,0,-1,5,-1,0,-1,0"], [np.uint8], (19, 27, 3), None,
+     None, convolve([(3, 3, 1, 1, 0, [0, -1, 0, -1, 5, -1, 0, -1, 0])], 0)),
+    ("convolve2d", ["--kernel", "3,3,1,1,1:" + ",".join(map(str, SOBEL_X)), "--kernel",
+                    "3,3,0,2,0:" + ",".join(map(str, SOBEL_Y)), "--combineMethod", "sumsqroot"],
+     [np.int16], (19, 27), None, None,
+     convolve([(3, 3, 1, 1, 1, SOBEL_X), (3, 3, 0, 2, 0, SOBEL_Y)], 2)),
+    ("convolvesep2d", ["--xKernel", "5,1,2,0,4:1,4,6,4,1", "--yKernel", "1,3,0,0,1:1,0,1"],
+     [np.uint16], (19, 27, 3), None, None,
+     separable((5, 1, 2, 0, 4, [1, 4, 6, 4, 1]), (1, 3, 0, 0, 1, [1, 0, 1]))),
+]
+FILTER_OPS += [(op, ["--nCols", 5, "--nRows", 3, "--anchorX", 1, "--anchorY", 2], [np.uint8],
+                (19, 27, 3), None, None, plain(fn, 5, 3, 1, 2))
+               for op, fn in [("blur", "moxBlur"), ("minfilter", "moxMinFilter"),
+                              ("maxfilter", "moxMaxFilter"), ("medianfilter", "moxMedianFilter")]]
+FILTER_OPS += [(op, ["--nIterations", 2], [np.uint16], (19, 27), None, None, plain(fn, 2))
+               for op, fn in [("erode", "moxErode"), ("dilate", "moxDilate"), ("open", "moxOpen"),
+                              ("close", "moxClose")]]
+
+
+def luts(channels, key, value=None, factor=None, kind=0):
+    """The tables and the arrays they point at (kept alive by the caller)."""
+    keys = (C.c_int * len(key))(*key)
+    held, tables = [keys], (C.c_void_p * channels)()
+    for c in range(channels):
+        values = (C.c_int * (len(key) - 1))(*(value or []))
+        factors = (C.c_int * (len(key) - 1))(*(factor or []))
+        record = MoxLUT(len(key) - 1, C.cast(keys, C.POINTER(C.c_int)),
+                        C.cast(values, C.POINTER(C.c_int)), C.cast(factors, C.POINTER(C.c_int)),
+                        kind)
+        held += [values, factors, record]
+        tables[c] = C.addressof(record)
+    return tables, held
+
+
+class MoxLUT(C.Structure):
+    _fields_ = [("num", C.c_int), ("key", C.POINTER(C.c_int)), ("value", C.POINTER(C.c_int)),
+                ("factor", C.POINTER(C.c_int)), ("interpolateType", C.c_int)]
+
+
+class NewOperations(Temp):
+    """Zoom, geometry, colour, alpha and statistics sub-commands against the direct call."""
+
+    def test_against_the_library(self):
+        for op, options, dtypes, shape, dst_shape, model, call in NEW_OPS + FILTER_OPS:
+            arrays = [noise(shape, t, seed + 3) for seed, t in enumerate(dtypes)]
+            files = [self.save("in%d.npy" % i, a) for i, a in enumerate(arrays)]
+            start = arrays[0] if dst_shape is None else np.zeros(dst_shape(shape), dtypes[0])
+            with self.subTest(op=op, options=options):
+                got = self.npy(op, *options, *files)
+                want, = LIB.run(lambda L, s, d: call(L, s, d, None), arrays, [start], model=model)
+                np.testing.assert_array_equal(want, got)
+
+    def test_lookup_tables(self):
+        a = noise((21, 30, 3), np.uint8, 7)
+        f = self.save("a.npy", a)
+        key, value, factor = [0, 64, 192, 256], [0, 128, 224], [131072, 49152, 32768]
+        for op, options, tables in [
+                ("histoequalize", ["--key", "0:256"], luts(3, list(range(257)))),
+                ("histoequalize", ["--key", "16,100:110,200"],
+                 luts(3, [16] + list(range(100, 111)) + [200])),
+                ("contraststretch", ["--key", "0,64,192,256", "--value", "0,128,224", "--factor",
+                                     "131072,49152,32768", "--interpolateType", "inter"],
+                 luts(3, key, value, factor, 1)),
+                ("contraststretch", ["--key", "0,64,192,256", "--value", "9,8,7"],
+                 luts(3, key, [9, 8, 7]))]:
+            with self.subTest(op=op, options=options):
+                got = self.npy(op, *options, f)
+                fn = getattr(LIB.lib, "moxHistoEqualize" if op == "histoequalize" else
+                             "moxContrastStretch")
+                want, = LIB.run(lambda L, s, d: fn(s[0], d[0], tables[0]), [a], [a])
+                np.testing.assert_array_equal(want, got)
+
+    def test_printed_counts_and_norms(self):
+        a, b = noise((21, 30, 3), np.uint8, 8), noise((21, 30, 3), np.uint8, 9)
+        fa, fb = self.save("a.npy", a), self.save("b.npy", b)
+        out = tool("computehisto", "--key", "0,10,128,255", fa, check=DONE).stdout
+        want = [np.count_nonzero((a[..., c] >= lo) & (a[..., c] < hi))
+                for c in range(3) for lo, hi in [(0, 10), (10, 128), (128, 255)]]
+        self.assertEqual(want, [int(v) for v in out.split()])
+        self.assertEqual(3, len(out.splitlines()))
+        out = tool("computehisto", "--coi", 2, fa, check=DONE).stdout
+        self.assertEqual(np.bincount(a[..., 1].ravel(), minlength=256).tolist(),
+                         [int(v) for v in out.split()])
+        for name, code in [("c", 1), ("l1", 2), ("l2", 4), ("l2,relative", 12)]:
+            with self.subTest(normType=name):
+                printed = float(tool("norm", "--normType", name, fa, fb, check=DONE).stdout)
+                ia, ib = LIB.image(a), LIB.image(b)
+                self.assertEqual(LIB.lib.moxNorm(ia, ib, code), printed)
+                LIB.lib.moxDeallocate(ia, 15)
+                LIB.lib.moxDeallocate(ib, 15)
+
+    def test_bad_arguments(self):
+        a = self.save("a.npy", noise((8, 8, 3), np.uint8, 1))
+        for args, status, text in [
+                (["applycolortwist", "--cTwist", "1,2,3", a], USAGE, "16 numbers"),
+                (["applycolortwist", "--scalingValue", 40, a], LIBRARY_FAILURE,
+                 "moxCreateColorTwist"),
+                (["contraststretch", "--value", "1,2", a], USAGE, "--value wants one number"),
+                (["histoequalize", "--key", "5", a], USAGE, "at least two"),
+                (["histoequalize", "--key", "9:3", a], USAGE, "A <= B"),
+                (["histoequalize", "--key", "0:99999999", a], USAGE, "at most"),
+                (["zoom", "--xU", 100000, "--yU", 100000, a], USAGE, "cannot be made"),
+                (["decimate", "--xU", 1, "--xL", 100, a], USAGE, "cannot be made"),
+                (["zoom", "--interpolate", "bicubic", a], USAGE, "nn, linear, cubic"),
+                (["convolve2d", "--kernel", "3,3,1,1,0:1,2", a], USAGE, "nCols*nRows values"),
+                (["convolve2d", "--kernel", "2,1,5,0,0:1,2", a], USAGE, "makes no such kernel"),
+                (["convolve2d", a], LIBRARY_FAILURE, "moxConvolve2D"),
+                (["norm", a, a, "--normType", "l3"], USAGE, "c, l1, l2, relative"),
+                (["hsv2rgb", self.save("g.npy", noise((8, 8), np.uint8, 1))], LIBRARY_FAILURE,
+                 "moxHSV2RGB")]:
+            with self.subTest(args=args):
+                outputs = [] if args[0] == "norm" else [self.path("o.npy")]
+                done = tool(*args, *outputs, check=status)
+                self.assertIn(text, done.stderr)
+                self.assertFalse(os.path.exists(self.path("o.npy")))
+
+
+class GalleryCommands(Temp):
+    """Every gallery picture's command line is one the tool takes."""
+
+    def commands(self):
+        found = []
+        for path in sorted(glob.glob(os.path.join(SAMPLES, "..", "examples", "gallery_*.c"))):
+            with open(path) as f:
+                text = re.sub(r"/\*.*?\*/", "", f.read(), flags=re.S)
+            # Adjacent literals are one string.
+            for run in re.finditer(r'"(?:[^"\\]|\\.)*"(?:\s*"(?:[^"\\]|\\.)*")*', text):
+                value = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', run.group(0)))
+                if value.startswith("moxpx "):
+                    found.append((os.path.basename(path), value))
+        return found
+
+    def test_every_command_parses(self):
+        found = self.commands()
+        self.assertGreater(len(found), 50)
+        for path, command in found:
+            words = command.split()
+            with self.subTest(file=path, command=command):
+                help_text = tool(words[1], "--help", check=DONE).stdout
+                for word in words[2:]:
+                    if word.startswith("--"):
+                        self.assertIn("  %s " % word, help_text)
+                # In an empty folder the whole line is taken (options, values, number
+                # of files) and only reading the first input fails.
+                done = tool(*words[1:], cwd=self.dir)
+                self.assertEqual(FILE_FAILURE, done.returncode, done.stderr)
+                self.assertEqual(os.listdir(self.dir), [])
 
 
 class Transforms(Temp):
@@ -410,7 +669,7 @@ class CommandLine(Temp):
         f = self.save("a.npy", noise((8, 8), np.uint8, 0))
         o = self.path("o.npy")
         cases = [
-            (["blur", f, o], "no operation \"blur\""),
+            (["sharpen", f, o], "no operation \"sharpen\""),
             (["adds", "--value", "ten", f, o], "--value wants a whole number"),
             (["adds", "--value", "4294967296", f, o], "--value wants a whole number"),
             (["lshifts", "--nShift", "-1", f, o], "--nShift wants a whole number"),
@@ -465,6 +724,8 @@ class CommandLine(Temp):
         tool("realfft2d", "--raw", 1, self.path("p.npy"), self.path("spectrum.npy"), check=DONE)
         tool("copy", self.save("b.npy", noise((32, 48), np.uint8, 3) // 128 * 255),
              self.path("bits.png"), check=DONE)
+        tool("copy", self.save("pa.npy", noise((32, 48, 4), np.uint8, 4)),
+             self.path("photo-alpha.png"), check=DONE)
         for line in tool("list", check=DONE).stdout.splitlines()[:-1]:
             name = line.split()[0]
             text = tool(name, "--help", check=DONE).stdout

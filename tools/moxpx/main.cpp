@@ -54,7 +54,7 @@ void printHelp(const Op& op) {
   if (!op.args.empty()) {
     std::printf("arguments:\n");
     for (const ArgSpec& a : op.args) {
-      std::printf("  --%-14s %s (default %s)\n", a.name, a.help, a.preset);
+      std::printf("  --%-14s %s (default %s)\n", a.name, a.help, *a.preset ? a.preset : "none");
       if (!a.names.empty()) {
         std::string names;
         for (const Named& n : a.names) names.append(names.empty() ? "" : " ").append(n.name);
@@ -131,6 +131,26 @@ long long parseNamed(const ArgSpec& a, const std::string& text) {
   return v;
 }
 
+// Whole numbers joined by commas, A:B standing for every number from A to B.
+std::vector<int> parseWholeNumbers(const std::string& text, const std::string& option) {
+  constexpr long long kLo = std::numeric_limits<int>::min(), kHi = std::numeric_limits<int>::max();
+  constexpr long long kMost = 1 << 20;
+  std::vector<int> out;
+  if (text.empty()) return out;
+  std::stringstream in(text + ",");
+  for (std::string part; std::getline(in, part, ',');) {
+    const auto colon = part.find(':');
+    const long long from = parseNumber(part.substr(0, colon), option, kLo, kHi);
+    const long long to =
+        colon == std::string::npos ? from : parseNumber(part.substr(colon + 1), option, kLo, kHi);
+    if (to < from || to - from >= kMost - (long long)out.size())
+      usage(option + " wants A:B with A <= B and at most " + std::to_string(kMost) +
+            " numbers in all, not \"" + part + "\"");
+    for (long long v = from; v <= to; ++v) out.push_back(int(v));
+  }
+  return out;
+}
+
 void setArg(Args& args, const ArgSpec& a, const std::string& text) {
   const std::string option = std::string("--") + a.name;
   switch (a.kind) {
@@ -152,6 +172,10 @@ void setArg(Args& args, const ArgSpec& a, const std::string& text) {
     }
     case Kind::Flags:
     case Kind::Choice: args.ints[a.name] = parseNamed(a, text); break;
+    case Kind::List: args.lists[a.name] = parseWholeNumbers(text, option); break;
+    case Kind::Kernel:
+      if (!text.empty()) args.texts[a.name].push_back(text);
+      break;
   }
 }
 
@@ -228,7 +252,9 @@ void runOnce(const Command& cmd, const std::vector<std::string>& inputs,
   const Op& op = *cmd.op;
   std::vector<Picture> pictures;
   for (const auto& path : inputs) pictures.push_back(readPicture(path));
-  std::vector<Picture> results = execute(op, pictures, cmd.options, cmd.args);
+  std::string printed;
+  std::vector<Picture> results = execute(op, pictures, cmd.options, cmd.args, &printed);
+  std::fputs(printed.c_str(), stdout);
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     const Picture shown = op.view ? op.view(results[i], cmd.args, outputs[i]) : results[i];
     if (op.save)
@@ -340,8 +366,8 @@ int run(int argc, char** argv) {
     return kDone;
   }
   if (first == "list") {
-    for (const Op& op : operations()) std::printf("%-12s %s\n", op.name, op.summary);
-    std::printf("%-12s %s\n", "info", "size, depth, channels and model of image files");
+    for (const Op& op : operations()) std::printf("%-16s %s\n", op.name, op.summary);
+    std::printf("%-16s %s\n", "info", "size, depth, channels and model of image files");
     return kDone;
   }
   if (first == "info") return info(argc, argv);

@@ -20,6 +20,8 @@ enum class Kind {
   Real,      // float
   Flags,     // names (or numbers) joined by commas, or-ed together
   Choice,    // one name or number
+  List,      // whole numbers joined by commas; A:B stands for A, A+1, ..., B
+  Kernel,    // nCols,nRows,anchorX,anchorY,nShiftR:values; each use adds one
   Tool,      // an option of the tool itself (an integer), not passed on
 };
 
@@ -37,7 +39,7 @@ struct Op {
   const char* example;  // a command line
   std::vector<ArgSpec> args;
   std::vector<const char*> inputs;   // the input files, in argument order
-  std::vector<const char*> outputs;  // the output files
+  std::vector<const char*> outputs;  // the output files (none: the result is printed)
   bool mapping;                      // takes one destination tile per call
   void (*call)(const Call& c);
   // The destination depth for a working depth; null: the working depth.
@@ -53,6 +55,13 @@ struct Op {
   unsigned srcDepth = 0;
   // The destination's data order; null: pixel order.
   int (*dstOrder)(const Args& args) = nullptr;
+  // The colour model and channel sequence the sources are labelled with;
+  // null: GRAY or RGB by the number of channels, and G, GA, RGB or RGBA.
+  const char* srcModel = nullptr;
+  const char* srcSeq = nullptr;
+  // The operation works on whole images whatever their ROIs, so threads
+  // share out every destination tile, not only those of --roi.
+  bool wholeImage = false;
   // Writes a destination's file itself; null: as a picture of the file's format.
   void (*save)(const std::string& path, const Picture& result, const Args& args) = nullptr;
 };

@@ -69,6 +69,8 @@ struct Geometry {
   int width, height, channels;
   unsigned depth;
   int order = MOX_DATA_ORDER_PIXEL;
+  const char* model = nullptr;  // null: GRAY or RGB by the channels
+  const char* seq = nullptr;    // null: by the channels
 };
 
 int bitsOf(unsigned depth) { return int(depth & ~MOX_DEPTH_SIGN); }
@@ -104,8 +106,9 @@ Header makeHeader(const Geometry& g, const Options& o, MoxTileInfo* tile, void* 
     if (!roi) throw std::bad_alloc();
   }
   const int alpha = g.channels == 2 || g.channels == 4 ? g.channels : 0;
-  MoxImage* im = moxCreateImageHeader(g.channels, alpha, g.depth, g.channels < 3 ? "GRAY" : "RGB",
-                                      seqOf(g.channels), g.order, MOX_ORIGIN_TL,
+  const char* model = g.model ? g.model : g.channels < 3 ? "GRAY" : "RGB";
+  MoxImage* im = moxCreateImageHeader(g.channels, alpha, g.depth, model,
+                                      g.seq ? g.seq : seqOf(g.channels), g.order, MOX_ORIGIN_TL,
                                       MOX_ALIGN_8BYTES, g.height, g.width, roi, id, tile);
   if (!im) {
     moxDeleteROI(roi);
@@ -121,8 +124,9 @@ Header makeHeader(const Geometry& g, const Options& o, MoxTileInfo* tile, void* 
 // The pixels of one image, in a plain library image.
 class Store {
  public:
-  Store(const Picture& pic, unsigned depth, const Options& o, int order = MOX_DATA_ORDER_PIXEL) {
-    geometry_ = {pic.width, pic.height, pic.channels, depth, order};
+  Store(const Picture& pic, unsigned depth, const Options& o, int order = MOX_DATA_ORDER_PIXEL,
+        const char* model = nullptr, const char* seq = nullptr) {
+    geometry_ = {pic.width, pic.height, pic.channels, depth, order, model, seq};
     const long long step = rowStep(pic.width, pic.channels, depth, order);
     if (step * pic.height * (order == MOX_DATA_ORDER_PLANE ? pic.channels : 1) > (1LL << 31) - 64)
       throw UsageError("an image of " + std::to_string(pic.width) + "x" +
@@ -311,10 +315,10 @@ struct ThreadImages {
 
 // The destination tiles that meet the destination's rectangle.
 std::vector<std::pair<int, int>> destinationTiles(const Store& dst, const Options& o, int tw,
-                                                  int th) {
+                                                  int th, bool wholeImage) {
   const Geometry& g = dst.geometry();
   long long x0 = 0, y0 = 0, x1 = g.width, y1 = g.height;
-  if (o.roi) {
+  if (o.roi && !wholeImage) {
     x0 = o.roiX, y0 = o.roiY;
     x1 = std::min<long long>(g.width, x0 + o.roiW), y1 = std::min<long long>(g.height, y0 + o.roiH);
   }
@@ -331,13 +335,14 @@ std::vector<std::pair<int, int>> destinationTiles(const Store& dst, const Option
 }  // namespace
 
 std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
-                             const Options& o, const Args& args) {
+                             const Options& o, const Args& args, std::string* printed) {
   // The sources at the working depth; each destination starts as the input
   // of its own place (or the first), at the destination depth.
   std::vector<std::unique_ptr<Store>> sources, destinations;
   for (const Picture& p : inputs)
     sources.push_back(
-        std::make_unique<Store>(p, op.srcDepth ? op.srcDepth : o.depth ? o.depth : p.depth, o));
+        std::make_unique<Store>(p, op.srcDepth ? op.srcDepth : o.depth ? o.depth : p.depth, o,
+                                MOX_DATA_ORDER_PIXEL, op.srcModel, op.srcSeq));
   const unsigned working = sources[0]->geometry().depth;
   for (const Picture& p : inputs)
     if (o.roi && (o.roiX >= p.width || o.roiY >= p.height))
@@ -368,7 +373,7 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
     throw UsageError(std::string(op.name) + " takes no destination tile per call, so --threads cannot split it");
   // Without --tile, threads take bands of whole rows: a band reads every
   // source as one run per row, where a square tile reads a page per row.
-  const int dstWidth = destinations[0]->geometry().width;
+  const int dstWidth = (destinations.empty() ? sources : destinations)[0]->geometry().width;
   const int tw = tiled ? o.tileW : (dstWidth + 7) / 8 * 8, th = tiled ? o.tileH : 32;
 
   {
@@ -379,8 +384,9 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
     reported = false;
     ThreadImages images(sources, destinations, o, tiled, tiled, tw, th, args);
     op.call(images.call);
+    if (printed) printed->swap(images.call.printed);
   } else {
-    const auto tiles = destinationTiles(*destinations[0], o, tw, th);
+    const auto tiles = destinationTiles(*destinations[0], o, tw, th, op.wholeImage);
     std::atomic<std::size_t> next{0};
     std::atomic<bool> failed{false};
     auto work = [&] {

@@ -28,19 +28,25 @@ struct Options {
 struct Args {
   std::map<std::string, long long> ints;
   std::map<std::string, double> reals;
+  std::map<std::string, std::vector<int>> lists;
+  std::map<std::string, std::vector<std::string>> texts;
   int i(const std::string& name) const { return int(ints.at(name)); }
   unsigned u(const std::string& name) const { return unsigned(ints.at(name)); }
   float f(const std::string& name) const { return float(reals.at(name)); }
+  const std::vector<int>& list(const std::string& name) const { return lists.at(name); }
 };
 
 // What an operation's call sees: the source images, the destination images
 // (each starts as a copy of the input of the same place, or of the first),
-// the destination tile of this call (null: all) and the arguments.
+// the destination tile of this call (null: all) and the arguments. An
+// operation that computes values rather than pictures leaves its text in
+// `printed`, shown once the call has succeeded.
 struct Call {
   const MoxImage* src[3] = {};
   MoxImage* dst[2] = {};
   const int* mapping = nullptr;
   const Args& args;
+  mutable std::string printed = {};
 };
 
 struct Op;
@@ -64,7 +70,9 @@ void prepareThread();
 std::string takeReport();
 
 // Runs the operation; the destination pictures, as they are to be written.
+// What the operation printed goes into `printed` when given.
 std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
-                             const Options& options, const Args& args);
+                             const Options& options, const Args& args,
+                             std::string* printed = nullptr);
 
 }  // namespace moxcli
