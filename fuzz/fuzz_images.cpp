@@ -74,14 +74,14 @@ void FuzzImage::tileRequest(int xIndex, int yIndex, int mode) {
     const long long cols = std::min<long long>(info->width, image_->width - 1LL * xIndex * info->width);
     // Huge tiles (a valid size can be far larger than the image) are always
     // served that way.
-    if ((habit_ == TileHabit::EdgeOnly || bytes > (1 << 20)) && rows > 0 && cols > 0) {
+    if ((habit_ == TileHabit::EdgeOnly || bytes > (1 << 20)) && bytes >= 0 && rows > 0 && cols > 0) {
       const long long planes = image_->dataOrder == MOX_DATA_ORDER_PLANE ? image_->nChannels : 1;
       bytes = (planes - 1) * tileStep_ * info->height + (rows - 1) * tileStep_ +
               (cols * bitsPerPixel_ + 7) / 8;
     }
     // A tile too large to hold here is not served (the call fails as for a
     // store that cannot produce it).
-    if (bytes > (64 << 20)) {
+    if (bytes < 0 || bytes > (64 << 20)) {
       info->tileData = nullptr;
       return;
     }
@@ -157,9 +157,12 @@ bool ImageMaker::make(FuzzImage& f, const unsigned* depths, int nDepths, int cha
   if (tiled) {
     const long long a = align * 8LL;
     const long long perRow = 1LL * std::max(info->width, 0) * f.bitsPerPixel_;
-    f.tileStep_ = static_cast<int>(((perRow + a - 1) & -a) >> 3);
-    f.tileBytes_ = 1LL * f.tileStep_ * std::max(info->height, 0) *
-                   (order == MOX_DATA_ORDER_PLANE ? nChannels : 1);
+    const long long step = ((perRow + a - 1) & -a) >> 3;
+    // Tiles whose rows alone pass 64 MB are never served (tileBytes_ -1).
+    f.tileStep_ = step <= (64 << 20) ? static_cast<int>(step) : 0;
+    f.tileBytes_ = step <= (64 << 20) && info->height <= (1 << 20)
+                       ? step * std::max(info->height, 0) * (order == MOX_DATA_ORDER_PLANE ? nChannels : 1)
+                       : -1;
   } else {
     // Rows may be longer than they need to be (by whole alignment units:
     // the kernels read samples at their natural alignment).

@@ -1,5 +1,7 @@
 // Alpha work and statistics: premultiplication, composition, histograms,
 // lookup maps, equalization and norms, with lookup tables of any shape.
+#include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <vector>
 
@@ -18,9 +20,9 @@ struct Tables {
       const int num = maker.smallInt(-1, 40);
       const std::size_t n = num > 0 && num <= 70000 ? static_cast<std::size_t>(num) + 1 : 1;
       key[c].resize(n), value[c].resize(n), factor[c].resize(n);
-      int at = maker.smallInt(-300, 300);
+      long long at = maker.smallInt(-300, 300);
       for (std::size_t i = 0; i < n; ++i) {
-        key[c][i] = at;
+        key[c][i] = static_cast<int>(std::clamp<long long>(at, INT_MIN, INT_MAX));
         at += in.ConsumeIntegralInRange<int>(0, 9) ? in.ConsumeIntegralInRange<int>(1, 40) : maker.smallInt(-2, 2);
         value[c][i] = maker.smallInt(-300, 300);
         factor[c][i] = maker.smallInt(-70000, 70000);
