@@ -22,11 +22,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::quietErrors();
   FuzzedDataProvider in(data, size);
   fuzz::ImageMaker maker(in);
-  fuzz::FuzzImage a, b;
-  fuzz::FuzzImage* both[] = {&a, &b};
-  if (!maker.makeAlike(both, 2)) return 0;
-  MoxImage* src = a.get();
-  MoxImage* dst = in.ConsumeIntegralInRange<int>(0, 7) ? b.get() : a.get();
+  fuzz::SourceAndDestination images;
+  if (!images.make(in, maker)) return 0;
+  MoxImage* src = images.src;
+  MoxImage* dst = images.dst;
   if (in.ConsumeBool())
     moxSetBorderMode(src, maker.smallInt(-1, 4), in.ConsumeIntegralInRange<int>(0, 15), maker.smallInt(-300, 300));
   const int nCols = maker.smallInt(-1, 9), nRows = maker.smallInt(-1, 9);

@@ -106,6 +106,14 @@ bool ImageMaker::makeAlike(FuzzImage* const* images, int n, const unsigned* dept
   return true;
 }
 
+bool SourceAndDestination::make(FuzzedDataProvider& in, ImageMaker& maker) {
+  FuzzImage* both[] = {&a, &b};
+  if (!maker.makeAlike(both, 2)) return false;
+  src = a.get();
+  dst = in.ConsumeIntegralInRange<int>(0, 7) ? b.get() : a.get();
+  return true;
+}
+
 int ImageMaker::smallInt(int lo, int hi) {
   if (in_.ConsumeIntegralInRange<int>(0, 31) == 0) {
     constexpr int kExtremes[] = {INT_MIN, INT_MIN + 1, -65536, 65536, 1 << 30, INT_MAX};

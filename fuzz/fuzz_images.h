@@ -88,6 +88,15 @@ class ImageMaker {
   int mapping_[4] = {};
 };
 
+// A source and a destination that mostly share depth and channels; now and
+// then the destination is the source itself.
+struct SourceAndDestination {
+  FuzzImage a, b;
+  MoxImage* src = nullptr;
+  MoxImage* dst = nullptr;
+  bool make(FuzzedDataProvider& in, ImageMaker& maker);
+};
+
 }  // namespace fuzz
 
 #endif

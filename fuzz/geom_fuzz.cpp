@@ -8,11 +8,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::quietErrors();
   FuzzedDataProvider in(data, size);
   fuzz::ImageMaker maker(in);
-  fuzz::FuzzImage a, b;
-  fuzz::FuzzImage* both[] = {&a, &b};
-  if (!maker.makeAlike(both, 2)) return 0;
-  MoxImage* src = a.get();
-  MoxImage* dst = in.ConsumeIntegralInRange<int>(0, 7) ? b.get() : a.get();
+  fuzz::SourceAndDestination images;
+  if (!images.make(in, maker)) return 0;
+  MoxImage* src = images.src;
+  MoxImage* dst = images.dst;
   const int xU = maker.smallInt(-1, 9), xL = maker.smallInt(-1, 9);
   const int yU = maker.smallInt(-1, 9), yL = maker.smallInt(-1, 9);
   const int interpolate = maker.smallInt(-1, 3);

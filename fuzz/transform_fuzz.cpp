@@ -8,11 +8,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::quietErrors();
   FuzzedDataProvider in(data, size);
   fuzz::ImageMaker maker(in);
-  fuzz::FuzzImage a, b;
-  fuzz::FuzzImage* both[] = {&a, &b};
-  if (!maker.makeAlike(both, 2)) return 0;
-  MoxImage* src = a.get();
-  MoxImage* dst = in.ConsumeIntegralInRange<int>(0, 7) ? b.get() : a.get();
+  fuzz::SourceAndDestination images;
+  if (!images.make(in, maker)) return 0;
+  MoxImage* src = images.src;
+  MoxImage* dst = images.dst;
   const int flags = in.ConsumeIntegralInRange<int>(0, 3) ? in.ConsumeIntegralInRange<int>(0, 511)
                                                          : maker.smallInt(-1, 1);
   const int* map = maker.mapping();
