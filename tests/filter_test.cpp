@@ -67,7 +67,7 @@ std::vector<ll> window(const MoxImage* im, int x, int y, int c, const Box& b) {
   return v;
 }
 
-using BoxCall = void (*)(const MoxImage*, MoxImage*, int, int, int, int);
+using BoxCall = void(MOX_CALL*)(const MoxImage*, MoxImage*, int, int, int, int);
 struct BoxOp {
   const char* name;
   BoxCall call;

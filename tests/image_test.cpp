@@ -59,6 +59,10 @@ TEST(Records, CreationRefusesBadFields) {
       {"row step overflow", 4, 0, MOX_DEPTH_32S, 0, 0, 4, 1, 1 << 28},
       {"size overflow", 4, 0, MOX_DEPTH_32S, 0, 0, 4, 1 << 9, 1 << 20},
       {"plane size overflow", 4, 0, MOX_DEPTH_8U, 1, 0, 4, 1 << 15, 1 << 15},
+      // Products that would leave 64 bits on the way.
+      {"step times height beyond 64 bits", 4, 0, MOX_DEPTH_16U, 0, 0, 4, 1 << 30, 1 << 30},
+      {"row bits beyond 64 bits", 1 << 30, 0, MOX_DEPTH_32S, 0, 0, 4, 1, 1 << 30},
+      {"planes beyond 64 bits", 1 << 30, 0, MOX_DEPTH_8U, 1, 0, 8, 1 << 15, 1 << 15},
   };
   for (const auto& c : refused)
     EXPECT_EQ(header(c.nChannels, c.alpha, c.depth, c.order, c.origin, c.align, c.height, c.width),
@@ -280,6 +284,28 @@ TEST(Validation, FullChainNamesTheFirstFailingTest) {
   Good g;
   EXPECT_FALSE(mox::failsFullChain(&g.image, "srcImage", {"f", "f", 1}));
   EXPECT_TRUE(reports().empty());
+}
+
+// A tile size whose row step times height leaves 64 bits is refused as too
+// large before any tile is asked for.
+TEST(Validation, TilesTooLargeForAnySizeAreRefused) {
+  int requests = 0;
+  static int* counter;
+  counter = &requests;
+  MoxTileInfo* tiles = moxCreateTileInfo([](const MoxImage*, int, int, int) { ++*counter; }, 0,
+                                         1 << 30, 1 << 30);
+  MoxImage* image = moxCreateImageHeader(4, 0, MOX_DEPTH_16U, "RGBA", "RGBA", 0, 0, 4, 29, 29,
+                                         nullptr, nullptr, tiles);
+  ASSERT_NE(image, nullptr);
+  Capture capture;
+  moxAnd(image, image, image, nullptr);
+  ASSERT_EQ(reports().size(), 1u);
+  EXPECT_EQ(reports()[0].func, "moxAnd");
+  EXPECT_EQ(reports()[0].message,
+            "(srcImageA->tileInfo->width * srcImageA->tileInfo->height is too large)");
+  EXPECT_EQ(requests, 0);
+  moxDeallocateHeader(image);
+  moxDeleteTileInfo(tiles);
 }
 
 }  // namespace

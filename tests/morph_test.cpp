@@ -35,7 +35,7 @@ void step(const MoxImage* from, MoxImage* to, bool max) {
       }
 }
 
-using Call = void (*)(const MoxImage*, MoxImage*, int);
+using Call = void(MOX_CALL*)(const MoxImage*, MoxImage*, int);
 
 TEST(Morph, EveryOperationIsTheStepRepeated) {
   const struct Op { const char* name; Call call; bool first; int halves; } ops[] = {

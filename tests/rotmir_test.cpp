@@ -518,6 +518,18 @@ TEST(RotMirTiles, TiledRunsEqualPlainRuns) {
   EXPECT_TRUE(reports().empty());
 }
 
+// A centre far outside: the destination pieces of a tiled source fetch no
+// pixels at all, and come out as the plain run's zeros.
+TEST(RotMirTiles, PiecesThatSampleNothingFromATiledSource) {
+  Capture capture;
+  for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR, MOX_INTER_CUBIC})
+    for (int order : {0, 1})
+      expectTiledEqualsPlain(MOX_DEPTH_16U, order, 16, [&](MoxImage* s, MoxImage* d) {
+        moxRotate(s, d, 4500, 2000, -2000, inter, nullptr);
+      }, "rotate about a far centre");
+  EXPECT_TRUE(reports().empty());
+}
+
 // A tile request writes that destination tile only; a whole turn with one
 // takes the copy's walk.
 TEST(RotMirTiles, RotationWritesOnlyTheRequestedTile) {

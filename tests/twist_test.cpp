@@ -98,6 +98,10 @@ TEST(ColorTwist, OffsetBandsAndTheirEdges) {
       {MOX_DEPTH_16U, 100, 65434, 0, 65534},
       {MOX_DEPTH_8U, 0, 0x7fffffff, 31, 0},  // 1 - 2^-31 truncates to 0
       {MOX_DEPTH_8U, 0, -0x7fffffff - 1, 31, 0},
+      // Offsets at the ends of int: the sum plus the offset leaves int.
+      {MOX_DEPTH_16U, -0x7fffffff - 1, -4, 0, 0},
+      {MOX_DEPTH_16U, 0x7fffffff, 7, 0, 65535},
+      {MOX_DEPTH_8U, -0x7fffffff - 1, -300, 0, 0},
   };
   for (const auto& c : cases) {
     Matrix m{};

@@ -513,7 +513,10 @@ void twistKernel(const View* v, const void* arg) {
         const Acc m3 = a.d[4 * i + 3];
         for (int j = 0; j < n; ++j) {
           const Acc sum = Acc(m0 * c[0][j]) + Acc(m1 * c[1][j]) + Acc(m2 * c[2][j]) + m3;
-          const Acc inside = offset + (sum >> shift);
+          // Wraps only where the bands below choose the saturated ends (an
+          // offset near the ends of int).
+          const Acc inside = static_cast<Acc>(static_cast<std::make_unsigned_t<Acc>>(offset) +
+                                              static_cast<std::make_unsigned_t<Acc>>(sum >> shift));
           out[i][j] = static_cast<T>(sum < lowS ? lowOut : sum >= highS ? highOut : inside);
         }
       }

@@ -432,8 +432,8 @@ struct Median {
     const int cn = b.cn;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
     const int middle = static_cast<int>((i64(nCols) * nRows - 1) / 2);
-    const unsigned flip = D::isSigned ? 0x80u : 0u;
-    auto key = [flip](T v) { return (static_cast<unsigned>(v) & 0xFFu) ^ flip; };
+    constexpr unsigned flip = D::isSigned ? 0x80u : 0u;
+    auto key = [](T v) { return (static_cast<unsigned>(v) & 0xFFu) ^ flip; };
     if (!b.work->reserve(sizeof(int) * 256)) return false;
     int* hist = b.work->as<int>();
     for (int r = 0; r < b.h; ++r) {

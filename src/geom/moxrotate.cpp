@@ -202,13 +202,15 @@ template <class T, int K>
 void nearestRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out, int ds, int n,
                 int count, const RowPositions& r) {
   const int k = K ? K : count;
-  const char* base = s.view.data + so - std::ptrdiff_t(s.y0) * s.view.widthStep;
+  // An offset, not an address: a piece that samples nothing has no pixels.
+  const std::ptrdiff_t base = so - std::ptrdiff_t(s.y0) * s.view.widthStep;
   const std::ptrdiff_t step = s.view.widthStep;
   const unsigned w = static_cast<unsigned>(p.srcWidth), h = static_cast<unsigned>(p.srcHeight);
   for (int j = 0; j < n; ++j, out += ds) {
     const int ix = r.ix[j], iy = r.iy[j];
     if (static_cast<unsigned>(ix) < w && static_cast<unsigned>(iy) < h) {
-      const T* at = reinterpret_cast<const T*>(base + iy * step) + std::ptrdiff_t(ix - s.x0) * ss;
+      const T* at = reinterpret_cast<const T*>(s.view.data + base + iy * step) +
+                    std::ptrdiff_t(ix - s.x0) * ss;
       for (int c = 0; c < k; ++c) out[c] = at[c];
     } else {
       for (int c = 0; c < k; ++c) out[c] = 0;

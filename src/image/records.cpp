@@ -26,12 +26,18 @@ bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOr
                 int* widthStep, int* imageSize) {
   const long long bits = depthBits(depth);
   const long long a = static_cast<long long>(align) * 8;
-  const long long perRow = dataOrder == 0 ? 1LL * width * bits * nChannels : 1LL * width * bits;
+  const long long pixelBits = 1LL * width * bits;  // at most 2^36 in size
+  const long long channels = dataOrder == 0 ? nChannels : 1;
   const long long planes = dataOrder == 0 ? 1 : nChannels;
   if (a <= 0) return false;
-  const long long step = ((perRow + a - 1) & -a) >> 3;
-  const long long size = step * height * planes;
-  if (step > INT_MAX || step < INT_MIN || size > INT_MAX || size < INT_MIN) return false;
+  // Each product is checked before the next, so that none leaves 64 bits.
+  if (channels != 0 && std::llabs(pixelBits) > (1LL << 62) / std::llabs(channels)) return false;
+  const long long step = ((pixelBits * channels + a - 1) & -a) >> 3;
+  if (step > INT_MAX || step < INT_MIN) return false;
+  const long long rows = step * height;
+  if (rows > INT_MAX || rows < INT_MIN) return false;
+  const long long size = rows * planes;
+  if (size > INT_MAX || size < INT_MIN) return false;
   *widthStep = static_cast<int>(step);
   *imageSize = static_cast<int>(size);
   return true;
