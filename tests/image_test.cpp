@@ -292,8 +292,10 @@ TEST(Validation, TilesTooLargeForAnySizeAreRefused) {
   int requests = 0;
   static int* counter;
   counter = &requests;
-  MoxTileInfo* tiles = moxCreateTileInfo([](const MoxImage*, int, int, int) { ++*counter; }, 0,
-                                         1 << 30, 1 << 30);
+  struct Count {
+    static void MOX_CALL callBack(const MoxImage*, int, int, int) { ++*counter; }
+  };
+  MoxTileInfo* tiles = moxCreateTileInfo(&Count::callBack, 0, 1 << 30, 1 << 30);
   MoxImage* image = moxCreateImageHeader(4, 0, MOX_DEPTH_16U, "RGBA", "RGBA", 0, 0, 4, 29, 29,
                                          nullptr, nullptr, tiles);
   ASSERT_NE(image, nullptr);

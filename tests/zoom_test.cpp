@@ -164,7 +164,7 @@ std::vector<ll> decimateReference(const MoxImage* s, MoxImage* d, Call c) {
 
 struct Op {
   const char* name;
-  void (*run)(const MoxImage*, MoxImage*, int, int, int, int, int, const int*);
+  void(MOX_CALL* run)(const MoxImage*, MoxImage*, int, int, int, int, int, const int*);
   std::vector<ll> (*reference)(const MoxImage*, MoxImage*, Call);
   bool enlarges;
 };
