@@ -530,7 +530,7 @@ void twistKernel(const View* v, const void* arg) {
 
 // ---------------------------------------------------------------- table
 
-KernelTable makeTable() {
+constexpr KernelTable makeTable() {
   KernelTable t{};
   using U8 = std::uint8_t;
   using U16 = std::uint16_t;

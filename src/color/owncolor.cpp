@@ -5,7 +5,7 @@
 
 namespace mox::color {
 
-const KernelTable kBaseKernels = makeTable();
+constinit const KernelTable kBaseKernels = makeTable();
 
 const KernelTable& baseKernels() { return kBaseKernels; }
 

@@ -14,6 +14,7 @@
 #include "color/kernels.h"
 
 namespace mox::color {
-const KernelTable kWideKernels = makeTable();
+// Filled at compile time: no code of this file runs before the processor is asked.
+constinit const KernelTable kWideKernels = makeTable();
 }  // namespace mox::color
 #endif
