@@ -6,6 +6,9 @@
 #
 #   fuzz/run.sh [BUILD_DIR] [SECONDS] [PARALLEL] [WORK]
 #   defaults:    build-fuzz  10        2          BUILD_DIR/fuzz-work
+# With FUZZ_RUNS=N set, each target runs N inputs from a fixed seed instead
+# of for SECONDS: the same run every time, which is what CI wants (a fault a
+# timed run finds at random would turn an unrelated change red).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build-fuzz}
@@ -28,7 +31,9 @@ echo "replayed the corpora of: ${families[*]}"
 fuzz_one() {
   local f=$1
   mkdir -p "$work/$f"
-  if "$build/fuzz/moxpx_fuzz_$f" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  local limit=(-max_total_time="$seconds")
+  [ -n "${FUZZ_RUNS:-}" ] && limit=(-runs="$FUZZ_RUNS" -seed=1)
+  if "$build/fuzz/moxpx_fuzz_$f" "${limit[@]}" -timeout=10 -rss_limit_mb=2048 \
        -print_final_stats=1 -artifact_prefix="$work/$f-" "$work/$f" "fuzz/corpus/$f" \
        > "$work/$f.log" 2>&1; then
     echo "$f: $(grep -m1 -o 'Done [0-9]* runs in [0-9]* second(s)' "$work/$f.log")"
@@ -39,5 +44,5 @@ fuzz_one() {
   fi
 }
 export -f fuzz_one
-export build seconds work
+export build seconds work FUZZ_RUNS
 printf '%s\n' "${families[@]}" | xargs -P "$parallel" -I{} bash -c 'fuzz_one {}'
