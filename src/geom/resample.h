@@ -42,20 +42,22 @@ struct Check {
 bool failsPlacement(const MoxImage* s, const MoxImage* d, const char* func, const char* file,
                     int roiLine, int srcHeaderLine, int dstHeaderLine);
 
-// Runs the body with the default floating-point environment (round to
-// nearest, no flush to zero) and gives the caller's environment back after.
+// Runs the body rounding to nearest and gives the caller's rounding mode back
+// after. Only the rounding mode is switched: restoring a whole saved
+// environment does not give the mode back on every system's runtime.
 class FpScope {
  public:
-  FpScope() {
-    std::fegetenv(&saved_);
-    std::fesetenv(FE_DFL_ENV);
+  FpScope() : mode_(std::fegetround()) {
+    if (mode_ != FE_TONEAREST) std::fesetround(FE_TONEAREST);
   }
-  ~FpScope() { std::fesetenv(&saved_); }
+  ~FpScope() {
+    if (mode_ != FE_TONEAREST) std::fesetround(mode_);
+  }
   FpScope(const FpScope&) = delete;
   FpScope& operator=(const FpScope&) = delete;
 
  private:
-  std::fenv_t saved_;
+  int mode_;
 };
 
 // One run of channels a kernel resamples together: `k` channels that lie next
