@@ -17,7 +17,7 @@ from ._lib import MoxError, MoxImage, MoxROI, MoxTileInfo, MoxTileCallBack, lib,
 from ._image import Image
 from ._ops import FUNCTIONS as _FUNCTIONS, run, raw, available
 from . import _ops, structs as _structs
-from .spectrum import pack_spectrum, unpack_spectrum
+from .packing import pack_spectrum, unpack_spectrum
 
 __version__ = "1.3.3"
 

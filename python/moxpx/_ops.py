@@ -208,8 +208,8 @@ class Op:
         self.margin, self.models, self.alpha = margin, models, alpha
         self.params = []
         for p in params.split():
-            spec, _, default = p.partition("=")
-            pname, _, kind = spec.partition(":")
+            decl, _, default = p.partition("=")
+            pname, _, kind = decl.partition(":")
             self.params.append((pname, kind, eval(default, {}) if default else inspect._empty))
 
     def function(self):

@@ -200,11 +200,11 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     RawFile (a new array when None). roi/coi: the region of every image.
     """
     op = resolve(op, args)
-    spec = getattr(op, "op", None)
+    entry = getattr(op, "op", None)
     # The tiled image: the destination, or the one image written in place.
-    written = spec and ("d" if spec.layout.count("d") == 1 and "w" not in spec.layout else
-                        "w" if spec.layout.count("w") == 1 and "d" not in spec.layout else None)
-    if not written or "m" not in spec.layout:
+    written = entry and ("d" if entry.layout.count("d") == 1 and "w" not in entry.layout else
+                        "w" if entry.layout.count("w") == 1 and "d" not in entry.layout else None)
+    if not written or "m" not in entry.layout:
         raise ValueError("moxpx.parallel runs operations that write one image tile by tile "
                          "(whose call takes `mapping`)")
     bound = op.bind(*args, **kw)
@@ -214,21 +214,21 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     if written == "w":
         if out is not None:
             raise ValueError("%s writes its image in place: it takes no out=" % op.__name__)
-        at = [k for k in spec.layout if k in "sw"].index("w")
+        at = [k for k in entry.layout if k in "sw"].index("w")
         out = sources.pop(at)
-    scalars = [_CONVERT[kind](v[p]) for p, kind, _ in spec.params]
+    scalars = [_CONVERT[kind](v[p]) for p, kind, _ in entry.params]
     # The colour model of each image (as the operation's entry asks; the
     # tiled image's last) and whether images carry alpha.
-    models = [spec.models[i] if spec.models else None
-              for i, k in enumerate(spec.layout) if k == "s"]
-    models.append(spec.models[spec.layout.index(written)] if spec.models else None)
+    models = [entry.models[i] if entry.models else None
+              for i, k in enumerate(entry.layout) if k == "s"]
+    models.append(entry.models[entry.layout.index(written)] if entry.models else None)
     plain = [None if isinstance(s, RawFile) else
-             image_of(s, roi, coi, model=m, alpha=spec.alpha) for s, m in zip(sources, models)]
+             image_of(s, roi, coi, model=m, alpha=entry.alpha) for s, m in zip(sources, models)]
     if out is None:
         # A raw file stands in by an array of its shape that holds no pixels.
         shapes = [p if p is not None else np.broadcast_to(np.zeros((), s.dtype), s.shape)
                   for p, s in zip(plain, sources)]
-        h, w, c, dtype = spec.dst(shapes)
+        h, w, c, dtype = entry.dst(shapes)
         out = new_array(h, w, c, dtype)
     target = out.array if isinstance(out, RawFile) else out
     if not isinstance(target, np.ndarray) or not target.flags.writeable:
@@ -240,7 +240,7 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     tiles = [(tx, ty) for ty in range(y0 // max(tht, 1), max(y1 - 1, 0) // max(tht, 1) + 1)
              for tx in range(x0 // max(tw, 1), max(x1 - 1, 0) // max(tw, 1) + 1)]
     n = threads or os.cpu_count() or 1
-    fn = _lib.functions[spec.cname]
+    fn = _lib.functions[entry.cname]
     local = threading.local()
     made = []
     lock = threading.Lock()
@@ -250,9 +250,9 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
         if mine is None:
             reg = _Registry()
             srcs = [p if p is not None else
-                    TiledImage(s, (tw, tht), False, reg, m, spec.alpha)
+                    TiledImage(s, (tw, tht), False, reg, m, entry.alpha)
                     for p, s, m in zip(plain, sources, models)]
-            dst = TiledImage(out, (tw, tht), True, reg, models[-1], spec.alpha)
+            dst = TiledImage(out, (tw, tht), True, reg, models[-1], entry.alpha)
             for t in srcs + [dst]:
                 if isinstance(t, TiledImage):
                     t.set_region(roi, coi)
@@ -268,7 +268,7 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
         reg, srcs, dst = images_of_thread()
         it_src, it_sc = iter(srcs), iter(scalars)
         cargs = []
-        for k in spec.layout:
+        for k in entry.layout:
             if k == "s":
                 cargs.append(next(it_src).pointer)
             elif k == written:

@@ -48,7 +48,7 @@ def apply(op, *args, tile=None, border=None, **kw):
         raise ValueError("moxpx.dask.apply takes whole arrays: slice them instead of roi=, "
                          "and use the returned array instead of out=")
     op = resolve(op, args)
-    spec = getattr(op, "op", None)
+    entry = getattr(op, "op", None)
     bound = op.bind(*args, **kw)
     image_names, images = image_arguments(bound)
     first = next((x for x in images if isinstance(x, da.Array)), None)
@@ -64,7 +64,7 @@ def apply(op, *args, tile=None, border=None, **kw):
 
     # What a block's result looks like: run the function on a small block.
     probe_in = [np.zeros((8, 8) + x.shape[2:], x.dtype) for x in blocks]
-    probe = op(*probe_in, **rest) if spec is None or spec.margin is None else None
+    probe = op(*probe_in, **rest) if entry is None or entry.margin is None else None
 
     boundary, rule = _boundary(border)
 
@@ -74,8 +74,8 @@ def apply(op, *args, tile=None, border=None, **kw):
             bs = [Image(b, border=rule) for b in bs]
         return op(*bs, **rest)
 
-    if spec is not None and spec.margin is not None:
-        my, mx = spec.margin(bound.arguments)
+    if entry is not None and entry.margin is not None:
+        my, mx = entry.margin(bound.arguments)
         depth = {0: my, 1: mx}
         for axis in range(2, blocks[0].ndim):
             depth[axis] = 0

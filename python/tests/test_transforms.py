@@ -49,8 +49,8 @@ def test_a_packed_numpy_spectrum_transforms_back_to_the_image(h, w):
 
 def test_result_type_and_channels():
     x = RNG.integers(0, 256, (8, 8, 3)).astype(np.uint8)
-    spec = moxpx.real_fft2d(x, dtype=np.int16)
-    assert spec.dtype == np.int16 and spec.shape == x.shape
+    packed = moxpx.real_fft2d(x, dtype=np.int16)
+    assert packed.dtype == np.int16 and packed.shape == x.shape
     one = moxpx.real_fft2d(x, coi=2)
     np.testing.assert_array_equal(one[..., 1], moxpx.real_fft2d(np.ascontiguousarray(x[..., 1])))
     assert (one[..., [0, 2]] == 0).all()
