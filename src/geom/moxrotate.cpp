@@ -23,6 +23,7 @@
 #include <cstring>
 
 #include "frame/frame.h"
+#include "frame/trig.h"
 #include "geom/ownrotmir.h"
 #include "image/source.h"
 
@@ -57,8 +58,7 @@ constexpr double kTolerance = 1e-7;
 // sin and cos of x in [0, 2 pi) in plain double arithmetic (the C library's
 // differ between systems): x is reduced by the nearest multiple of pi/2,
 // whose three parts have short enough mantissas for exact products, and the
-// rest goes through the Taylor series, whose first omitted terms are below
-// 1e-18 on [-pi/4, pi/4].
+// rest goes through the series of sinCosSmall.
 void sinCos(double x, double* sn, double* cs) {
   constexpr double kTwoOverPi = 0.63661977236758134308;
   constexpr double kPiHalf1 = 1.57079632673412561417e+00;
@@ -66,19 +66,8 @@ void sinCos(double x, double* sn, double* cs) {
   constexpr double kPiHalf3 = 2.02226624871116645580e-21;
   const int q = static_cast<int>(x * kTwoOverPi + 0.5);
   const double r = ((x - q * kPiHalf1) - q * kPiHalf2) - q * kPiHalf3;
-  const double r2 = r * r;
-  // 1/n! for the terms of each series, highest first.
-  static const double kSin[] = {1.0 / 355687428096000.0, -1.0 / 1307674368000.0,
-                                1.0 / 6227020800.0,      -1.0 / 39916800.0,
-                                1.0 / 362880.0,          -1.0 / 5040.0,
-                                1.0 / 120.0,             -1.0 / 6.0};
-  static const double kCos[] = {1.0 / 20922789888000.0, -1.0 / 87178291200.0, 1.0 / 479001600.0,
-                                -1.0 / 3628800.0,       1.0 / 40320.0,        -1.0 / 720.0,
-                                1.0 / 24.0,             -0.5};
-  double ps = 0, pc = 0;
-  for (double k : kSin) ps = ps * r2 + k;
-  for (double k : kCos) pc = pc * r2 + k;
-  const double s = r + r * (r2 * ps), c = 1.0 + r2 * pc;
+  double s, c;
+  mox::sinCosSmall(r, &s, &c);
   switch (q & 3) {
     case 0: *sn = s, *cs = c; break;
     case 1: *sn = c, *cs = -s; break;

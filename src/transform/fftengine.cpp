@@ -5,6 +5,7 @@
 
 #include "fftplan.h"
 #include "frame/frame.h"
+#include "frame/trig.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,33 +17,8 @@ namespace mox::fft {
 
 namespace {
 
-// sin and cos of x in [0, pi/4] by their Taylor series (the first omitted
-// terms are below 1e-17 there), in plain double arithmetic.
-void sinCosOctant(double x, double* sn, double* cs) {
-  const double x2 = x * x;
-  double s = 1.0 / 6402373705728000.0;  // 1/18!, then down the odd and even terms
-  double c = 1.0 / 20922789888000.0;    // 1/16!
-  s = 1.0 / 355687428096000.0 - x2 * s;  // 1/17!
-  s = 1.0 / 1307674368000.0 - x2 * s;    // 1/15!
-  s = 1.0 / 6227020800.0 - x2 * s;       // 1/13!
-  s = 1.0 / 39916800.0 - x2 * s;         // 1/11!
-  s = 1.0 / 362880.0 - x2 * s;           // 1/9!
-  s = 1.0 / 5040.0 - x2 * s;             // 1/7!
-  s = 1.0 / 120.0 - x2 * s;              // 1/5!
-  s = 1.0 / 6.0 - x2 * s;                // 1/3!
-  c = 1.0 / 87178291200.0 - x2 * c;      // 1/14!
-  c = 1.0 / 479001600.0 - x2 * c;        // 1/12!
-  c = 1.0 / 3628800.0 - x2 * c;          // 1/10!
-  c = 1.0 / 40320.0 - x2 * c;            // 1/8!
-  c = 1.0 / 720.0 - x2 * c;              // 1/6!
-  c = 1.0 / 24.0 - x2 * c;               // 1/4!
-  c = 0.5 - x2 * c;                      // 1/2!
-  *sn = x - x * (x2 * s);
-  *cs = 1.0 - x2 * c;
-}
-
 // exp(sign * 2 pi i k / n). The turn is cut into eighths with integers and
-// the rest computed by sinCosOctant, not by the C library, whose sin and cos
+// the rest computed by sinCosSmall, not by the C library, whose sin and cos
 // differ between processors and systems: every build and machine gets the
 // same tables and so the same transforms.
 void unitRoot(long long k, long long n, int sign, double* re, double* im) {
@@ -55,7 +31,7 @@ void unitRoot(long long k, long long n, int sign, double* re, double* im) {
   const bool odd = octant % 2 != 0;
   const double x = kQuarterPi * static_cast<double>(odd ? n - r : r) / static_cast<double>(n);
   double s, c;
-  sinCosOctant(x, &s, &c);
+  sinCosSmall(x, &s, &c);
   double cosA = 0, sinA = 0;
   switch (octant) {
     case 0: cosA = c, sinA = s; break;    // phi
