@@ -19,36 +19,32 @@ float fraction(FuzzedDataProvider& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::quietErrors();
-  FuzzedDataProvider in(data, size);
-  fuzz::ImageMaker maker(in);
-  fuzz::SourceAndDestination images;
-  if (!images.make(in, maker)) return 0;
-  MoxImage* src = images.src;
-  MoxImage* dst = images.dst;
-  const int* mapping = maker.mapping();
-  switch (in.ConsumeIntegralInRange<int>(0, 10)) {
-    case 0: moxColorToGray(src, dst, mapping); break;
-    case 1: {
-      const float r = fraction(in), g = fraction(in), b2 = fraction(in);
-      moxGrayToColor(src, dst, r, g, b2, mapping);
-      break;
+  return fuzz::runOnSourceAndDestination(data, size, [](FuzzedDataProvider& in,
+                                                        fuzz::ImageMaker& maker, MoxImage* src,
+                                                        MoxImage* dst) {
+    const int* mapping = maker.mapping();
+    switch (in.ConsumeIntegralInRange<int>(0, 10)) {
+      case 0: moxColorToGray(src, dst, mapping); break;
+      case 1: {
+        const float r = fraction(in), g = fraction(in), b2 = fraction(in);
+        moxGrayToColor(src, dst, r, g, b2, mapping);
+        break;
+      }
+      case 2: moxRGB2HSV(src, dst, mapping); break;
+      case 3: moxHSV2RGB(src, dst, mapping); break;
+      case 4: moxRGB2HLS(src, dst, mapping); break;
+      case 5: moxHLS2RGB(src, dst, mapping); break;
+      case 6: {
+        int matrix[16];
+        for (int& v : matrix) v = maker.smallInt(-70000, 70000);
+        MoxColorTwist* twist = moxCreateColorTwist(matrix, maker.smallInt(-2, 31));
+        moxApplyColorTwist(src, dst, twist, maker.smallInt(-300, 300), mapping);
+        moxDeleteColorTwist(twist);
+        break;
+      }
+      case 7: moxReduceBits(src, dst, maker.smallInt(-1, 101), maker.smallInt(-1, 5), maker.smallInt(-1, 257)); break;
+      case 8: moxConvert(src, dst); break;
+      default: moxBitonalToGray(src, dst, maker.smallInt(-300, 300), maker.smallInt(-300, 300)); break;
     }
-    case 2: moxRGB2HSV(src, dst, mapping); break;
-    case 3: moxHSV2RGB(src, dst, mapping); break;
-    case 4: moxRGB2HLS(src, dst, mapping); break;
-    case 5: moxHLS2RGB(src, dst, mapping); break;
-    case 6: {
-      int matrix[16];
-      for (int& v : matrix) v = maker.smallInt(-70000, 70000);
-      MoxColorTwist* twist = moxCreateColorTwist(matrix, maker.smallInt(-2, 31));
-      moxApplyColorTwist(src, dst, twist, maker.smallInt(-300, 300), mapping);
-      moxDeleteColorTwist(twist);
-      break;
-    }
-    case 7: moxReduceBits(src, dst, maker.smallInt(-1, 101), maker.smallInt(-1, 5), maker.smallInt(-1, 257)); break;
-    case 8: moxConvert(src, dst); break;
-    default: moxBitonalToGray(src, dst, maker.smallInt(-300, 300), maker.smallInt(-300, 300)); break;
-  }
-  return 0;
+  });
 }

@@ -19,44 +19,40 @@ MoxConvKernel* kernel(FuzzedDataProvider& in, fuzz::ImageMaker& maker) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::quietErrors();
-  FuzzedDataProvider in(data, size);
-  fuzz::ImageMaker maker(in);
-  fuzz::SourceAndDestination images;
-  if (!images.make(in, maker)) return 0;
-  MoxImage* src = images.src;
-  MoxImage* dst = images.dst;
-  if (in.ConsumeBool())
-    moxSetBorderMode(src, maker.smallInt(-1, 4), in.ConsumeIntegralInRange<int>(0, 15), maker.smallInt(-300, 300));
-  const int nCols = maker.smallInt(-1, 9), nRows = maker.smallInt(-1, 9);
-  const int anchorX = maker.smallInt(-1, 9), anchorY = maker.smallInt(-1, 9);
-  const int iterations = in.ConsumeIntegralInRange<int>(-1, 3);
-  switch (in.ConsumeIntegralInRange<int>(0, 9)) {
-    case 0: moxBlur(src, dst, nCols, nRows, anchorX, anchorY); break;
-    case 1: moxMinFilter(src, dst, nCols, nRows, anchorX, anchorY); break;
-    case 2: moxMaxFilter(src, dst, nCols, nRows, anchorX, anchorY); break;
-    case 3: moxMedianFilter(src, dst, nCols, nRows, anchorX, anchorY); break;
-    case 4: moxErode(src, dst, iterations); break;
-    case 5: moxDilate(src, dst, iterations); break;
-    case 6: moxOpen(src, dst, iterations); break;
-    case 7: moxClose(src, dst, iterations); break;
-    case 8: {
-      MoxConvKernel* kernels[3] = {};
-      const int n = in.ConsumeIntegralInRange<int>(0, 3);
-      for (int i = 0; i < n; ++i) kernels[i] = kernel(in, maker);
-      moxConvolve2D(src, dst, n ? kernels : nullptr, in.ConsumeIntegralInRange<int>(-1, 5) == 5 ? 101 : n,
-                    maker.smallInt(-1, 5));
-      for (MoxConvKernel* k : kernels) moxDeleteConvKernel(k);
-      break;
+  return fuzz::runOnSourceAndDestination(data, size, [](FuzzedDataProvider& in,
+                                                        fuzz::ImageMaker& maker, MoxImage* src,
+                                                        MoxImage* dst) {
+    if (in.ConsumeBool())
+      moxSetBorderMode(src, maker.smallInt(-1, 4), in.ConsumeIntegralInRange<int>(0, 15), maker.smallInt(-300, 300));
+    const int nCols = maker.smallInt(-1, 9), nRows = maker.smallInt(-1, 9);
+    const int anchorX = maker.smallInt(-1, 9), anchorY = maker.smallInt(-1, 9);
+    const int iterations = in.ConsumeIntegralInRange<int>(-1, 3);
+    switch (in.ConsumeIntegralInRange<int>(0, 9)) {
+      case 0: moxBlur(src, dst, nCols, nRows, anchorX, anchorY); break;
+      case 1: moxMinFilter(src, dst, nCols, nRows, anchorX, anchorY); break;
+      case 2: moxMaxFilter(src, dst, nCols, nRows, anchorX, anchorY); break;
+      case 3: moxMedianFilter(src, dst, nCols, nRows, anchorX, anchorY); break;
+      case 4: moxErode(src, dst, iterations); break;
+      case 5: moxDilate(src, dst, iterations); break;
+      case 6: moxOpen(src, dst, iterations); break;
+      case 7: moxClose(src, dst, iterations); break;
+      case 8: {
+        MoxConvKernel* kernels[3] = {};
+        const int n = in.ConsumeIntegralInRange<int>(0, 3);
+        for (int i = 0; i < n; ++i) kernels[i] = kernel(in, maker);
+        moxConvolve2D(src, dst, n ? kernels : nullptr, in.ConsumeIntegralInRange<int>(-1, 5) == 5 ? 101 : n,
+                      maker.smallInt(-1, 5));
+        for (MoxConvKernel* k : kernels) moxDeleteConvKernel(k);
+        break;
+      }
+      default: {
+        MoxConvKernel* x = in.ConsumeBool() ? kernel(in, maker) : nullptr;
+        MoxConvKernel* y = in.ConsumeBool() ? kernel(in, maker) : nullptr;
+        moxConvolveSep2D(src, dst, x, y);
+        moxDeleteConvKernel(x);
+        moxDeleteConvKernel(y);
+        break;
+      }
     }
-    default: {
-      MoxConvKernel* x = in.ConsumeBool() ? kernel(in, maker) : nullptr;
-      MoxConvKernel* y = in.ConsumeBool() ? kernel(in, maker) : nullptr;
-      moxConvolveSep2D(src, dst, x, y);
-      moxDeleteConvKernel(x);
-      moxDeleteConvKernel(y);
-      break;
-    }
-  }
-  return 0;
+  });
 }

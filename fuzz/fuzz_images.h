@@ -97,6 +97,18 @@ struct SourceAndDestination {
   bool make(FuzzedDataProvider& in, ImageMaker& maker);
 };
 
+// A whole target that works on a source and a destination: quiets the
+// reports, builds both from the input and runs body(in, maker, src, dst).
+template <class Body>
+int runOnSourceAndDestination(const std::uint8_t* data, std::size_t size, Body body) {
+  quietErrors();
+  FuzzedDataProvider in(data, size);
+  ImageMaker maker(in);
+  SourceAndDestination images;
+  if (images.make(in, maker)) body(in, maker, images.src, images.dst);
+  return 0;
+}
+
 }  // namespace fuzz
 
 #endif
