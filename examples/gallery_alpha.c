@@ -3,33 +3,12 @@
 #include <stddef.h>
 
 #include "gallery.h"
+#include "gallery_images.h"
 
-/* A new 8-bit image: channels (with the alpha channel's number, 0: none),
-   rows and columns; null when there is no memory. The statistics' pictures
-   use it too. */
-MoxImage* galleryAlphaNewImage(int channels, int alpha, int height, int width) {
-  MoxImage* im = moxCreateImageHeader(
-      channels, alpha, MOX_DEPTH_8U, channels == 1 ? "GRAY" : channels == 4 ? "RGBA" : "RGB",
-      channels == 1 ? "GRAY" : channels == 4 ? "BGRA" : "BGR", MOX_DATA_ORDER_PIXEL,
-      MOX_ORIGIN_TL, MOX_ALIGN_4BYTES, height, width, NULL, NULL, NULL);
-  if (!im) return NULL;
-  moxAllocateImage(im, 0);
-  if (!im->imageData) {
-    moxDeallocateHeader(im);
-    return NULL;
-  }
-  return im;
-}
-
-/* The picture, or null (releasing it) after a reported failure. */
-MoxImage* galleryAlphaDone(MoxImage* im) {
-  if (!im || moxGetErrStatus() == MOX_StsNoError) return im;
-  moxDeallocate(im, MOX_FREE_HEADER | MOX_FREE_DATA);
-  return NULL;
-}
-
+/* An 8-bit image of the photograph's size and origin. */
 static MoxImage* like(const MoxImage* photo, int channels, int alpha) {
-  return galleryAlphaNewImage(channels, alpha, photo->height, photo->width);
+  return galleryNewImage(MOX_DEPTH_8U, channels, alpha, photo->origin, photo->height,
+                         photo->width);
 }
 
 /* The photograph with a fourth channel, alpha, rising from 0 at the left
@@ -51,19 +30,19 @@ static MoxImage* withAlphaRamp(const MoxImage* photo) {
 static MoxImage* scaleS(const MoxImage* photo) {
   MoxImage* dst = like(photo, 3, 0);
   if (dst) moxMultiplySScale(photo, dst, 160, NULL);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 static MoxImage* scaleSelf(const MoxImage* photo) {
   MoxImage* dst = like(photo, 3, 0);
   if (dst) moxMultiplyScale(photo, photo, dst, NULL);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 static MoxImage* premultiply(const MoxImage* photo) {
   MoxImage* dst = withAlphaRamp(photo);
   if (dst) moxPreMultiplyAlpha(dst, -1, NULL);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 static MoxImage* compositeC(const MoxImage* photo) {
@@ -74,7 +53,7 @@ static MoxImage* compositeC(const MoxImage* photo) {
     moxAlphaCompositeC(photo, night, dst, MOX_COMPOSITE_OVER, 96, 255, 0, 0);
   }
   if (night) moxDeallocate(night, MOX_FREE_HEADER | MOX_FREE_DATA);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 static MoxImage* compositeXor(const MoxImage* photo) {
@@ -82,7 +61,7 @@ static MoxImage* compositeXor(const MoxImage* photo) {
   MoxImage* dst = like(photo, 4, 4);
   if (a && dst) moxAlphaComposite(a, photo, dst, MOX_COMPOSITE_XOR, NULL, NULL, NULL, 0, 0);
   if (a) moxDeallocate(a, MOX_FREE_HEADER | MOX_FREE_DATA);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 const GalleryEntry galleryAlpha[] = {

@@ -3,11 +3,13 @@
 
 #include <string.h>
 
-MoxImage* galleryImage(const MoxImage* photo, unsigned int depth, int nChannels) {
-  MoxImage* im = moxCreateImageHeader(nChannels, 0, depth, nChannels == 1 ? "GRAY" : "RGB",
-                                      nChannels == 1 ? "GRAY" : nChannels == 4 ? "BGRA" : "BGR",
-                                      MOX_DATA_ORDER_PIXEL, photo->origin, MOX_ALIGN_4BYTES,
-                                      photo->height, photo->width, NULL, NULL, NULL);
+MoxImage* galleryNewImage(unsigned int depth, int nChannels, int alphaChannel, int origin,
+                          int height, int width) {
+  MoxImage* im = moxCreateImageHeader(
+      nChannels, alphaChannel, depth,
+      nChannels == 1 ? "GRAY" : alphaChannel ? "RGBA" : "RGB",
+      nChannels == 1 ? "GRAY" : nChannels == 4 ? "BGRA" : "BGR", MOX_DATA_ORDER_PIXEL, origin,
+      MOX_ALIGN_4BYTES, height, width, NULL, NULL, NULL);
   if (!im) return NULL;
   moxAllocateImage(im, 0);
   if (!im->imageData) {
@@ -15,6 +17,10 @@ MoxImage* galleryImage(const MoxImage* photo, unsigned int depth, int nChannels)
     return NULL;
   }
   return im;
+}
+
+MoxImage* galleryImage(const MoxImage* photo, unsigned int depth, int nChannels) {
+  return galleryNewImage(depth, nChannels, 0, photo->origin, photo->height, photo->width);
 }
 
 MoxImage* galleryRamp(const MoxImage* photo) {

@@ -5,9 +5,13 @@
 
 #include "moxpx.h"
 
-/* A new image of the photograph's size and origin with the given depth and
-   channels ("BGR" sequence for 3 and 4 channels), filled with 0; null when
-   out of memory. */
+/* A new image filled with 0: depth, channels ("BGR" sequence for 3 and 4
+   channels), the alpha channel's number (0: none; the model is then "RGBA"),
+   origin and size; null when out of memory. */
+MoxImage* galleryNewImage(unsigned int depth, int nChannels, int alphaChannel, int origin,
+                          int height, int width);
+
+/* The same, of the photograph's size and origin, without alpha. */
 MoxImage* galleryImage(const MoxImage* photo, unsigned int depth, int nChannels);
 
 /* A left-to-right ramp from 0 to 255 in every channel (8U, 3 channels). */

@@ -3,19 +3,13 @@
 #include <stddef.h>
 
 #include "gallery.h"
+#include "gallery_images.h"
 
-/* From gallery_alpha.c. */
-MoxImage* galleryAlphaNewImage(int channels, int alpha, int height, int width);
-MoxImage* galleryAlphaDone(MoxImage* im);
-
-static MoxImage* create(int channels, int height, int width) {
-  return galleryAlphaNewImage(channels, 0, height, width);
-}
 
 static MoxImage* threshold(const MoxImage* photo) {
-  MoxImage* dst = create(3, photo->height, photo->width);
+  MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   if (dst) moxThreshold(photo, dst, 128);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 /* 256 bins of one value per channel. */
@@ -30,7 +24,7 @@ static MoxImage* histogram(const MoxImage* photo) {
   static int counts[3][256];
   MoxLUT luts[3];
   MoxLUT* all[3];
-  MoxImage* dst = create(3, 200, 256);
+  MoxImage* dst = galleryNewImage(MOX_DEPTH_8U, 3, 0, MOX_ORIGIN_TL, 200, 256);
   int c, v, y, top = 1;
   fillKeys();
   for (c = 0; c < 3; ++c) {
@@ -47,7 +41,7 @@ static MoxImage* histogram(const MoxImage* photo) {
     for (v = 0; v < 256; ++v)
       for (y = 0; y < 200 && (long)(200 - y) * top <= 200L * counts[c][v] * 3 / 2; ++y)
         ((unsigned char*)dst->imageData)[(199 - y) * dst->widthStep + 3 * v + c] = 255;
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 /* Shadows lifted, highlights kept: slopes of 16 fraction bits. */
@@ -56,19 +50,19 @@ static MoxImage* stretch(const MoxImage* photo) {
   static int factor[3] = {2 * 65536, 49152, 32768};
   MoxLUT lut;
   MoxLUT* all[3];
-  MoxImage* dst = create(3, photo->height, photo->width);
+  MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   lut.num = 3, lut.key = key, lut.value = value, lut.factor = factor;
   lut.interpolateType = MOX_LUT_INTER;
   all[0] = all[1] = all[2] = &lut;
   if (dst) moxContrastStretch(photo, dst, all);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 static MoxImage* equalize(const MoxImage* photo) {
   static int counts[3][256];
   MoxLUT luts[3];
   MoxLUT* all[3];
-  MoxImage* dst = create(3, photo->height, photo->width);
+  MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   int c;
   fillKeys();
   for (c = 0; c < 3; ++c) {
@@ -77,21 +71,21 @@ static MoxImage* equalize(const MoxImage* photo) {
     all[c] = &luts[c];
   }
   if (dst) moxHistoEqualize(photo, dst, all);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 /* Each 16 x 16 block: the C norm of the photograph against its threshold
    picture, i.e. how far the block's values lie from black or white. */
 static MoxImage* norms(const MoxImage* photo) {
-  MoxImage* two = create(3, photo->height, photo->width);
-  MoxImage* dst = create(1, photo->height, photo->width);
+  MoxImage* two = galleryImage(photo, MOX_DEPTH_8U, 3);
+  MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 1);
   MoxROI a, b;
   MoxImage pa, pb;
   int x, y, i, j;
   if (two) moxThreshold(photo, two, 128);
   if (!two || !dst || moxGetErrStatus() != MOX_StsNoError) {
     if (two) moxDeallocate(two, MOX_FREE_HEADER | MOX_FREE_DATA);
-    return galleryAlphaDone(dst);
+    return galleryResult(dst);
   }
   pa = *photo, pb = *two;
   pa.roi = &a, pb.roi = &b;
@@ -106,7 +100,7 @@ static MoxImage* norms(const MoxImage* photo) {
           ((unsigned char*)dst->imageData)[j * dst->widthStep + i] = (unsigned char)(2 * n > 255 ? 255 : 2 * n);
     }
   moxDeallocate(two, MOX_FREE_HEADER | MOX_FREE_DATA);
-  return galleryAlphaDone(dst);
+  return galleryResult(dst);
 }
 
 const GalleryEntry galleryStats[] = {
