@@ -192,10 +192,10 @@ int main(int argc, char** argv) {
     for (e = galleryFamilies[family]; e->name; ++e, ++k) {
       const int p = k % loaded;
       MoxImage* result;
-      moxSetErrStatus(MOX_StsNoError); /* each entry judges only its own calls */
-      result = e->run(photos[p]);
       MoxImage* shown;
       int bits;
+      moxSetErrStatus(MOX_StsNoError); /* each entry judges only its own calls */
+      result = e->run(photos[p]);
       if (!result) {
         printf("failed: %s\n", e->name);
         ++failed;
