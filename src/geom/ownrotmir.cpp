@@ -7,20 +7,21 @@ namespace mox::geom {
 
 namespace {
 
-unsigned char reversedByte(unsigned b) {
+constexpr unsigned char reversedByte(unsigned b) {
   unsigned r = 0;
   for (int i = 0; i < 8; ++i) r |= ((b >> i) & 1u) << (7 - i);
   return static_cast<unsigned char>(r);
 }
 
 struct ByteReversal {
-  unsigned char table[256];
-  ByteReversal() {
+  unsigned char table[256] = {};
+  constexpr ByteReversal() {
     for (unsigned b = 0; b < 256; ++b) table[b] = reversedByte(b);
   }
 };
 
-const ByteReversal kReversal;
+// Built at compile time, not when the library loads.
+constexpr ByteReversal kReversal;
 
 }  // namespace
 
