@@ -40,8 +40,8 @@ extern const Format kPngFormat;
 extern const Format kJpegFormat;
 #endif
 
-// Converts the values to another depth, saturating (16U to 8U keeps the high
-// byte when highByte is set).
-Picture convertDepth(const Picture& picture, unsigned depth, bool highByte);
+// The values at the depth a file format holds, saturated (16U to 8U keeps
+// the high byte).
+Picture convertDepth(const Picture& picture, unsigned depth);
 
 }  // namespace moxcli

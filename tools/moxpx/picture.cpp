@@ -98,14 +98,14 @@ std::string modelOf(int channels) {
   }
 }
 
-Picture convertDepth(const Picture& in, unsigned depth, bool highByte) {
+Picture convertDepth(const Picture& in, unsigned depth) {
   if (in.depth == depth) return in;
   Picture out;
   out.width = in.width, out.height = in.height, out.channels = in.channels, out.depth = depth;
   out.allocate();
   const std::size_t n = std::size_t(in.width) * in.height * in.channels;
   const std::size_t ib = in.valueBytes(), ob = out.valueBytes();
-  const bool shift = highByte && in.depth == MOX_DEPTH_16U && depth == MOX_DEPTH_8U;
+  const bool shift = in.depth == MOX_DEPTH_16U && depth == MOX_DEPTH_8U;
   for (std::size_t i = 0; i < n; ++i) {
     const long long v = valueAt(&in.pixels[i * ib], in.depth);
     store(&out.pixels[i * ob], depth, shift ? v >> 8 : v);
@@ -165,7 +165,7 @@ void writePicture(const std::string& path, const Picture& picture) {
   // when it has them, else 8 bits.
   unsigned depth = MOX_DEPTH_8U;
   if (picture.depth != MOX_DEPTH_8S && f->holds(MOX_DEPTH_16U)) depth = MOX_DEPTH_16U;
-  f->write(path, convertDepth(picture, depth, true));
+  f->write(path, convertDepth(picture, depth));
 }
 
 // ------------------------------------------------------------------ npy

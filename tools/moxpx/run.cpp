@@ -121,6 +121,19 @@ Header makeHeader(const Geometry& g, const Options& o, MoxTileInfo* tile, void* 
   return Header(im);
 }
 
+// Converts the whole of `from` into `to` (same size and channels; any depths
+// and data orders) with the library's moxConvert, their ROIs set aside for
+// the call. A report becomes a LibraryFailure.
+void convertWhole(MoxImage* from, MoxImage* to) {
+  MoxROI* const fromRoi = from->roi;
+  MoxROI* const toRoi = to->roi;
+  from->roi = to->roi = nullptr;
+  reported = false;
+  moxConvert(from, to);
+  from->roi = fromRoi, to->roi = toRoi;
+  if (reported) throw LibraryFailure(takeReport());
+}
+
 // The pixels of one image, in a plain library image.
 class Store {
  public:
@@ -142,59 +155,41 @@ class Store {
 
   // The pixels as a picture (a 1-bit image as 8 bits, set bits 255).
   Picture picture() const {
-    Picture out;
     const Geometry& g = geometry_;
+    Picture out;
     out.width = g.width, out.height = g.height, out.channels = g.channels;
     out.depth = g.depth == MOX_DEPTH_1U ? MOX_DEPTH_8U : g.depth;
     out.allocate();
-    for (int y = 0; y < g.height; ++y) {
-      const auto* row = reinterpret_cast<const unsigned char*>(header_->imageData) +
-                        std::size_t(y) * header_->widthStep;
-      unsigned char* to = out.pixels.data() + std::size_t(y) * out.rowBytes();
-      if (g.order == MOX_DATA_ORDER_PLANE)
-        planes(row, to, out.valueBytes(), false);
-      else if (g.depth == MOX_DEPTH_1U)
-        for (int x = 0; x < g.width; ++x) to[x] = (row[x >> 3] >> (7 - (x & 7)) & 1) ? 255 : 0;
-      else
-        std::memcpy(to, row, out.rowBytes());
-    }
+    const Header flat = pictureHeader(out);
+    convertWhole(header_.get(), flat.get());
+    for (int y = 0; y < g.height; ++y)
+      std::memcpy(out.pixels.data() + std::size_t(y) * out.rowBytes(),
+                  flat->imageData + std::size_t(y) * flat->widthStep, out.rowBytes());
     return out;
   }
 
  private:
+  // The picture's values go through an image of their own depth in pixel
+  // order, which the library converts to this one.
   void fill(const Picture& pic) {
-    const Geometry& g = geometry_;
-    const Picture values =
-        convertDepth(pic, g.depth == MOX_DEPTH_1U ? MOX_DEPTH_8U : g.depth, false);
-    for (int y = 0; y < g.height; ++y) {
-      auto* row = reinterpret_cast<unsigned char*>(header_->imageData) +
-                  std::size_t(y) * header_->widthStep;
-      const unsigned char* from = values.pixels.data() + std::size_t(y) * values.rowBytes();
-      if (g.order == MOX_DATA_ORDER_PLANE) {
-        planes(row, const_cast<unsigned char*>(from), values.valueBytes(), true);
-      } else if (g.depth == MOX_DEPTH_1U) {
-        for (int x = 0; x < g.width; ++x)
-          if (from[x]) row[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
-      } else {
-        std::memcpy(row, from, values.rowBytes());
-      }
-    }
+    // A header the library cannot use (1-bit with several channels) stays
+    // empty: the operation reports its fault.
+    if (moxBadImageHeader(header_.get()) != 0) return;
+    const Header own = pictureHeader(pic);
+    for (int y = 0; y < pic.height; ++y)
+      std::memcpy(own->imageData + std::size_t(y) * own->widthStep,
+                  pic.pixels.data() + std::size_t(y) * pic.rowBytes(), pic.rowBytes());
+    convertWhole(own.get(), header_.get());
   }
 
-  // Moves one row between the planes (row: the row in the first plane) and
-  // a row of interleaved values.
-  void planes(const unsigned char* row, unsigned char* values, std::size_t bytes, bool in) const {
-    const Geometry& g = geometry_;
-    const std::size_t plane = std::size_t(header_->widthStep) * g.height;
-    for (int c = 0; c < g.channels; ++c)
-      for (int x = 0; x < g.width; ++x) {
-        unsigned char* p = const_cast<unsigned char*>(row) + c * plane + x * bytes;
-        unsigned char* v = values + (std::size_t(x) * g.channels + c) * bytes;
-        if (in)
-          std::memcpy(p, v, bytes);
-        else
-          std::memcpy(v, p, bytes);
-      }
+  // An allocated pixel-order image shaped like the picture, labelled as this one.
+  Header pictureHeader(const Picture& pic) const {
+    const Geometry g{pic.width, pic.height, pic.channels, pic.depth, MOX_DATA_ORDER_PIXEL,
+                     geometry_.model, geometry_.seq};
+    Header im = makeHeader(g, Options{}, nullptr, nullptr);
+    moxAllocateImage(im.get(), 0);
+    if (!im->imageData) throw std::bad_alloc();
+    return im;
   }
 
   Geometry geometry_;
