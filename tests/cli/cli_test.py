@@ -139,12 +139,22 @@ class Temp(unittest.TestCase):
         return np.load(out)
 
 
-def two(fn, *extra):
-    return lambda L, s, d, m: getattr(L, fn)(s[0], s[1], d[0], *extra, m)
+def plain(fn, *extra):
+    """A call of one source and one destination."""
+    return lambda L, s, d: getattr(L, fn)(s[0], d[0], *extra)
+
+
+def both(fn, *extra):
+    """A call of two sources and one destination."""
+    return lambda L, s, d: getattr(L, fn)(s[0], s[1], d[0], *extra)
 
 
 def one(fn, *extra):
-    return lambda L, s, d, m: getattr(L, fn)(s[0], d[0], *extra, m)
+    return plain(fn, *extra, None)
+
+
+def two(fn, *extra):
+    return both(fn, *extra, None)
 
 
 # (sub-command, its options, sources, the direct call with mapping m)
@@ -168,7 +178,7 @@ POINT_OPS = [
     ("abs", [], 1, one("moxAbs")),
     ("not", [], 1, one("moxNot")),
     ("copy", [], 1, one("moxCopy")),
-    ("set", ["--fillValue", 300], 1, lambda L, s, d, m: L.moxSet(d[0], 300, m)),
+    ("set", ["--fillValue", 300], 1, lambda L, s, d: L.moxSet(d[0], 300, None)),
 ]
 
 
@@ -183,7 +193,7 @@ class PointOperations(Temp):
                 files = [self.save("in%d.npy" % i, a) for i, a in enumerate(arrays)]
                 with self.subTest(op=op, options=options, dtype=dtype.__name__):
                     got = self.npy(op, *options, *files)
-                    want, = LIB.run(lambda L, s, d: call(L, s, d, None), arrays, arrays[:1])
+                    want, = LIB.run(call, arrays, arrays[:1])
                     np.testing.assert_array_equal(want, got)
 
     def test_roi_and_coi(self):
@@ -238,8 +248,7 @@ class Conversions(Temp):
                 np.testing.assert_array_equal(want, got)
 
     def test_palette_file(self):
-        if ".bmp" not in tool("--help").stdout:
-            self.skipTest("this build writes no BMP files")
+        needs_bmp(self)
         g = noise((9, 14), np.uint8, 6)
         out = self.path("p.bmp")
         tool("converttodib", "--dither", "fs", "--paletteConversion", "medcut",
@@ -283,77 +292,57 @@ class TilesAndThreads(Temp):
                         np.testing.assert_array_equal(plain, self.npy(op, *options, *roi, *run,
                                                                       *files))
 
-    def test_tile_requests_reach_the_library(self):
-        f = self.save("a.npy", noise((16, 16), np.uint8, 0))
-        done = tool("add", "--tile", "12,12", f, f, self.path("o.npy"), check=LIBRARY_FAILURE)
-        self.assertIn("moxAdd: Tile size is invalid [moxadd:", done.stderr)
-        done = tool("realfft2d", "--threads", "2", f, self.path("o.png"), check=USAGE)
-        self.assertIn("--threads", done.stderr)
 
 
 def twist(matrix, scale, offset):
-    def call(L, s, d, m):
+    def call(L, s, d):
         t = L.moxCreateColorTwist((C.c_int * 16)(*matrix), scale)
-        L.moxApplyColorTwist(s[0], d[0], C.c_void_p(t), offset, m)
+        L.moxApplyColorTwist(s[0], d[0], C.c_void_p(t), offset, None)
         L.moxDeleteColorTwist(C.c_void_p(t))
     return call
 
 
-def ignoring_mapping(fn):
-    return lambda L, s, d, m: fn(L, s, d)
-
-
-def plain(fn, *extra):
-    """A one-source call without a mapping."""
-    return lambda L, s, d, m: getattr(L, fn)(s[0], d[0], *extra)
+def alpha(value):
+    return lambda L, s, d: L.moxPreMultiplyAlpha(d[0], value, None)
 
 
 SEPIA = [34, 137, 70, 0, 43, 176, 89, 0, 48, 197, 101, 0, 0, 0, 0, 0]
+INVERT = [-1, 0, 0, 255, 0, -1, 0, 255, 0, 0, -1, 255, 0, 0, 0, 0]
 F = C.c_float
-# (sub-command, options, source dtypes, source shape, destination shape from
-# the source's (None: the first source, as the tool starts it), source
-# model, the direct call with mapping m)
+RGB = (19, 27, 3)
+# (sub-command, options, source dtypes, source shape, destination shape (None:
+# the first source's, as the tool starts it), source model, the direct call)
 NEW_OPS = [
     ("zoom", ["--xU", 3, "--xL", 2, "--yU", 5, "--yL", 3, "--interpolate", "linear"],
-     [np.uint8], (19, 27, 3), lambda s: (s[0] * 5 // 3, s[1] * 3 // 2, 3), None,
-     ignoring_mapping(lambda L, s, d: L.moxZoom(s[0], d[0], 3, 2, 5, 3, 1, None))),
+     [np.uint8], RGB, (31, 40, 3), None, plain("moxZoom", 3, 2, 5, 3, 1, None)),
     ("zoom", ["--xU", 2, "--xL", 1, "--yU", 2, "--yL", 1, "--interpolate", "cubic"],
-     [np.int16], (13, 9), lambda s: (26, 18), None,
-     ignoring_mapping(lambda L, s, d: L.moxZoom(s[0], d[0], 2, 1, 2, 1, 2, None))),
+     [np.int16], (13, 9), (26, 18), None, plain("moxZoom", 2, 1, 2, 1, 2, None)),
     ("decimate", ["--xU", 3, "--xL", 8, "--yU", 1, "--yL", 2, "--interpolate", "cubic"],
-     [np.uint16], (40, 48, 3), lambda s: (20, 18, 3), None,
-     ignoring_mapping(lambda L, s, d: L.moxDecimate(s[0], d[0], 3, 8, 1, 2, 2, None))),
-    ("mirror", ["--flipAxis", -1], [np.int32], (11, 17, 3), None, None,
-     ignoring_mapping(lambda L, s, d: L.moxMirror(s[0], d[0], -1))),
+     [np.uint16], (40, 48, 3), (20, 18, 3), None, plain("moxDecimate", 3, 8, 1, 2, 2, None)),
+    ("mirror", ["--flipAxis", -1], [np.int32], (11, 17, 3), None, None, plain("moxMirror", -1)),
     ("rotate", ["--angle", 3000, "--xCenter", 10, "--yCenter", 7, "--interpolate", "cubic"],
-     [np.uint8], (19, 27, 3), None, None, one("moxRotate", 3000, 10, 7, 2)),
-    ("colortogray", [], [np.uint16], (19, 27, 3), lambda s: s[:2], None, one("moxColorToGray")),
-    ("graytocolor", ["--fractR", 1.0, "--fractG", 0.5, "--fractB", 0.25], [np.uint8], (19, 27),
-     lambda s: s + (3,), None, one("moxGrayToColor", F(1.0), F(0.5), F(0.25))),
-    ("rgb2hsv", [], [np.uint8], (19, 27, 3), None, None, one("moxRGB2HSV")),
-    ("hsv2rgb", [], [np.uint16], (19, 27, 3), None, b"HSV", one("moxHSV2RGB")),
-    ("rgb2hls", [], [np.uint16], (19, 27, 3), None, None, one("moxRGB2HLS")),
-    ("hls2rgb", [], [np.uint8], (19, 27, 3), None, b"HLS", one("moxHLS2RGB")),
+     [np.uint8], RGB, None, None, one("moxRotate", 3000, 10, 7, 2)),
+    ("colortogray", [], [np.uint16], RGB, RGB[:2], None, one("moxColorToGray")),
+    ("graytocolor", ["--fractR", 1.0, "--fractG", 0.5, "--fractB", 0.25], [np.uint8], RGB[:2],
+     RGB, None, one("moxGrayToColor", F(1.0), F(0.5), F(0.25))),
+    ("rgb2hsv", [], [np.uint8], RGB, None, None, one("moxRGB2HSV")),
+    ("hsv2rgb", [], [np.uint16], RGB, None, b"HSV", one("moxHSV2RGB")),
+    ("rgb2hls", [], [np.uint16], RGB, None, None, one("moxRGB2HLS")),
+    ("hls2rgb", [], [np.uint8], RGB, None, b"HLS", one("moxHLS2RGB")),
     ("applycolortwist", ["--cTwist", ",".join(map(str, SEPIA)), "--scalingValue", 8,
-                         "--offset", 5], [np.uint8], (19, 27, 3), None, None, twist(SEPIA, 8, 5)),
-    ("applycolortwist", ["--cTwist", "-1,0,0,255,0,-1,0,255,0,0,-1,255,0,0,0,0"], [np.uint16],
-     (19, 27, 4), None, None, twist([-1, 0, 0, 255, 0, -1, 0, 255, 0, 0, -1, 255] + [0] * 4, 0, 0)),
-    ("multiplysscale", ["--value", 160], [np.uint16], (19, 27, 3), None, None,
+                         "--offset", 5], [np.uint8], RGB, None, None, twist(SEPIA, 8, 5)),
+    ("applycolortwist", ["--cTwist", ",".join(map(str, INVERT))], [np.uint16], (19, 27, 4), None,
+     None, twist(INVERT, 0, 0)),
+    ("multiplysscale", ["--value", 160], [np.uint16], RGB, None, None,
      one("moxMultiplySScale", 160)),
-    ("multiplyscale", [], [np.uint8, np.uint8], (19, 27, 3), None, None, two("moxMultiplyScale")),
-    ("premultiplyalpha", [], [np.uint8], (19, 27, 4), None, None,
-     lambda L, s, d, m: L.moxPreMultiplyAlpha(d[0], -1, m)),
-    ("premultiplyalpha", ["--alphaValue", 100], [np.uint16], (19, 27, 2), None, None,
-     lambda L, s, d, m: L.moxPreMultiplyAlpha(d[0], 100, m)),
+    ("multiplyscale", [], [np.uint8, np.uint8], RGB, None, None, two("moxMultiplyScale")),
+    ("premultiplyalpha", [], [np.uint8], (19, 27, 4), None, None, alpha(-1)),
+    ("premultiplyalpha", ["--alphaValue", 100], [np.uint16], (19, 27, 2), None, None, alpha(100)),
     ("alphacomposite", ["--compositeType", "atop", "--divideMode", 1], [np.uint8, np.uint8],
-     (19, 27, 4), None, None,
-     ignoring_mapping(lambda L, s, d: L.moxAlphaComposite(s[0], s[1], d[0], 3, None, None, None,
-                                                          0, 1))),
+     (19, 27, 4), None, None, both("moxAlphaComposite", 3, None, None, None, 0, 1)),
     ("alphacompositec", ["--compositeType", "over", "--aA", 96, "--aB", 200, "--premulAlpha", 1],
-     [np.uint16, np.uint16], (19, 27, 3), None, None,
-     ignoring_mapping(lambda L, s, d: L.moxAlphaCompositeC(s[0], s[1], d[0], 0, 96, 200, 1, 0))),
-    ("threshold", ["--threshold", -5], [np.int16], (19, 27, 3), None, None,
-     ignoring_mapping(lambda L, s, d: L.moxThreshold(s[0], d[0], -5))),
+     [np.uint16, np.uint16], RGB, None, None, both("moxAlphaCompositeC", 0, 96, 200, 1, 0)),
+    ("threshold", ["--threshold", -5], [np.int16], RGB, None, None, plain("moxThreshold", -5)),
 ]
 
 
@@ -362,41 +351,35 @@ def kernel(L, cols, rows, ax, ay, shift, values):
                                             shift))
 
 
-def convolve(kernels, combine):
+def convolve(kernels, combine=None, sep=False):
     def call(L, s, d):
         made = [kernel(L, *k) for k in kernels]
-        L.moxConvolve2D(s[0], d[0], (C.c_void_p * len(made))(*made), len(made), combine)
+        if sep:
+            L.moxConvolveSep2D(s[0], d[0], *made)
+        else:
+            L.moxConvolve2D(s[0], d[0], (C.c_void_p * len(made))(*made), len(made), combine)
         for k in made:
             L.moxDeleteConvKernel(k)
-    return ignoring_mapping(call)
-
-
-def separable(x, y):
-    def call(L, s, d):
-        kx, ky = kernel(L, *x), kernel(L, *y)
-        L.moxConvolveSep2D(s[0], d[0], kx, ky)
-        L.moxDeleteConvKernel(kx)
-        L.moxDeleteConvKernel(ky)
-    return ignoring_mapping(call)
+    return call
 
 
 SOBEL_X, SOBEL_Y = [-1, 0, 1, -2, 0, 2, -1, 0, 1], [-1, -2, -1, 0, 0, 0, 1, 2, 1]
 FILTER_OPS = [
-    ("convolve2d", ["--kernel", "3,3,1,1,0:0,-1,0,-1,5,-1,0,-1,0"], [np.uint8], (19, 27, 3), None,
+    ("convolve2d", ["--kernel", "3,3,1,1,0:0,-1,0,-1,5,-1,0,-1,0"], [np.uint8], RGB, None,
      None, convolve([(3, 3, 1, 1, 0, [0, -1, 0, -1, 5, -1, 0, -1, 0])], 0)),
     ("convolve2d", ["--kernel", "3,3,1,1,1:" + ",".join(map(str, SOBEL_X)), "--kernel",
                     "3,3,0,2,0:" + ",".join(map(str, SOBEL_Y)), "--combineMethod", "sumsqroot"],
-     [np.int16], (19, 27), None, None,
+     [np.int16], RGB[:2], None, None,
      convolve([(3, 3, 1, 1, 1, SOBEL_X), (3, 3, 0, 2, 0, SOBEL_Y)], 2)),
     ("convolvesep2d", ["--xKernel", "5,1,2,0,4:1,4,6,4,1", "--yKernel", "1,3,0,0,1:1,0,1"],
-     [np.uint16], (19, 27, 3), None, None,
-     separable((5, 1, 2, 0, 4, [1, 4, 6, 4, 1]), (1, 3, 0, 0, 1, [1, 0, 1]))),
+     [np.uint16], RGB, None, None,
+     convolve([(5, 1, 2, 0, 4, [1, 4, 6, 4, 1]), (1, 3, 0, 0, 1, [1, 0, 1])], sep=True)),
 ]
 FILTER_OPS += [(op, ["--nCols", 5, "--nRows", 3, "--anchorX", 1, "--anchorY", 2], [np.uint8],
-                (19, 27, 3), None, None, plain(fn, 5, 3, 1, 2))
+                RGB, None, None, plain(fn, 5, 3, 1, 2))
                for op, fn in [("blur", "moxBlur"), ("minfilter", "moxMinFilter"),
                               ("maxfilter", "moxMaxFilter"), ("medianfilter", "moxMedianFilter")]]
-FILTER_OPS += [(op, ["--nIterations", 2], [np.uint16], (19, 27), None, None, plain(fn, 2))
+FILTER_OPS += [(op, ["--nIterations", 2], [np.uint16], RGB[:2], None, None, plain(fn, 2))
                for op, fn in [("erode", "moxErode"), ("dilate", "moxDilate"), ("open", "moxOpen"),
                               ("close", "moxClose")]]
 
@@ -428,10 +411,10 @@ class NewOperations(Temp):
         for op, options, dtypes, shape, dst_shape, model, call in NEW_OPS + FILTER_OPS:
             arrays = [noise(shape, t, seed + 3) for seed, t in enumerate(dtypes)]
             files = [self.save("in%d.npy" % i, a) for i, a in enumerate(arrays)]
-            start = arrays[0] if dst_shape is None else np.zeros(dst_shape(shape), dtypes[0])
+            start = arrays[0] if dst_shape is None else np.zeros(dst_shape, dtypes[0])
             with self.subTest(op=op, options=options):
                 got = self.npy(op, *options, *files)
-                want, = LIB.run(lambda L, s, d: call(L, s, d, None), arrays, [start], model=model)
+                want, = LIB.run(call, arrays, [start], model=model)
                 np.testing.assert_array_equal(want, got)
 
     def test_lookup_tables(self):
@@ -473,30 +456,6 @@ class NewOperations(Temp):
                 LIB.lib.moxDeallocate(ia, 15)
                 LIB.lib.moxDeallocate(ib, 15)
 
-    def test_bad_arguments(self):
-        a = self.save("a.npy", noise((8, 8, 3), np.uint8, 1))
-        for args, status, text in [
-                (["applycolortwist", "--cTwist", "1,2,3", a], USAGE, "16 numbers"),
-                (["applycolortwist", "--scalingValue", 40, a], LIBRARY_FAILURE,
-                 "moxCreateColorTwist"),
-                (["contraststretch", "--value", "1,2", a], USAGE, "--value wants one number"),
-                (["histoequalize", "--key", "5", a], USAGE, "at least two"),
-                (["histoequalize", "--key", "9:3", a], USAGE, "A <= B"),
-                (["histoequalize", "--key", "0:99999999", a], USAGE, "at most"),
-                (["zoom", "--xU", 100000, "--yU", 100000, a], USAGE, "cannot be made"),
-                (["decimate", "--xU", 1, "--xL", 100, a], USAGE, "cannot be made"),
-                (["zoom", "--interpolate", "bicubic", a], USAGE, "nn, linear, cubic"),
-                (["convolve2d", "--kernel", "3,3,1,1,0:1,2", a], USAGE, "nCols*nRows values"),
-                (["convolve2d", "--kernel", "2,1,5,0,0:1,2", a], USAGE, "makes no such kernel"),
-                (["convolve2d", a], LIBRARY_FAILURE, "moxConvolve2D"),
-                (["norm", a, a, "--normType", "l3"], USAGE, "c, l1, l2, relative"),
-                (["hsv2rgb", self.save("g.npy", noise((8, 8), np.uint8, 1))], LIBRARY_FAILURE,
-                 "moxHSV2RGB")]:
-            with self.subTest(args=args):
-                outputs = [] if args[0] == "norm" else [self.path("o.npy")]
-                done = tool(*args, *outputs, check=status)
-                self.assertIn(text, done.stderr)
-                self.assertFalse(os.path.exists(self.path("o.npy")))
 
 
 class GalleryCommands(Temp):
@@ -551,24 +510,19 @@ class Transforms(Temp):
         np.testing.assert_array_equal(self.g, back)
 
     def test_log_magnitude_view(self):
-        view = self.npy("realfft2d", self.file)
-        self.assertEqual(np.uint8, view.dtype)
-        self.assertEqual(255, view[8, 16])  # the zero frequency, in the middle
-        flipped = np.roll(view[::-1, ::-1], (1, 1), (0, 1))
-        np.testing.assert_array_equal(view, flipped)  # |F(u, v)| = |F(-u, -v)|
-        cos = self.npy("dct2d", self.file)
-        self.assertEqual(255, cos[0, 0])
-
-    def test_log_magnitude_unpacks_every_size(self):
+        # Even and odd sides unpack differently; one row or column is a 1D transform.
         for shape in [(16, 32), (15, 21), (16, 21), (15, 32), (1, 8), (9, 1)]:
             with self.subTest(shape=shape):
                 g = noise(shape, np.uint8, 8)
-                view = self.npy("realfft2d", self.save("g.npy", g)).astype(int)
+                view = self.npy("realfft2d", self.save("g.npy", g))
+                self.assertEqual(np.uint8, view.dtype)
+                self.assertEqual(255, view[shape[0] // 2, shape[1] // 2])  # the zero frequency
                 f = np.fft.fftshift(np.fft.fft2(g.astype(float)))
                 # the spectrum's parts are rounded to whole numbers before the view
                 m = np.log1p(np.hypot(np.round(f.real), np.round(f.imag)))
                 want = np.floor((m - m.min()) / (m.max() - m.min()) * 255 + 0.5).astype(int)
-                self.assertLessEqual(np.abs(view - want).max(), 1)
+                self.assertLessEqual(np.abs(view.astype(int) - want).max(), 1)
+        self.assertEqual(255, self.npy("dct2d", self.file)[0, 0])
 
     def test_dct_against_the_library(self):
         raw = self.npy("dct2d", "--raw", 1, self.file)
@@ -576,39 +530,29 @@ class Transforms(Temp):
         back = self.npy("dct2d", "--flags", "inverse", self.save("c.npy", raw))
         self.assertLessEqual(np.abs(back.astype(int) - self.g).max(), 1)
 
-    def test_flags_reach_the_library(self):
-        done = tool("realfft2d", "--flags", "forward,inverse", self.file, self.path("o.png"),
-                    check=LIBRARY_FAILURE)
-        self.assertIn("moxRealFft2D: Error in input data [moxfft2d:319] (Bad argument)",
-                      done.stderr)
-        done = tool("realfft2d", "--raw", 1, self.file, self.path("o.png"), check=USAGE)
-        self.assertIn(".npy", done.stderr)
+
+
+def needs_bmp(test):
+    if ".bmp" not in tool("--help").stdout:
+        test.skipTest("this build reads and writes no BMP files")
 
 
 class Files(Temp):
-    def test_png_round_trips(self):
-        for dtype in (np.uint8, np.uint16):
-            for shape in [(5, 7), (5, 7, 2), (5, 7, 3), (5, 7, 4)]:
-                with self.subTest(dtype=dtype.__name__, shape=shape):
-                    a = noise(shape, dtype, 7)
-                    tool("copy", self.save("a.npy", a), self.path("a.png"), check=DONE)
-                    np.testing.assert_array_equal(a, self.npy("copy", self.path("a.png")))
-
-    def needs_bmp(self):
-        if ".bmp" not in tool("--help").stdout:
-            self.skipTest("this build reads no BMP files (the library's bitmap functions are not there)")
-
-    def test_bmp_round_trips(self):
-        self.needs_bmp()
-        for shape in [(5, 7), (5, 7, 3), (5, 7, 4), (6, 1, 3)]:
-            with self.subTest(shape=shape):
-                a = noise(shape, np.uint8, 9)
-                tool("copy", self.save("a.npy", a), self.path("a.bmp"), check=DONE)
-                np.testing.assert_array_equal(a, self.npy("copy", self.path("a.bmp")))
+    def test_round_trips(self):
+        cases = [(".png", t, s) for t in (np.uint8, np.uint16)
+                 for s in [(5, 7), (5, 7, 2), (5, 7, 3), (5, 7, 4)]]
+        cases += [(".bmp", np.uint8, s) for s in [(5, 7), (5, 7, 3), (5, 7, 4), (6, 1, 3)]]
+        for ext, dtype, shape in cases:
+            with self.subTest(ext=ext, dtype=dtype.__name__, shape=shape):
+                if ext == ".bmp":
+                    needs_bmp(self)
+                a = noise(shape, dtype, 7)
+                tool("copy", self.save("a.npy", a), self.path("a" + ext), check=DONE)
+                np.testing.assert_array_equal(a, self.npy("copy", self.path("a" + ext)))
 
     def test_sample_photographs(self):
         """The samples (24-bit, bottom-up, blue first) read as top-down RGB pictures."""
-        self.needs_bmp()
+        needs_bmp(self)
         for name in ("astronaut", "chelsea", "coffee"):
             with self.subTest(name=name):
                 path = os.path.join(SAMPLES, name + ".bmp")
@@ -637,88 +581,96 @@ class Files(Temp):
                 self.assertEqual("%s: 20x12, depth 8u, %s\n" % (self.path("a.jpg"), model),
                                  done.stdout)
 
-    def test_bad_files(self):
+
+
+# (arguments, "@name" for a file of the test's folder; exit status; text of the
+# one line the tool writes to stderr)
+G, GG, G_PNG = ["@g.npy", "@o.npy"], ["@g.npy", "@g.npy", "@o.npy"], ["@g.npy", "@o.png"]
+RGB_O = ["@c.npy", "@o.npy"]
+FAILURES = [
+    (["sharpen", *G], USAGE, "no operation \"sharpen\""),
+    (["adds", "--value", "ten", *G], USAGE, "--value wants a whole number"),
+    (["adds", "--value", "4294967296", *G], USAGE, "--value wants a whole number"),
+    (["lshifts", "--nShift", "-1", *G], USAGE, "--nShift wants a whole number"),
+    (["adds", "--valu", "3", *G], USAGE, "has no option --valu"),
+    (["adds", "@g.npy"], USAGE, "takes 2 files, not 1"),
+    (["adds", *GG], USAGE, "takes 2 files, not 3"),
+    (["adds", "@g.npy", "@o.npy", "--value"], USAGE, "--value wants a value"),
+    (["add", "--roi", "1,2,3", *GG], USAGE, "--roi wants 4 numbers"),
+    (["add", "--roi", "1,2,-3,4", *GG], USAGE, "--roi wants a whole number"),
+    (["add", "--roi", "9,0,3,3", *GG], USAGE, "starts outside the image"),
+    (["add", "--tile", "8", *GG], USAGE, "--tile wants 2 numbers"),
+    (["add", "--threads", "0", *GG], USAGE, "--threads wants a whole number"),
+    (["add", "--depth", "12u", *GG], USAGE, "--depth takes 1u, 8u"),
+    (["realfft2d", "--flags", "sideways", *G], USAGE, "--flags takes forward, inverse"),
+    (["realfft2d", "--threads", "2", *G_PNG], USAGE, "--threads"),
+    (["realfft2d", "--raw", 1, *G_PNG], USAGE, "write a .npy file"),
+    (["exchange", "--batch", "@.", "@."], USAGE, "no batch form"),
+    (["applycolortwist", "--cTwist", "1,2,3", *RGB_O], USAGE, "16 numbers"),
+    (["contraststretch", "--value", "1,2", *RGB_O], USAGE, "--value wants one number"),
+    (["histoequalize", "--key", "5", *RGB_O], USAGE, "at least two"),
+    (["histoequalize", "--key", "9:3", *RGB_O], USAGE, "A <= B"),
+    (["histoequalize", "--key", "0:99999999", *RGB_O], USAGE, "at most"),
+    (["zoom", "--xU", 100000, "--yU", 100000, *RGB_O], USAGE, "cannot be made"),
+    (["decimate", "--xU", 1, "--xL", 100, *RGB_O], USAGE, "cannot be made"),
+    (["zoom", "--interpolate", "bicubic", *RGB_O], USAGE, "nn, linear, cubic"),
+    (["convolve2d", "--kernel", "3,3,1,1,0:1,2", *RGB_O], USAGE, "nCols*nRows values"),
+    (["convolve2d", "--kernel", "2,1,5,0,0:1,2", *RGB_O], USAGE, "makes no such kernel"),
+    (["norm", "@c.npy", "@c.npy", "--normType", "l3"], USAGE, "c, l1, l2, relative"),
+    (["add", "@g.npy", "@w.npy", "@o.npy"], LIBRARY_FAILURE,
+     "moxpx: moxAdd: (srcImageB->depth != dstImage->depth) [moxadd:1092] (Bad argument)"),
+    (["add", "--tile", "12,12", *GG], LIBRARY_FAILURE, "moxAdd: Tile size is invalid [moxadd:"),
+    (["not", "--depth", "1u", *RGB_O], LIBRARY_FAILURE,  # a header text's lines
+     "moxNot: For image depth 1U channel's number is not equal one ["),
+    (["realfft2d", "--flags", "forward,inverse", *G_PNG], LIBRARY_FAILURE,
+     "moxRealFft2D: Error in input data [moxfft2d:319] (Bad argument)"),
+    (["applycolortwist", "--scalingValue", 40, *RGB_O], LIBRARY_FAILURE, "moxCreateColorTwist"),
+    (["convolve2d", *RGB_O], LIBRARY_FAILURE, "moxConvolve2D"),
+    (["hsv2rgb", *G], LIBRARY_FAILURE, "moxHSV2RGB"),
+    (["not", "@missing.png", "@o.png"], FILE_FAILURE, "missing.png: cannot open it"),
+    (["not", "@text.png", "@o.png"], FILE_FAILURE, "text.png: not an image"),
+    (["not", "@cut.png", "@o.png"], FILE_FAILURE, "cut.png: bad PNG"),
+    (["not", "@f.npy", "@o.png"], FILE_FAILURE, "f.npy: npy values of type <f4"),
+    (["not", "@wide.npy", "@o.png"], FILE_FAILURE, "wide.npy: an npy image is an array of (height"),
+    (["not", "@empty.png", "@o.png"], FILE_FAILURE, "empty.png: the file is empty"),
+    (["copy", "@rgba.npy", "@o.tif"], FILE_FAILURE, "no format"),
+    (["copy", "@rgba.npy", "@no/such/dir/o.png"], FILE_FAILURE, "cannot create"),
+    (["copy", "@rgba.npy", "@o.jpg"], FILE_FAILURE, "1 or 3 channels"),
+]
+
+
+class Failures(Temp):
+    """Bad options, files and calls: their status, one line naming the cause,
+    and no file written."""
+
+    def test_failures(self):
+        for name, shape, dtype in [("g", (8, 8), np.uint8), ("c", (8, 8, 3), np.uint8),
+                                   ("w", (8, 8), np.uint16), ("rgba", (4, 4, 4), np.uint8),
+                                   ("f", (3, 3), np.float32), ("wide", (3, 3, 3, 3), np.uint8)]:
+            np.save(self.path(name + ".npy"), np.ones(shape, dtype))
         with open(self.path("text.png"), "w") as f:
             f.write("not a picture\n")
-        tool("copy", self.save("a.npy", noise((30, 30, 3), np.uint8, 1)), self.path("a.png"),
+        tool("copy", self.save("big.npy", noise((30, 30, 3), np.uint8, 1)), self.path("a.png"),
              check=DONE)
         with open(self.path("a.png"), "rb") as f, open(self.path("cut.png"), "wb") as g:
             g.write(f.read(60))
-        np.save(self.path("f.npy"), np.zeros((3, 3), np.float32))
-        np.save(self.path("wide.npy"), np.zeros((3, 3, 3, 3), np.uint8))
         open(self.path("empty.png"), "w").close()
-        cases = [("missing.png", "cannot open it"), ("text.png", "not an image"),
-                 ("cut.png", "bad PNG"), ("f.npy", "<f4"), ("wide.npy", "(height, width"),
-                 ("empty.png", "empty")]
-        for name, why in cases:
-            with self.subTest(name=name):
-                done = tool("not", self.path(name), self.path("o.png"), check=FILE_FAILURE)
-                self.assertIn(self.path(name) + ":", done.stderr)
-                self.assertIn(why, done.stderr)
-                self.assertFalse(os.path.exists(self.path("o.png")))
-        for out, why in [("o.tif", "no format"), ("no/such/dir/o.png", "cannot create"),
-                         ("o.jpg", "1 or 3 channels")]:
-            with self.subTest(out=out):
-                src = self.save("rgba.npy", noise((4, 4, 4), np.uint8, 2))
-                done = tool("copy", src, self.path(out), check=FILE_FAILURE)
-                self.assertIn(why, done.stderr)
+        before = sorted(os.listdir(self.dir))
+        for args, status, text in FAILURES:
+            with self.subTest(args=args):
+                done = tool(*[self.path(a[1:]) if str(a).startswith("@") else a for a in args],
+                            check=status)
+                self.assertTrue(done.stderr.startswith("moxpx: "), done.stderr)
+                self.assertIn(text, done.stderr)
+                self.assertEqual(1, done.stderr.count("\n"))
+                self.assertEqual(before, sorted(os.listdir(self.dir)))
 
 
 class CommandLine(Temp):
-    def test_bad_options(self):
-        f = self.save("a.npy", noise((8, 8), np.uint8, 0))
-        o = self.path("o.npy")
-        cases = [
-            (["sharpen", f, o], "no operation \"sharpen\""),
-            (["adds", "--value", "ten", f, o], "--value wants a whole number"),
-            (["adds", "--value", "4294967296", f, o], "--value wants a whole number"),
-            (["lshifts", "--nShift", "-1", f, o], "--nShift wants a whole number"),
-            (["adds", "--valu", "3", f, o], "has no option --valu"),
-            (["adds", f], "takes 2 files, not 1"),
-            (["adds", f, f, o], "takes 2 files, not 3"),
-            (["adds", f, o, "--value"], "--value wants a value"),
-            (["add", "--roi", "1,2,3", f, f, o], "--roi wants 4 numbers"),
-            (["add", "--roi", "1,2,-3,4", f, f, o], "--roi wants a whole number"),
-            (["add", "--roi", "9,0,3,3", f, f, o], "starts outside the image"),
-            (["add", "--tile", "8", f, f, o], "--tile wants 2 numbers"),
-            (["add", "--threads", "0", f, f, o], "--threads wants a whole number"),
-            (["add", "--depth", "12u", f, f, o], "--depth takes 1u, 8u"),
-            (["realfft2d", "--flags", "sideways", f, o], "--flags takes forward, inverse"),
-            (["exchange", "--batch", self.dir, self.dir], "no batch form"),
-        ]
-        for args, why in cases:
-            with self.subTest(args=args):
-                done = tool(*args, check=USAGE)
-                self.assertIn(why, done.stderr)
-                self.assertEqual(1, done.stderr.count("\n"))
-
-    def test_library_reports_in_one_line(self):
-        a = self.save("a.npy", noise((8, 8), np.uint8, 0))
-        b = self.save("b.npy", noise((8, 8), np.uint16, 0))
-        done = tool("add", a, b, self.path("o.npy"), check=LIBRARY_FAILURE)
-        self.assertEqual("moxpx: moxAdd: (srcImageB->depth != dstImage->depth) [moxadd:1092] "
-                         "(Bad argument)\n", done.stderr)
-        self.assertFalse(os.path.exists(self.path("o.npy")))
-        # A header fault text: its lines joined.
-        done = tool("not", "--depth", "1u", self.save("c.npy", noise((8, 8, 3), np.uint8, 0)),
-                    self.path("o.npy"), check=LIBRARY_FAILURE)
-        self.assertIn("moxNot: For image depth 1U channel's number is not equal one [", done.stderr)
-        self.assertEqual(1, done.stderr.count("\n"))
-
-    def test_list_and_help(self):
-        listed = tool("list", check=DONE).stdout.split("\n")
-        names = [line.split()[0] for line in listed if line]
-        self.assertIn("info", names)
-        for name in names[:-1]:
-            with self.subTest(name=name):
-                text = tool(name, "--help", check=DONE).stdout
-                self.assertIn("usage: moxpx " + name, text)
-                self.assertIn("example:\n  moxpx " + name + " ", text)
-
-    def test_examples_run(self):
-        """Every operation's example line runs as written, on small pictures."""
-        photo = noise((32, 48, 3), np.uint8, 1)
-        tool("copy", self.save("p.npy", photo), self.path("photo.png"), check=DONE)
+    def test_help_and_examples(self):
+        """Every listed operation has help, and its example line runs as written."""
+        tool("copy", self.save("p.npy", noise((32, 48, 3), np.uint8, 1)), self.path("photo.png"),
+             check=DONE)
         tool("copy", self.save("q.npy", noise((32, 48, 3), np.uint8, 2)), self.path("other.png"),
              check=DONE)
         tool("realfft2d", "--raw", 1, self.path("p.npy"), self.path("spectrum.npy"), check=DONE)
@@ -726,11 +678,14 @@ class CommandLine(Temp):
              self.path("bits.png"), check=DONE)
         tool("copy", self.save("pa.npy", noise((32, 48, 4), np.uint8, 4)),
              self.path("photo-alpha.png"), check=DONE)
-        for line in tool("list", check=DONE).stdout.splitlines()[:-1]:
-            name = line.split()[0]
-            text = tool(name, "--help", check=DONE).stdout
-            example = text.split("example:\n  ")[1].split("\n")[0].split()
-            with self.subTest(example=example):
+        names = [line.split()[0] for line in tool("list", check=DONE).stdout.splitlines()]
+        self.assertIn("info", names)
+        for name in names[:-1]:
+            with self.subTest(name=name):
+                text = tool(name, "--help", check=DONE).stdout
+                self.assertIn("usage: moxpx " + name, text)
+                self.assertIn("example:\n  moxpx " + name + " ", text)
+                example = text.split("example:\n  ")[1].split("\n")[0].split()
                 tool(*example[1:], check=DONE, cwd=self.dir)
 
 
