@@ -477,6 +477,8 @@ class Transforms(Temp):
                 view = self.npy("realfft2d", self.save("g.npy", g))
                 self.assertEqual(np.uint8, view.dtype)
                 self.assertEqual(255, view[shape[0] // 2, shape[1] // 2])  # the zero frequency
+                flipped = np.roll(view[::-1, ::-1], (1 - shape[0] % 2, 1 - shape[1] % 2), (0, 1))
+                np.testing.assert_array_equal(view, flipped)  # |F(u, v)| = |F(-u, -v)|
                 f = np.fft.fftshift(np.fft.fft2(g.astype(float)))
                 # the spectrum's parts are rounded to whole numbers before the view
                 m = np.log1p(np.hypot(np.round(f.real), np.round(f.imag)))
