@@ -611,15 +611,13 @@ class Failures(Temp):
 class CommandLine(Temp):
     def test_help_and_examples(self):
         """Every listed operation has help, and its example line runs as written."""
-        tool("copy", self.save("p.npy", noise((32, 48, 3), np.uint8, 1)), self.path("photo.png"),
+        for name, picture in [("photo", noise((32, 48, 3), np.uint8, 1)),
+                              ("other", noise((32, 48, 3), np.uint8, 2)),
+                              ("bits", noise((32, 48), np.uint8, 3) // 128 * 255),
+                              ("photo-alpha", noise((32, 48, 4), np.uint8, 4))]:
+            tool("copy", self.save(name + ".npy", picture), self.path(name + ".png"), check=DONE)
+        tool("realfft2d", "--raw", 1, self.path("photo.npy"), self.path("spectrum.npy"),
              check=DONE)
-        tool("copy", self.save("q.npy", noise((32, 48, 3), np.uint8, 2)), self.path("other.png"),
-             check=DONE)
-        tool("realfft2d", "--raw", 1, self.path("p.npy"), self.path("spectrum.npy"), check=DONE)
-        tool("copy", self.save("b.npy", noise((32, 48), np.uint8, 3) // 128 * 255),
-             self.path("bits.png"), check=DONE)
-        tool("copy", self.save("pa.npy", noise((32, 48, 4), np.uint8, 4)),
-             self.path("photo-alpha.png"), check=DONE)
         names = [line.split()[0] for line in tool("list", check=DONE).stdout.splitlines()]
         self.assertIn("info", names)
         for name in names[:-1]:
@@ -663,12 +661,14 @@ class Batch(Temp):
         self.assertIn("\r[##############################] 2/2 b.npy", screen)
 
     def test_further_inputs_and_failures(self):
-        src, out = self.folder({"a.npy": noise((6, 9), np.uint8, 1),
-                                "b.npy": noise((6, 9), np.uint16, 1)})
+        a = noise((6, 9), np.uint8, 1)
+        src, out = self.folder({"a.npy": a, "b.npy": noise((6, 9), np.uint16, 1)})
         other = self.save("o.npy", np.full((6, 9), 1, np.uint8))
         done = tool("add", other, "--batch", src, out, check=LIBRARY_FAILURE)
         self.assertIn("moxAdd: (srcImageB->depth != dstImage->depth)", done.stderr)
         self.assertEqual(["a.npy"], os.listdir(out))
+        np.testing.assert_array_equal(np.minimum(a.astype(int) + 1, 255),
+                                      np.load(os.path.join(out, "a.npy")))
 
 
 if __name__ == "__main__":
