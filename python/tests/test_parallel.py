@@ -7,15 +7,8 @@ import numpy as np
 import pytest
 
 import moxpx
+from conftest import rand
 from moxpx import RawFile
-
-RNG = np.random.default_rng(5)
-
-
-def rand(shape, dtype=np.uint8):
-    info = np.iinfo(dtype)
-    return RNG.integers(info.min, info.max, size=shape, endpoint=True, dtype=dtype)
-
 
 CASES = [
     # (op, arguments, tile, threads)
@@ -30,31 +23,39 @@ CASES = [
 
 @pytest.mark.parametrize("op, args, tile, threads", CASES)
 def test_tiles_on_threads_equal_the_single_call(op, args, tile, threads):
-    got = moxpx.parallel(op, *args, tile=tile, threads=threads)
-    np.testing.assert_array_equal(got, op(*args))
+    np.testing.assert_array_equal(moxpx.parallel(op, *args, tile=tile, threads=threads),
+                                  op(*args))
 
 
-@pytest.mark.parametrize("coi", [2, None])
-def test_regions_and_existing_destinations(coi):
+TWO = (rand((60, 80, 3), np.int16), rand((60, 80, 3), np.int16))
+
+
+@pytest.mark.parametrize("op, args, coi", [(moxpx.add, TWO, 2), (moxpx.add, TWO, None),
+                                           (moxpx.set, (-7,), 2)])
+def test_regions_cut_tiles_and_leave_the_rest(op, args, coi):
     # The region's edges cut tiles: pixels of those tiles outside it stay.
-    a, b = rand((60, 80, 3)), rand((60, 80, 3))
-    out = np.full_like(a, 9)
-    moxpx.parallel(moxpx.add, a, b, tile=(16, 16), threads=2, out=out, roi=(5, 7, 50, 40),
-                   coi=coi)
-    want = np.full_like(a, 9)
-    moxpx.add(a, b, out=want, roi=(5, 7, 50, 40), coi=coi)
+    out, want = np.full((60, 80, 3), 9, np.int16), np.full((60, 80, 3), 9, np.int16)
+    region = dict(roi=(5, 7, 50, 40), coi=coi)
+    if op is moxpx.set:  # written in place: the tiled image is the one returned
+        op(want, *args, **region)
+        assert moxpx.parallel(op, out, *args, tile=(16, 8), threads=2, **region) is out
+    else:
+        op(*args, out=want, **region)
+        moxpx.parallel(op, *args, tile=(16, 16), threads=2, out=out, **region)
     np.testing.assert_array_equal(out, want)
 
 
-def test_images_written_in_place_are_the_tiled_ones():
-    a = np.zeros((40, 50, 3), np.int16)
-    want = a.copy()
-    moxpx.set(want, -7, roi=(3, 5, 30, 20), coi=2)
-    assert moxpx.parallel(moxpx.set, a, -7, tile=(16, 8), threads=2, roi=(3, 5, 30, 20),
-                          coi=2) is a
-    np.testing.assert_array_equal(a, want)
-    with pytest.raises(ValueError, match="in place"):
-        moxpx.parallel(moxpx.set, a, 1, out=a.copy())
+@pytest.mark.parametrize("call, error, match", [
+    (lambda a: moxpx.parallel(moxpx.add, a, a.astype(np.int16), tile=(16, 16), threads=2),
+     moxpx.MoxError, "depth"),
+    (lambda a: moxpx.parallel(moxpx.add, a, a, tile=(12, 16), threads=2), moxpx.MoxError,
+     "Tile size is invalid"),
+    (lambda a: moxpx.parallel(moxpx.dct2d, a, tile=(16, 16)), ValueError, "mapping"),
+    (lambda a: moxpx.parallel(moxpx.set, a, 1, out=a.copy()), ValueError, "in place"),
+])
+def test_library_failures_and_refusals_raise(call, error, match):
+    with pytest.raises(error, match=match):
+        call(rand((32, 32)))
 
 
 def test_raw_files_in_and_out(tmp_path):
@@ -65,20 +66,9 @@ def test_raw_files_in_and_out(tmp_path):
         moxpx.parallel(moxpx.xor, src, a[::-1].copy(), tile=(72, 16), threads=2, out=dst)
         moxpx.parallel(moxpx.add, src, 7, tile=(24, 40), threads=2,
                        out=RawFile(str(tmp_path / "b.raw"), a.shape, mode="w+"))
-    np.testing.assert_array_equal(np.fromfile(tmp_path / "out.raw", np.uint8).reshape(a.shape),
-                                  a ^ a[::-1])
-    np.testing.assert_array_equal(np.fromfile(tmp_path / "b.raw", np.uint8).reshape(a.shape),
-                                  moxpx.add(a, 7))
-
-
-def test_library_failures_and_refusals_raise():
-    a = rand((32, 32))
-    with pytest.raises(moxpx.MoxError, match="depth"):
-        moxpx.parallel(moxpx.add, a, a.astype(np.int16), tile=(16, 16), threads=2)
-    with pytest.raises(moxpx.MoxError, match="Tile size is invalid"):
-        moxpx.parallel(moxpx.add, a, a, tile=(12, 16), threads=2)
-    with pytest.raises(ValueError, match="mapping"):
-        moxpx.parallel(moxpx.dct2d, a, tile=(16, 16))
+    for name, want in [("out.raw", a ^ a[::-1]), ("b.raw", moxpx.add(a, 7))]:
+        np.testing.assert_array_equal(np.fromfile(tmp_path / name, np.uint8).reshape(a.shape),
+                                      want)
 
 
 def mapped_kib(path):
