@@ -151,9 +151,29 @@ struct Pair {
 
 const unsigned kRotateDepths[] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U};
 
-}  // namespace
+// Runs f on plain images and on tiled twins (source, destination or both)
+// and expects the same destination pixels; ROIs cross tile edges.
+template <class F>
+void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what,
+                            int channels = 3) {
+  const int c = depth == MOX_DEPTH_1U ? 1 : channels;
+  const int sroi[5] = {0, 5, 3, 33, 30}, droi[5] = {0, 7, 2, 36, 31};
+  Image s({depth, c, order, 41, 37}, 31, sroi), want({depth, c, order, 39, 43}, 32, droi);
+  f(+s, +want);
+  ASSERT_EQ(moxGetErrStatus(), 0) << what;
+  for (int mode = 1; mode < 4; ++mode) {
+    Image d({depth, c, order, 39, 43}, 32, droi);
+    Tiled ts(s, tile, tile), td(d, tile, tile);
+    f(mode & 1 ? +ts : +s, mode & 2 ? +td : +d);
+    EXPECT_EQ(moxGetErrStatus(), 0) << what;
+    if (mode & 2) td.gather(d);
+    EXPECT_EQ(pixels(d), pixels(want)) << what << " tile " << tile << " tiled (1 source, 2 destination) "
+                                       << mode << " depth " << depth;
+    EXPECT_FALSE(ts.badIndex || td.badIndex) << what;
+  }
+}
 
-// ---------------------------------------------------------------- mirroring
+}  // namespace
 
 // Apart and in place; in place twice gives the source back.
 TEST(Mirror, EveryAxisDepthAndLayoutMatchesTheReference) {
@@ -250,8 +270,6 @@ TEST(MirrorChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
     EXPECT_EQ(d.bytes(), before) << k.message;
   }
 }
-
-// ---------------------------------------------------------------- rotation
 
 TEST(Rotate, EveryAngleDepthInterpolationAndLayoutMatchesTheReference) {
   Capture capture;
@@ -413,34 +431,6 @@ TEST(RotateChecks, AFailedCopyIsTracedAndAnEarlierStatusDoesNotCount) {
   EXPECT_TRUE(reports().empty());
   EXPECT_EQ(moxGetErrStatus(), MOX_StsOutOfMemory);
 }
-
-// ---------------------------------------------------------------- tiles
-
-namespace {
-
-// Runs f on plain images and on tiled twins (source, destination or both)
-// and expects the same destination pixels; ROIs cross tile edges.
-template <class F>
-void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what,
-                            int channels = 3) {
-  const int c = depth == MOX_DEPTH_1U ? 1 : channels;
-  const int sroi[5] = {0, 5, 3, 33, 30}, droi[5] = {0, 7, 2, 36, 31};
-  Image s({depth, c, order, 41, 37}, 31, sroi), want({depth, c, order, 39, 43}, 32, droi);
-  f(+s, +want);
-  ASSERT_EQ(moxGetErrStatus(), 0) << what;
-  for (int mode = 1; mode < 4; ++mode) {
-    Image d({depth, c, order, 39, 43}, 32, droi);
-    Tiled ts(s, tile, tile), td(d, tile, tile);
-    f(mode & 1 ? +ts : +s, mode & 2 ? +td : +d);
-    EXPECT_EQ(moxGetErrStatus(), 0) << what;
-    if (mode & 2) td.gather(d);
-    EXPECT_EQ(pixels(d), pixels(want)) << what << " tile " << tile << " tiled (1 source, 2 destination) "
-                                       << mode << " depth " << depth;
-    EXPECT_FALSE(ts.badIndex || td.badIndex) << what;
-  }
-}
-
-}  // namespace
 
 TEST(RotMirTiles, TiledRunsEqualPlainRuns) {
   Capture capture;

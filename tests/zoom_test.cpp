@@ -1,6 +1,6 @@
 // Zoom and decimation: results against per-pixel readings of their formulas
-// on every depth and layout, identities, single points, tiled destinations,
-// the floating-point state, and every check's report.
+// on every depth and layout, hand-worked values, single points, tiled
+// destinations, the floating-point state, and every check's report.
 #include <cfenv>
 #include <functional>
 #include <utility>
@@ -44,8 +44,6 @@ std::vector<ll> resampled(const MoxImage* s, MoxImage* d, const Call& c,
         out[size_t(((dr.y + i) * d->width + dr.x + j) * valueChannels(d) + cd)] = f(j, i, cs);
   return out;
 }
-
-// ---------------------------------------------------------------- zoom
 
 // The cubic through f(-1), f(0), f(1), f(2) at t, in Newton's
 // forward-difference form, in F precision.
@@ -102,8 +100,6 @@ std::vector<ll> zoomReference(const MoxImage* s, MoxImage* d, Call c) {
   });
 }
 
-// ---------------------------------------------------------------- decimation
-
 std::vector<ll> decimateReference(const MoxImage* s, MoxImage* d, Call c) {
   int in = c.interpolate;
   const bool ix = c.xL % c.xU == 0, iy = c.yL % c.yU == 0;
@@ -142,8 +138,6 @@ std::vector<ll> decimateReference(const MoxImage* s, MoxImage* d, Call c) {
     return clampTo(s->depth, v >= 0 ? v / whole : -((whole - 1 - v) / whole));
   });
 }
-
-// ---------------------------------------------------------------- cases
 
 struct Op {
   const char* name;
@@ -345,8 +339,6 @@ TEST(Zoom, KeepsTheFloatingPointState) {
     EXPECT_EQ(a.bytes(), b.bytes());
   }
 }
-
-// ---------------------------------------------------------------- checks
 
 struct CheckCase {
   std::function<void(Image& s, Image& d)> spoil;
