@@ -37,9 +37,8 @@ void setModes(MoxImage* im, const int (&mode)[4], const int (&constant)[4]) {
 
 // The raw value of (x, y, channel c from 1) of a plain image.
 unsigned raw(const MoxImage* im, int x, int y, int c) {
-  return static_cast<unsigned>(get(im, x, y, c - 1)) & (bitsOf(im->depth) == 32
-                                                             ? 0xFFFFFFFFu
-                                                             : (1u << bitsOf(im->depth)) - 1);
+  const unsigned bits = bitsOf(im->depth);
+  return static_cast<unsigned>(get(im, x, y, c - 1)) & (bits == 32 ? ~0u : (1u << bits) - 1);
 }
 
 // What a pixel reads: the governing side (top and bottom govern corners),
@@ -60,10 +59,6 @@ unsigned expected(const MoxImage* im, int x, int y, int c) {
 }
 
 TEST(Border, CoordinatesMapAsRepeatedStepsInConstantTime) {
-  const struct { long long c; int r; } reflect5[] = {{-1, 0}, {-5, 4}, {-6, 4}, {5, 4}, {9, 0}, {14, 4}};
-  for (const auto& k : reflect5) EXPECT_EQ(mox::reflectCoord(k.c, 5), k.r) << k.c;
-  EXPECT_EQ(mox::wrapCoord(-1, 7), 6);
-  EXPECT_EQ(mox::wrapCoord(-2 * 7 - 1, 7), 6);
   for (int n = 1; n <= 7; ++n)
     for (long long c = -60; c <= 60; ++c) {
       EXPECT_EQ(mox::reflectCoord(c, n), slowReflect(c, n)) << c << " " << n;
@@ -104,21 +99,17 @@ TEST(Border, PixelsOfEveryModeAndDepthPlainAndTiled) {
   }
 }
 
+// Top replicates, bottom, left constant 2, 3, right reflects; -1: the constant.
 TEST(Border, CornersFollowTopAndBottom) {
   Image im({MOX_DEPTH_8U, 1, 0, 5, 5}, 3);
   setModes(im, {MOX_BORDER_REPLICATE, MOX_BORDER_CONSTANT, MOX_BORDER_CONSTANT, MOX_BORDER_REFLECT},
            {1, 2, 3, 4});
-  unsigned v;
-  mox::ownGetBorderPixel(im, -1, -1, 1, &v);
-  EXPECT_EQ(v, raw(im, 0, 0, 1));  // top-left: top's replicate, not left's constant
-  mox::ownGetBorderPixel(im, 7, -3, 1, &v);
-  EXPECT_EQ(v, raw(im, 4, 0, 1));
-  mox::ownGetBorderPixel(im, 5, 5, 1, &v);
-  EXPECT_EQ(v, 2u);  // bottom-right: bottom's constant, not right's reflect
-  mox::ownGetBorderPixel(im, -1, 2, 1, &v);
-  EXPECT_EQ(v, 3u);
-  mox::ownGetBorderPixel(im, 6, 2, 1, &v);
-  EXPECT_EQ(v, raw(im, 3, 2, 1));
+  const int cases[][4] = {{-1, -1, 0, 0}, {7, -3, 4, 0}, {5, 5, -1, 2}, {-1, 2, -1, 3}, {6, 2, 3, 2}};
+  for (const auto& k : cases) {
+    unsigned v = 0;
+    mox::ownGetBorderPixel(im, k[0], k[1], 1, &v);
+    EXPECT_EQ(v, k[2] < 0 ? unsigned(k[3]) : raw(im, k[2], k[3], 1)) << k[0] << "," << k[1];
+  }
 }
 
 TEST(Border, RawValuesAndFills) {
@@ -148,6 +139,14 @@ TEST(Border, RowAndColumnGathersMatchPixels) {
       for (MoxImage* target : {+im, +tiled}) {
         setModes(target, {mode, (mode + 1) % 4, mode, (mode + 3) % 4}, {5, 6, 7, 8});
         const int w = target->width;
+        // Value i of a gathered run against the pixel at (x, y).
+        auto same = [&](const std::vector<unsigned char>& b, int i, int x, int y, int c) {
+          unsigned v;
+          mox::ownGetBorderPixel(target, x, y, c, &v);
+          const unsigned got = depth == MOX_DEPTH_1U ? (b[i / 8] >> (7 - i % 8)) & 1
+                                                     : b[2 * i] | b[2 * i + 1] << 8;
+          return got == (v & (depth == MOX_DEPTH_1U ? 1 : 0xFFFF));
+        };
         for (int y = -12; y < 22; ++y) {
           // Pieces left of, over and right of the image, and one far away.
           const int pieces[][2] = {{-30, 30}, {-7, 7}, {0, w}, {3, 11}, {w, 8}, {w + 40, 25}};
@@ -155,25 +154,13 @@ TEST(Border, RowAndColumnGathersMatchPixels) {
             for (int c = 1; c <= ch; ++c) {
               std::vector<unsigned char> buf(64 * 4, 0xCC);
               ASSERT_EQ(mox::ownGetBorderRow(target, p[0], y, c, buf.data(), p[1]), mox::kBorderOk);
-              for (int i = 0; i < p[1]; ++i) {
-                unsigned v;
-                mox::ownGetBorderPixel(target, p[0] + i, y, c, &v);
-                const unsigned got = depth == MOX_DEPTH_1U ? (buf[i / 8] >> (7 - i % 8)) & 1
-                                                           : buf[2 * i] | buf[2 * i + 1] << 8;
-                ASSERT_EQ(got, v & (depth == MOX_DEPTH_1U ? 1 : 0xFFFF))
-                    << mode << " " << p[0] + i << "," << y;
-              }
+              for (int i = 0; i < p[1]; ++i)
+                ASSERT_TRUE(same(buf, i, p[0] + i, y, c)) << mode << " " << p[0] + i << "," << y;
             }
         }
         std::vector<unsigned char> col(64);
         ASSERT_EQ(mox::ownGetBorderColumn(target, -2, -11, 1, col.data(), 30), mox::kBorderOk);
-        for (int i = 0; i < 30; ++i) {
-          unsigned v;
-          mox::ownGetBorderPixel(target, -2, -11 + i, 1, &v);
-          const unsigned got = depth == MOX_DEPTH_1U ? (col[i / 8] >> (7 - i % 8)) & 1
-                                                     : col[2 * i] | col[2 * i + 1] << 8;
-          ASSERT_EQ(got, v & (depth == MOX_DEPTH_1U ? 1 : 0xFFFF));
-        }
+        for (int i = 0; i < 30; ++i) ASSERT_TRUE(same(col, i, -2, -11 + i, 1)) << mode << " " << i;
       }
   }
 }
@@ -226,8 +213,8 @@ TEST(Border, TiledReadsGetAndReleaseTheirTile) {
   EXPECT_EQ(v, raw(im, 8, 9, 1));
   ASSERT_EQ(tiled.calls.size(), 2u);
   EXPECT_EQ(tiled.calls[0].image, +tiled);
-  EXPECT_EQ(std::vector<int>({tiled.calls[0].x, tiled.calls[0].y, tiled.calls[0].mode,
-                              tiled.calls[1].x, tiled.calls[1].y, tiled.calls[1].mode}),
+  const auto& k = tiled.calls;
+  EXPECT_EQ(std::vector<int>({k[0].x, k[0].y, k[0].mode, k[1].x, k[1].y, k[1].mode}),
             (std::vector<int>{1, 1, MOX_GET_TILE_TO_READ, 1, 1, MOX_RELEASE_TILE}));
   tiled.nullOnGet = 1;
   unsigned char row[24];

@@ -90,34 +90,33 @@ TEST(SourceReader, InsidePlainImagesAreNotCopied) {
 TEST(SourceReader, ReportsAtTheOperationsSites) {
   Image im({MOX_DEPTH_8U, 1, 0, 16, 16}, 1);
   View v;
-  {
+  // Tiles not handed out (the second of two the rectangle crosses; the first,
+  // with an operation's own text and status) or not given back.
+  const struct {
+    int nullOnGet, keepOnRelease; Edge edge; bool ownText; int rect[4];
+    const char* text; int status, line;
+  } tileCases[] = {
+      {1, -1, Edge::kModes, false, {-2, -2, 14, 4}, "(srcImage->tileInfo->tileData == ((void*)(0)))",
+       MOX_StsBadArgument, 11},
+      {-1, 0, Edge::kClamp, false, {0, 0, 12, 2}, "(srcImage->tileInfo->tileData != ((void*)(0)))",
+       MOX_StsBadArgument, 12},
+      {0, -1, Edge::kClamp, true, {3, 3, 2, 2}, "srcImage->tileInfo->callBack crash",
+       MOX_StsInternalError, 11},
+  };
+  for (const auto& k : tileCases) {
     Capture capture;
     Tiled tiled(im, 8, 8);
-    tiled.nullOnGet = 1;
-    SourceReader reader(tiled, Edge::kModes, kSites);
-    EXPECT_FALSE(reader.read(-2, -2, 14, 4, &v));  // crosses two tiles
-    expectReport("moxTest", "(srcImage->tileInfo->tileData == ((void*)(0)))", 11, "moxtest");
-  }
-  {
-    Capture capture;
-    Tiled tiled(im, 8, 8);
-    tiled.keepOnRelease = 0;
-    SourceReader reader(tiled, Edge::kClamp, kSites);
-    EXPECT_FALSE(reader.read(0, 0, 12, 2, &v));
-    expectReport("moxTest", "(srcImage->tileInfo->tileData != ((void*)(0)))", 12, "moxtest");
-  }
-  {
-    Capture capture;
-    Tiled tiled(im, 8, 8);
-    tiled.nullOnGet = 0;
-    mox::SourceSites own = kSites;
-    own.nullText = "srcImage->tileInfo->callBack crash";
-    own.nullStatus = MOX_StsInternalError;
-    SourceReader reader(tiled, Edge::kClamp, own);
-    EXPECT_FALSE(reader.read(3, 3, 2, 2, &v));
-    ASSERT_EQ(reports().size(), 1u);
-    EXPECT_EQ(reports()[0].message, own.nullText);
-    EXPECT_EQ(reports()[0].status, MOX_StsInternalError);
+    tiled.nullOnGet = k.nullOnGet;
+    tiled.keepOnRelease = k.keepOnRelease;
+    mox::SourceSites sites = kSites;
+    if (k.ownText) sites.nullText = k.text, sites.nullStatus = k.status;
+    SourceReader reader(tiled, k.edge, sites);
+    EXPECT_FALSE(reader.read(k.rect[0], k.rect[1], k.rect[2], k.rect[3], &v)) << k.text;
+    ASSERT_EQ(reports().size(), 1u) << k.text;
+    const Report r = reports()[0];
+    EXPECT_EQ(std::tie(r.status, r.func, r.message, r.file, r.line),
+              std::make_tuple(k.status, std::string("moxTest"), std::string(k.text),
+                              std::string("moxtest"), k.line));
   }
   {
     Capture capture;
@@ -137,8 +136,7 @@ TEST(SourceReader, ReportsAtTheOperationsSites) {
     SourceReader reader(im, Edge::kClamp, kSites);
     EXPECT_FALSE(reader.read(-5, -5, 0x7FFFFFF0, 0x7FFFFFF0, &v));
     ASSERT_EQ(reports().size(), 1u);
-    EXPECT_EQ(reports()[0].status, MOX_StsOutOfMemory);
-    EXPECT_EQ(reports()[0].line, 14);
+    EXPECT_EQ(std::tie(reports()[0].status, reports()[0].line), std::make_tuple(int(MOX_StsOutOfMemory), 14));
   }
 }
 
@@ -157,8 +155,7 @@ bool maxPiece(const View& dst, int x, int y, void* arg) {
   for (int i = 0; i < dst.height; ++i)
     for (int j = 0; j < dst.width; ++j) {
       unsigned m = 0;
-      for (int dy = 0; dy < 3; ++dy)
-        for (int dx = 0; dx < 3; ++dx) m = std::max(m, mox::viewValue(src, j + dx, i + dy, 1));
+      for (int k = 0; k < 9; ++k) m = std::max(m, mox::viewValue(src, j + k % 3, i + k / 3, 1));
       mox::setViewValue(dst, j, i, 1, m);
     }
   return true;
@@ -182,27 +179,21 @@ TEST(SourceReader, FilterOnTheWalkTiledEqualsPlain) {
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) {
       unsigned m = 0;
-      for (int dy = -1; dy <= 1; ++dy)
-        for (int dx = -1; dx <= 1; ++dx) {
-          unsigned v;
-          mox::ownGetBorderPixel(src, x + dx, y + dy, 1, &v);
-          m = std::max(m, v & 255);
-        }
+      for (int k = 0; k < 9; ++k)
+        m = std::max(m, expectedAt(src, x + k % 3 - 1, y + k / 3 - 1, 1, Edge::kModes) & 255);
       set(want, x, y, 0, m);
     }
   Capture capture;
   Tiled tiledSrc(src, 24, 8);
   copyModes(src, tiledSrc);
   for (const MoxImage* s : {+src, +tiledSrc}) {
-    Image plainDst({MOX_DEPTH_8U, 1, 0, H, W}, 1);
-    ASSERT_TRUE(maxFilter(s, plainDst, nullptr));
-    EXPECT_EQ(plainDst.plane(), want.plane());
-
-    Image out({MOX_DEPTH_8U, 1, 0, H, W}, 1);
-    Tiled tiledDst(out, 8, 8);
-    ASSERT_TRUE(maxFilter(s, tiledDst, nullptr));
-    tiledDst.gather(out);
-    EXPECT_EQ(out.plane(), want.plane());
+    for (bool tiledOut : {false, true}) {
+      Image out({MOX_DEPTH_8U, 1, 0, H, W}, 1);
+      Tiled tiledDst(out, 8, 8);
+      ASSERT_TRUE(maxFilter(s, tiledOut ? +tiledDst : +out, nullptr));
+      if (tiledOut) tiledDst.gather(out);
+      EXPECT_EQ(out.plane(), want.plane()) << tiledOut;
+    }
 
     // One destination tile of a cleared image.
     Image part({MOX_DEPTH_8U, 1, 0, H, W}, 1);
