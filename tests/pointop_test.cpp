@@ -25,25 +25,23 @@ TEST(Arith, KnownValues) {
   // Operation, depth, sources, scalar or shift count, reverse flag, result
   // (plain saturation on every depth runs with the layouts below).
   const struct { const char* func; unsigned depth; ll a, b; int v, r; ll want; } cases[] = {
-      {"Subtract", U8, 100, 200, 0, 1, 100},          {"Add", U1, 1, 1, 0, 0, 1},
-      {"Add", S32, 0x7FFFFFFF, 1, 0, 0, 0x7FFFFFFF},  {"Subtract", S32, INT_MIN, 1, 0, 0, INT_MIN},
+      {"Subtract", U8, 100, 200, 0, 1, 100},         {"Add", U1, 1, 1, 0, 0, 1},
+      {"Add", S32, 0x7FFFFFFF, 1, 0, 0, 0x7FFFFFFF}, {"Subtract", S32, INT_MIN, 1, 0, 0, INT_MIN},
       {"Multiply", S32, 65536, -65536, 0, 0, INT_MIN}, {"Square", S32, 70000, 0, 0, 0, 0x7FFFFFFF},
-      {"Add", S16, 30000, 10000, 0, 0, 32767},        {"Subtract", S8, -100, 100, 0, 0, -128},
-      {"Add", U16, 60000, 10000, 0, 0, 65535},        {"SubtractS", U8, 3, 0, 10, 1, 7},
-      {"AndS", U8, 0xAB, 0, 0x1FF, 0, 0xAB},          {"Not", U8, 0x0F, 0, 0, 0, 0xF0},
-      {"RShiftS", S8, -100, 0, 2, 0, -25},            {"RShiftS", S16, -1, 0, 17, 0, 32767},
-      {"RShiftS", U8, 200, 0, 8, 0, 0},               {"RShiftS", S32, -8, 0, 2, 0, -2},
-      {"LShiftS", U8, 0x81, 0, 33, 0, 0x02},          {"LShiftS", U8, 0x81, 0, 8, 0, 0},
-      {"Abs", S8, -128, 0, 0, 0, -128},               {"Abs", S16, -32768, 0, 0, 0, -32768},
+      {"Add", S16, 30000, 10000, 0, 0, 32767},       {"Subtract", S8, -100, 100, 0, 0, -128},
+      {"Add", U16, 60000, 10000, 0, 0, 65535},       {"SubtractS", U8, 3, 0, 10, 1, 7},
+      {"AndS", U8, 0xAB, 0, 0x1FF, 0, 0xAB},         {"Not", U8, 0x0F, 0, 0, 0, 0xF0},
+      {"RShiftS", S8, -100, 0, 2, 0, -25},           {"RShiftS", S16, -1, 0, 17, 0, 32767},
+      {"RShiftS", U8, 200, 0, 8, 0, 0},              {"RShiftS", S32, -8, 0, 2, 0, -2},
+      {"LShiftS", U8, 0x81, 0, 33, 0, 0x02},         {"LShiftS", U8, 0x81, 0, 8, 0, 0},
+      {"Abs", S8, -128, 0, 0, 0, -128},              {"Abs", S16, -32768, 0, 0, 0, -32768},
       {"Abs", S32, INT_MIN, 0, 0, 0, INT_MIN},
   };
   for (const auto& k : cases) {
     Image a({k.depth, 1, 0, 1, 1}), b({k.depth, 1, 0, 1, 1}), d({k.depth, 1, 0, 1, 1});
-    set(a, 0, 0, 0, k.a);
-    set(b, 0, 0, 0, k.b);
+    set(a, 0, 0, 0, k.a), set(b, 0, 0, 0, k.b);
     runOp(std::string("mox") + k.func, a, b, d, k.v, k.r, nullptr);
-    EXPECT_EQ(get(d, 0, 0), k.want) << k.func << " " << k.a << "," << k.b << " " << std::hex
-                                    << k.depth;
+    EXPECT_EQ(get(d, 0, 0), k.want) << k.func << " " << k.a << "," << k.b << " " << std::hex << k.depth;
   }
 }
 

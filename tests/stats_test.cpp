@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <vector>
 
 #include "op_cases.h"
@@ -115,12 +116,11 @@ TEST(Histo, CountsEqualADirectCount) {
   // Every value of a full 8-bit range in a bin of its own.
   Image s({MOX_DEPTH_8U, 1, 0, 3, 700}, 4);
   std::vector<int> keys(257);
-  for (int i = 0; i <= 256; ++i) keys[size_t(i)] = i;
+  std::iota(keys.begin(), keys.end(), 0);
   Table t(keys);
   MoxLUT* l = &t.lut;
   moxComputeHisto(s, &l);
-  std::vector<ll> got(t.value.begin(), t.value.end());
-  EXPECT_EQ(got, directCount(s, t, 0));
+  EXPECT_EQ(std::vector<ll>(t.value.begin(), t.value.end()), directCount(s, t, 0));
   EXPECT_TRUE(reports().empty());
 }
 
