@@ -198,8 +198,6 @@ TEST(AlphaChecks, EveryCheckReportsItsTextAndLine) {
   expectReport("moxPreMultiplyAlpha", "image==0", 856, "moxalpha");
 }
 
-// ---------------------------------------------------------------- composition
-
 namespace {
 
 // The composition of one pixel's values by the formulas, with m the scaled

@@ -122,8 +122,6 @@ TEST(Filter, BoxFiltersMatchTheirWindows) {
   EXPECT_TRUE(reports().empty());
 }
 
-// ---------------------------------------------------------------- convolution
-
 struct Kernel { Box box; std::vector<int> values; int shift; };
 
 ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {
@@ -224,8 +222,6 @@ TEST(Filter, SeparableConvolutionRowThenColumn) {
   EXPECT_TRUE(reports().empty());
 }
 
-// ------------------------------------------- layouts, tiles and in place
-
 using Run = std::function<void(const MoxImage*, MoxImage*)>;
 
 std::vector<std::pair<const char*, Run>> everyOperation() {
@@ -300,8 +296,6 @@ TEST(Filter, TiledAndInPlaceEqualPlain) {
   EXPECT_TRUE(reports().empty());
 }
 
-// ---------------------------------------------------------------- records
-
 TEST(Filter, KernelRecordsAreCopiesAndRefuseBadShapes) {
   Capture capture;
   int values[] = {1, 2, 3, 4, 5, 6};
@@ -323,8 +317,6 @@ TEST(Filter, KernelRecordsAreCopiesAndRefuseBadShapes) {
   moxGetConvKernel(nullptr, &c, &r, &ax, &ay, &v, &s);
   expectReport("moxGetConvKernel", "(kernel == NULL)", 60, "moxfilt");
 }
-
-// ---------------------------------------------------------------- checks
 
 TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
   const int w3[] = {1, 1, 1, 1, 1, 1, 1, 1, 1};

@@ -18,6 +18,8 @@
 
 using namespace testimg;
 
+namespace {
+
 // Pins the references themselves where the rules saturate, wrap or shift.
 TEST(Arith, KnownValues) {
   const unsigned U1 = MOX_DEPTH_1U, U8 = MOX_DEPTH_8U, S8 = MOX_DEPTH_8S, U16 = MOX_DEPTH_16U,
@@ -129,8 +131,6 @@ TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
     }
 }
 
-// ---------------------------------------------------------------- exchange
-
 TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
   Capture capture;
   const auto first = [](const ll* v) { return v[0]; };
@@ -170,10 +170,6 @@ TEST(Data, ChecksReportAndWriteNothing) {
   EXPECT_TRUE(reports().empty());
   EXPECT_TRUE(a.bytes() == beforeA && b.bytes() == beforeB);
 }
-
-// ---------------------------------------------------------------- walk
-
-namespace {
 
 // Tile width and height of a, b, d; 0 = not tiled.
 struct TileSet { int size[3][2]; };
@@ -216,8 +212,6 @@ void compareTiled(const OpCase& c, unsigned depth, int channels, int order, cons
     EXPECT_TRUE(calls.back().mode == MOX_RELEASE_TILE && (!asked || gets <= 1));
   }
 }
-
-}  // namespace
 
 TEST(Walk, TiledRunsEqualPlainRuns) {
   Capture capture;
@@ -315,10 +309,6 @@ TEST(Walk, CallBacksThatMisbehave) {
     }
   }
 }
-
-// ---------------------------------------------------------------- kernel blocks
-
-namespace {
 
 using mox::OpArgs;
 using mox::arith::Blocks;
