@@ -1,7 +1,6 @@
-// Scaled products and premultiplication: the scaled multiply against the
-// exact quotient over every 8-bit pair, the scalar clamps, ROIs,
-// channels of interest, plane order, in place, tiled runs against plain
-// runs, and every check's text and line.
+// Scaled products, premultiplication and composition against the exact
+// quotients and formulas, on ROIs, channels of interest, plane order, in
+// place; tiled runs against plain runs; every check's text and line.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -21,41 +20,26 @@ const int kRoiA[5] = {0, 3, 1, 8, 30}, kRoiB[5] = {0, 5, 2, 7, 29}, kRoiD[5] = {
 
 }  // namespace
 
-TEST(Alpha, ScaledMultiplyOfEveryEightBitPair) {
+// Every pair of 8-bit values; 16-bit random values and every pair of the
+// edges; the scalar form with values in and beyond each range.
+TEST(Alpha, ScaledMultiplyAgainstTheQuotient) {
   Capture capture;
-  Image a({MOX_DEPTH_8U, 1, 0, 256, 256}), b({MOX_DEPTH_8U, 1, 0, 256, 256}),
-      d({MOX_DEPTH_8U, 1, 0, 256, 256});
-  for (int y = 0; y < 256; ++y)
-    for (int x = 0; x < 256; ++x) set(a, x, y, 0, x), set(b, x, y, 0, y);
-  moxMultiplyScale(a, b, d, nullptr);
-  int wrong = 0;
-  for (int y = 0; y < 256; ++y)
-    for (int x = 0; x < 256; ++x) wrong += get(d, x, y) != scaled(x, y, 255);
-  EXPECT_EQ(wrong, 0);
-  // The scalar form with every value, and values beyond the range.
-  for (int v : {0, 1, 128, 254, 255, 256, 300, -1, INT_MIN}) {
-    moxMultiplySScale(a, d, v, nullptr);
-    const ll m = unsigned(v) > 255u ? 255 : v;
-    for (int x = 0; x < 256; ++x) ASSERT_EQ(get(d, x, 7), scaled(x, m, 255)) << x << " " << v;
-  }
-  EXPECT_TRUE(reports().empty());
-}
-
-TEST(Alpha, ScaledMultiplyOfSixteenBitValues) {
-  Capture capture;
-  Image a({MOX_DEPTH_16U, 1, 0, 64, 128}, 5), b({MOX_DEPTH_16U, 1, 0, 64, 128}, 6),
-      d({MOX_DEPTH_16U, 1, 0, 64, 128});
   const ll edges[] = {0, 1, 2, 255, 256, 32767, 32768, 65534, 65535};
-  for (int i = 0; i < 9; ++i)
-    for (int j = 0; j < 9; ++j) set(a, i * 9 + j, 0, 0, edges[i]), set(b, i * 9 + j, 0, 0, edges[j]);
-  moxMultiplyScale(a, b, d, nullptr);
-  for (int y = 0; y < 64; ++y)
-    for (int x = 0; x < 128; ++x)
-      ASSERT_EQ(get(d, x, y), scaled(get(a, x, y), get(b, x, y), 65535)) << x << "," << y;
-  for (int v : {-1, 65536, 70000, 40000, 3}) {
-    moxMultiplySScale(a, d, v, nullptr);
-    const ll m = unsigned(v) > 65535u ? 65535 : v;
-    for (int x = 0; x < 128; ++x) ASSERT_EQ(get(d, x, 3), scaled(get(a, x, 3), m, 65535)) << v;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U}) {
+    const Shape shape{depth, 1, 0, 256, 256};
+    Image a(shape, 5), b(shape, 6), d(shape);
+    const ll m = maxOf(depth);
+    for (int y = 0; y < 256; ++y)
+      for (int x = 0; x < 256; ++x)
+        if (depth == MOX_DEPTH_8U) set(a, x, y, 0, x), set(b, x, y, 0, y);
+    for (int i = 0; i < 81 && depth == MOX_DEPTH_16U; ++i) set(a, i, 0, 0, edges[i / 9]), set(b, i, 0, 0, edges[i % 9]);
+    moxMultiplyScale(a, b, d, nullptr);
+    EXPECT_EQ(pixels(d), expected({a, b, d}, [&](const ll* v) { return scaled(v[0], v[1], m); })) << depth;
+    for (int v : {0, 1, 3, 128, 254, 255, 256, 300, 40000, 65535, 65536, 70000, -1, INT_MIN}) {
+      const ll by = unsigned(v) > unsigned(m) ? m : v;
+      moxMultiplySScale(a, d, v, nullptr);
+      EXPECT_EQ(pixels(d), expected({a, d}, [&](const ll* p) { return scaled(p[0], by, m); })) << depth << " " << v;
+    }
   }
   EXPECT_TRUE(reports().empty());
 }
@@ -71,12 +55,9 @@ TEST(Alpha, ProductsOnRoisChannelsPlanesAndInPlace) {
     for (const Case& c : cases)
       for (int inPlace = 0; inPlace < 2; ++inPlace) {
         SCOPED_TRACE(c.name);
-        int ra[5], rb[5], rd[5];
-        std::copy(kRoiA, kRoiA + 5, ra), std::copy(kRoiB, kRoiB + 5, rb);
-        std::copy(kRoiD, kRoiD + 5, rd);
-        ra[0] = c.coi[0], rb[0] = c.coi[1], rd[0] = c.coi[2];
-        Image a({depth, 3, c.order, 12, 40}, 1, ra), b({depth, 3, c.order, 9, 35}, 2, rb),
-            d({depth, 3, c.order, 14, 50}, 3, rd);
+        Image a({depth, 3, c.order, 12, 40}, 1, kRoiA), b({depth, 3, c.order, 9, 35}, 2, kRoiB),
+            d({depth, 3, c.order, 14, 50}, 3, kRoiD);
+        a->roi->coi = c.coi[0], b->roi->coi = c.coi[1], d->roi->coi = c.coi[2];
         const ll m = maxOf(depth);
         MoxImage* dst = inPlace ? +a : +d;
         auto want = expected({a, b, dst}, [&](const ll* v) { return scaled(v[0], v[1], m); });
@@ -117,13 +98,6 @@ TEST(Alpha, PreMultiplyByOwnAlphaOrByAConstant) {
           moxPreMultiplyAlpha(im, value, nullptr);
           EXPECT_EQ(pixels(im), want) << depth << " " << order << " " << channels << " " << value;
         }
-  // The known points: 300 acts as 255, colours unchanged.
-  Image im({MOX_DEPTH_8U, 2, 0, 1, 1});
-  im->alphaChannel = 2;
-  set(im, 0, 0, 0, 77), set(im, 0, 0, 1, 3);
-  moxPreMultiplyAlpha(im, 300, nullptr);
-  EXPECT_EQ(get(im, 0, 0, 0), 77);
-  EXPECT_EQ(get(im, 0, 0, 1), 255);
   EXPECT_TRUE(reports().empty());
 }
 
@@ -173,12 +147,8 @@ TEST(Alpha, TiledRunsEqualPlainRuns) {
 TEST(AlphaChecks, EveryCheckReportsItsTextAndLine) {
   Capture capture;
 #define C(...) [](MoxImage* a, MoxImage* b, MoxImage* d) { (void)a, (void)b, (void)d; __VA_ARGS__; }
-  const struct {
-    int op;  // 0 scalar, 1 two images, 2 premultiply (on d)
-    void (*spoil)(MoxImage* a, MoxImage* b, MoxImage* d);
-    const char* text;
-    int line;
-  } cases[] = {
+  // op: 0 scalar, 1 two images, 2 premultiply (on d)
+  const struct { int op; void (*spoil)(MoxImage* a, MoxImage* b, MoxImage* d); const char* text; int line; } cases[] = {
       {0, C(d->align = 3), "moxBadImageHeader(dstImage) != 0", 601},
       {0, C(a->roi = moxCreateROI(0, 99, 0, 1, 1)), "srcImage->roi->xOffset >= srcImage->width", 602},
       {0, C(a->widthStep = 2), "(srcImage->widthStep < the bytes of srcImage->width pixels)", 602},
@@ -209,8 +179,7 @@ TEST(AlphaChecks, EveryCheckReportsItsTextAndLine) {
 #undef C
   const char* funcs[] = {"moxMultiplySScale", "moxMultiplyScale", "moxPreMultiplyAlpha"};
   for (const auto& k : cases) {
-    Image a({MOX_DEPTH_8U, 2, 0, 4, 6}, 1), b({MOX_DEPTH_8U, 2, 0, 4, 6}, 2),
-        d({MOX_DEPTH_8U, 2, 0, 4, 6}, 3);
+    Image a({MOX_DEPTH_8U, 2, 0, 4, 6}, 1), b({MOX_DEPTH_8U, 2, 0, 4, 6}, 2), d({MOX_DEPTH_8U, 2, 0, 4, 6}, 3);
     d->alphaChannel = 2;
     const auto before = d.bytes();
     k.spoil(a, b, d);
@@ -228,8 +197,6 @@ TEST(AlphaChecks, EveryCheckReportsItsTextAndLine) {
   moxPreMultiplyAlpha(nullptr, 1, nullptr);
   expectReport("moxPreMultiplyAlpha", "image==0", 856, "moxalpha");
 }
-
-// ---------------------------------------------------------------- composition
 
 namespace {
 
@@ -319,8 +286,7 @@ TEST(Composite, TiledRunsEqualPlainRunsAndChecks) {
   expectReport("moxAlphaCompositeC", "ERROR in Tiling callBack", 1066, "moxalpha");
   // The checks, their texts and lines; nothing written.
   const auto before = d.bytes();
-  const int bad[2] = {-1, 6};
-  for (int type : bad) {
+  for (int type : {-1, 6}) {
     moxAlphaCompositeC(a, b, d, type, 1, 2, 0, 0);
     expectReport("moxAlphaCompositeC",
                  "compositeType < MOX_COMPOSITE_OVER || compositeType > MOX_COMPOSITE_PLUS", 1008,

@@ -1,15 +1,16 @@
-// Convolution, box mean, minimum, maximum and median filters: every output
-// value against its window read pixel by pixel through the border routines,
-// on every depth, border mode, box and anchor; tiled, in-place and
-// channel-of-interest runs against plain ones; the checks.
+// Convolution, box mean, minimum, maximum and median filters against their
+// windows read through the border routines, on every depth, border mode, box
+// and anchor; tiled, in-place and channel-of-interest runs against plain
+// ones; the checks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "image/border.h"
-#include "image_helpers.h"
+#include "op_cases.h"
 
 namespace {
 
@@ -24,37 +25,23 @@ ll at(const MoxImage* im, int x, int y, int c) {
 
 ll floorDiv(ll a, ll b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
 
-// The common rectangle of the ROIs: (sx, sy, dx, dy, w, h).
-std::vector<int> common(const MoxImage* s, const MoxImage* d) {
-  auto rect = [](const MoxImage* im) {
-    if (!im->roi) return std::vector<int>{0, 0, im->width, im->height};
-    const MoxROI* r = im->roi;
-    return std::vector<int>{r->xOffset, r->yOffset, std::min(r->width, im->width - r->xOffset),
-                            std::min(r->height, im->height - r->yOffset)};
-  };
-  const auto a = rect(s), b = rect(d);
-  return {a[0], a[1], b[0], b[1], std::min(a[2], b[2]), std::min(a[3], b[3])};
-}
-
-int channels(const MoxImage* im) { return im->roi && im->roi->coi ? 1 : im->nChannels; }
-int channelOf(const MoxImage* im, int k) { return im->roi && im->roi->coi ? im->roi->coi : k + 1; }
-
-// Every value of the destination's rectangle equals want(src x, src y,
-// src channel); the values outside it are unchanged.
-void expectEach(const MoxImage* src, const MoxImage* dst, const std::vector<char>& before,
+// Runs f from src into dst; every value of the common rectangle must equal
+// want(src x, src y, src channel from 1), clamped; the values outside it are
+// unchanged.
+void expectEach(const MoxImage* src, const Image& dst, const std::function<void(MoxImage*)>& f,
                 const std::function<ll(int, int, int)>& want, const std::string& what) {
-  const auto r = common(src, dst);
-  Image copy({dst->depth, dst->nChannels, dst->dataOrder, dst->height, dst->width});
-  std::copy(before.begin(), before.end(), copy->imageData);
-  for (int y = 0; y < r[5]; ++y)
-    for (int x = 0; x < r[4]; ++x)
-      for (int k = 0; k < channels(dst); ++k) {
-        const int dc = channelOf(dst, k) - 1;
-        const ll w = clampTo(dst->depth, want(r[0] + x, r[1] + y, channelOf(src, k)));
-        ASSERT_EQ(get(dst, r[2] + x, r[3] + y, dc), w) << what << " at " << x << "," << y << " ch " << k;
-        set(copy, r[2] + x, r[3] + y, dc, w);
-      }
-  EXPECT_EQ(std::vector<char>(dst->imageData, dst->imageData + dst->imageSize), copy.bytes()) << what;
+  const auto before = dst.bytes();
+  f(dst);
+  const auto got = dst.bytes();
+  std::copy(before.begin(), before.end(), dst->imageData);
+  const Rect s = clippedRoi(src), d = clippedRoi(dst);
+  const int work = dst->roi && dst->roi->coi ? 1 : dst->nChannels;
+  for (int y = 0; y < std::min(s.h, d.h); ++y)
+    for (int x = 0; x < std::min(s.w, d.w); ++x)
+      for (int k = 0; k < work; ++k)
+        set(dst, d.x + x, d.y + y, channelOf(dst, k),
+            clampTo(dst->depth, want(s.x + x, s.y + y, channelOf(src, k) + 1)));
+  EXPECT_TRUE(got == dst.bytes()) << what;
 }
 
 struct Box { int nCols, nRows, anchorX, anchorY; };
@@ -104,57 +91,38 @@ void setModes(MoxImage* im, int k) {
 }
 constexpr int kModeCases = 6;
 
-const Box kBoxes[] = {{1, 1, 0, 0}, {3, 3, 1, 1}, {4, 2, 3, 0}, {5, 7, 0, 6},
-                      {2, 5, 1, 2}, {9, 8, 4, 7}, {13, 3, 12, 1}};
+// Every box filter with every box of the list from src into a fresh image.
+void expectBoxes(const Image& src, std::initializer_list<Box> boxes, const std::string& what) {
+  for (const Box& b : boxes)
+    for (const BoxOp& op : kBoxOps) {
+      Image dst({src->depth, src->nChannels, 0, src->height, src->width}, 5);
+      expectEach(src, dst, [&](MoxImage* d) { op.call(src, d, b.nCols, b.nRows, b.anchorX, b.anchorY); },
+                 [&](int x, int y, int c) { return op.reduce(window(src, x, y, c, b)); },
+                 what + " " + op.name + " box " + std::to_string(b.nCols) + "x" + std::to_string(b.nRows));
+    }
+}
 
-TEST(Filter, BoxFiltersMatchTheirWindowsOnEveryDepthModeBoxAndAnchor) {
+// Boxes of every shape and anchor on every depth and border setting; then
+// boxes far larger than the image, and wider than the running extrema's
+// direct path, on values spread over the whole range.
+TEST(Filter, BoxFiltersMatchTheirWindows) {
   Capture capture;
   for (unsigned depth : kDepths)
     for (int modes = 0; modes < kModeCases; ++modes) {
-      const int ch = depth == MOX_DEPTH_1U ? 1 : 2;
-      Image src({depth, ch, 0, 11, 13}, depth + modes);
+      Image src({depth, depth == MOX_DEPTH_1U ? 1 : 2, 0, 11, 13}, depth + modes);
       setModes(src, modes);
-      for (const Box& b : kBoxes)
-        for (const BoxOp& op : kBoxOps) {
-          Image dst({depth, ch, 0, 11, 13}, 5);
-          const auto before = dst.bytes();
-          op.call(src, dst, b.nCols, b.nRows, b.anchorX, b.anchorY);
-          expectEach(src, dst, before,
-                     [&](int x, int y, int c) { return op.reduce(window(src, x, y, c, b)); },
-                     std::string(op.name) + " depth " + std::to_string(depth) + " modes " +
-                         std::to_string(modes) + " box " + std::to_string(b.nCols) + "x" +
-                         std::to_string(b.nRows));
-        }
+      expectBoxes(src, {{1, 1, 0, 0}, {3, 3, 1, 1}, {4, 2, 3, 0}, {5, 7, 0, 6}, {2, 5, 1, 2}, {9, 8, 4, 7},
+                        {13, 3, 12, 1}}, "depth " + std::to_string(depth) + " modes " + std::to_string(modes));
     }
-  EXPECT_TRUE(reports().empty());
-}
-
-// Boxes far larger than the image, and wider than the running extrema's
-// direct path, on values spread over the whole range.
-TEST(Filter, LargeBoxesOnSmallImages) {
-  Capture capture;
   for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16S, MOX_DEPTH_32S}) {
     Image src({depth, 1, 0, 7, 9}, 3);
     moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
-    for (const Box& b : {Box{31, 31, 15, 15}, Box{25, 1, 3, 0}, Box{1, 20, 0, 19}})
-      for (const BoxOp& op : kBoxOps) {
-        Image dst({depth, 1, 0, 7, 9}, 5);
-        const auto before = dst.bytes();
-        op.call(src, dst, b.nCols, b.nRows, b.anchorX, b.anchorY);
-        expectEach(src, dst, before,
-                   [&](int x, int y, int c) { return op.reduce(window(src, x, y, c, b)); }, op.name);
-      }
+    expectBoxes(src, {{31, 31, 15, 15}, {25, 1, 3, 0}, {1, 20, 0, 19}}, "large");
   }
   EXPECT_TRUE(reports().empty());
 }
 
-// ---------------------------------------------------------------- convolution
-
-struct Kernel {
-  Box box;
-  std::vector<int> values;
-  int shift;
-};
+struct Kernel { Box box; std::vector<int> values; int shift; };
 
 ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {
   const auto v = window(im, x, y, c, k.box);
@@ -163,30 +131,20 @@ ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {
   return s >> k.shift;
 }
 
-ll isqrt(ll v) {
-  ll lo = 0, hi = 1LL << 31;
-  while (lo < hi) {
-    const ll mid = (lo + hi + 1) / 2;
-    if (mid * mid <= v) lo = mid; else hi = mid - 1;
-  }
-  return lo;
-}
-
-// Squares saturate at 2^62 (every depth's range is far below).
+// Squares saturate at 2^62 (every depth's range is far below); the root is
+// the integer part.
 ll combine(const std::vector<ll>& r, int method) {
   const ll big = 1LL << 31;
   ll out = method == MOX_MAX || method == MOX_MIN ? r[0] : 0;
   for (ll v : r) {
+    const ll q = std::min(v < 0 ? -v : v, big);
     if (method == MOX_SUM) out += v;
-    if (method == MOX_SUMSQ || method == MOX_SUMSQROOT)
-    {
-      const ll q = std::min(v < 0 ? -v : v, big);
-      out = out > big * big - q * q ? big * big : out + q * q;
-    }
-    if (method == MOX_MAX) out = std::max(out, v);
-    if (method == MOX_MIN) out = std::min(out, v);
+    if (method == MOX_SUMSQ || method == MOX_SUMSQROOT) out = out > big * big - q * q ? big * big : out + q * q;
+    if (method == MOX_MAX || method == MOX_MIN) out = method == MOX_MAX ? std::max(out, v) : std::min(out, v);
   }
-  return method == MOX_SUMSQROOT ? isqrt(out) : out;
+  ll root = 0;
+  for (ll bit = 1LL << 31; bit; bit >>= 1) root += (root + bit) * (root + bit) <= out ? bit : 0;
+  return method == MOX_SUMSQROOT ? root : out;
 }
 
 const Kernel kKernels[] = {
@@ -217,9 +175,7 @@ TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
               used.push_back(&k);
             }
           Image dst({depth, 3, 0, 9, 11}, 4);
-          const auto before = dst.bytes();
-          moxConvolve2D(src, dst, ks.data(), int(ks.size()), method);
-          expectEach(src, dst, before,
+          expectEach(src, dst, [&](MoxImage* d) { moxConvolve2D(src, d, ks.data(), int(ks.size()), method); },
                      [&](int x, int y, int c) {
                        std::vector<ll> r;
                        for (const Kernel* k : used) r.push_back(convolveAt(src, x, y, c, *k));
@@ -251,9 +207,7 @@ TEST(Filter, SeparableConvolutionRowThenColumn) {
       for (int which = 0; which < 4; ++which) {
         const bool useX = which & 1, useY = which & 2;
         Image dst({depth, 2, 1, 9, 10}, 4);
-        const auto before = dst.bytes();
-        moxConvolveSep2D(src, dst, useX ? x : nullptr, useY ? y : nullptr);
-        expectEach(src, dst, before,
+        expectEach(src, dst, [&](MoxImage* d) { moxConvolveSep2D(src, d, useX ? x : nullptr, useY ? y : nullptr); },
                    [&](int px, int py, int c) {
                      if (!useY) return rowAt(px, py, c, useX);
                      ll s = 0;
@@ -268,24 +222,18 @@ TEST(Filter, SeparableConvolutionRowThenColumn) {
   EXPECT_TRUE(reports().empty());
 }
 
-// ------------------------------------------- layouts, tiles and in place
-
 using Run = std::function<void(const MoxImage*, MoxImage*)>;
 
 std::vector<std::pair<const char*, Run>> everyOperation() {
   static const int weights[] = {1, -2, 3, 4, 5, -6};
   return {
       {"conv", [](const MoxImage* s, MoxImage* d) {
-         MoxConvKernel* k = moxCreateConvKernel(3, 2, 2, 1, weights, 1);
-         moxConvolve2D(s, d, &k, 1, MOX_SUM);
-         moxDeleteConvKernel(k);
+         MoxConvKernel k{3, 2, 2, 1, const_cast<int*>(weights), 1}, *p = &k;
+         moxConvolve2D(s, d, &p, 1, MOX_SUM);
        }},
       {"sep", [](const MoxImage* s, MoxImage* d) {
-         MoxConvKernel* x = moxCreateConvKernel(3, 1, 0, 0, weights, 0);
-         MoxConvKernel* y = moxCreateConvKernel(1, 4, 0, 2, weights + 2, 3);
-         moxConvolveSep2D(s, d, x, y);
-         moxDeleteConvKernel(x);
-         moxDeleteConvKernel(y);
+         MoxConvKernel x{3, 1, 0, 0, const_cast<int*>(weights), 0}, y{1, 4, 0, 2, const_cast<int*>(weights) + 2, 3};
+         moxConvolveSep2D(s, d, &x, &y);
        }},
       {"blur", [](const MoxImage* s, MoxImage* d) { moxBlur(s, d, 5, 3, 1, 2); }},
       {"min", [](const MoxImage* s, MoxImage* d) { moxMinFilter(s, d, 9, 8, 3, 7); }},
@@ -298,17 +246,13 @@ std::vector<std::pair<const char*, Run>> everyOperation() {
   };
 }
 
-void copyModes(const MoxImage* from, MoxImage* to) {
-  std::copy(from->borderMode, from->borderMode + 4, to->borderMode);
-  std::copy(from->borderConst, from->borderConst + 4, to->borderConst);
-}
-
 // Tiled sources and destinations, ROIs, channels of interest and in-place
 // calls give the bits of the plain call.
 TEST(Filter, TiledAndInPlaceEqualPlain) {
   Capture capture;
   const int H = 23, W = 29;
-  struct Layout { unsigned depth; int ch, order; std::vector<int> srcRoi, dstRoi; };
+  // ROIs (h 0: none) of the source and destination.
+  struct Layout { unsigned depth; int ch, order, srcRoi[5], dstRoi[5]; };
   const Layout layouts[] = {
       {MOX_DEPTH_8U, 3, 0, {}, {}},
       {MOX_DEPTH_16S, 2, 1, {0, 3, 2, 15, 20}, {0, 5, 6, 17, 19}},
@@ -321,43 +265,36 @@ TEST(Filter, TiledAndInPlaceEqualPlain) {
       if (l.depth == MOX_DEPTH_1U && (name == std::string("conv") || name == std::string("sep")))
         continue;
       const std::string what = std::string(name) + " depth " + std::to_string(l.depth);
-      Image src({l.depth, l.ch, l.order, H, W}, 9), dst({l.depth, l.ch, l.order, H, W}, 10);
-      setModes(src, 5);
-      if (!l.srcRoi.empty()) src.roi(l.srcRoi[0], l.srcRoi[1], l.srcRoi[2], l.srcRoi[3], l.srcRoi[4]);
-      if (!l.dstRoi.empty()) dst.roi(l.dstRoi[0], l.dstRoi[1], l.dstRoi[2], l.dstRoi[3], l.dstRoi[4]);
-      Image want({l.depth, l.ch, l.order, H, W}, 10);
-      if (dst->roi) want.roi(dst->roi->coi, dst->roi->xOffset, dst->roi->yOffset, dst->roi->height, dst->roi->width);
-      op(src, want);
+      // Sources of seed 9, destinations of seed 10, with the ROI given.
+      auto make = [&](unsigned seed, const int* roi) {
+        return std::make_unique<Image>(Shape{l.depth, l.ch, l.order, H, W}, seed, roi[3] ? roi : nullptr);
+      };
+      auto src = make(9, l.srcRoi), want = make(10, l.dstRoi), other = make(9, l.srcRoi),
+           back = make(9, l.srcRoi);
+      setModes(*src, 5);
+      op(*src, *want);
       for (int tile : {8, 16}) {
-        Tiled ts(src, tile, tile), td(dst, 16, 8);
-        copyModes(src, ts);
+        auto dst = make(10, l.dstRoi), got = make(10, l.dstRoi);
+        Tiled ts(*src, tile, tile), td(*dst, 16, 8);
+        setModes(ts, 5);
         op(ts, td);
-        Image got({l.depth, l.ch, l.order, H, W}, 10);
-        td.gather(got);
-        EXPECT_EQ(got.bytes(), want.bytes()) << what << " tiled " << tile;
+        td.gather(*got);
+        EXPECT_EQ(got->bytes(), want->bytes()) << what << " tiled " << tile;
         EXPECT_EQ(td->tileInfo->tileData, nullptr);
         EXPECT_FALSE(ts.badIndex || td.badIndex);
       }
       // In place: the source is its own destination (same ROI).
-      Image self({l.depth, l.ch, l.order, H, W}, 9);
-      setModes(self, 5);
-      if (!l.srcRoi.empty()) self.roi(l.srcRoi[0], l.srcRoi[1], l.srcRoi[2], l.srcRoi[3], l.srcRoi[4]);
-      Image other({l.depth, l.ch, l.order, H, W}, 9);
-      if (self->roi) other.roi(self->roi->coi, self->roi->xOffset, self->roi->yOffset, self->roi->height, self->roi->width);
-      Tiled tiledSelf(self, 8, 8);
-      copyModes(self, tiledSelf);
-      op(self, other);
-      op(self, self);
-      EXPECT_EQ(self.bytes(), other.bytes()) << what << " in place";
+      Tiled tiledSelf(*src, 8, 8);
+      setModes(tiledSelf, 5);
+      op(*src, *other);
+      op(*src, *src);
+      EXPECT_EQ(src->bytes(), other->bytes()) << what << " in place";
       op(tiledSelf, tiledSelf);
-      Image back({l.depth, l.ch, l.order, H, W}, 9);
-      tiledSelf.gather(back);
-      EXPECT_EQ(back.bytes(), other.bytes()) << what << " tiled in place";
+      tiledSelf.gather(*back);
+      EXPECT_EQ(back->bytes(), other->bytes()) << what << " tiled in place";
     }
   EXPECT_TRUE(reports().empty());
 }
-
-// ---------------------------------------------------------------- records
 
 TEST(Filter, KernelRecordsAreCopiesAndRefuseBadShapes) {
   Capture capture;
@@ -381,8 +318,6 @@ TEST(Filter, KernelRecordsAreCopiesAndRefuseBadShapes) {
   expectReport("moxGetConvKernel", "(kernel == NULL)", 60, "moxfilt");
 }
 
-// ---------------------------------------------------------------- checks
-
 TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
   const int w3[] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
   MoxConvKernel good{3, 3, 1, 1, const_cast<int*>(w3), 0};
@@ -391,21 +326,15 @@ TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       moxConvolve2D(s, d, ks.empty() ? nullptr : ks.data(), n < 0 ? int(ks.size()) : n, method);
     };
   };
-  auto field = [&](void (*f)(MoxConvKernel*)) {
-    auto* k = new MoxConvKernel(good);
-    f(k);
-    return k;
+  auto sep = [](MoxConvKernel* x, MoxConvKernel* y) {
+    return [=](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, x, y); };
   };
-  MoxConvKernel* bad[] = {
-      field([](MoxConvKernel* k) { k->nRows = 0; }),
-      field([](MoxConvKernel* k) { k->anchorX = 3; }),
-      field([](MoxConvKernel* k) { k->anchorY = -1; }),
-      field([](MoxConvKernel* k) { k->values = nullptr; }),
-      field([](MoxConvKernel* k) { k->nShiftR = 32; }),
-  };
+  int* w = const_cast<int*>(w3);
+  MoxConvKernel bad[] = {{3, 0, 1, 1, w, 0}, {3, 3, 3, 1, w, 0}, {3, 3, 1, -1, w, 0},
+                         {3, 3, 1, 1, nullptr, 0}, {3, 3, 1, 1, w, 32}};
   static int huge[9] = {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF};
   MoxConvKernel heavy{3, 3, 1, 1, huge, 0};
-  MoxConvKernel row{3, 1, 0, 0, const_cast<int*>(w3), 0}, column{1, 3, 0, 0, const_cast<int*>(w3), 0};
+  MoxConvKernel row{3, 1, 0, 0, w, 0}, column{1, 3, 0, 0, w, 0};
   std::vector<MoxConvKernel*> many(101, &good);
   const struct Case {
     const char* func;
@@ -420,46 +349,31 @@ TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       {"moxConvolve2D", 122, conv({&good}, 1, 5), "(combineMethod < MOX_SUM || combineMethod > MOX_MIN)"},
       {"moxConvolve2D", 123, conv({&good}), "(dstImage->depth == MOX_DEPTH_1U)", MOX_DEPTH_1U},
       {"moxConvolve2D", 124, conv({&good, nullptr}), "(kernel[1] == NULL)"},
-      {"moxConvolve2D", 125, conv({bad[0]}), "(kernel[0]->nCols <= 0 || kernel[0]->nRows <= 0)"},
-      {"moxConvolve2D", 126, conv({&good, bad[1]}), "(kernel[1]->anchorX < 0 || kernel[1]->anchorX >= nCols)"},
-      {"moxConvolve2D", 127, conv({bad[2]}), "(kernel[0]->anchorY < 0 || kernel[0]->anchorY >= nRows)"},
-      {"moxConvolve2D", 128, conv({bad[3]}), "(kernel[0]->values == NULL)"},
-      {"moxConvolve2D", 129, conv({bad[4]}), "(kernel[0]->nShiftR < 0 || kernel[0]->nShiftR > 31)"},
+      {"moxConvolve2D", 125, conv({&bad[0]}), "(kernel[0]->nCols <= 0 || kernel[0]->nRows <= 0)"},
+      {"moxConvolve2D", 126, conv({&good, &bad[1]}), "(kernel[1]->anchorX < 0 || kernel[1]->anchorX >= nCols)"},
+      {"moxConvolve2D", 127, conv({&bad[2]}), "(kernel[0]->anchorY < 0 || kernel[0]->anchorY >= nRows)"},
+      {"moxConvolve2D", 128, conv({&bad[3]}), "(kernel[0]->values == NULL)"},
+      {"moxConvolve2D", 129, conv({&bad[4]}), "(kernel[0]->nShiftR < 0 || kernel[0]->nShiftR > 31)"},
       {"moxConvolve2D", 130, conv({&heavy}), "(sum of |kernel[0]->values| * largest pixel > 2^62)", MOX_DEPTH_32S},
-      {"moxConvolveSep2D", 221, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, bad[1], nullptr); },
-       "(xKernel->anchorX < 0 || xKernel->anchorX >= nCols)"},
-      {"moxConvolveSep2D", 225, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, &good, nullptr); },
-       "(xKernel->nRows != 1)"},
-      {"moxConvolveSep2D", 234, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, &row, bad[4]); },
-       "(yKernel->nShiftR < 0 || yKernel->nShiftR > 31)"},
-      {"moxConvolveSep2D", 235, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, nullptr, &row); },
-       "(yKernel->nCols != 1)"},
-      {"moxConvolveSep2D", 236, [&](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, &row, &column); },
-       "(dstImage->depth == MOX_DEPTH_1U)", MOX_DEPTH_1U},
-      {"moxBlur", 320, [](MoxImage* s, MoxImage* d) { moxBlur(s, d, 0, 3, 0, 0); }, "(nCols <= 0)"},
-      {"moxMinFilter", 421, [](MoxImage* s, MoxImage* d) { moxMinFilter(s, d, 3, -2, 0, 0); }, "(nRows <= 0)"},
-      {"moxMaxFilter", 522, [](MoxImage* s, MoxImage* d) { moxMaxFilter(s, d, 3, 3, 3, 0); },
-       "(anchorX < 0 || anchorX >= nCols)"},
-      {"moxMedianFilter", 623, [](MoxImage* s, MoxImage* d) { moxMedianFilter(s, d, 3, 3, 0, -1); },
-       "(anchorY < 0 || anchorY >= nRows)"},
-      {"moxBlur", 300, [](MoxImage* s, MoxImage* d) { s->align = 3; moxBlur(s, d, 3, 3, 1, 1); },
-       "Image align is invalid"},
-      {"moxMedianFilter", 601, [](MoxImage* s, MoxImage*) { moxMedianFilter(s, nullptr, 3, 3, 1, 1); },
-       "Image header is null"},
-      {"moxMinFilter", 402, [](MoxImage* s, MoxImage* d) {
-         s->depth = MOX_DEPTH_8S;
-         moxMinFilter(s, d, 3, 3, 1, 1);
-       }, "(srcImage->depth != dstImage->depth)"},
-      {"moxConvolve2D", 104, [&](MoxImage* s, MoxImage* d) {
-         s->roi = moxCreateROI(1, 0, 0, 3, 3);
-         MoxConvKernel* k = &good;
-         moxConvolve2D(s, d, &k, 1, MOX_SUM);
-       }, "(nChSrc != nChDst)"},
+      {"moxConvolveSep2D", 221, sep(&bad[1], nullptr), "(xKernel->anchorX < 0 || xKernel->anchorX >= nCols)"},
+      {"moxConvolveSep2D", 225, sep(&good, nullptr), "(xKernel->nRows != 1)"},
+      {"moxConvolveSep2D", 234, sep(&row, &bad[4]), "(yKernel->nShiftR < 0 || yKernel->nShiftR > 31)"},
+      {"moxConvolveSep2D", 235, sep(nullptr, &row), "(yKernel->nCols != 1)"},
+      {"moxConvolveSep2D", 236, sep(&row, &column), "(dstImage->depth == MOX_DEPTH_1U)", MOX_DEPTH_1U},
+#define F(...) [&](MoxImage* s, MoxImage* d) { (void)s, (void)d; __VA_ARGS__; }
+      {"moxBlur", 320, F(moxBlur(s, d, 0, 3, 0, 0)), "(nCols <= 0)"},
+      {"moxMinFilter", 421, F(moxMinFilter(s, d, 3, -2, 0, 0)), "(nRows <= 0)"},
+      {"moxMaxFilter", 522, F(moxMaxFilter(s, d, 3, 3, 3, 0)), "(anchorX < 0 || anchorX >= nCols)"},
+      {"moxMedianFilter", 623, F(moxMedianFilter(s, d, 3, 3, 0, -1)), "(anchorY < 0 || anchorY >= nRows)"},
+      {"moxBlur", 300, F(s->align = 3; moxBlur(s, d, 3, 3, 1, 1)), "Image align is invalid"},
+      {"moxMedianFilter", 601, F(moxMedianFilter(s, nullptr, 3, 3, 1, 1)), "Image header is null"},
+      {"moxMinFilter", 402, F(s->depth = MOX_DEPTH_8S; moxMinFilter(s, d, 3, 3, 1, 1)),
+       "(srcImage->depth != dstImage->depth)"},
+      {"moxConvolve2D", 104, F(s->roi = moxCreateROI(1, 0, 0, 3, 3); conv({&good})(s, d)), "(nChSrc != nChDst)"},
       // A border mode that is none leaves the window outside the image.
-      {"moxBlur", 315, [](MoxImage* s, MoxImage* d) {
-         moxSetBorderMode(s, 9, MOX_SIDE_ALL, 0);
-         moxBlur(s, d, 3, 3, 1, 1);
-       }, "(srcImage->borderMode[0] < MOX_BORDER_CONSTANT || srcImage->borderMode[0] > MOX_BORDER_WRAP)"},
+      {"moxBlur", 315, F(moxSetBorderMode(s, 9, MOX_SIDE_ALL, 0); moxBlur(s, d, 3, 3, 1, 1)),
+       "(srcImage->borderMode[0] < MOX_BORDER_CONSTANT || srcImage->borderMode[0] > MOX_BORDER_WRAP)"},
+#undef F
   };
   Capture capture;
   for (const Case& c : cases) {
@@ -471,7 +385,6 @@ TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
     EXPECT_TRUE(reports().empty()) << c.text;
     EXPECT_EQ(d.bytes(), before) << c.text;
   }
-  for (MoxConvKernel* k : bad) delete k;
   // A window too large for any source block.
   Image s({MOX_DEPTH_8U, 1, 0, 6, 7}, 1), d({MOX_DEPTH_8U, 1, 0, 6, 7}, 2);
   const auto before = d.bytes();

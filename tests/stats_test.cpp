@@ -1,11 +1,11 @@
-// Histograms, lookup maps, equalization and norms: counts against a direct
-// count, maps against a per-value reference, norms against double
-// precision, on every depth they take, with ROIs, channels of interest and
-// plane order; tiled runs against plain runs; every check.
+// Histograms, lookup maps, equalization and norms against a direct count, a
+// per-value map and double precision, on every depth they take and the
+// layouts; tiled runs against plain runs; every check.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <vector>
 
 #include "op_cases.h"
@@ -62,6 +62,24 @@ Image make(unsigned depth, const Pair& p, int i) {
 
 int channelsOf(const MoxImage* im) { return im->roi && im->roi->coi ? 1 : im->nChannels; }
 
+// One table per channel of im (the bins of keysFor), and the list of them.
+struct Tables {
+  std::vector<Table> t;
+  std::vector<MoxLUT*> luts;
+  Tables(const MoxImage* im, int type = MOX_LUT_LOOKUP, bool mapping = false) {
+    for (int c = 0; c < channelsOf(im); ++c) {
+      const auto keys = keysFor(im->depth, c);
+      std::vector<int> values, factors;
+      for (size_t i = 0; mapping && i + 1 < keys.size(); ++i) {
+        values.push_back(int(i * 37) - 50 + c);
+        factors.push_back(int(i % 3 == 0 ? 1 << 16 : i % 3 == 1 ? -40000 : 300000));
+      }
+      t.emplace_back(keys, type, values, factors);
+    }
+    for (Table& x : t) luts.push_back(&x.lut);
+  }
+};
+
 // Counts of channel k of the image's clipped ROI.
 std::vector<ll> directCount(const MoxImage* im, const Table& t, int k) {
   std::vector<ll> n(t.key.size() - 1);
@@ -88,25 +106,21 @@ TEST(Histo, CountsEqualADirectCount) {
   for (unsigned depth : kStatDepths)
     for (const Pair& p : kPairs) {
       Image s = make(depth, p, 0);
-      std::vector<Table> tables;
-      std::vector<MoxLUT*> luts;
-      for (int c = 0; c < channelsOf(s); ++c) tables.emplace_back(keysFor(depth, c));
-      for (Table& t : tables) luts.push_back(&t.lut);
-      moxComputeHisto(s, luts.data());
+      Tables t(s);
+      moxComputeHisto(s, t.luts.data());
       for (int c = 0; c < channelsOf(s); ++c) {
-        const std::vector<ll> got(tables[size_t(c)].value.begin(), tables[size_t(c)].value.end());
-        EXPECT_EQ(got, directCount(s, tables[size_t(c)], c)) << p.name << " " << std::hex << depth;
+        const std::vector<ll> got(t.t[size_t(c)].value.begin(), t.t[size_t(c)].value.end());
+        EXPECT_EQ(got, directCount(s, t.t[size_t(c)], c)) << p.name << " " << std::hex << depth;
       }
     }
   // Every value of a full 8-bit range in a bin of its own.
   Image s({MOX_DEPTH_8U, 1, 0, 3, 700}, 4);
   std::vector<int> keys(257);
-  for (int i = 0; i <= 256; ++i) keys[size_t(i)] = i;
+  std::iota(keys.begin(), keys.end(), 0);
   Table t(keys);
   MoxLUT* l = &t.lut;
   moxComputeHisto(s, &l);
-  std::vector<ll> got(t.value.begin(), t.value.end());
-  EXPECT_EQ(got, directCount(s, t, 0));
+  EXPECT_EQ(std::vector<ll>(t.value.begin(), t.value.end()), directCount(s, t, 0));
   EXPECT_TRUE(reports().empty());
 }
 
@@ -118,24 +132,12 @@ TEST(Histo, StretchLookupAndInterpolatedMaps) {
         for (int inPlace = 0; inPlace < 2; ++inPlace) {
           Image s = make(depth, p, 0), d = make(depth, p, 1);
           MoxImage* dst = inPlace ? +s : +d;
-          std::vector<Table> tables;
-          std::vector<MoxLUT*> luts;
-          for (int c = 0; c < channelsOf(s); ++c) {
-            const auto keys = keysFor(depth, c);
-            std::vector<int> values, factors;
-            for (size_t i = 0; i + 1 < keys.size(); ++i) {
-              values.push_back(int(i * 37) - 50 + c);
-              factors.push_back(int(i % 3 == 0 ? 1 << 16 : i % 3 == 1 ? -40000 : 300000));
-            }
-            tables.emplace_back(keys, type, values, factors);
-          }
-          for (Table& t : tables) luts.push_back(&t.lut);
+          Tables t(s, type, true);
           int k = 0;
           const auto want = expected({s, dst}, [&](const ll* v) {
-            const Table& t = tables[size_t(k++ % channelsOf(s))];
-            return clampTo(depth, mapped(t, v[0]));
+            return clampTo(depth, mapped(t.t[size_t(k++ % channelsOf(s))], v[0]));
           });
-          moxContrastStretch(s, dst, luts.data());
+          moxContrastStretch(s, dst, t.luts.data());
           EXPECT_EQ(pixels(dst), want) << p.name << " " << type << " " << std::hex << depth;
         }
   EXPECT_TRUE(reports().empty());
@@ -157,12 +159,10 @@ TEST(Histo, EqualizeSpreadsTheCumulativeCounts) {
   for (unsigned depth : kStatDepths)
     for (const Pair& p : kPairs) {
       Image a = make(depth, p, 0), b = make(depth, p, 1);
-      std::vector<Table> tables;
-      std::vector<MoxLUT*> luts;
+      Tables t(a);
       std::vector<std::vector<ll>> outs;
       for (int c = 0; c < channelsOf(a); ++c) {
-        tables.emplace_back(keysFor(depth, c));
-        const Table& tc = tables.back();
+        const Table& tc = t.t[size_t(c)];
         const auto n = directCount(a, tc, c);
         ll total = 0, below = 0;
         for (ll k : n) total += k;
@@ -175,14 +175,12 @@ TEST(Histo, EqualizeSpreadsTheCumulativeCounts) {
           outs.back().push_back(tc.key[0] + ll(q));
         }
       }
-      for (Table& tc : tables) luts.push_back(&tc.lut);
       int k = 0;
       const auto wantB = expected({a, b}, [&](const ll* v) {
-        const int c = k++ % channelsOf(a);
-        const int bin = tables[size_t(c)].bin(v[0]);
+        const int c = k++ % channelsOf(a), bin = t.t[size_t(c)].bin(v[0]);
         return bin < 0 ? v[0] : clampTo(depth, outs[size_t(c)][size_t(bin)]);
       });
-      moxHistoEqualize(a, b, luts.data());
+      moxHistoEqualize(a, b, t.luts.data());
       EXPECT_EQ(pixels(b), wantB) << p.name << " " << std::hex << depth;
     }
   EXPECT_TRUE(reports().empty());
@@ -242,19 +240,12 @@ TEST(Histo, TiledRunsEqualPlainRuns) {
     for (const Pair& p : kPairs) {
       Image s = make(depth, p, 0), d = make(depth, p, 1), out = make(depth, p, 1);
       Tiled ts(s, 8, 16), td(d, 16, 8);
-      std::vector<Table> tables, tiledTables;
-      std::vector<MoxLUT*> luts, tiledLuts;
-      for (int c = 0; c < channelsOf(s); ++c) {
-        tables.emplace_back(keysFor(depth, c));
-        tiledTables.emplace_back(keysFor(depth, c));
-      }
-      for (Table& t : tables) luts.push_back(&t.lut);
-      for (Table& t : tiledTables) tiledLuts.push_back(&t.lut);
-      moxHistoEqualize(s, d, luts.data());
-      moxHistoEqualize(ts, td, tiledLuts.data());
+      Tables plain(s), tiled(s);
+      moxHistoEqualize(s, d, plain.luts.data());
+      moxHistoEqualize(ts, td, tiled.luts.data());
       td.gather(out);
       EXPECT_EQ(pixels(out), pixels(d)) << p.name;
-      for (size_t c = 0; c < tables.size(); ++c) EXPECT_EQ(tiledTables[c].value, tables[c].value);
+      for (size_t c = 0; c < plain.t.size(); ++c) EXPECT_EQ(tiled.t[c].value, plain.t[c].value);
       for (int type : {MOX_NORM_C, MOX_NORM_L1, MOX_NORM_L2 | MOX_NORM_RELATIVE})
         EXPECT_EQ(moxNorm(ts, td, type), moxNorm(s, d, type)) << p.name;
     }
@@ -273,12 +264,7 @@ TEST(HistoChecks, EveryCheckReportsItsTextAndLine) {
   Capture capture;
   enum { kHisto, kStretch, kEqualize, kNorm };
   const char* funcs[] = {"moxComputeHisto", "moxContrastStretch", "moxHistoEqualize", "moxNorm"};
-  const struct {
-    int op;
-    void (*spoil)(Image& s, Image& d, Table& t, MoxLUT** luts);
-    const char* text;
-    int line;
-  } cases[] = {
+  const struct { int op; void (*spoil)(Image& s, Image& d, Table& t, MoxLUT** luts); const char* text; int line; } cases[] = {
 #define S(...) [](Image& s, Image& d, Table& t, MoxLUT** luts) { (void)s, (void)d, (void)t, (void)luts; __VA_ARGS__; }
       {kHisto, S(s->align = 2), "Image align is invalid", 60},
       {kHisto, S(s->depth = MOX_DEPTH_1U, s->nChannels = 1), "(srcImage->depth==1)", 62},
