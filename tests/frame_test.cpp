@@ -57,16 +57,12 @@ TEST(Context, EachThreadHasItsOwnContextFromTheTemplate) {
 TEST(Context, ErrorStoresAndReportsByStatus) {
   Capture capture;
   // Modes and statuses are stored as given.
-  for (int mode : {MOX_ErrorModeLeaf, MOX_ErrorModeSilent, 7, -3, MOX_ErrorModeParent}) {
-    moxSetErrMode(mode);
-    EXPECT_EQ(moxGetErrMode(), mode);
-  }
+  for (int mode : {MOX_ErrorModeLeaf, MOX_ErrorModeSilent, 7, -3, MOX_ErrorModeParent})
+    EXPECT_EQ((moxSetErrMode(mode), moxGetErrMode()), mode);
   moxSetErrStatus(-42);
   EXPECT_EQ(std::make_tuple(moxGetErrStatus(), moxUndContext()->status), std::make_tuple(-42, -42));
-  // Each status in turn after the stored one: what the context then holds and
-  // how many reports there are. No error clears the status and reports
-  // nothing; traces are reported but keep the stored status; a positive
-  // status is stored and reported like any other.
+  // No error clears the status unreported; traces are reported but keep the
+  // stored status; any other status, positive too, is stored and reported.
   const struct { int stored, status, after; std::size_t reported; } cases[] = {
       {-42, MOX_StsNoError, MOX_StsNoError, 0}, {MOX_StsOutOfMemory, MOX_StsBacktrace, MOX_StsOutOfMemory, 1},
       {MOX_StsOutOfMemory, MOX_StsAutotraceCall, MOX_StsOutOfMemory, 1}, {0, 12, 12, 1},
