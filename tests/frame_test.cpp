@@ -159,10 +159,7 @@ TEST(Reporting, StandardErrorTextsByMode) {
     EXPECT_EQ(stderrOf(c.fn, c.mode, c.status, c.func, c.message, c.file, c.line), c.text) << c.status << " " << c.mode;
   // The message box is not shown outside Leaf and Parent mode.
   const int mode = moxGetErrMode();
-  for (int quiet : {MOX_ErrorModeSilent, 5}) {
-    moxSetErrMode(quiet);
-    EXPECT_EQ(moxGuiBoxReport(-5, "f", "m", "file", 1), -5);
-  }
+  for (int quiet : {MOX_ErrorModeSilent, 5}) EXPECT_EQ((moxSetErrMode(quiet), moxGuiBoxReport(-5, "f", "m", "file", 1)), -5);
   moxSetErrMode(mode);
 }
 
