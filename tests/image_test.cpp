@@ -13,98 +13,79 @@
 #include "moxpx.h"
 
 namespace {
-MoxImage* header(int nChannels, int alpha, unsigned depth, int order, int origin, int align,
-                 int height, int width, const char* model = "RGB", const char* seq = "RGB") {
-  return moxCreateImageHeader(nChannels, alpha, depth, model, seq, order, origin, align, height,
-                              width, nullptr, nullptr, nullptr);
+MoxImage* header(int nChannels, int alpha, unsigned depth, int order, int origin, int align, int height, int width,
+                 const char* model = "RGB", const char* seq = "RGB") {
+  return moxCreateImageHeader(nChannels, alpha, depth, model, seq, order, origin, align, height, width, nullptr,
+                              nullptr, nullptr);
 }
 
 TEST(Records, RowStepAndSizeAcrossDepthsOrdersAndAlignments) {
-  const struct {
-    int nChannels; unsigned depth; int order, align, height, width, step, size;
-  } cases[] = {
-      {3, MOX_DEPTH_8U, 0, 4, 2, 5, 16, 32},   {3, MOX_DEPTH_8U, 1, 4, 2, 5, 8, 48},
-      {1, MOX_DEPTH_1U, 0, 4, 1, 33, 8, 8},    {1, MOX_DEPTH_1U, 0, 8, 2, 1, 8, 16},
-      {1, MOX_DEPTH_1U, 0, 4, 3, 32, 4, 12},   {1, MOX_DEPTH_16U, 0, 8, 1, 3, 8, 8},
-      {1, MOX_DEPTH_16S, 0, 4, 2, 3, 8, 16},   {4, MOX_DEPTH_16U, 1, 8, 2, 5, 16, 128},
-      {2, MOX_DEPTH_32S, 0, 8, 3, 3, 24, 72},  {3, MOX_DEPTH_8S, 0, 8, 1, 3, 16, 16},
-      {1, MOX_DEPTH_8U, 0, 4, 0, 7, 8, 0},
-  };
+  const struct { int nChannels; unsigned depth; int order, align, height, width, step, size; } cases[] = {
+      {3, MOX_DEPTH_8U, 0, 4, 2, 5, 16, 32}, {3, MOX_DEPTH_8U, 1, 4, 2, 5, 8, 48}, {1, MOX_DEPTH_1U, 0, 4, 1, 33, 8, 8},
+      {1, MOX_DEPTH_1U, 0, 8, 2, 1, 8, 16}, {1, MOX_DEPTH_1U, 0, 4, 3, 32, 4, 12}, {1, MOX_DEPTH_16U, 0, 8, 1, 3, 8, 8},
+      {1, MOX_DEPTH_16S, 0, 4, 2, 3, 8, 16}, {4, MOX_DEPTH_16U, 1, 8, 2, 5, 16, 128},
+      {2, MOX_DEPTH_32S, 0, 8, 3, 3, 24, 72}, {3, MOX_DEPTH_8S, 0, 8, 1, 3, 16, 16}, {1, MOX_DEPTH_8U, 0, 4, 0, 7, 8, 0}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.nChannels << "ch depth " << c.depth << " order "
-                                      << c.order << " align " << c.align << " " << c.width << "x"
-                                      << c.height);
+    SCOPED_TRACE(::testing::Message() << c.nChannels << "ch " << c.depth << " " << c.order << " " << c.align << " "
+                                      << c.width << "x" << c.height);
     MoxImage* image = header(c.nChannels, 0, c.depth, c.order, 0, c.align, c.height, c.width);
     ASSERT_NE(image, nullptr);
+    moxAllocateImage(image, -1);
     EXPECT_EQ(std::tie(image->widthStep, image->imageSize, image->headerSize),
               std::make_tuple(c.step, c.size, int(sizeof(MoxImage))));
-    moxAllocateImage(image, -1);
     ASSERT_NE(image->imageData, nullptr);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(image->imageData) % c.align, 0u);
-    EXPECT_EQ(image->imageSize, c.size);
     moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA);
   }
 }
 
 TEST(Records, CreationRefusesBadFields) {
-  const struct {
-    const char* what; int nChannels, alpha; unsigned depth; int order, origin, align, height, width;
-  } refused[] = {
-      {"align 2", 1, 0, 8, 0, 0, 2, 4, 4},         {"origin 2", 1, 0, 8, 0, 2, 4, 4, 4},
-      {"depth 12", 1, 0, 12, 0, 0, 4, 4, 4},       {"no channels", 0, 0, 8, 0, 0, 4, 4, 4},
-      {"alpha > channels", 3, 4, 8, 0, 0, 4, 4, 4}, {"negative alpha", 3, -1, 8, 0, 0, 4, 4, 4},
-      {"data order 2", 1, 0, 8, 2, 0, 4, 4, 4},    {"negative height", 1, 0, 8, 0, 0, 4, -1, 4},
-      {"negative width", 1, 0, 8, 0, 0, 4, 4, -1},
-      // Row step or size beyond 32 bits.
+  const struct { const char* what; int nChannels, alpha; unsigned depth; int order, origin, align, height, width; }
+  refused[] = {
+      {"align 2", 1, 0, 8, 0, 0, 2, 4, 4}, {"origin 2", 1, 0, 8, 0, 2, 4, 4, 4}, {"depth 12", 1, 0, 12, 0, 0, 4, 4, 4},
+      {"no channels", 0, 0, 8, 0, 0, 4, 4, 4}, {"alpha > channels", 3, 4, 8, 0, 0, 4, 4, 4},
+      {"negative alpha", 3, -1, 8, 0, 0, 4, 4, 4}, {"data order 2", 1, 0, 8, 2, 0, 4, 4, 4},
+      {"negative height", 1, 0, 8, 0, 0, 4, -1, 4}, {"negative width", 1, 0, 8, 0, 0, 4, 4, -1},
+      // Row step or size beyond 32 bits; products that would leave 64 bits on the way.
       {"row step overflow", 4, 0, MOX_DEPTH_32S, 0, 0, 4, 1, 1 << 28},
       {"size overflow", 4, 0, MOX_DEPTH_32S, 0, 0, 4, 1 << 9, 1 << 20},
       {"plane size overflow", 4, 0, MOX_DEPTH_8U, 1, 0, 4, 1 << 15, 1 << 15},
-      // Products that would leave 64 bits on the way.
       {"step times height beyond 64 bits", 4, 0, MOX_DEPTH_16U, 0, 0, 4, 1 << 30, 1 << 30},
       {"row bits beyond 64 bits", 1 << 30, 0, MOX_DEPTH_32S, 0, 0, 4, 1, 1 << 30},
-      {"planes beyond 64 bits", 1 << 30, 0, MOX_DEPTH_8U, 1, 0, 8, 1 << 15, 1 << 15},
-  };
+      {"planes beyond 64 bits", 1 << 30, 0, MOX_DEPTH_8U, 1, 0, 8, 1 << 15, 1 << 15}};
   for (const auto& c : refused)
-    EXPECT_EQ(header(c.nChannels, c.alpha, c.depth, c.order, c.origin, c.align, c.height, c.width),
-              nullptr)
-        << c.what;
+    EXPECT_EQ(header(c.nChannels, c.alpha, c.depth, c.order, c.origin, c.align, c.height, c.width), nullptr) << c.what;
   EXPECT_EQ(header(1, 0, 8, 0, 0, 4, 4, 4, "G", nullptr), nullptr);
   EXPECT_EQ(header(1, 0, 8, 0, 0, 4, 4, 4, nullptr, "G"), nullptr);
   // Zero sizes are accepted here (validation refuses them later).
   MoxImage* empty = header(1, 0, 8, 0, 0, 4, 0, 0);
-  ASSERT_NE(empty, nullptr);
+  EXPECT_NE(empty, nullptr);
   moxDeallocateHeader(empty);
 }
 
 TEST(Records, HeaderFieldsAndDefaults) {
   MoxROI* roi = moxCreateROI(0, 2, 3, 10, 20);
   int id = 0;
-  MoxImage* image = moxCreateImageHeader(4, 4, MOX_DEPTH_8U, "RGBA", "BGRA", 0, 1, 8, 30, 40,
-                                         roi, &id, nullptr);
-  ASSERT_NE(image, nullptr);
-  EXPECT_EQ(std::string(image->colorModel, 4) + std::string(image->channelSeq, 4), "RGBABGRA");
-  EXPECT_EQ(std::make_tuple(image->headerId, image->roi, image->imageId, image->maskRoi,
-                            image->imageData, image->imageDataOrigin),
+  MoxImage* image = moxCreateImageHeader(4, 4, MOX_DEPTH_8U, "RGBA", "BGRA", 0, 1, 8, 30, 40, roi, &id, nullptr);
+  // Short names are padded with zeros.
+  MoxImage* gray = header(1, 0, 8, 0, 0, 4, 1, 1, "G", "");
+  ASSERT_TRUE(image && gray);
+  const auto names = [](const MoxImage* i) { return std::string(i->colorModel, 4) + std::string(i->channelSeq, 4); };
+  EXPECT_EQ(names(image) + names(gray), std::string("RGBABGRAG\0\0\0\0\0\0\0", 16));
+  EXPECT_EQ(std::make_tuple(image->headerId, image->roi, image->imageId, image->maskRoi, image->imageData,
+                            image->imageDataOrigin),
             std::make_tuple(0, roi, static_cast<void*>(&id), nullptr, nullptr, nullptr));
   for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]),
-              std::make_tuple(int(MOX_BORDER_CONSTANT), 0));
+    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]), std::make_tuple(int(MOX_BORDER_CONSTANT), 0));
   moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_ROI);
-  // Short names are padded with zeros.
-  image = header(1, 0, 8, 0, 0, 4, 1, 1, "G", "");
-  ASSERT_NE(image, nullptr);
-  EXPECT_EQ(std::string(image->colorModel, 4) + std::string(image->channelSeq, 4),
-            std::string("G\0\0\0\0\0\0\0", 8));
-  moxDeallocateHeader(image);
+  moxDeallocateHeader(gray);
 }
 
 TEST(Records, AllocationFillPatterns) {
   const struct { unsigned depth; int fill; std::uint32_t word; } cases[] = {  // every word
-      {MOX_DEPTH_1U, 3, 0xFFFFFFFFu},          {MOX_DEPTH_1U, 2, 0u},
-      {MOX_DEPTH_8U, 0x1234, 0x34343434u},     {MOX_DEPTH_8S, -2, 0xFEFEFEFEu},
-      {MOX_DEPTH_16U, 0x1234, 0x12341234u},    {MOX_DEPTH_16S, 0x7FFF8001, 0x80018001u},
-      {MOX_DEPTH_32S, -2, 0xFFFFFFFEu},
-  };
+      {MOX_DEPTH_1U, 3, 0xFFFFFFFFu}, {MOX_DEPTH_1U, 2, 0u}, {MOX_DEPTH_8U, 0x1234, 0x34343434u},
+      {MOX_DEPTH_8S, -2, 0xFEFEFEFEu}, {MOX_DEPTH_16U, 0x1234, 0x12341234u},
+      {MOX_DEPTH_16S, 0x7FFF8001, 0x80018001u}, {MOX_DEPTH_32S, -2, 0xFFFFFFFEu}};
   for (const auto& c : cases) {
     MoxImage* image = header(1, 0, c.depth, 0, 0, 4, 3, 7);
     moxAllocateImage(image, c.fill);
@@ -120,14 +101,14 @@ TEST(Records, AllocationFillPatterns) {
 TEST(Records, AllocationRefusesABadHeader) {
   MoxImage* image = header(1, 0, 8, 0, 0, 4, 4, 4);
   ASSERT_NE(image, nullptr);
-  image->align = 3;
-  moxAllocateImage(image, 0);
-  EXPECT_EQ(std::make_tuple(image->imageData, image->imageSize), std::make_tuple(nullptr, 0));
-  // Sizes edited into the header that overflow 32 bits are refused too.
-  image->align = image->nChannels = 4, image->depth = MOX_DEPTH_32S;
-  image->width = 1 << 20, image->height = 1 << 9;
-  moxAllocateImage(image, 0);
-  EXPECT_EQ(std::make_tuple(image->imageData, image->imageSize), std::make_tuple(nullptr, 0));
+  // A bad field, then sizes edited into the header that overflow 32 bits.
+  for (const auto spoil : {+[](MoxImage* i) { i->align = 3; },
+                           +[](MoxImage* i) { i->align = i->nChannels = 4, i->depth = MOX_DEPTH_32S,
+                                              i->width = 1 << 20, i->height = 1 << 9; }}) {
+    spoil(image);
+    moxAllocateImage(image, 0);
+    EXPECT_EQ(std::make_tuple(image->imageData, image->imageSize), std::make_tuple(nullptr, 0));
+  }
   moxDeallocateImage(nullptr), moxAllocateImage(nullptr, 0), moxDeallocate(nullptr, 31);
   moxDeallocateHeader(image);
 }
@@ -152,11 +133,10 @@ TEST(Records, ReleaseByFlags) {
 TEST(Records, RoiTileInfoAndBorderRecords) {
   MoxROI* roi = moxCreateROI(1, 2, 3, 4, 5);  // the height before the width
   ASSERT_NE(roi, nullptr);
-  EXPECT_EQ(std::tie(roi->coi, roi->xOffset, roi->yOffset, roi->height, roi->width),
-            std::make_tuple(1, 2, 3, 4, 5));
+  const auto fields = [roi] { return std::make_tuple(roi->coi, roi->xOffset, roi->yOffset, roi->height, roi->width); };
+  EXPECT_EQ(fields(), std::make_tuple(1, 2, 3, 4, 5));
   moxSetROI(roi, 0, 6, 7, 8, 9);
-  EXPECT_EQ(std::tie(roi->coi, roi->xOffset, roi->yOffset, roi->height, roi->width),
-            std::make_tuple(0, 6, 7, 8, 9));
+  EXPECT_EQ(fields(), std::make_tuple(0, 6, 7, 8, 9));
   moxSetROI(nullptr, 0, 0, 0, 0, 0);
   moxDeleteROI(roi), moxDeleteROI(nullptr);
 
@@ -165,8 +145,7 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   EXPECT_EQ(tile->tileData, nullptr);
   tile->tileData = reinterpret_cast<char*>(tile);
   moxSetTileInfo(tile, nullptr, 3, 8, 32);
-  EXPECT_EQ(std::make_tuple(tile->tileData, tile->id, tile->width, tile->height),
-            std::make_tuple(nullptr, 3, 8, 32));
+  EXPECT_EQ(std::make_tuple(tile->tileData, tile->id, tile->width, tile->height), std::make_tuple(nullptr, 3, 8, 32));
   moxSetTileInfo(nullptr, nullptr, 0, 0, 0);
   moxDeleteTileInfo(tile), moxDeleteTileInfo(nullptr);
 
@@ -177,8 +156,7 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   moxSetBorderMode(image, 77, MOX_SIDE_RIGHT, -1);
   const int modes[] = {2, 3, 2, 77}, constants[] = {0, 9, 0, -1};
   for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]),
-              std::tie(modes[i], constants[i])) << i;
+    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]), std::tie(modes[i], constants[i])) << i;
   moxSetBorderMode(nullptr, 0, 15, 0);
   moxDeallocateHeader(image);
 }
@@ -205,44 +183,30 @@ struct Good {
   void tiled() { image.imageData = nullptr, image.tileInfo = &tile; }
 };
 
-std::string line(const char* text) {
-  std::string s(text);
-  s.resize(70, ' ');
-  return s + "\n";
-}
+std::string line(std::string text) { return text.resize(70, ' '), text + "\n"; }
 
 #define SPOIL(...) []([[maybe_unused]] Good& g) { __VA_ARGS__; }
 
 TEST(Validation, EachFaultBit) {
-  const struct {
-    unsigned expected;
-    std::function<void(Good&)> spoil;
-  } cases[] = {
-      {0x0, SPOIL()}, {0x0, SPOIL(g.image.roi = nullptr)},
-      {0x2, SPOIL(g.image.imageData = nullptr)}, {0x2, SPOIL(g.image.tileInfo = &g.tile)},
-      {0x4, SPOIL(g.image.imageSize = 0)}, {0x4, SPOIL(g.image.height = 0)},
-      {0x4, SPOIL(g.image.width = -3)}, {0x10, SPOIL(g.image.widthStep = 0)},
-      {0x20, SPOIL(g.image.nChannels = 0)},
-      {0x20 | 0x100, SPOIL(g.image.nChannels = -1, g.image.roi = nullptr)},
-      {0x40, SPOIL(g.image.depth = MOX_DEPTH_1U)}, {0x80, SPOIL(g.image.depth = 12)},
-      {0x80, SPOIL(g.image.depth = MOX_DEPTH_SIGN | 1)}, {0x100, SPOIL(g.image.alphaChannel = 4)},
-      {0x100, SPOIL(g.image.alphaChannel = -1)}, {0x200, SPOIL(g.image.dataOrder = 2)},
-      {0x400, SPOIL(g.image.origin = -1)}, {0x800, SPOIL(g.image.align = 16)},
-      {0x4000, SPOIL(g.roi.coi = 4)}, {0x4000, SPOIL(g.roi.coi = -1)},
-      {0x8000, SPOIL(g.roi.height = 0)}, {0x8000 | 0x8, SPOIL(g.roi.xOffset = -1, g.roi.width = 0)},
-      {0x8, SPOIL(g.roi.yOffset = -1)},
-      // A ROI wholly outside the image is not compared with the image here.
-      {0x0, SPOIL(g.roi.xOffset = 100)},
-      // A tiled image needs no size, step or data of its own.
-      {0x0, SPOIL(g.tiled(), g.image.imageSize = g.image.widthStep = 0)},
-      {0x1000, SPOIL(g.tiled(), g.tile.callBack = nullptr)},
-      {0x2000, SPOIL(g.tiled(), g.tile.width = 12)}, {0x2000, SPOIL(g.tiled(), g.tile.height = 0)},
-  };
-  int n = 0;
+  const struct { unsigned expected; std::function<void(Good&)> spoil; } cases[] = {
+      {0x0, SPOIL()}, {0x0, SPOIL(g.image.roi = nullptr)}, {0x2, SPOIL(g.image.imageData = nullptr)},
+      {0x2, SPOIL(g.image.tileInfo = &g.tile)}, {0x4, SPOIL(g.image.imageSize = 0)}, {0x4, SPOIL(g.image.height = 0)},
+      {0x4, SPOIL(g.image.width = -3)}, {0x10, SPOIL(g.image.widthStep = 0)}, {0x20, SPOIL(g.image.nChannels = 0)},
+      {0x20 | 0x100, SPOIL(g.image.nChannels = -1, g.image.roi = nullptr)}, {0x40, SPOIL(g.image.depth = MOX_DEPTH_1U)},
+      {0x80, SPOIL(g.image.depth = 12)}, {0x80, SPOIL(g.image.depth = MOX_DEPTH_SIGN | 1)},
+      {0x100, SPOIL(g.image.alphaChannel = 4)}, {0x100, SPOIL(g.image.alphaChannel = -1)},
+      {0x200, SPOIL(g.image.dataOrder = 2)}, {0x400, SPOIL(g.image.origin = -1)}, {0x800, SPOIL(g.image.align = 16)},
+      {0x4000, SPOIL(g.roi.coi = 4)}, {0x4000, SPOIL(g.roi.coi = -1)}, {0x8000, SPOIL(g.roi.height = 0)},
+      {0x8000 | 0x8, SPOIL(g.roi.xOffset = -1, g.roi.width = 0)}, {0x8, SPOIL(g.roi.yOffset = -1)},
+      // A ROI wholly outside the image is not compared with the image here;
+      // a tiled image needs no size, step or data of its own.
+      {0x0, SPOIL(g.roi.xOffset = 100)}, {0x0, SPOIL(g.tiled(), g.image.imageSize = g.image.widthStep = 0)},
+      {0x1000, SPOIL(g.tiled(), g.tile.callBack = nullptr)}, {0x2000, SPOIL(g.tiled(), g.tile.width = 12)},
+      {0x2000, SPOIL(g.tiled(), g.tile.height = 0)}};
   for (const auto& c : cases) {
     Good g;
     c.spoil(g);
-    EXPECT_EQ(moxBadImageHeader(&g.image), c.expected) << "case " << n++;
+    EXPECT_EQ(moxBadImageHeader(&g.image), c.expected) << "case " << &c - cases;
   }
   EXPECT_EQ(moxBadImageHeader(nullptr), 0x1u);
 }
@@ -259,8 +223,7 @@ TEST(Validation, FaultTextListsLinesInTableOrder) {
   const std::string all = text(0xFFFFFFFFu);
   EXPECT_EQ(all.size(), 16u * 71u);
   EXPECT_EQ(all.substr(0, 71), line("Image header is null"));
-  EXPECT_EQ(all.substr(7 * 71, 71),
-            line("Image alpha channel's number is less zero or is more channel's number"));
+  EXPECT_EQ(all.substr(7 * 71, 71), line("Image alpha channel's number is less zero or is more channel's number"));
   EXPECT_EQ(all.substr(15 * 71), line("ROI offset is invalid"));
   // No known bit: a constant text that moxFree accepts.
   EXPECT_EQ(text(0x10000), "Bad status: unknown error");
@@ -289,23 +252,17 @@ TEST(Validation, FullChainNamesTheFirstFailingTest) {
 // A tile size whose row step times height leaves 64 bits is refused as too
 // large before any tile is asked for.
 TEST(Validation, TilesTooLargeForAnySizeAreRefused) {
-  int requests = 0;
-  static int* counter;
-  counter = &requests;
-  struct Count {
-    static void MOX_CALL callBack(const MoxImage*, int, int, int) { ++*counter; }
-  };
+  static int requests;
+  requests = 0;
+  struct Count { static void MOX_CALL callBack(const MoxImage*, int, int, int) { ++requests; } };
   MoxTileInfo* tiles = moxCreateTileInfo(&Count::callBack, 0, 1 << 30, 1 << 30);
-  MoxImage* image = moxCreateImageHeader(4, 0, MOX_DEPTH_16U, "RGBA", "RGBA", 0, 0, 4, 29, 29,
-                                         nullptr, nullptr, tiles);
+  MoxImage* image = moxCreateImageHeader(4, 0, MOX_DEPTH_16U, "RGBA", "RGBA", 0, 0, 4, 29, 29, nullptr, nullptr, tiles);
   ASSERT_NE(image, nullptr);
   Capture capture;
   moxAnd(image, image, image, nullptr);
   ASSERT_EQ(reports().size(), 1u);
-  EXPECT_EQ(reports()[0].func, "moxAnd");
-  EXPECT_EQ(reports()[0].message,
-            "(srcImageA->tileInfo->width * srcImageA->tileInfo->height is too large)");
-  EXPECT_EQ(requests, 0);
+  EXPECT_EQ(std::tie(reports()[0].func, reports()[0].message, requests),
+            std::make_tuple("moxAnd", "(srcImageA->tileInfo->width * srcImageA->tileInfo->height is too large)", 0));
   moxDeallocateHeader(image);
   moxDeleteTileInfo(tiles);
 }

@@ -13,8 +13,7 @@ namespace testimg {
 
 // Calls operation f by name: two sources a, b (else a) into d, with the
 // scalar or shift count v, the reverse flag r and the tile request m.
-inline void runOp(const std::string& f, MoxImage* a, MoxImage* b, MoxImage* d, int v, int r,
-                  const int* m) {
+inline void runOp(const std::string& f, MoxImage* a, MoxImage* b, MoxImage* d, int v, int r, const int* m) {
   if (f == "moxAdd") moxAdd(a, b, d, m);
   if (f == "moxSubtract") moxSubtract(a, b, d, r, m);
   if (f == "moxMultiply") moxMultiply(a, b, d, m);
@@ -42,9 +41,7 @@ struct OpCase {
   const char* func;
   int sources, value, reverse;
   ll (*ref)(unsigned d, ll a, ll b, ll v, int r);
-  void run(MoxImage* a, MoxImage* b, MoxImage* d, const int* m) const {
-    runOp(func, a, b, d, value, reverse, m);
-  }
+  void run(MoxImage* a, MoxImage* b, MoxImage* d, const int* m) const { runOp(func, a, b, d, value, reverse, m); }
 };
 
 #define REF(e)                                                                                   \
@@ -53,9 +50,7 @@ struct OpCase {
 
 // Every rule once per scalar (or shift count) of its row.
 inline std::vector<OpCase> allOps() {
-  const struct {
-    const char* func; int sources, reverse; std::vector<int> values; decltype(OpCase::ref) ref;
-  } rules[] = {
+  const struct { const char* func; int sources, reverse; std::vector<int> values; decltype(OpCase::ref) ref; } rules[] = {
       {"moxAdd", 2, 0, {0}, REF(clampTo(d, a + b))},
       {"moxSubtract", 2, 0, {0}, REF(clampTo(d, a - b))},
       {"moxSubtract", 2, 7, {0}, REF(clampTo(d, b - a))},
@@ -78,8 +73,7 @@ inline std::vector<OpCase> allOps() {
       // right as their 32-bit two's complement.
       {"moxLShiftS", 1, 0, {0, 1, 2, 9, 17, 25, 31, 33}, REF(wrap(d, ll(unsigned(a) << (v & 31))))},
       {"moxRShiftS", 1, 0, {0, 1, 2, 9, 17, 25, 31, 33},
-       REF(d == MOX_DEPTH_32S || !(d & MOX_DEPTH_SIGN) ? a >> (v & 31)
-                                                       : wrap(d, unsigned(a) >> (v & 31)))},
+       REF(d == MOX_DEPTH_32S || !(d & MOX_DEPTH_SIGN) ? a >> (v & 31) : wrap(d, unsigned(a) >> (v & 31)))},
       {"moxSet", 0, 0, {0, 1, -1, 0x12345, -200}, REF(wrap(d, v))},
   };
   std::vector<OpCase> o;
@@ -104,8 +98,7 @@ struct Layout {
   const char* name;
   int order, shape[3][3], roi[3][5];
   Image make(unsigned depth, int i) const {
-    const int* s = shape[i];
-    return Image({depth, s[0], order, s[1], s[2]}, 11 + i, roi[i][3] ? roi[i] : nullptr);
+    return Image({depth, shape[i][0], order, shape[i][1], shape[i][2]}, 11 + i, roi[i][3] ? roi[i] : nullptr);
   }
 };
 
@@ -113,24 +106,18 @@ inline std::vector<Layout> layouts(unsigned depth) {
   const int c = depth == MOX_DEPTH_1U ? 1 : 3;
   std::vector<Layout> v = {
       {"whole", 0, {{c, 9, 13}, {c, 9, 13}, {c, 9, 13}}, {}},
-      {"rois", 0, {{c, 12, 40}, {c, 9, 35}, {c, 14, 50}},
-       {{0, 3, 1, 8, 30}, {0, 5, 2, 7, 29}, {0, 11, 4, 9, 33}}},
-      {"plane", 1, {{c, 12, 40}, {c, 9, 35}, {c, 14, 50}},
-       {{0, 1, 1, 8, 30}, {0, 0, 2, 5, 29}, {0, 7, 3, 20, 26}}},
+      {"rois", 0, {{c, 12, 40}, {c, 9, 35}, {c, 14, 50}}, {{0, 3, 1, 8, 30}, {0, 5, 2, 7, 29}, {0, 11, 4, 9, 33}}},
+      {"plane", 1, {{c, 12, 40}, {c, 9, 35}, {c, 14, 50}}, {{0, 1, 1, 8, 30}, {0, 0, 2, 5, 29}, {0, 7, 3, 20, 26}}},
       // ROIs clipped by their images; one outside its image: nothing to do.
       {"clipped", 0, {{c, 9, 13}, {c, 9, 13}, {c, 9, 13}}, {{}, {}, {0, 11, 5, 99, 99}}},
       {"outside", 0, {{c, 9, 13}, {c, 9, 13}, {c, 9, 13}}, {{0, 20, 30, 4, 4}, {}, {}}},
   };
   if (c == 1) {
-    v.push_back({"bitsOddOffsets", 0, {{1, 5, 70}, {1, 5, 70}, {1, 5, 70}},
-                 {{0, 3, 0, 5, 37}, {0, 13, 1, 4, 40}, {0, 5, 1, 4, 39}}});
-    v.push_back({"bitsInsideOneByte", 0, {{1, 3, 16}, {1, 3, 16}, {1, 3, 16}},
-                 {{0, 1, 0, 2, 3}, {0, 6, 0, 2, 7}, {0, 2, 1, 2, 4}}});
+    v.push_back({"bitsOddOffsets", 0, {{1, 5, 70}, {1, 5, 70}, {1, 5, 70}}, {{0, 3, 0, 5, 37}, {0, 13, 1, 4, 40}, {0, 5, 1, 4, 39}}});
+    v.push_back({"bitsInsideOneByte", 0, {{1, 3, 16}, {1, 3, 16}, {1, 3, 16}}, {{0, 1, 0, 2, 3}, {0, 6, 0, 2, 7}, {0, 2, 1, 2, 4}}});
   } else {
-    v.push_back({"coi", 0, {{3, 10, 20}, {1, 10, 20}, {4, 10, 20}},
-                 {{2, 1, 1, 6, 15}, {0, 2, 0, 8, 17}, {4, 3, 2, 8, 16}}});
-    v.push_back({"coiPlane", 1, {{3, 10, 20}, {2, 10, 20}, {1, 10, 20}},
-                 {{3, 1, 1, 6, 15}, {1, 2, 0, 8, 17}, {0, 3, 2, 8, 16}}});
+    v.push_back({"coi", 0, {{3, 10, 20}, {1, 10, 20}, {4, 10, 20}}, {{2, 1, 1, 6, 15}, {0, 2, 0, 8, 17}, {4, 3, 2, 8, 16}}});
+    v.push_back({"coiPlane", 1, {{3, 10, 20}, {2, 10, 20}, {1, 10, 20}}, {{3, 1, 1, 6, 15}, {1, 2, 0, 8, 17}, {0, 3, 2, 8, 16}}});
   }
   return v;
 }
@@ -144,8 +131,7 @@ constexpr Rect kEverywhere{0, 0, INT_MAX, INT_MAX};
 inline Rect clippedRoi(const MoxImage* im) {
   const MoxROI* r = im->roi;
   if (!r) return {0, 0, im->width, im->height};
-  return {r->xOffset, r->yOffset, std::clamp(im->width - r->xOffset, 0, r->width),
-          std::clamp(im->height - r->yOffset, 0, r->height)};
+  return {r->xOffset, r->yOffset, std::clamp(im->width - r->xOffset, 0, r->width), std::clamp(im->height - r->yOffset, 0, r->height)};
 }
 
 // Channel of the k-th value an operation works on at a pixel: the channel of
@@ -165,8 +151,8 @@ inline std::vector<ll> pixels(const MoxImage* d) {
 // The pixel values of the destination after f over the common rectangle of
 // the images (sources first, destination last); nothing else changes.
 // `limit` cuts the rectangle further (in destination coordinates).
-inline std::vector<ll> expected(const std::vector<MoxImage*>& images,
-                                const std::function<ll(const ll*)>& f, Rect limit = kEverywhere) {
+inline std::vector<ll> expected(const std::vector<MoxImage*>& images, const std::function<ll(const ll*)>& f,
+                                Rect limit = kEverywhere) {
   MoxImage* d = images.back();
   std::vector<ll> out = pixels(d);
   std::vector<Rect> r;
@@ -178,8 +164,7 @@ inline std::vector<ll> expected(const std::vector<MoxImage*>& images,
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {
       const int dx = dr.x + x, dy = dr.y + y;
-      if (dx < limit.x || dy < limit.y || dx - limit.x >= limit.w || dy - limit.y >= limit.h)
-        continue;
+      if (dx < limit.x || dy < limit.y || dx - limit.x >= limit.w || dy - limit.y >= limit.h) continue;
       for (int k = 0; k < work; ++k) {
         ll v[3] = {};
         for (size_t i = 0; i + 1 < images.size(); ++i)
@@ -191,14 +176,12 @@ inline std::vector<ll> expected(const std::vector<MoxImage*>& images,
 }
 
 // The destination's pixels after case c on a, b into d (plain images).
-inline std::vector<ll> expected(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d,
-                                Rect limit = kEverywhere) {
+inline std::vector<ll> expected(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d, Rect limit = kEverywhere) {
   std::vector<MoxImage*> images;
   if (c.sources) images.push_back(a);
   if (c.sources == 2) images.push_back(b);
   images.push_back(d);
-  return expected(
-      images, [&](const ll* v) { return c.ref(d->depth, v[0], v[1], c.value, c.reverse); }, limit);
+  return expected(images, [&](const ll* v) { return c.ref(d->depth, v[0], v[1], c.value, c.reverse); }, limit);
 }
 
 // Runs the case on the images and compares with the reference.
