@@ -313,6 +313,26 @@ void runFloor(benchmark::State& state, const Op& op, Shape s) {
   setBytes(state, op, s);
 }
 
+// One call that asks for one destination tile through `mapping`: the cost of
+// a call that a threaded or distributed run makes once per tile.
+void runOneTile(benchmark::State& state, const Op&, Shape s, int tile) {
+  Workspace* w = workspace(s);
+  TiledSet* t = w ? w->tiled(tile) : nullptr;
+  if (!t) {
+    state.SkipWithError("out of memory for the images");
+    return;
+  }
+  const int mapping[2] = {0, 0};
+  quietErrors();
+  for (auto _ : state) {
+    moxAddS(t->a.get(), t->d.get(), kAddValue, mapping);
+    benchmark::ClobberMemory();
+  }
+  if (failed(state)) return;
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * tile * tile *
+                          s.channels * s.bytesPerValue() * 2);
+}
+
 #ifdef MOXPX_HAVE_OPENCV
 cv::Mat wrap(const PlainImage& image) {
   const Shape& s = image.shape();
@@ -354,9 +374,13 @@ int registerAll() {
       {MOX_DEPTH_8U, 1024, 1024, 3},
       {MOX_DEPTH_16U, 4096, 4096, 1},
       {MOX_DEPTH_16U, 1024, 1024, 3},
+      {MOX_DEPTH_8U, 8192, 8192, 1},  // the tile cost of an image past the caches: AddS only
+      {MOX_DEPTH_8U, 64, 64, 1},      // the cost of a one-tile call: AddS only
   };
   for (const Shape& s : shapes) {
     for (const Op& op : operations()) {
+      const bool costCase = s.width == 8192 || s.width == 64;
+      if (costCase && std::string(op.name) != "AddS") continue;
       // <Op>/<case>, built by appending (operator+ on a literal trips a
       // false -Wrestrict in some compilers).
       std::string entry = op.name;
@@ -367,6 +391,10 @@ int registerAll() {
         benchmark::RegisterBenchmark(name.c_str(), run, op, s, args...);
       };
       add("moxpx", "", runMoxpx, 0);
+      if (s.width == 64) {
+        add("moxpx", "_one_tile_call", runOneTile, 64);
+        continue;
+      }
       add("moxpx", "_tiled64", runMoxpx, 64);
       add("moxpx", "_tiled256", runMoxpx, 256);
       add("floor", "", runFloor);

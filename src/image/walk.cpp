@@ -9,20 +9,14 @@ namespace {
 
 using i64 = long long;
 
-// Where an image's pixels start and how they step: the image's own block, or
-// the tile it currently holds.
-struct Layout {
-  char* base;
-  i64 step;
-  i64 planeStep;
-};
-
 struct Part {
   const MoxImage* image;
   int coi;                  // the channel of interest the views carry
   const MoxTileInfo* tile;  // null for an untiled image
   i64 x, y;                 // start of the image's rectangle
   i64 tileStep;             // row step inside a tile
+  View tileView;            // a view into a tile, all but its place and size
+  i64 colBytes;             // bytes from one column to the next (0: packed bits)
   bool held;
   int heldX, heldY;
 };
@@ -40,10 +34,6 @@ void clipped(const MoxImage* im, i64& x, i64& y, i64& w, i64& h) {
   h = std::max<i64>(h, 0);
 }
 
-View viewAt(const MoxImage* im, const Layout& l, i64 ox, i64 oy, i64 x, i64 y, i64 w, i64 h) {
-  return blockView(im, l.base, l.step, l.planeStep, ox, oy, x, y, w, h);
-}
-
 }  // namespace
 
 View blockView(const MoxImage* im, char* base, i64 step, i64 planeStep, i64 ox, i64 oy, i64 x,
@@ -56,7 +46,7 @@ View blockView(const MoxImage* im, char* base, i64 step, i64 planeStep, i64 ox, 
     byte = col >> 3;
     bitOffset = static_cast<int>(col & 7);
   } else {
-    byte = col * (bits / 8) * (im->dataOrder == 0 ? im->nChannels : 1);
+    byte = col * (bits >> 3) * (im->dataOrder == 0 ? im->nChannels : 1);
   }
   View v;
   v.data = base + (y - oy) * step + byte;
@@ -126,7 +116,7 @@ void joinRows(View* views, int n) {
     const View& v = views[i];
     const unsigned bits = depthBits(v.depth);
     if (bits == 1 || v.dataOrder != 0 || v.coi != 0 || v.height < 2 ||
-        i64(v.width) * v.nChannels * (bits / 8) != v.widthStep)
+        i64(v.width) * v.nChannels * (bits >> 3) != v.widthStep)
       return;
   }
   for (int i = 0; i < n; ++i) {
@@ -216,8 +206,8 @@ bool Walker::cutToTile(const int* mapping) {
 
 // The view of a rectangle of an untiled image.
 View plainView(const MoxImage* im, i64 x, i64 y, i64 w, i64 h) {
-  const Layout l{im->imageData, im->widthStep, i64(im->widthStep) * im->height};
-  return viewAt(im, l, 0, 0, x, y, w, h);
+  return blockView(im, im->imageData, im->widthStep, i64(im->widthStep) * im->height, 0, 0, x, y,
+                   w, h);
 }
 
 // Cuts the rectangle down to the destination pixel named by the request;
@@ -259,6 +249,10 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
       layoutSize(p.tile->width, p.tile->height, p.image->depth, p.image->nChannels,
                  p.image->dataOrder, p.image->align, &step, &size);
       p.tileStep = step;
+      p.tileView = blockView(p.image, nullptr, step, i64(step) * p.tile->height, 0, 0, 0, 0, 0, 0);
+      p.tileView.coi = p.coi;
+      const unsigned bits = depthBits(p.image->depth);
+      p.colBytes = bits == 1 ? 0 : (bits >> 3) * (p.image->dataOrder == 0 ? p.image->nChannels : 1);
     }
   }
   const MoxImage* d = parts_[n_ - 1].image;
@@ -282,40 +276,61 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
 }
 
 // Bands of rows end where any image's tile row ends; pieces of a band end
-// where any image's tile column ends.
+// where any image's tile column ends. Each tiled image keeps a cursor (its
+// tile and the place inside it) that moves with the pieces, so a piece costs
+// no division.
 bool Walker::walkPieces(const void* arg) {
+  struct Cursor {
+    int tx, ty;
+    i64 col, row;
+  };
   View views[kMaxWalkImages];
+  Cursor band0[kMaxWalkImages], at[kMaxWalkImages];
+  for (int i = 0; i < n_; ++i)
+    if (const MoxTileInfo* t = parts_[i].tile)
+      band0[i] = Cursor{static_cast<int>(parts_[i].x / t->width),
+                        static_cast<int>(parts_[i].y / t->height), parts_[i].x % t->width,
+                        parts_[i].y % t->height};
   i64 band = 0, piece = 0;
   for (i64 ry = 0; ry < h_; ry += band) {
     band = h_ - ry;
     for (int i = 0; i < n_; ++i)
-      if (const MoxTileInfo* t = parts_[i].tile)
-        band = std::min<i64>(band, t->height - (parts_[i].y + ry) % t->height);
+      if (const MoxTileInfo* t = parts_[i].tile) band = std::min<i64>(band, t->height - band0[i].row);
+    std::copy(band0, band0 + n_, at);
     for (i64 rx = 0; rx < w_; rx += piece) {
       piece = w_ - rx;
       for (int i = 0; i < n_; ++i)
-        if (const MoxTileInfo* t = parts_[i].tile)
-          piece = std::min<i64>(piece, t->width - (parts_[i].x + rx) % t->width);
+        if (const MoxTileInfo* t = parts_[i].tile) piece = std::min<i64>(piece, t->width - at[i].col);
       for (int k = 0; k < n_; ++k) {
         const int i = plan_.destinationFirst ? (k + n_ - 1) % n_ : k;
         const Part& p = parts_[i];
-        const i64 x = p.x + rx, y = p.y + ry;
+        View& v = views[i];
         if (!p.tile) {
-          views[i] = plainView(p.image, x, y, piece, band);
-          views[i].coi = p.coi;
+          v = plainView(p.image, p.x + rx, p.y + ry, piece, band);
+          v.coi = p.coi;
           continue;
         }
-        const int tx = static_cast<int>(x / p.tile->width);
-        const int ty = static_cast<int>(y / p.tile->height);
-        if (!acquire(i, tx, ty)) return false;
-        const Layout l{p.tile->tileData, p.tileStep, p.tileStep * p.tile->height};
-        views[i] = viewAt(p.image, l, i64(tx) * p.tile->width, i64(ty) * p.tile->height, x, y,
-                          piece, band);
-        views[i].coi = p.coi;
+        if (!acquire(i, at[i].tx, at[i].ty)) return false;
+        v = p.tileView;
+        v.data = p.tile->tileData + at[i].row * p.tileStep;
+        if (p.colBytes) {
+          v.data += at[i].col * p.colBytes;
+        } else {
+          v.data += at[i].col >> 3;
+          v.bitOffset = static_cast<int>(at[i].col & 7);
+        }
+        v.width = static_cast<int>(piece);
+        v.height = static_cast<int>(band);
       }
       const Part& d = parts_[n_ - 1];
       if (!runPiece(views, arg, d.x + rx, d.y + ry)) return false;
+      for (int i = 0; i < n_; ++i)
+        if (const MoxTileInfo* t = parts_[i].tile)
+          if ((at[i].col += piece) == t->width) at[i].col = 0, ++at[i].tx;
     }
+    for (int i = 0; i < n_; ++i)
+      if (const MoxTileInfo* t = parts_[i].tile)
+        if ((band0[i].row += band) == t->height) band0[i].row = 0, ++band0[i].ty;
   }
   return true;
 }
