@@ -13,6 +13,13 @@ namespace {
 constexpr const char* kFile = "moxalpha";
 constexpr const char* kTilingText = "ERROR in Tiling callBack";
 
+// The walk of an alpha operation: every tile call-back failure has one text.
+WalkPlan tilingPlan(const char* func, const WalkLines* lines, bool wholeImage) {
+  WalkPlan plan{func, kFile, lines, wholeImage};
+  plan.nullText = plan.releaseText = kTilingText;
+  return plan;
+}
+
 // The full chain on one image, then its layout, both at one line.
 bool failsImage(const MoxImage* image, const char* name, const Site& at) {
   return failsFullChain(image, name, at) || badLayout(image, name, at);
@@ -318,8 +325,7 @@ void runComposite(const char* f, const WalkLines& lines, const MoxImage* a, cons
     images[n++] = {alphas[i], kNames[i], i == 2};
   }
   images[n++] = {d, "dstImage", true};
-  WalkPlan plan{f, kFile, &lines, false};
-  plan.tileDataText = kTilingText;
+  const WalkPlan plan = tilingPlan(f, &lines, false);
   walk(plan, images, n, nullptr,
        d->depth == MOX_DEPTH_8U ? &compositeKernel<U8> : &compositeKernel<U16>, &args);
 }
@@ -344,8 +350,7 @@ extern "C" MOX_API void MOX_CALL moxMultiplySScale(const MoxImage* srcImage, Mox
   OpArgs args;
   args.value = static_cast<int>(clampUnsigned(value, d->depth));
   const WalkImage images[2] = {{s, "srcImage", false}, {d, "dstImage", true}};
-  WalkPlan plan{f, kFile, &kScaleSLines, true};
-  plan.tileDataText = kTilingText;
+  const WalkPlan plan = tilingPlan(f, &kScaleSLines, true);
   walkProduct(plan, images, 2, mapping, productFor<ScaleS, 2>(d->depth), args);
 }
 
@@ -364,8 +369,7 @@ extern "C" MOX_API void MOX_CALL moxMultiplyScale(const MoxImage* srcImageA,
       differInChannels(a, "srcImageA", d, at) || differInChannels(b, "srcImageB", d, at))
     return;
   const WalkImage images[3] = {{a, "srcImageA", false}, {b, "srcImageB", false}, {d, "dstImage", true}};
-  WalkPlan plan{f, kFile, &kScaleLines, true};
-  plan.tileDataText = kTilingText;
+  const WalkPlan plan = tilingPlan(f, &kScaleLines, true);
   walkProduct(plan, images, 3, mapping, productFor<Scale, 3>(d->depth), OpArgs{});
 }
 
@@ -385,8 +389,7 @@ extern "C" MOX_API void MOX_CALL moxPreMultiplyAlpha(MoxImage* image, int alphaV
   const int max = im->depth == MOX_DEPTH_8U ? 0xFF : 0xFFFF;
   const PremulArgs args{im->alphaChannel - 1, alphaValue < 0 ? -1 : alphaValue > max ? max : alphaValue};
   const WalkImage images[1] = {{im, "image", true}};
-  WalkPlan plan{f, kFile, &kPremulLines, false};
-  plan.tileDataText = kTilingText;
+  const WalkPlan plan = tilingPlan(f, &kPremulLines, false);
   walk(plan, images, 1, mapping,
        im->depth == MOX_DEPTH_8U ? &premulKernel<U8> : &premulKernel<U16>, &args);
 }

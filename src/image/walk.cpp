@@ -63,15 +63,12 @@ View blockView(const MoxImage* im, char* base, i64 step, i64 planeStep, i64 ox, 
 }
 
 bool reportTileData(const WalkPlan& plan, int line, const char* name, bool afterGet) {
-  const Site at{plan.func, plan.file, line};
-  if (afterGet && plan.nullText) {
-    mox::report(at, plan.nullText, plan.nullStatus);
-    return false;
-  }
+  const char* own = afterGet ? plan.nullText : plan.releaseText;
   char message[160];
-  std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s %s)", name,
-                afterGet ? "==" : "!=", plan.null);
-  mox::report(at, plan.tileDataText ? plan.tileDataText : message,
+  if (!own)
+    std::snprintf(message, sizeof message, "(%s->tileInfo->tileData %s %s)", name,
+                  afterGet ? "==" : "!=", plan.null);
+  mox::report(Site{plan.func, plan.file, line}, own ? own : message,
               afterGet ? plan.nullStatus : MOX_StsBadArgument);
   return false;
 }

@@ -99,21 +99,20 @@ struct WalkPlan {
   // to that pixel, and a pixel outside it means no work and no report.
   bool pointMapping = false;
   // The operation's own text and status for a get that leaves tileData
-  // null; null keeps "(name->tileInfo->tileData == ((void*)(0)))".
+  // null, and its own text for a release that leaves it set; null keeps
+  // "(name->tileInfo->tileData == ((void*)(0)))" (or "!=").
   const char* nullText = nullptr;
   int nullStatus = MOX_StsBadArgument;
+  const char* releaseText = nullptr;
   Area area = Area::rois;
   // Each piece asks the destination's tile before the sources'.
   bool destinationFirst = false;
   // How the tile-data reports spell a null pointer.
   const char* null = "((void*)(0))";
-  // One text for every tile-data failure (null: the image's own
-  // "(name->tileInfo->tileData == ((void*)(0)))" texts).
-  const char* tileDataText = nullptr;
 };
 
-// Reports a tile call-back that left tileData null after a get (`afterGet`,
-// with the plan's own text and status if it has one) or set after a release.
+// Reports a tile call-back that left tileData null after a get (`afterGet`)
+// or set after a release, with the plan's own text if it has one.
 bool reportTileData(const WalkPlan& plan, int line, const char* name, bool afterGet);
 
 // Walks n (1..kMaxWalkImages) images. Returns false after a report (tile request or tile
