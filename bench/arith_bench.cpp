@@ -381,14 +381,10 @@ int registerAll() {
     for (const Op& op : operations()) {
       const bool costCase = s.width == 8192 || s.width == 64;
       if (costCase && std::string(op.name) != "AddS") continue;
-      // <Op>/<case>, built by appending (operator+ on a literal trips a
-      // false -Wrestrict in some compilers).
       std::string entry = op.name;
       entry.append("/").append(caseName(s));
-      auto add = [&](const char* peer, const std::string& suffix, auto run, auto... args) {
-        std::string name = "BM_";
-        name.append(peer).append("_").append(entry).append(suffix);
-        benchmark::RegisterBenchmark(name.c_str(), run, op, s, args...);
+      auto add = [&](const char* peer, const char* suffix, auto run, auto... args) {
+        addEntry(peer, entry, suffix, run, op, s, args...);
       };
       add("moxpx", "", runMoxpx, 0);
       if (s.width == 64) {

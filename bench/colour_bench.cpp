@@ -213,14 +213,13 @@ int registerAll() {
     const Op op = Op(o);
     for (const Shape& s : kCases) {
       const std::string tail = std::string(kOpNames[o]) + "/" + caseName(s);
-      benchmark::RegisterBenchmark(("BM_moxpx_" + tail).c_str(), runMoxpx, op, s, false);
-      benchmark::RegisterBenchmark(("BM_moxpx_" + tail + "_tiled256").c_str(), runMoxpx, op, s, true);
-      if (floorOf(op, s))
-        benchmark::RegisterBenchmark(("BM_floor_" + tail).c_str(), runFloor, op, s);
+      addEntry("moxpx", tail, "", runMoxpx, op, s, false);
+      addEntry("moxpx", tail, "_tiled256", runMoxpx, op, s, true);
+      if (floorOf(op, s)) addEntry("floor", tail, "", runFloor, op, s);
 #ifdef MOXPX_HAVE_OPENCV
       // The peer converts to HSV and HLS at 8 bits only.
       if (s.bytesPerValue() == 1 || op == kToGray || op == kFromGray || op == kTwist)
-        benchmark::RegisterBenchmark(("BM_opencv_" + tail).c_str(), runOpenCv, op, s);
+        addEntry("opencv", tail, "", runOpenCv, op, s);
 #endif
     }
   }

@@ -133,9 +133,7 @@ int registerAll() {
       std::string entry = op.name;
       entry.append("/").append(caseName(s));
       auto add = [&](const char* peer, const char* suffix, auto run, auto... args) {
-        std::string name = "BM_";
-        name.append(peer).append("_").append(entry).append(suffix);
-        benchmark::RegisterBenchmark(name.c_str(), run, op, c[0], c[1], c[2], args...);
+        addEntry(peer, entry, suffix, run, op, c[0], c[1], c[2], args...);
       };
       add("moxpx", "", runMoxpx, 0);
       add("moxpx", "_tiled256", runMoxpx, 256);

@@ -183,21 +183,13 @@ const bool registered = [] {
   for (int ch : {1, 3}) {
     const Shape s{MOX_DEPTH_8U, 2048, 2048, ch};
     for (const Filter& f : all) {
-      auto name = [&](const char* peer, const char* suffix) {
-        std::string n = "BM_";
-        n += peer;
-        n += "_";
-        n += f.name;
-        n += "/";
-        n += caseName(s);
-        n += suffix;
-        return n;
-      };
-      benchmark::RegisterBenchmark(name("moxpx", "").c_str(), runMox, f, s, 0);
+      std::string entry = f.name;
+      entry.append("/").append(caseName(s));
+      addEntry("moxpx", entry, "", runMox, f, s, 0);
       if (f.name == "Conv3x3" || f.name == "Blur15" || f.name == "Erode" || f.name == "Median5")
-        benchmark::RegisterBenchmark(name("moxpx", "_tiled256").c_str(), runMox, f, s, 256);
+        addEntry("moxpx", entry, "_tiled256", runMox, f, s, 256);
 #ifdef MOXPX_HAVE_OPENCV
-      benchmark::RegisterBenchmark(name("opencv", "").c_str(), runCv, f, s);
+      addEntry("opencv", entry, "", runCv, f, s);
 #endif
     }
   }

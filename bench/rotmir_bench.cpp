@@ -163,11 +163,7 @@ int registerAll() {
     for (const Op& op : kOps) {
       std::string entry = op.name;
       entry.append("/").append(caseName(s));
-      auto add = [&](const char* peer, auto run) {
-        std::string name = "BM_";
-        name.append(peer).append("_").append(entry);
-        benchmark::RegisterBenchmark(name.c_str(), run, op, s);
-      };
+      auto add = [&](const char* peer, auto run) { addEntry(peer, entry, "", run, op, s); };
       add("moxpx", runMoxpx);
       if (isMirror(op)) add("floor", runFloor);
 #ifdef MOXPX_HAVE_OPENCV

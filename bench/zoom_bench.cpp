@@ -168,9 +168,7 @@ int registerAll() {
       entry.append(in.name).append("/").append(caseName(sourceOf(c))).append("_to");
       entry.append(std::to_string(d.width)).append("x").append(std::to_string(d.height));
       auto add = [&](const char* peer, const char* suffix, auto run, auto... args) {
-        std::string name = "BM_";
-        name.append(peer).append("_").append(entry).append(suffix);
-        benchmark::RegisterBenchmark(name.c_str(), run, c, in, args...);
+        addEntry(peer, entry, suffix, run, c, in, args...);
       };
       add("moxpx", "", runMoxpx, 0);
       add("moxpx", "_tiled64", runMoxpx, 64);
