@@ -3,8 +3,6 @@
 // contents, and a report function that keeps the last failure.
 #pragma once
 
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -37,17 +35,6 @@ inline std::string depthName(unsigned depth) {
 }
 
 // "8U_4096x4096x1": depth, then width x height x channels.
-// Registers the benchmark BM_<peer>_<entry><suffix>, which calls
-// run(state, args...). Names are built by appending (operator+ on a literal
-// trips a false -Wrestrict in some compilers).
-template <class Run, class... Args>
-benchmark::internal::Benchmark* addEntry(const char* peer, const std::string& entry,
-                                         const std::string& suffix, Run run, Args... args) {
-  std::string name = "BM_";
-  name.append(peer).append("_").append(entry).append(suffix);
-  return benchmark::RegisterBenchmark(name.c_str(), run, args...);
-}
-
 inline std::string caseName(const Shape& s) {
   return depthName(s.depth) + "_" + std::to_string(s.width) + "x" + std::to_string(s.height) +
          "x" + std::to_string(s.channels);

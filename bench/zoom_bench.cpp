@@ -19,6 +19,7 @@
 #endif
 
 #include "bench_images.h"
+#include "bench_register.h"
 
 namespace {
 
