@@ -2,6 +2,7 @@
 single call's result, from arrays and from raw files."""
 
 import os
+import re
 
 import numpy as np
 import pytest
@@ -73,15 +74,10 @@ def test_raw_files_in_and_out(tmp_path):
 
 def mapped_kib(path):
     """Resident kB of this process's mappings of a file (from /proc/self/smaps)."""
-    total, inside = 0, False
     with open("/proc/self/smaps") as f:
-        for line in f:
-            head = line.split()
-            if "-" in head[0] and len(head) >= 5:
-                inside = line.rstrip().endswith(path)
-            elif inside and head[0] == "Rss:":
-                total += int(head[1])
-    return total
+        blocks = re.split(r"\n(?=[0-9a-f]+-[0-9a-f]+ )", f.read())
+    return sum(int(re.search(r"^Rss:\s+(\d+)", b, re.M).group(1)) for b in blocks
+               if b.split("\n", 1)[0].endswith(path))
 
 
 @pytest.mark.skipif(not os.path.exists("/proc/self/smaps"), reason="needs /proc/self/smaps")
