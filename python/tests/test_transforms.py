@@ -41,17 +41,6 @@ def test_result_type_and_channels():
     assert (one[..., [0, 2]] == 0).all()
 
 
-@pytest.mark.parametrize("call, error, match", [
-    (lambda: moxpx.real_fft2d(np.ones((1, 1), np.uint8)), moxpx.MoxError, "No calculations"),
-    (lambda: moxpx.real_fft2d(np.ones((4, 4), np.uint8), out=np.zeros((4, 4, 2), np.int32)),
-     moxpx.MoxError, "Error in input data"),
-    (lambda: moxpx.pack_spectrum(np.zeros((4, 3)), width=8), ValueError, None),
-])
-def test_transform_failures_raise(call, error, match):
-    with pytest.raises(error, match=match):
-        call()
-
-
 def test_dct_both_ways():
     # Orthonormal: the first coefficient is the sum over sqrt(w h).
     x = RNG.integers(0, 256, (8, 12)).astype(np.int16)
