@@ -156,7 +156,6 @@ KNOWN_OUTPUTS = [
      [[-128, -50, -23, -23]]),
     (["copy", "--depth", "1u"], RAMP, [[0, 255, 255, 255]]),
     (["convert", "--depth", "16s", "--dataOrder", "plane"], PIXELS, PIXELS.astype(np.int16)),
-    (["convert", "--depth", "8s"], PIXELS, np.minimum(PIXELS, 127).astype(np.int8)),
     (["bitonaltogray", "--ZeroScale", 40, "--OneScale", 220], BITS, np.where(BITS, 220, 40)),
 ]
 
@@ -205,12 +204,11 @@ class Operations(Temp):
     def test_palette_bitmap(self):
         needs_bmp(self)
         g = noise((9, 14), np.uint8, 6)
-        out = self.path("p.bmp")
         tool("converttodib", "--dither", "fs", "--paletteConversion", "medcut",
-             self.save("g.npy", g), out, check=DONE)
-        with open(out, "rb") as f:
+             self.save("g.npy", g), self.path("p.bmp"), check=DONE)
+        with open(self.path("p.bmp"), "rb") as f:
             self.assertEqual(8, int.from_bytes(f.read(30)[28:30], "little"))  # bits per pixel
-        np.testing.assert_array_equal(g, self.npy("copy", out))  # a grey palette keeps greys
+        np.testing.assert_array_equal(g, self.npy("copy", self.path("p.bmp")))  # greys stay
 
 
 class TilesAndThreads(Temp):
@@ -243,7 +241,7 @@ class GalleryCommands(Temp):
 
     def test_every_command_parses(self):
         found = []
-        for path in sorted(glob.glob(os.path.join(SAMPLES, "..", "examples", "gallery_*.c"))):
+        for path in sorted(glob.glob(os.path.join(ROOT, "examples", "gallery_*.c"))):
             with open(path) as f:
                 text = re.sub(r"/\*.*?\*/", "", f.read(), flags=re.S)
             # Adjacent literals are one string.
