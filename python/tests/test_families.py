@@ -1,8 +1,7 @@
-"""The operation families beyond arithmetic, each checked where the loaded
-library exports it (the package binds what the library has): what only the
-package does (bool images, 3 x 4 matrices, tables without factors, alpha
-images, bitmaps, tiles); the command-line tool's tests compare the other
-arguments of every family with the tool's own calls."""
+"""What only the package does in the operation families (bool images, 3 x 4
+matrices, tables without factors, alpha images, bitmaps, tiles), where the
+library exports them; the command-line tests compare the other arguments
+with the tool's own calls."""
 
 import numpy as np
 import pytest
@@ -73,14 +72,6 @@ def test_composition_by_alpha_images():
     np.testing.assert_array_equal(moxpx.alpha_composite(a, b, "over", opaque, clear, alpha), a)
     np.testing.assert_array_equal(alpha, 255)  # the result's alpha, written in place
     np.testing.assert_array_equal(moxpx.alpha_composite(a, b, "over", clear, opaque), b)
-
-
-@needs("compute_histo")
-def test_histograms_per_channel():
-    edges = np.arange(0, 257, 16)
-    want = [np.histogram(A8[..., c], edges)[0] for c in range(3)]
-    np.testing.assert_array_equal(moxpx.compute_histo(A8, edges), want)
-    np.testing.assert_array_equal(moxpx.compute_histo(A8, edges, coi=2), want[1])
 
 
 @needs("to_dib")

