@@ -129,6 +129,8 @@ OPS += [
     case("contraststretch", ["--key", "0,64,192,256", "--value", "0,128,224", "--factor",
                              "131072,49152,32768", "--interpolateType", "inter"],
          call("contrast_stretch", [0, 64, 192, 256], [0, 128, 224], [131072, 49152, 32768])),
+    case("contraststretch", ["--key", "0,64,192,256", "--value", "9,8,7"],
+         call("contrast_stretch", [0, 64, 192, 256], [9, 8, 7])),  # without factors
     case("convolve2d", ["--kernel", "3,3,1,1,1:" + ",".join(map(str, SOBEL_X)), "--kernel",
                         "3,3,0,2,1:" + ",".join(map(str, SOBEL_Y)),
                         "--combineMethod", "sumsqroot"],
