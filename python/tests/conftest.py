@@ -1,6 +1,5 @@
 # The tests run against the package of this source tree (python/moxpx) and the
 # library that MOXPX_LIBRARY names (CTest sets it), else the build tree's.
-# Test modules import rand and needs from here.
 import os
 import sys
 
