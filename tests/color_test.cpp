@@ -185,6 +185,7 @@ Image* filled(const Shape& sh, Op op, unsigned seed) {
     }
   return im;
 }
+
 struct Layout { int order, channels; const char* seq; };
 const Layout kLayouts[] = {{0, 3, "RGB"}, {0, 3, "BGR"}, {0, 4, "RGBA"}, {1, 3, "BGR"}};
 const unsigned kColourDepths[] = {MOX_DEPTH_8U, MOX_DEPTH_16U, MOX_DEPTH_32S};
@@ -197,7 +198,10 @@ int stored(const Layout& l, int k) { return l.order == 0 && l.seq[0] != 'R' ? 2 
 // top-left area common to both images, whatever their ROIs say, against its
 // formula; every other byte of the destination (a fourth channel, row
 // padding, the bits past a packed row, rows and columns past the source) as
-// it was; and the model written.
+// it was; and the model written. The same through tiled copies (tiles of
+// other shapes on the two sides), by layout: both tiled a tile per call, the
+// source plain, the destination plain, both tiled in one call; the
+// destination's tile is asked for before the source's.
 TEST(ColorModels, EveryConversionMatchesItsFormula) {
   Capture capture;
   struct Case { Op op; unsigned sd, dd; Fract f; };
@@ -233,6 +237,23 @@ TEST(ColorModels, EveryConversionMatchesItsFormula) {
           for (int k = 0; k < (grayOut ? 1 : 3); ++k) set(want, x, y, rgbIn ? k : stored(l, k), v[k]);
         }
       EXPECT_EQ(d.bytes(), want.bytes());
+      const int how = int(&l - kLayouts);
+      Image gathered(ds, 6);
+      gathered.roi(0, 1, 1, 2, 2);
+      Tiled ts(*s, 16, 8), td(gathered, 8, 8);
+      model(ts, kModels[c.op], l.seq);
+      MoxImage* src = how == 1 ? +*s : +ts;
+      MoxImage* dst = how == 2 ? +gathered : +td;
+      if (how >= 2) run(c.op, src, dst, nullptr, c.f);
+      for (int t = 0; how < 2 && t < 8; ++t) {  // every tile that meets the common area
+        const int m[2] = {t % 4, t / 4};
+        run(c.op, src, dst, m, c.f);
+      }
+      if (how != 2) td.gather(gathered);
+      EXPECT_EQ(gathered.bytes(), want.bytes());
+      EXPECT_FALSE(ts.badIndex || td.badIndex);
+      for (const Report& r : reports()) ADD_FAILURE() << r.message << " " << r.line;
+      EXPECT_TRUE(how != 0 || td.calls.front().mode == MOX_GET_TILE_TO_WRITE);
       if (c.op >= kToHSV) {
         EXPECT_EQ(std::string(d->colorModel, 3), std::string(kModels[c.op ^ 1], 3));
         EXPECT_EQ(std::string(d->channelSeq, 3), std::string(kModels[c.op ^ 1], 3));
@@ -341,51 +362,6 @@ TEST(ColorModels, EveryKernelTableGivesTheSameBits) {
         same(wide.twist[k][a], base.twist[k][a], sh, sh, &twist, "twist");
       }
   }
-}
-
-// Tiled sources and destinations, whole or a tile per call, give the plain
-// run's bytes; the destination's tile is asked for before the source's.
-TEST(ColorModels, TiledRunsEqualPlainRuns) {
-  Capture capture;
-  const struct { Op op; Shape src, dst; bool tiledSrc, tiledDst; } cases[] = {
-      {kToGray, {MOX_DEPTH_8U, 3, 0, 37, 45}, {MOX_DEPTH_1U, 1, 0, 37, 45}, true, true},
-      {kToGray, {MOX_DEPTH_16U, 4, 1, 37, 45}, {MOX_DEPTH_8U, 1, 0, 30, 50}, false, true},
-      {kFromGray, {MOX_DEPTH_1U, 1, 0, 37, 45}, {MOX_DEPTH_8U, 3, 0, 37, 45}, true, true},
-      {kFromGray, {MOX_DEPTH_16U, 1, 0, 37, 45}, {MOX_DEPTH_16U, 4, 1, 37, 45}, true, false},
-      {kToHSV, {MOX_DEPTH_8U, 3, 0, 37, 45}, {MOX_DEPTH_8U, 3, 0, 37, 45}, true, true},
-      {kFromHSV, {MOX_DEPTH_16U, 3, 1, 37, 45}, {MOX_DEPTH_16U, 3, 1, 37, 45}, false, true},
-      {kToHLS, {MOX_DEPTH_32S, 4, 0, 37, 45}, {MOX_DEPTH_32S, 4, 0, 40, 40}, true, true},
-      {kFromHLS, {MOX_DEPTH_8U, 3, 0, 37, 45}, {MOX_DEPTH_8U, 3, 0, 37, 45}, true, false},
-  };
-  const Fract f{0.25f, 0.5f, 0.75f};
-  for (const auto& c : cases)
-    for (int mapped = 0; mapped < 1 + c.tiledDst; ++mapped) {
-      SCOPED_TRACE(std::string(kNames[c.op]) + (mapped ? " tile by tile" : " whole"));
-      std::unique_ptr<Image> s(filled(c.src, c.op, 3));
-      Image plain(c.dst, 4), gathered(c.dst, 4);
-      model(*s, kModels[c.op], "BGR");
-      s->roi(0, 3, 3, 8, 8);  // not consulted
-      run(c.op, *s, plain, nullptr, f);
-      Tiled ts(*s, 16, 8), td(gathered, 8, 16);
-      model(ts, kModels[c.op], "BGR");
-      MoxImage* src = c.tiledSrc ? +ts : +*s;
-      MoxImage* dst = c.tiledDst ? +td : +gathered;
-      if (!mapped) run(c.op, src, dst, nullptr, f);
-      // Every tile that meets the common area (one more would be refused).
-      for (int ty = 0; mapped && ty * 16 < std::min(c.src.height, c.dst.height); ++ty)
-        for (int tx = 0; tx * 8 < std::min(c.src.width, c.dst.width); ++tx) {
-          const int m[2] = {tx, ty};
-          run(c.op, src, dst, m, f);
-        }
-      for (const Report& r : reports()) ADD_FAILURE() << r.message << " " << r.line;
-      ASSERT_EQ(moxGetErrStatus(), MOX_StsNoError);
-      if (c.tiledDst) td.gather(gathered);
-      EXPECT_EQ(plain.bytes(), gathered.bytes());
-      EXPECT_FALSE(ts.badIndex || td.badIndex);
-      if (c.tiledDst && c.tiledSrc) {
-        EXPECT_EQ(td.calls.front().mode, MOX_GET_TILE_TO_WRITE);
-      }
-    }
 }
 
 struct CheckCase {
