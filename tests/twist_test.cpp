@@ -82,8 +82,8 @@ TEST(ColorTwist, MatchesTheMatrixOverTheSourceRoiOnEveryDepthAndLayout) {
         ts->alphaChannel = td->alphaChannel = l.alpha;
         if (how) moxApplyColorTwist(how == 1 ? +s : +ts, td, t.t, offset, nullptr);
         for (int tx = 0; how == 0 && tx < 3; ++tx) {
-          const int m[2] = {tx, 0};
-          moxApplyColorTwist(ts, td, t.t, offset, m);
+          const int tile[2] = {tx, 0};
+          moxApplyColorTwist(ts, td, t.t, offset, tile);
         }
         td.gather(gathered);
         EXPECT_EQ(gathered.bytes(), want.bytes()) << "tiled, scale " << scale;
