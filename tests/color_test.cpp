@@ -422,18 +422,23 @@ TEST(ColorModelChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
     EXPECT_EQ(d.bytes(), before) << c.message;
     EXPECT_EQ(std::string(d->channelSeq, 4), seq);
   }
-  // A null image and a tiled destination asked for a tile outside the image.
+  // A null image; a tiled destination asked for a tile past the common
+  // area, and one whose call-back hands out no tile.
   Capture capture;
-  Image s({MOX_DEPTH_8U, 3, 0, 8, 8}), d({MOX_DEPTH_8U, 3, 0, 16, 16});
-  moxRGB2HSV(nullptr, d, nullptr);
+  moxRGB2HSV(nullptr, Image({MOX_DEPTH_8U, 3, 0, 8, 8}), nullptr);
   expectReport("moxReduceBits", "Image header is null", 222, "moxcolor");
-  Tiled t(d, 8, 8);
   const int far[2] = {3, 0};
-  moxRGB2HSV(s, t, far);
-  expectReport("moxRGB2HSV", "(dTile.begX > dRoi.endX)", 231, "moxcolor");
-  t.nullOnGet = 0;
-  moxRGB2HSV(s, t, nullptr);
-  expectReport("moxRGB2HSV", "(dstImage->tileInfo->tileData == ((void*)(0)))", 241, "moxcolor");
+  for (int op = 0; op < 6; ++op) {
+    Image s({MOX_DEPTH_8U, op == kFromGray ? 1 : 3, 0, 8, 8}), d({MOX_DEPTH_8U, op == kToGray ? 1 : 3, 0, 16, 16});
+    model(s, kModels[op], "RGB");
+    Tiled t(d, 8, 8);
+    run(Op(op), s, t, far);
+    expectReport(kNames[op], "(dTile.begX > dRoi.endX)", header[op] + 9, "moxcolor");
+    t.nullOnGet = 0;
+    run(Op(op), s, t);
+    expectReport(kNames[op], "(dstImage->tileInfo->tileData == ((void*)(0)))", header[op] + 19, "moxcolor");
+  }
+  EXPECT_TRUE(reports().empty());
 }
 
 }  // namespace

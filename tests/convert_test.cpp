@@ -180,6 +180,17 @@ TEST(ConvertChecks, EveryCheckReportsItsTextAndLine) {
     if (c.func[3] == 'R') moxReduceBits(c.src, d, c.noise, c.kind, c.levels);
     expectReport(c.func, c.text, c.line, "moxconv");
   }
+  // Tiled images whose call-back hands out no tile.
+  const char *srcTile = "(srcImage->tileInfo->tileData == ((void*)(0)))",
+             *dstTile = "(dstImage->tileInfo->tileData == ((void*)(0)))";
+  for (int side = 0; side < 2; ++side) {
+    Tiled a(gray, 8, 8), b(out, 8, 8), c(bits, 8, 8), d(out, 8, 8);
+    (side ? a : b).nullOnGet = (side ? c : d).nullOnGet = 0;
+    moxConvert(a, b);
+    expectReport("moxConvert", side ? srcTile : dstTile, side ? 73 : 75, "moxconv");
+    moxBitonalToGray(c, d, 0, 1);
+    expectReport("moxBitonalToGray", side ? srcTile : dstTile, side ? 133 : 135, "moxconv");
+  }
   EXPECT_EQ(out.bytes(), before[0]);
   EXPECT_EQ(colour.bytes(), before[1]);
   EXPECT_TRUE(reports().empty());

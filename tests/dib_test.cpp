@@ -320,6 +320,13 @@ TEST(DibWrite, ChecksReportTheirTextAndLine) {
   expectReport("moxConvertFromDIB", channels, 231, "moxdib");
   moxConvertFromDIB(d.header(), nullptr);
   expectReport("moxConvertFromDIB", "Image header is null", 230, "moxdib");
+  // Tiled images whose call-back hands out no tile.
+  Tiled from(im, 8, 8), to(im, 8, 8);
+  from.nullOnGet = to.nullOnGet = 0;
+  moxConvertToDIB(from, d.header(), 0, 0);
+  expectReport("moxConvertToDIB", "(image->tileInfo->tileData == ((void*)(0)))", 353, "moxdib");
+  moxConvertFromDIB(d.header(), to);
+  expectReport("moxConvertFromDIB", "(image->tileInfo->tileData == ((void*)(0)))", 255, "moxdib");
   EXPECT_TRUE(reports().empty());
 }
 

@@ -130,6 +130,16 @@ TEST(ColorTwist, OffsetBandsAndTheirEdges) {
   EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
 }
 
+// The matrix's rows are the outputs and its entries are scaled: a cycle of
+// 2 / 2^1 moves each channel to the one before.
+TEST(ColorTwist, RowsAreOutputs) {
+  Capture capture;
+  Image s({MOX_DEPTH_8U, 3, 0, 9, 9}, 1), d({MOX_DEPTH_8U, 3, 0, 9, 9}, 2);
+  TwistPtr cycle({0, 2, 0, 0, 0, 0, 2, 0, 2, 0, 0, 0, 0, 0, 0, 0}, 1);
+  moxApplyColorTwist(s, d, cycle.t, 0, nullptr);
+  for (int i = 0; i < 81 * 3; ++i) EXPECT_EQ(get(d, i / 3 % 9, i / 27, i % 3), get(s, i / 3 % 9, i / 27, (i + 1) % 3)) << i;
+}
+
 TEST(ColorTwistChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
   const struct { std::function<void(Image& s, Image& d)> spoil; const char* message; int line; } cases[] = {
       {SPOIL(s->align = 2), "Image align is invalid", 241},
