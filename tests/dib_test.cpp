@@ -20,6 +20,16 @@ using namespace testimg;
 
 namespace {
 
+// Every test runs with the reports captured and leaves none unchecked.
+class Quiet : public ::testing::Test {
+  Capture capture_;
+  void TearDown() override { EXPECT_TRUE(reports().empty()); }
+};
+using DibRead = Quiet;
+using DibPhotographs = Quiet;
+using DibWrite = Quiet;
+using DibFiles = Quiet;
+
 using Bytes = std::vector<std::uint8_t>;
 
 // A packed bitmap: header, optional masks, palette (BGRX), rows.
@@ -68,7 +78,7 @@ const Bytes kPalette4 = {0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0}; 
 
 // Every kind of bitmap read back: the pixels of the first two rows (memory
 // order) as blue, green, red.
-TEST(DibRead, EveryKindOfBitmap) {
+TEST_F(DibRead, EveryKindOfBitmap) {
   struct Case { const char* name; Dib dib; int channels, cloned, origin; std::vector<std::vector<int>> row0, row1; };
   const std::vector<int> K{0, 0, 0}, B{255, 0, 0}, G{0, 255, 0}, R{0, 0, 255}, W{255, 255, 255};
   const int BL = MOX_ORIGIN_BL;
@@ -94,7 +104,6 @@ TEST(DibRead, EveryKindOfBitmap) {
       {"RLE4", makeDib(5, 1, 4, 2, kPalette4, {5, 0x12, 0, 1}), 3, 1, BL, {B, G, B, G, B}, {}},
       {"RLE8 move", makeDib(3, 2, 8, 1, kPalette4, {0, 2, 1, 1, 1, 3, 0, 1}), 3, 1, BL, {K, K, K}, {K, R, K}},
   };
-  Capture capture;
   for (Case& c : cases) {
     SCOPED_TRACE(c.name);
     Owned t(c.dib);
@@ -105,12 +114,11 @@ TEST(DibRead, EveryKindOfBitmap) {
     for (int x = 0; x < int(c.row0.size()); ++x) EXPECT_EQ(bgrAt(t.im, x, 0), c.row0[x]) << x;
     for (int x = 0; x < int(c.row1.size()); ++x) EXPECT_EQ(bgrAt(t.im, x, 1), c.row1[x]) << x;
   }
-  EXPECT_TRUE(reports().empty());
 }
 
 // Broken bitmaps: the text and line of each check, under both readers, and
 // nothing made or written.
-TEST(DibRead, BrokenBitmapsAreRefused) {
+TEST_F(DibRead, BrokenBitmapsAreRefused) {
   const char *height = "(dib->biHeight == 0 || dib->biHeight == INT_MIN)",
              *compression = "(dib->biCompression does not suit dib->biBitCount)",
              *mask = "(a bit-field mask is 0, not one run of bits or overlaps another)",
@@ -148,7 +156,6 @@ TEST(DibRead, BrokenBitmapsAreRefused) {
       {rle(1, {2, 1, 0, 0, 1, 1, 0, 1}), HDR(), 15, last},
       {rle(1, {0, 2, 0, 2, 0, 1}), HDR(), 15, last},
   };
-  Capture capture;
   Image into({MOX_DEPTH_8U, 3, 0, 2, 2}, 5);
   const auto before = into.bytes();
   for (Case& c : cases) {
@@ -166,7 +173,6 @@ TEST(DibRead, BrokenBitmapsAreRefused) {
   expectReport("moxTranslateDIB", "(dib == 0)", 100, "moxdib");
   moxConvertFromDIB(nullptr, into);
   expectReport("moxConvertFromDIB", "(dib == 0)", 200, "moxdib");
-  EXPECT_TRUE(reports().empty());
 }
 
 std::string sample(const char* name) { return std::string(MOXPX_SAMPLES) + "/" + name; }
@@ -190,8 +196,7 @@ Dib toDib(const MoxImage* im, int bits, int w, int h, int dither = 0, int how = 
 // Every photograph: loaded, saved again unchanged, written as 24- and
 // 32-bit bitmaps, top-down and bottom-up, and read back through both readers
 // (into plane order at 16 bits and back to 8U pixel order).
-TEST(DibPhotographs, ThroughEveryLayoutAndBack) {
-  Capture capture;
+TEST_F(DibPhotographs, ThroughEveryLayoutAndBack) {
   for (const char* name : {"coffee.bmp", "chelsea.bmp", "astronaut.bmp"}) {
     SCOPED_TRACE(name);
     char why[128] = "";
@@ -220,12 +225,10 @@ TEST(DibPhotographs, ThroughEveryLayoutAndBack) {
         EXPECT_EQ(bgrAt(t.im, 5, down ? h - 1 : 0), bgrAt(photo, 5, 0));
       }
   }
-  EXPECT_TRUE(reports().empty());
 }
 
 // Files cut short, not bitmaps at all or not there: the file helper says why.
-TEST(DibPhotographs, BrokenFilesAreRefusedByTheHelper) {
-  Capture capture;
+TEST_F(DibPhotographs, BrokenFilesAreRefusedByTheHelper) {
   const Bytes whole = fileBytes(sample("chelsea.bmp"));
   const struct { std::size_t keep; int offset; const char* why; } cases[] = {
       {whole.size() - 1, 0, "truncated bmp file"}, {60, 0, "truncated bmp file"}, {20, 0, "not a bmp file"},
@@ -239,13 +242,11 @@ TEST(DibPhotographs, BrokenFilesAreRefusedByTheHelper) {
     EXPECT_EQ(bmpRead(c.offset < 0 ? "/nonexistent/none.bmp" : path.c_str(), why, sizeof why), nullptr);
     EXPECT_STREQ(why, c.why);
   }
-  EXPECT_TRUE(reports().empty());
 }
 
 // 8-bit bitmaps of a photograph with each palette choice and dither: close
 // to the photograph on average, the median cut closest, the same bits twice.
-TEST(DibPhotographs, PaletteChoicesAndDithers) {
-  Capture capture;
+TEST_F(DibPhotographs, PaletteChoicesAndDithers) {
   char why[128] = "";
   Owned photo(bmpRead(sample("chelsea.bmp").c_str(), why, sizeof why));
   ASSERT_NE(photo.im, nullptr) << why;
@@ -274,13 +275,11 @@ TEST(DibPhotographs, PaletteChoicesAndDithers) {
       EXPECT_EQ(toDib(photo, 8, w, h, dither, how).bytes, d.bytes);
     }
   EXPECT_LT(errorOf[MOX_PALCONV_MEDCUT], errorOf[MOX_PALCONV_NONE]);
-  EXPECT_TRUE(reports().empty());
 }
 
 // What moxConvertToDIB checks, with nothing written; the lines of the image
 // argument's chain first.
-TEST(DibWrite, ChecksReportTheirTextAndLine) {
-  Capture capture;
+TEST_F(DibWrite, ChecksReportTheirTextAndLine) {
   const char *colours = "(dib->biClrUsed == 1 || dib->biClrUsed > 256)",
              *channels = "(nChImage != 1 && nChImage != 3 && nChImage != 4)";
   const struct { void (*spoil)(MoxBitmapInfoHeader*, Image&); int dither, how, line; const char* text; } cases[] = {
@@ -327,13 +326,11 @@ TEST(DibWrite, ChecksReportTheirTextAndLine) {
   expectReport("moxConvertToDIB", "(image->tileInfo->tileData == ((void*)(0)))", 353, "moxdib");
   moxConvertFromDIB(d.header(), to);
   expectReport("moxConvertFromDIB", "(image->tileInfo->tileData == ((void*)(0)))", 255, "moxdib");
-  EXPECT_TRUE(reports().empty());
 }
 
 // Gray images become gray palettes; channels meet as a reader expects (gray
 // to colour repeats the value, colour to gray weighs it, alpha is opaque).
-TEST(DibWrite, ChannelsAndGrayPalettes) {
-  Capture capture;
+TEST_F(DibWrite, ChannelsAndGrayPalettes) {
   Image gray({MOX_DEPTH_8U, 1, 0, 3, 5}, 9);
   Dib d = toDib(gray, 8, 5, 3);
   Owned t(d);
@@ -350,12 +347,10 @@ TEST(DibWrite, ChannelsAndGrayPalettes) {
   Image one({MOX_DEPTH_8U, 1, 0, 1, 1});
   moxConvertFromDIB(c.header(), one);
   EXPECT_EQ(get(one, 0, 0), (114 * 10 + 587 * 100 + 299 * 200 + 500) / 1000);
-  EXPECT_TRUE(reports().empty());
 }
 
 // Tiled images read and write bitmaps like plain ones, through their ROIs.
-TEST(DibWrite, TiledImagesLikePlainOnes) {
-  Capture capture;
+TEST_F(DibWrite, TiledImagesLikePlainOnes) {
   Image plain({MOX_DEPTH_16U, 3, 1, 20, 27}, 3, std::array<int, 5>{0, 2, 3, 17, 23}.data());
   Tiled tiled(plain, 8, 16);
   Dib a = toDib(plain, 24, 23, 17), b = toDib(tiled, 24, 23, 17);
@@ -367,7 +362,6 @@ TEST(DibWrite, TiledImagesLikePlainOnes) {
   Image gathered({MOX_DEPTH_8U, 1, 0, 20, 27}, 4);
   tiledBack.gather(gathered);
   EXPECT_EQ(pixels(gathered), pixels(back));
-  EXPECT_TRUE(reports().empty());
 }
 
 // The pixels of an 8U image, top row first, as red, green, blue.
@@ -384,10 +378,9 @@ Bytes rgbRows(const MoxImage* im) {
 // Files for the independent reader: when MOXPX_BMP_OUT names a folder, every
 // kind of file the library writes goes there, each with the pixels it should
 // hold as the library reads it back (raw rows, top first, red, green, blue).
-TEST(DibFiles, WriteForTheIndependentReader) {
+TEST_F(DibFiles, WriteForTheIndependentReader) {
   const char* folder = std::getenv("MOXPX_BMP_OUT");
   if (!folder) GTEST_SKIP() << "MOXPX_BMP_OUT not set";
-  Capture capture;
   char why[128] = "";
   Owned photo(bmpRead(sample("chelsea.bmp").c_str(), why, sizeof why));
   ASSERT_NE(photo.im, nullptr) << why;
@@ -402,15 +395,13 @@ TEST(DibFiles, WriteForTheIndependentReader) {
     const Bytes raw = rgbRows(back);
     std::ofstream(stem + ".rgb", std::ios::binary).write(reinterpret_cast<const char*>(raw.data()), std::streamsize(raw.size()));
   }
-  EXPECT_TRUE(reports().empty());
 }
 
 // Files of the independent writer (listed in MOXPX_BMP_IN/list.txt, each
 // with the pixels that writer meant) load as it decoded them.
-TEST(DibFiles, ReadFromTheIndependentWriter) {
+TEST_F(DibFiles, ReadFromTheIndependentWriter) {
   const char* folder = std::getenv("MOXPX_BMP_IN");
   if (!folder) GTEST_SKIP() << "MOXPX_BMP_IN not set";
-  Capture capture;
   std::ifstream list(std::string(folder) + "/list.txt");
   std::string stem;
   int files = 0;
@@ -422,7 +413,6 @@ TEST(DibFiles, ReadFromTheIndependentWriter) {
     EXPECT_TRUE(rgbRows(im) == fileBytes(std::string(folder) + "/" + stem + ".rgb"));
   }
   EXPECT_GT(files, 0);
-  EXPECT_TRUE(reports().empty());
 }
 
 }  // namespace
