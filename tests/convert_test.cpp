@@ -30,10 +30,7 @@ ll converted(unsigned from, unsigned to, ll v) {
 }
 
 // Source and destination layouts: order, channels, height, width, ROI.
-struct Pair {
-  const char* name;
-  int order[2], channels[2], roi[2][5];
-};
+struct Pair { const char* name; int order[2], channels[2], roi[2][5]; };
 
 std::vector<Pair> pairs(bool bits) {
   const int c = bits ? 1 : 3;
