@@ -13,15 +13,6 @@ using namespace testimg;
 
 namespace {
 
-// Every test runs with the reports captured and leaves none unchecked.
-class Quiet : public ::testing::Test {
-  Capture capture_;
-  void TearDown() override { EXPECT_TRUE(reports().empty()); }
-};
-using Convert = Quiet;
-using ReduceBits = Quiet;
-using ConvertChecks = Quiet;
-
 // What moxConvert makes of a source value.
 ll converted(unsigned from, unsigned to, ll v) {
   if (to == MOX_DEPTH_1U) return v != 0;
@@ -53,7 +44,8 @@ Image makeImage(unsigned depth, const Pair& p, int i, unsigned seed) {
 
 // Plain images, and tiled copies of both with tiles of other shapes, give
 // the reference over the common rectangle of the ROIs.
-TEST_F(Convert, EveryPairOfDepthsOnEveryLayout) {
+TEST(Convert, EveryPairOfDepthsOnEveryLayout) {
+  Capture capture;
   for (unsigned from : kDepths)
     for (unsigned to : kDepths)
       for (const Pair& p : pairs(from == MOX_DEPTH_1U || to == MOX_DEPTH_1U)) {
@@ -67,9 +59,11 @@ TEST_F(Convert, EveryPairOfDepthsOnEveryLayout) {
         td.gather(gathered);
         EXPECT_EQ(pixels(gathered), want);
       }
+  EXPECT_TRUE(reports().empty());
 }
 
-TEST_F(Convert, BitonalToGrayTakesTheTwoValuesSaturated) {
+TEST(Convert, BitonalToGrayTakesTheTwoValuesSaturated) {
+  Capture capture;
   const struct { unsigned to; int zero, one; ll want0, want1; } cases[] = {
       {MOX_DEPTH_8U, 10, 200, 10, 200},       {MOX_DEPTH_8U, -5, 300, 0, 255},
       {MOX_DEPTH_16S, -40000, 7, -32768, 7},  {MOX_DEPTH_32S, INT_MIN, INT_MAX, INT_MIN, INT_MAX},
@@ -82,9 +76,11 @@ TEST_F(Convert, BitonalToGrayTakesTheTwoValuesSaturated) {
     moxBitonalToGray(s, d, c.zero, c.one);
     EXPECT_EQ(pixels(d), want) << c.to << " " << c.zero << " " << c.one;
   }
+  EXPECT_TRUE(reports().empty());
 }
 
-TEST_F(ReduceBits, LevelsWithoutDither) {
+TEST(ReduceBits, LevelsWithoutDither) {
+  Capture capture;
   const unsigned u8 = MOX_DEPTH_8U, s8 = MOX_DEPTH_8S, u16 = MOX_DEPTH_16U, s16 = MOX_DEPTH_16S;
   const struct { unsigned from, to; int levels; ll in, want; } cases[] = {
       {u8, u8, 4, 42, 0},     {u8, u8, 4, 43, 85},      {u8, u8, 4, 255, 255},  {u8, u8, 2, 127, 0},
@@ -100,11 +96,13 @@ TEST_F(ReduceBits, LevelsWithoutDither) {
     moxReduceBits(s, d, 0, MOX_DITHER_NONE, c.levels);
     EXPECT_EQ(get(d, 0, 0), c.want) << c.in << " levels " << c.levels;
   }
+  EXPECT_TRUE(reports().empty());
 }
 
 // Without dither each value goes to its nearest level, over the common
 // rectangle of the ROIs, from pixel to plane order and by channel of interest.
-TEST_F(ReduceBits, NearestLevelsOverTheRois) {
+TEST(ReduceBits, NearestLevelsOverTheRois) {
+  Capture capture;
   for (const Pair& p : pairs(false)) {
     SCOPED_TRACE(p.name);
     Image s = makeImage(MOX_DEPTH_8U, p, 0, 9), d = makeImage(MOX_DEPTH_8U, p, 1, 10);
@@ -115,11 +113,13 @@ TEST_F(ReduceBits, NearestLevelsOverTheRois) {
     moxReduceBits(s, d, 0, MOX_DITHER_NONE, 6);
     EXPECT_EQ(pixels(d), want);
   }
+  EXPECT_TRUE(reports().empty());
 }
 
 // Every dither keeps a flat gray on average and gives the same bits twice;
 // jitter changes them, reproducibly.
-TEST_F(ReduceBits, DithersKeepTheMeanAndRepeat) {
+TEST(ReduceBits, DithersKeepTheMeanAndRepeat) {
+  Capture capture;
   for (int kind = MOX_DITHER_FS; kind <= MOX_DITHER_BAYER; ++kind) {
     std::vector<char> calm;
     for (int noise : {0, 40}) {
@@ -137,10 +137,12 @@ TEST_F(ReduceBits, DithersKeepTheMeanAndRepeat) {
       calm = d.bytes();
     }
   }
+  EXPECT_TRUE(reports().empty());
 }
 
 // The checks of the three functions: text and line, nothing written.
-TEST_F(ConvertChecks, EveryCheckReportsItsTextAndLine) {
+TEST(ConvertChecks, EveryCheckReportsItsTextAndLine) {
+  Capture capture;
   Image gray({MOX_DEPTH_8U, 1, 0, 8, 8}), out({MOX_DEPTH_8U, 1, 0, 8, 8}), colour({MOX_DEPTH_8U, 3, 0, 8, 8}),
       bits({MOX_DEPTH_1U, 1, 0, 8, 8}), wide({MOX_DEPTH_16U, 1, 0, 8, 8}), narrow({MOX_DEPTH_8U, 3, 0, 8, 8});
   narrow->widthStep = 2;
@@ -188,6 +190,7 @@ TEST_F(ConvertChecks, EveryCheckReportsItsTextAndLine) {
   }
   EXPECT_EQ(out.bytes(), before[0]);
   EXPECT_EQ(colour.bytes(), before[1]);
+  EXPECT_TRUE(reports().empty());
 }
 
 }  // namespace
