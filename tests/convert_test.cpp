@@ -21,10 +21,7 @@ ll converted(unsigned from, unsigned to, ll v) {
 }
 
 // Source and destination layouts: order, channels, height, width, ROI.
-struct Pair {
-  const char* name;
-  int order[2], channels[2], roi[2][5];
-};
+struct Pair { const char* name; int order[2], channels[2], roi[2][5]; };
 
 std::vector<Pair> pairs(bool bits) {
   const int c = bits ? 1 : 3;
@@ -45,33 +42,23 @@ Image makeImage(unsigned depth, const Pair& p, int i, unsigned seed) {
   return Image({depth, p.channels[i], p.order[i], 14, 41}, seed, p.roi[i][3] ? p.roi[i] : nullptr);
 }
 
+// Plain images, and tiled copies of both with tiles of other shapes, give
+// the reference over the common rectangle of the ROIs.
 TEST(Convert, EveryPairOfDepthsOnEveryLayout) {
   Capture capture;
   for (unsigned from : kDepths)
     for (unsigned to : kDepths)
       for (const Pair& p : pairs(from == MOX_DEPTH_1U || to == MOX_DEPTH_1U)) {
         SCOPED_TRACE(std::string(p.name) + " " + std::to_string(from) + " to " + std::to_string(to));
-        Image s = makeImage(from, p, 0, 3), d = makeImage(to, p, 1, 4);
+        Image s = makeImage(from, p, 0, 3), d = makeImage(to, p, 1, 4), gathered = makeImage(to, p, 1, 4);
         const auto want = expected({s, d}, [&](const ll* v) { return converted(from, to, v[0]); });
         moxConvert(s, d);
         EXPECT_EQ(pixels(d), want);
+        Tiled ts(s, 8, 16), td(gathered, 16, 8);
+        moxConvert(ts, td);
+        td.gather(gathered);
+        EXPECT_EQ(pixels(gathered), want);
       }
-  EXPECT_TRUE(reports().empty());
-}
-
-TEST(Convert, TiledImagesGiveThePlainResult) {
-  Capture capture;
-  for (const auto& [from, to] : {std::pair{MOX_DEPTH_8U, MOX_DEPTH_16S},
-                                 std::pair{MOX_DEPTH_32S, MOX_DEPTH_1U},
-                                 std::pair{MOX_DEPTH_1U, MOX_DEPTH_16U}}) {
-    const Pair p = pairs(true)[1];
-    Image s = makeImage(from, p, 0, 5), d = makeImage(to, p, 1, 6), plain = makeImage(to, p, 1, 6);
-    Tiled ts(s, 8, 16), td(d, 16, 8);
-    moxConvert(s, plain);
-    moxConvert(ts, td);
-    td.gather(d);
-    EXPECT_EQ(pixels(d), pixels(plain)) << from << " " << to;
-  }
   EXPECT_TRUE(reports().empty());
 }
 
@@ -92,48 +79,16 @@ TEST(Convert, BitonalToGrayTakesTheTwoValuesSaturated) {
   EXPECT_TRUE(reports().empty());
 }
 
-// The checks of the conversions: text and line, nothing written.
-TEST(ConvertChecks, EveryCheckReportsItsTextAndLine) {
-  Capture capture;
-  Image gray({MOX_DEPTH_8U, 1, 0, 4, 4}), colour({MOX_DEPTH_8U, 3, 0, 4, 4}),
-      bits({MOX_DEPTH_1U, 1, 0, 4, 4});
-  const auto before = colour.bytes();
-  moxConvert(nullptr, colour);
-  expectReport("moxConvert", "Image header is null", 50, "moxconv");
-  moxConvert(gray, nullptr);
-  expectReport("moxConvert", "Image header is null", 51, "moxconv");
-  moxConvert(gray, colour);
-  expectReport("moxConvert", "(nChSrc != nChDst)", 52, "moxconv");
-  colour->widthStep = 2;
-  moxConvert(colour, colour);
-  expectReport("moxConvert", "(srcImage->widthStep < the bytes of srcImage->width pixels)", 50,
-               "moxconv");
-  colour->widthStep = 12;
-  moxBitonalToGray(nullptr, gray, 0, 1);
-  expectReport("moxBitonalToGray", "Image header is null", 110, "moxconv");
-  moxBitonalToGray(bits, nullptr, 0, 1);
-  expectReport("moxBitonalToGray", "Image header is null", 111, "moxconv");
-  moxBitonalToGray(gray, gray, 0, 1);
-  expectReport("moxBitonalToGray", "(srcImage->depth != MOX_DEPTH_1U)", 112, "moxconv");
-  moxBitonalToGray(bits, colour, 0, 1);
-  expectReport("moxBitonalToGray", "(nChSrc != nChDst)", 113, "moxconv");
-  EXPECT_EQ(colour.bytes(), before);
-  EXPECT_TRUE(reports().empty());
-}
-
-// ---------------------------------------------------------------- reduction
-
 TEST(ReduceBits, LevelsWithoutDither) {
   Capture capture;
+  const unsigned u8 = MOX_DEPTH_8U, s8 = MOX_DEPTH_8S, u16 = MOX_DEPTH_16U, s16 = MOX_DEPTH_16S;
   const struct { unsigned from, to; int levels; ll in, want; } cases[] = {
-      {MOX_DEPTH_8U, MOX_DEPTH_8U, 4, 42, 0},        {MOX_DEPTH_8U, MOX_DEPTH_8U, 4, 43, 85},
-      {MOX_DEPTH_8U, MOX_DEPTH_8U, 4, 255, 255},     {MOX_DEPTH_8U, MOX_DEPTH_8U, 2, 127, 0},
-      {MOX_DEPTH_8U, MOX_DEPTH_8U, 2, 128, 255},     // 256 levels of 16 bits are 257 apart: 18.5 steps is 4754.5.
-      {MOX_DEPTH_16U, MOX_DEPTH_8U, 256, 4755, 19},
-      {MOX_DEPTH_16U, MOX_DEPTH_8U, 256, 4754, 18},
-      {MOX_DEPTH_8U, MOX_DEPTH_1U, 2, 200, 1},       {MOX_DEPTH_16S, MOX_DEPTH_8S, 3, -32768, -128},
-      {MOX_DEPTH_16S, MOX_DEPTH_8S, 3, 0, 0},        {MOX_DEPTH_16S, MOX_DEPTH_8S, 3, 32767, 127},
-      {MOX_DEPTH_32S, MOX_DEPTH_16U, 65536, INT_MAX, 65535},
+      {u8, u8, 4, 42, 0},     {u8, u8, 4, 43, 85},      {u8, u8, 4, 255, 255},  {u8, u8, 2, 127, 0},
+      {u8, u8, 2, 128, 255},  {u8, MOX_DEPTH_1U, 2, 200, 1},
+      // 256 levels of 16 bits are 257 apart: 18.5 steps is 4754.5.
+      {u16, u8, 256, 4755, 19},  {u16, u8, 256, 4754, 18},
+      {s16, s8, 3, -32768, -128},  {s16, s8, 3, 0, 0},  {s16, s8, 3, 32767, 127},
+      {MOX_DEPTH_32S, u16, 65536, INT_MAX, 65535},
   };
   for (const auto& c : cases) {
     Image s({c.from, 1, 0, 1, 1}), d({c.to, 1, 0, 1, 1});
@@ -165,11 +120,11 @@ TEST(ReduceBits, NearestLevelsOverTheRois) {
 // jitter changes them, reproducibly.
 TEST(ReduceBits, DithersKeepTheMeanAndRepeat) {
   Capture capture;
-  for (int kind = MOX_DITHER_FS; kind <= MOX_DITHER_BAYER; ++kind)
+  for (int kind = MOX_DITHER_FS; kind <= MOX_DITHER_BAYER; ++kind) {
+    std::vector<char> calm;
     for (int noise : {0, 40}) {
       SCOPED_TRACE(std::to_string(kind) + " noise " + std::to_string(noise));
-      Image s({MOX_DEPTH_8U, 3, 1, 32, 48}), d({MOX_DEPTH_1U, 1, 0, 32, 48}),
-          again({MOX_DEPTH_1U, 1, 0, 32, 48});
+      Image s({MOX_DEPTH_8U, 3, 1, 32, 48}), d({MOX_DEPTH_1U, 1, 0, 32, 48}), again({MOX_DEPTH_1U, 1, 0, 32, 48});
       moxSet(s, 64, nullptr);
       s.roi(2, 0, 0, 32, 48);
       moxReduceBits(s, d, noise, kind, 2);
@@ -178,44 +133,63 @@ TEST(ReduceBits, DithersKeepTheMeanAndRepeat) {
       double ones = 0;
       for (ll v : pixels(d)) ones += double(v);
       EXPECT_NEAR(ones / (32 * 48), 64.0 / 255, 0.03);
+      EXPECT_TRUE(!noise || d.bytes() != calm);
+      calm = d.bytes();
     }
-  Image s({MOX_DEPTH_8U, 1, 0, 16, 16}), a({MOX_DEPTH_8U, 1, 0, 16, 16}), b({MOX_DEPTH_8U, 1, 0, 16, 16});
-  moxReduceBits(s, a, 0, MOX_DITHER_FS, 4);
-  moxReduceBits(s, b, 60, MOX_DITHER_FS, 4);
-  EXPECT_NE(a.bytes(), b.bytes());
+  }
   EXPECT_TRUE(reports().empty());
 }
 
-TEST(ReduceBitsChecks, EveryCheckReportsItsTextAndLine) {
+// The checks of the three functions: text and line, nothing written.
+TEST(ConvertChecks, EveryCheckReportsItsTextAndLine) {
   Capture capture;
-  Image s({MOX_DEPTH_8U, 1, 0, 8, 8}), d({MOX_DEPTH_8U, 1, 0, 8, 8}), wide({MOX_DEPTH_16U, 1, 0, 8, 8}),
-      colour({MOX_DEPTH_8U, 3, 0, 8, 8});
-  Tiled tiled(s, 8, 8);
-  const struct {
-    const MoxImage *src, *dst;
-    int noise, kind, levels, line;
-    const char* text;
-  } cases[] = {
-      {nullptr, d, 0, 0, 2, 160, "Image header is null"},
-      {s, nullptr, 0, 0, 2, 161, "Image header is null"},
-      {s, colour, 0, 0, 2, 168, "(nChSrc != nChDst)"},
-      {tiled, d, 0, 0, 2, 162, "(srcImage->tileInfo != ((void*)(0)))"},
-      {s, tiled, 0, 0, 2, 163, "(dstImage->tileInfo != ((void*)(0)))"},
-      {s, wide, 0, 0, 2, 164,
-       "(dstImage->depth & ~MOX_DEPTH_SIGN) > (srcImage->depth & ~MOX_DEPTH_SIGN)"},
-      {s, d, 0, 5, 2, 165, "(ditherType < MOX_DITHER_NONE || ditherType > MOX_DITHER_BAYER)"},
-      {s, d, 0, -1, 2, 165, "(ditherType < MOX_DITHER_NONE || ditherType > MOX_DITHER_BAYER)"},
-      {s, d, 101, 0, 2, 166, "(noise < 0 || noise > 100)"},
-      {s, d, -1, 0, 2, 166, "(noise < 0 || noise > 100)"},
-      {s, d, 0, 0, 1, 167, "(levels < 2 || levels > 1 << dstBits)"},
-      {s, d, 0, 0, 257, 167, "(levels < 2 || levels > 1 << dstBits)"},
+  Image gray({MOX_DEPTH_8U, 1, 0, 8, 8}), out({MOX_DEPTH_8U, 1, 0, 8, 8}), colour({MOX_DEPTH_8U, 3, 0, 8, 8}),
+      bits({MOX_DEPTH_1U, 1, 0, 8, 8}), wide({MOX_DEPTH_16U, 1, 0, 8, 8}), narrow({MOX_DEPTH_8U, 3, 0, 8, 8});
+  narrow->widthStep = 2;
+  Tiled tiled(gray, 8, 8);
+  const std::vector<char> before[2] = {out.bytes(), colour.bytes()};
+  const char *null = "Image header is null", *channels = "(nChSrc != nChDst)";
+  const char *dither = "(ditherType < MOX_DITHER_NONE || ditherType > MOX_DITHER_BAYER)",
+             *noise = "(noise < 0 || noise > 100)", *levels = "(levels < 2 || levels > 1 << dstBits)";
+  const struct { const char* func; const MoxImage *src, *dst; int noise, kind, levels, line; const char* text; } cases[] = {
+      {"moxConvert", nullptr, colour, 0, 0, 0, 50, null},
+      {"moxConvert", gray, nullptr, 0, 0, 0, 51, null},
+      {"moxConvert", gray, colour, 0, 0, 0, 52, channels},
+      {"moxConvert", narrow, colour, 0, 0, 0, 50, "(srcImage->widthStep < the bytes of srcImage->width pixels)"},
+      {"moxBitonalToGray", nullptr, out, 0, 0, 0, 110, null},
+      {"moxBitonalToGray", bits, nullptr, 0, 0, 0, 111, null},
+      {"moxBitonalToGray", gray, out, 0, 0, 0, 112, "(srcImage->depth != MOX_DEPTH_1U)"},
+      {"moxBitonalToGray", bits, colour, 0, 0, 0, 113, channels},
+      {"moxReduceBits", nullptr, out, 0, 0, 2, 160, null},
+      {"moxReduceBits", gray, nullptr, 0, 0, 2, 161, null},
+      {"moxReduceBits", gray, colour, 0, 0, 2, 168, channels},
+      {"moxReduceBits", tiled, out, 0, 0, 2, 162, "(srcImage->tileInfo != ((void*)(0)))"},
+      {"moxReduceBits", gray, tiled, 0, 0, 2, 163, "(dstImage->tileInfo != ((void*)(0)))"},
+      {"moxReduceBits", gray, wide, 0, 0, 2, 164, "(dstImage->depth & ~MOX_DEPTH_SIGN) > (srcImage->depth & ~MOX_DEPTH_SIGN)"},
+      {"moxReduceBits", gray, out, 0, 5, 2, 165, dither},   {"moxReduceBits", gray, out, 0, -1, 2, 165, dither},
+      {"moxReduceBits", gray, out, 101, 0, 2, 166, noise},  {"moxReduceBits", gray, out, -1, 0, 2, 166, noise},
+      {"moxReduceBits", gray, out, 0, 0, 1, 167, levels},   {"moxReduceBits", gray, out, 0, 0, 257, 167, levels},
   };
-  const auto before = d.bytes();
   for (const auto& c : cases) {
-    moxReduceBits(c.src, const_cast<MoxImage*>(c.dst), c.noise, c.kind, c.levels);
-    expectReport("moxReduceBits", c.text, c.line, "moxconv");
+    MoxImage* d = const_cast<MoxImage*>(c.dst);
+    if (c.func[3] == 'C') moxConvert(c.src, d);
+    if (c.func[3] == 'B') moxBitonalToGray(c.src, d, 0, 1);
+    if (c.func[3] == 'R') moxReduceBits(c.src, d, c.noise, c.kind, c.levels);
+    expectReport(c.func, c.text, c.line, "moxconv");
   }
-  EXPECT_EQ(d.bytes(), before);
+  // Tiled images whose call-back hands out no tile.
+  const char *srcTile = "(srcImage->tileInfo->tileData == ((void*)(0)))",
+             *dstTile = "(dstImage->tileInfo->tileData == ((void*)(0)))";
+  for (int side = 0; side < 2; ++side) {
+    Tiled a(gray, 8, 8), b(out, 8, 8), c(bits, 8, 8), d(out, 8, 8);
+    (side ? a : b).nullOnGet = (side ? c : d).nullOnGet = 0;
+    moxConvert(a, b);
+    expectReport("moxConvert", side ? srcTile : dstTile, side ? 73 : 75, "moxconv");
+    moxBitonalToGray(c, d, 0, 1);
+    expectReport("moxBitonalToGray", side ? srcTile : dstTile, side ? 133 : 135, "moxconv");
+  }
+  EXPECT_EQ(out.bytes(), before[0]);
+  EXPECT_EQ(colour.bytes(), before[1]);
   EXPECT_TRUE(reports().empty());
 }
 

@@ -1,6 +1,6 @@
-// The colour twist: the matrix in doubles against plainly written formulas,
-// the offset bands at their edges, the processed rectangle, tiled runs and
-// every check.
+// The colour twist: the matrix in doubles against plainly written formulas
+// over the processed rectangle, plain and tiled, the offset bands at their
+// edges, and every check.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -38,7 +38,12 @@ ll twisted(const Matrix& m, int scale, int offset, unsigned depth, const ll* c, 
   return r;
 }
 
-TEST(ColorTwist, MatchesTheMatrixOnEveryDepthAndLayout) {
+// Random matrices on every depth and layout against the formula, plain and
+// tiled: the source's ROI (its channel of interest not consulted), at the
+// same place in the destination and cut to its size, is written; the
+// destination's ROI is not consulted and nothing else changes (the channels
+// past the third, row padding, the rest of the image).
+TEST(ColorTwist, MatchesTheMatrixOverTheSourceRoiOnEveryDepthAndLayout) {
   Capture capture;
   std::mt19937 rng(3);
   const unsigned depths[] = {MOX_DEPTH_8U, MOX_DEPTH_16U};
@@ -46,27 +51,44 @@ TEST(ColorTwist, MatchesTheMatrixOnEveryDepthAndLayout) {
   const struct { int order, channels, alpha; } layouts[] = {{0, 3, 0}, {0, 4, 4}, {1, 3, 0}, {1, 4, 4}, {0, 5, 5}};
   for (unsigned depth : depths)
     for (const auto& l : layouts)
-      for (int offset : offsets) {
+      for (const int& offset : offsets) {
+        SCOPED_TRACE(::testing::Message() << "depth " << depth << " order " << l.order << " channels "
+                                          << l.channels << " offset " << offset);
         const int scale = int(rng() % 32);
         Matrix m;
         // Entries around 2^scale so that results spread over the range and past it.
         for (int& e : m) e = int(ll(rng() % 4001) - 2000) * (ll(1) << scale) / 1000;
         m[3] = int(ll(rng() % 2001) - 1000) * (depth == MOX_DEPTH_8U ? 1 : 256) * ((ll(1) << scale) >> 8);
         TwistPtr t(m, scale);
-        const Shape sh{depth, l.channels, l.order, 17, 23};
-        Image s(sh, 5), d(sh, 6), before(sh, 6);
+        const Shape ds{depth, l.channels, l.order, 15, 20};
+        Image s({depth, l.channels, l.order, 17, 23}, 5), d(ds, 6), want(ds, 6);
         s->alphaChannel = d->alphaChannel = l.alpha;
+        s.roi(2, 3, 2, 30, 15);
+        d.roi(0, 1, 1, 2, 2);
         moxApplyColorTwist(s, d, t.t, offset, nullptr);
         ASSERT_EQ(moxGetErrStatus(), MOX_StsNoError);
-        for (int y = 0; y < 17; ++y)
-          for (int x = 0; x < 23; ++x) {
+        for (int y = 2; y < 15; ++y)
+          for (int x = 3; x < 18; ++x) {
             const ll c[3] = {get(s, x, y, 0), get(s, x, y, 1), get(s, x, y, 2)};
-            for (int i = 0; i < 3; ++i)
-              ASSERT_EQ(get(d, x, y, i), twisted(m, scale, offset, depth, c, i))
-                  << "depth " << depth << " order " << l.order << " offset " << offset
-                  << " scale " << scale << " at " << x << "," << y << " channel " << i;
-            for (int k = 3; k < l.channels; ++k) ASSERT_EQ(get(d, x, y, k), get(before, x, y, k));
+            for (int i = 0; i < 3; ++i) set(want, x, y, i, twisted(m, scale, offset, depth, c, i));
           }
+        EXPECT_EQ(d.bytes(), want.bytes()) << "scale " << scale;
+        // Through tiled copies: both tiled a tile per call, the source plain,
+        // or both tiled in one call; the destination's tile is asked for first.
+        const int how = int(&offset - offsets) % 3;
+        Image gathered(ds, 6);
+        gathered.roi(0, 1, 1, 2, 2);
+        Tiled ts(s, 16, 8), td(gathered, 8, 16);
+        ts->alphaChannel = td->alphaChannel = l.alpha;
+        if (how) moxApplyColorTwist(how == 1 ? +s : +ts, td, t.t, offset, nullptr);
+        for (int tx = 0; how == 0 && tx < 3; ++tx) {
+          const int tile[2] = {tx, 0};
+          moxApplyColorTwist(ts, td, t.t, offset, tile);
+        }
+        td.gather(gathered);
+        EXPECT_EQ(gathered.bytes(), want.bytes()) << "tiled, scale " << scale;
+        EXPECT_TRUE(how != 0 || td.calls.front().mode == MOX_GET_TILE_TO_WRITE);
+        EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
       }
 }
 
@@ -74,34 +96,26 @@ TEST(ColorTwist, MatchesTheMatrixOnEveryDepthAndLayout) {
 // band rules at their edges.
 TEST(ColorTwist, OffsetBandsAndTheirEdges) {
   Capture capture;
+  const unsigned u8 = MOX_DEPTH_8U, u16 = MOX_DEPTH_16U;
+  const int lo = -0x7fffffff - 1, hi = 0x7fffffff;
   const struct { unsigned depth; int offset, t, scale; ll want; } cases[] = {
-      {MOX_DEPTH_8U, 10, -7, 1, 10},        // -3.5 is below the band
-      {MOX_DEPTH_8U, 10, 250, 0, 255},      // 250 reaches 256 - 10
-      {MOX_DEPTH_8U, 10, 245, 0, 255},      // 255 exactly
-      {MOX_DEPTH_8U, 10, 491, 1, 255},      // 245.5 stays inside: 10 + 245
-      {MOX_DEPTH_8U, -20, 15, 0, 0},
-      {MOX_DEPTH_8U, -20, 103322, 10, 80},  // 100.9
-      {MOX_DEPTH_8U, -20, 20, 0, 0},        // the lower threshold itself is inside
-      {MOX_DEPTH_8U, -20, 511, 1, 235},     // 255.5
-      {MOX_DEPTH_8U, -20, 256, 0, 235},
-      {MOX_DEPTH_8U, -254, 300, 0, 1},      // still an ordinary negative offset
-      {MOX_DEPTH_8U, -254, 254, 0, 0},
-      {MOX_DEPTH_8U, -255, 300, 0, 0},      // every result 0
-      {MOX_DEPTH_8U, 254, 0, 0, 254},
-      {MOX_DEPTH_8U, 254, -1, 0, 254},
-      {MOX_DEPTH_8U, 254, 2, 1, 255},
-      {MOX_DEPTH_8U, 255, -100, 0, 255},    // every result 255
-      {MOX_DEPTH_16U, -65534, 65535, 0, 1},
-      {MOX_DEPTH_16U, -65535, 65535, 0, 0},
-      {MOX_DEPTH_16U, 65535, -5, 0, 65535},
-      {MOX_DEPTH_16U, 100, 65435, 0, 65535},
-      {MOX_DEPTH_16U, 100, 65434, 0, 65534},
-      {MOX_DEPTH_8U, 0, 0x7fffffff, 31, 0},  // 1 - 2^-31 truncates to 0
-      {MOX_DEPTH_8U, 0, -0x7fffffff - 1, 31, 0},
+      {u8, 10, -7, 1, 10},          // -3.5 is below the band
+      {u8, 10, 250, 0, 255},        // 250 reaches 256 - 10
+      {u8, 10, 245, 0, 255},        // 255 exactly
+      {u8, 10, 491, 1, 255},        // 245.5 stays inside: 10 + 245
+      {u8, -20, 103322, 10, 80},    // 100.9
+      {u8, -20, 20, 0, 0},          // the lower threshold itself is inside
+      {u8, -20, 511, 1, 235},       // 255.5
+      {u8, -254, 300, 0, 1},        // still an ordinary negative offset
+      {u8, -255, 300, 0, 0},        // every result 0
+      {u8, 255, -100, 0, 255},      // every result 255
+      {u8, 0, hi, 31, 0},           // 1 - 2^-31 truncates to 0
+      {u8, -20, 15, 0, 0},          {u8, -20, 256, 0, 235},     {u8, -254, 254, 0, 0},
+      {u8, 254, 0, 0, 254},         {u8, 254, -1, 0, 254},      {u8, 254, 2, 1, 255},
+      {u8, 0, lo, 31, 0},           {u16, 100, 65435, 0, 65535}, {u16, 100, 65434, 0, 65534},
+      {u16, -65534, 65535, 0, 1},   {u16, -65535, 65535, 0, 0}, {u16, 65535, -5, 0, 65535},
       // Offsets at the ends of int: the sum plus the offset leaves int.
-      {MOX_DEPTH_16U, -0x7fffffff - 1, -4, 0, 0},
-      {MOX_DEPTH_16U, 0x7fffffff, 7, 0, 65535},
-      {MOX_DEPTH_8U, -0x7fffffff - 1, -300, 0, 0},
+      {u16, lo, -4, 0, 0},          {u16, hi, 7, 0, 65535},     {u8, lo, -300, 0, 0},
   };
   for (const auto& c : cases) {
     Matrix m{};
@@ -116,77 +130,18 @@ TEST(ColorTwist, OffsetBandsAndTheirEdges) {
   EXPECT_EQ(moxGetErrStatus(), MOX_StsNoError);
 }
 
-TEST(ColorTwist, IdentityCopiesAndSwapsExchange) {
+// The matrix's rows are the outputs and its entries are scaled: a cycle of
+// 2 / 2^1 moves each channel to the one before.
+TEST(ColorTwist, RowsAreOutputs) {
   Capture capture;
   Image s({MOX_DEPTH_8U, 3, 0, 9, 9}, 1), d({MOX_DEPTH_8U, 3, 0, 9, 9}, 2);
-  const Matrix identity{8, 0, 0, 0, 0, 8, 0, 0, 0, 0, 8, 0, 0, 0, 0, 0};
-  const Matrix swap{0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
-  TwistPtr a(identity, 3), b(swap, 0);
-  for (int swapped = 0; swapped < 2; ++swapped) {
-    moxApplyColorTwist(s, d, swapped ? b.t : a.t, 0, nullptr);
-    for (int i = 0; i < 81; ++i)
-      for (int k = 0; k < 3; ++k)
-        EXPECT_EQ(get(d, i % 9, i / 9, k), get(s, i % 9, i / 9, swapped ? 2 - k : k));
-  }
-}
-
-// The source's ROI, at the same place in the destination and cut to its
-// size; the destination's ROI is not consulted and nothing else is written.
-TEST(ColorTwist, RunsOverTheSourceRoiWithinTheDestination) {
-  Capture capture;
-  const Matrix invert{-1, 0, 0, 255, 0, -1, 0, 255, 0, 0, -1, 255, 0, 0, 0, 0};
-  TwistPtr t(invert, 0);
-  Image s({MOX_DEPTH_8U, 3, 0, 20, 20}, 1), d({MOX_DEPTH_8U, 4, 0, 12, 14}, 2),
-      before({MOX_DEPTH_8U, 4, 0, 12, 14}, 2);
-  s.roi(2, 5, 4, 30, 6);
-  d.roi(0, 0, 0, 2, 2);
-  moxApplyColorTwist(s, d, t.t, 0, nullptr);
-  for (int y = 0; y < 12; ++y)
-    for (int x = 0; x < 14; ++x)
-      for (int k = 0; k < 4; ++k) {
-        const bool inside = x >= 5 && x < 11 && y >= 4 && k < 3;
-        ASSERT_EQ(get(d, x, y, k), inside ? 255 - get(s, x, y, k) : get(before, x, y, k)) << x << "," << y;
-      }
-}
-
-TEST(ColorTwist, TiledRunsEqualPlainRuns) {
-  Capture capture;
-  const Matrix sepia{101, 197, 48, 0, 89, 176, 43, 0, 70, 137, 34, 0, 0, 0, 0, 0};
-  TwistPtr t(sepia, 8);
-  const struct { unsigned depth; int channels, order; bool tiledSrc; } cases[] = {
-      {MOX_DEPTH_8U, 3, 0, true}, {MOX_DEPTH_8U, 4, 0, false}, {MOX_DEPTH_16U, 3, 1, true}};
-  for (const auto& c : cases)
-    for (int mapped = 0; mapped < 2; ++mapped) {
-      const Shape sh{c.depth, c.channels, c.order, 37, 45};
-      Image s(sh, 1), plain(sh, 2), gathered(sh, 2);
-      s.roi(0, 3, 5, 30, 40);
-      moxApplyColorTwist(s, plain, t.t, -9, nullptr);
-      Tiled ts(s, 16, 8), td(gathered, 8, 16);
-      MoxImage* src = c.tiledSrc ? +ts : +s;
-      if (mapped) {
-        for (int ty = 0; ty < 3; ++ty)
-          for (int tx = 0; tx < 6; ++tx) {
-            const int m[2] = {tx, ty};
-            moxApplyColorTwist(src, td, t.t, -9, m);
-          }
-      } else {
-        moxApplyColorTwist(src, td, t.t, -9, nullptr);
-      }
-      ASSERT_EQ(moxGetErrStatus(), MOX_StsNoError);
-      td.gather(gathered);
-      EXPECT_EQ(plain.bytes(), gathered.bytes()) << c.depth << " " << mapped;
-      if (c.tiledSrc) {
-        EXPECT_EQ(td.calls.front().mode, MOX_GET_TILE_TO_WRITE);
-      }
-    }
+  TwistPtr cycle({0, 2, 0, 0, 0, 0, 2, 0, 2, 0, 0, 0, 0, 0, 0, 0}, 1);
+  moxApplyColorTwist(s, d, cycle.t, 0, nullptr);
+  for (int i = 0; i < 81 * 3; ++i) EXPECT_EQ(get(d, i / 3 % 9, i / 27, i % 3), get(s, i / 3 % 9, i / 27, (i + 1) % 3)) << i;
 }
 
 TEST(ColorTwistChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
-  const struct {
-    std::function<void(Image& s, Image& d)> spoil;
-    const char* message;
-    int line;
-  } cases[] = {
+  const struct { std::function<void(Image& s, Image& d)> spoil; const char* message; int line; } cases[] = {
       {SPOIL(s->align = 2), "Image align is invalid", 241},
       {SPOIL(d->nChannels = 0), "Image channel's number is less one", 242},
       {SPOIL(s->nChannels = 2), "(srcImage->nChannels < 3)", 245},
@@ -202,8 +157,7 @@ TEST(ColorTwistChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       {SPOIL(s->widthStep = 8), "(srcImage->widthStep < the bytes of srcImage->width pixels)", 241},
       {SPOIL(d->imageSize = 64), "(dstImage->imageSize < the bytes of dstImage->height rows)", 242},
   };
-  const Matrix m{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0};
-  TwistPtr t(m, 0);
+  TwistPtr t({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0}, 0);
   for (const auto& c : cases) {
     Capture capture;
     Image s({MOX_DEPTH_8U, 4, 0, 8, 8}, 1), d({MOX_DEPTH_8U, 4, 0, 8, 8}, 2);
@@ -219,17 +173,13 @@ TEST(ColorTwistChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
   moxApplyColorTwist(s, d, nullptr, 0, nullptr);
   expectReport("moxApplyColorTwist", "cTwist==0", 243, "moxtwist");
   // Tiles: the request's column and row, and a call-back that hands out no
-  // tile, in the first walk (one tile) and the second (all of them).
-  Tiled ts(s, 8, 8), td(d, 8, 8);
-  const int right[2] = {3, 0}, below[2] = {0, 3}, left[2] = {-2, 0};
-  moxApplyColorTwist(s, td, t.t, 0, right);
-  expectReport("moxApplyColorTwist", "(dTile.begX > dRoi.endX)", 603, "moxtwist");
-  moxApplyColorTwist(s, td, t.t, 0, below);
-  expectReport("moxApplyColorTwist", "(dTile.begY > dRoi.endY)", 598, "moxtwist");
-  moxApplyColorTwist(s, td, t.t, 0, left);
-  expectReport("moxApplyColorTwist", "(dTile.endX < dRoi.begX)", 603, "moxtwist");
-  const int first[2] = {1, 1};
+  // tile (the get with the number given), in the first walk (one tile) and
+  // the second (all of them).
+  const int right[2] = {3, 0}, below[2] = {0, 3}, left[2] = {-2, 0}, first[2] = {1, 1};
   const struct { int dstNull, srcNull; const int* m; const char* message; int line; } tiles[] = {
+      {-1, -1, right, "(dTile.begX > dRoi.endX)", 603},
+      {-1, -1, below, "(dTile.begY > dRoi.endY)", 598},
+      {-1, -1, left, "(dTile.endX < dRoi.begX)", 603},
       {0, -1, first, "(dstImage->tileInfo->tileData == NULL)", 630},
       {-1, 0, first, "(srcImage->tileInfo->tileData == NULL)", 658},
       {0, -1, nullptr, "(dstImage->tileInfo->tileData == NULL)", 694},
@@ -246,26 +196,23 @@ TEST(ColorTwistChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
 
 TEST(ColorTwistChecks, CreateAndSet) {
   Capture capture;
-  const Matrix m{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-  for (int scale : {32, -1}) {
-    EXPECT_EQ(moxCreateColorTwist(m.data(), scale), nullptr);
+  const Matrix m{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, n{};
+  const std::pair<const int*, int> bad[] = {{m.data(), 32}, {m.data(), -1}, {nullptr, 3}};
+  for (const auto& [data, scale] : bad) {
+    EXPECT_EQ(moxCreateColorTwist(data, scale), nullptr);
     expectReport("moxCreateColorTwist", "bad_argument", 98, "moxtwist");
   }
-  EXPECT_EQ(moxCreateColorTwist(nullptr, 3), nullptr);
-  expectReport("moxCreateColorTwist", "bad_argument", 98, "moxtwist");
   MoxColorTwist* t = moxCreateColorTwist(m.data(), 31);
   ASSERT_NE(t, nullptr);
   EXPECT_EQ(std::vector<int>(t->data, t->data + 16), std::vector<int>(m.begin(), m.end()));
   EXPECT_EQ(t->scalingValue, 31);
-  const Matrix n{};
-  moxSetColorTwist(nullptr, n.data(), 1);
-  expectReport("moxSetColorTwist", "cTwist==0", 133, "moxtwist");
-  moxSetColorTwist(t, nullptr, 1);
-  expectReport("moxSetColorTwist", "(data == 0)", 134, "moxtwist");
-  moxSetColorTwist(t, n.data(), -1);
-  expectReport("moxSetColorTwist", "(scalingValue < 0)", 135, "moxtwist");
-  moxSetColorTwist(t, n.data(), 32);
-  expectReport("moxSetColorTwist", "(scalingValue > 31)", 136, "moxtwist");
+  const struct { MoxColorTwist* twist; const int* data; int scale; const char* text; int line; } sets[] = {
+      {nullptr, n.data(), 1, "cTwist==0", 133}, {t, nullptr, 1, "(data == 0)", 134},
+      {t, n.data(), -1, "(scalingValue < 0)", 135}, {t, n.data(), 32, "(scalingValue > 31)", 136}};
+  for (const auto& c : sets) {
+    moxSetColorTwist(c.twist, c.data, c.scale);
+    expectReport("moxSetColorTwist", c.text, c.line, "moxtwist");
+  }
   EXPECT_EQ(t->data[15], 16);  // unchanged after the failures
   moxSetColorTwist(t, n.data(), 0);
   EXPECT_EQ(t->data[0], 0);
