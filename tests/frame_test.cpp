@@ -4,16 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <tuple>
 
 #include "capture.h"
 #include "moxpx.h"
@@ -88,23 +83,19 @@ TEST(Context, StatusTexts) {
 }
 
 // The heap block's address is kept in the word just before the pointer,
-// between one pointer size and that plus 7 bytes below it.
-void expectBlock(void* p, std::size_t bytes) {
-  ASSERT_NE(p, nullptr);
-  const auto at = reinterpret_cast<std::uintptr_t>(p);
-  std::uintptr_t block;
-  std::memcpy(&block, static_cast<char*>(p) - sizeof(void*), sizeof block);
-  EXPECT_EQ(at % 8, 0u);
-  EXPECT_TRUE(at - block >= sizeof(void*) && at - block <= sizeof(void*) + 7) << at - block;
-  std::memset(p, 0xA5, bytes);  // the whole block is usable
-  moxFree(p);
-}
-
+// between one pointer size and that plus 7 bytes below it; the whole block
+// is usable.
 TEST(Memory, AllocatorsGiveAlignedUsableBlocksAndRefuseNegativeCounts) {
-  for (int n : {0, 1, 7, 8, 1000}) {
-    SCOPED_TRACE(n);
+  for (int n : {0, 1, 7, 1000}) {
     void* blocks[] = {moxMalloc(n), moxwMalloc(n), moxiMalloc(n), moxsMalloc(n), moxdMalloc(n)};
-    for (std::size_t i = 0, unit[] = {1, 2, 4, 4, 8}; i < 5; ++i) expectBlock(blocks[i], unit[i] * std::size_t(n));
+    for (std::size_t i = 0, unit[] = {1, 2, 4, 4, 8}; i < 5; ++i) {
+      const auto at = reinterpret_cast<std::uintptr_t>(blocks[i]);
+      std::uintptr_t block;
+      std::memcpy(&block, static_cast<char*>(blocks[i]) - sizeof(void*), sizeof block);
+      EXPECT_TRUE(at % 8 == 0 && at - block >= sizeof(void*) && at - block <= sizeof(void*) + 7) << n << " " << i;
+      std::memset(blocks[i], 0xA5, unit[i] * std::size_t(n));
+      moxFree(blocks[i]);
+    }
   }
   EXPECT_EQ(std::make_tuple(moxMalloc(-1), moxdMalloc(-8), moxiMalloc(-2147483647 - 1)),
             std::make_tuple(nullptr, nullptr, nullptr));
@@ -119,8 +110,6 @@ TEST(Version, Record) {
                             moxGetLibVersion()),
             std::make_tuple(1, 3, 3, "moxpx.dll", "v1.0 Beta 3", "[1.03.03, 06/30/97]", "Jul  7 1997", "DLL", v));
 }
-
-// ---------------------------------------------------------------- reports
 
 const char kDepthMessage[] = "(srcImageA->depth != dstImage->depth)";
 const char kDepthReport[] =
@@ -163,29 +152,26 @@ TEST(Reporting, StandardErrorTextsByMode) {
   moxSetErrMode(mode);
 }
 
-// Runs a Leaf-mode report in a child process whose standard error goes to a
-// file, and returns that file's bytes after the child has ended with code 1.
-std::string leafReport(MoxErrorCallBack fn) {
-  const std::string path = ::testing::TempDir() + "moxpx_leaf_report.txt";
-  std::remove(path.c_str());
-  EXPECT_EXIT(
-      {
-        if (!std::freopen(path.c_str(), "w", stderr)) std::exit(3);
-        moxSetErrMode(MOX_ErrorModeLeaf);
-        moxRedirectError(fn);
-        moxError(-5, "moxAdd", kDepthMessage, "moxadd", 1091);
-        std::exit(2);
-      },
-      ::testing::ExitedWithCode(1), "");
-  std::stringstream text;  // read as text: the C runtime may write CRLF line ends
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
+// Leaf mode ends the process with code 1 after the report (here into a file).
 TEST(ReportDeathTest, LeafModeEndsTheProcessWithCodeOne) {
-  EXPECT_EQ(leafReport(moxStdErrReport),
-            std::string(kDepthReport) + "MOX Library Error\nErrMode=MOX_ErrModeLeaf\nterminating the application");
-  EXPECT_EQ(leafReport(moxNulDevReport), "");
+  const std::string path = ::testing::TempDir() + "moxpx_leaf_report.txt";
+  const struct { MoxErrorCallBack fn; std::string text; } runs[] = {
+      {moxStdErrReport, std::string(kDepthReport) + "MOX Library Error\nErrMode=MOX_ErrModeLeaf\nterminating the application"},
+      {moxNulDevReport, ""}};
+  for (const auto& r : runs) {
+    std::remove(path.c_str());
+    EXPECT_EXIT(
+        {
+          if (!std::freopen(path.c_str(), "w", stderr)) std::exit(3);
+          (moxSetErrMode(MOX_ErrorModeLeaf), moxRedirectError(r.fn));
+          moxError(-5, "moxAdd", kDepthMessage, "moxadd", 1091);
+          std::exit(2);
+        },
+        ::testing::ExitedWithCode(1), "");
+    std::stringstream text;  // read as text: the C runtime may write CRLF line ends
+    text << std::ifstream(path).rdbuf();
+    EXPECT_EQ(text.str(), r.text);
+  }
 }
 
 #if defined(__linux__)
@@ -204,20 +190,16 @@ BoxRun runBox(int mode, int stored, int status, const char* answer) {
     setsid();
     if (open(slave.c_str(), O_RDWR) < 0) _exit(5);
     dup2(open("/dev/null", O_WRONLY), 2);
-    moxSetErrMode(mode);
-    moxSetErrStatus(stored);
-    const int r = moxGuiBoxReport(status, "moxAdd", kDepthMessage, "moxadd", 1091);
-    _exit(r == status ? 0 : 9);
+    moxSetErrMode(mode), moxSetErrStatus(stored);
+    _exit(moxGuiBoxReport(status, "moxAdd", kDepthMessage, "moxadd", 1091) == status ? 0 : 9);
   }
   char buf[512];
   bool answered = false;
-  for (;;) {
-    const ssize_t n = read(master, buf, sizeof buf);
-    if (n <= 0) break;
+  for (ssize_t n; (n = read(master, buf, sizeof buf)) > 0;) {
     run.screen.append(buf, static_cast<std::size_t>(n));
     if (!answered && run.screen.find("] ") != std::string::npos && run.screen.rfind("? [") != std::string::npos) {
       answered = true;
-      if (write(master, answer, std::char_traits<char>::length(answer)) < 0) break;
+      if (write(master, answer, std::strlen(answer)) < 0) break;
     }
   }
   waitpid(pid, &run.waitStatus, 0);
@@ -262,9 +244,7 @@ TEST(MessageBoxDeathTest, WithoutATerminalTheDefaultButtonIsTaken) {
   for (const auto& r : runs)
     EXPECT_EXIT(
         {
-          setsid();
-          moxSetErrMode(r.mode);
-          moxSetErrStatus(-5);
+          (setsid(), moxSetErrMode(r.mode), moxSetErrStatus(-5));
           std::exit(moxGuiBoxReport(-5, "f", "m", "file", 1) == -5 ? 7 : 8);
         },
         r.ended, r.text);
