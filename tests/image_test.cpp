@@ -5,14 +5,14 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <string>
-#include <tuple>
 
 #include "capture.h"
 #include "image/image.h"
-#include "moxpx.h"
 
 namespace {
+using moxtest::Capture;
+using moxtest::reports;
+
 MoxImage* header(int nChannels, int alpha, unsigned depth, int order, int origin, int align, int height, int width,
                  const char* model = "RGB", const char* seq = "RGB") {
   return moxCreateImageHeader(nChannels, alpha, depth, model, seq, order, origin, align, height, width, nullptr,
@@ -89,11 +89,9 @@ TEST(Records, AllocationFillPatterns) {
   for (const auto& c : cases) {
     MoxImage* image = header(1, 0, c.depth, 0, 0, 4, 3, 7);
     moxAllocateImage(image, c.fill);
-    for (int at = 0; at + 4 <= image->imageSize; at += 4) {
-      std::uint32_t v;
-      std::memcpy(&v, image->imageData + at, 4);
-      ASSERT_EQ(v, c.word) << "depth " << c.depth << " at byte " << at;
-    }
+    std::vector<std::uint32_t> words(size_t(image->imageSize) / 4);
+    std::memcpy(words.data(), image->imageData, size_t(image->imageSize));
+    EXPECT_EQ(words, std::vector<std::uint32_t>(words.size(), c.word)) << "depth " << c.depth;
     moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA);
   }
 }
@@ -139,7 +137,6 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   EXPECT_EQ(fields(), std::make_tuple(0, 6, 7, 8, 9));
   moxSetROI(nullptr, 0, 0, 0, 0, 0);
   moxDeleteROI(roi), moxDeleteROI(nullptr);
-
   MoxTileInfo* tile = moxCreateTileInfo(nullptr, 9, 16, 24);
   ASSERT_NE(tile, nullptr);
   EXPECT_EQ(tile->tileData, nullptr);
@@ -160,11 +157,6 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   moxSetBorderMode(nullptr, 0, 15, 0);
   moxDeallocateHeader(image);
 }
-
-// ---------------------------------------------------------------- validation
-
-using moxtest::Capture;
-using moxtest::reports;
 
 void MOX_CALL noTiles(const MoxImage*, int, int, int) {}
 
@@ -215,8 +207,7 @@ TEST(Validation, FaultTextListsLinesInTableOrder) {
   const auto text = [](unsigned faults) {
     char* t = moxHeaderFaultText(faults);
     const std::string s(t);
-    moxFree(t);
-    return s;
+    return moxFree(t), s;
   };
   EXPECT_EQ(text(0x804), line("Image size is invalid") + line("Image align is invalid"));
   EXPECT_EQ(text(0x8008), line("ROI size is invalid") + line("ROI offset is invalid"));
