@@ -57,10 +57,8 @@ TEST(SourceReader, TiledEqualsPlainAcrossTilesAndEdges) {
           SourceReader plain(im, edge, kSites), viaTiles(tiled, edge, kSites);
           for (const auto& r : rects) {
             View a, b;
-            ASSERT_TRUE(plain.read(r[0], r[1], r[2], r[3], &a));
-            ASSERT_TRUE(viaTiles.read(r[0], r[1], r[2], r[3], &b));
-            ASSERT_EQ(std::vector<int>({a.width, a.height, b.width, b.height}),
-                      std::vector<int>({r[2], r[3], r[2], r[3]}));
+            ASSERT_TRUE(plain.read(r[0], r[1], r[2], r[3], &a) && viaTiles.read(r[0], r[1], r[2], r[3], &b));
+            ASSERT_EQ(std::tie(a.width, a.height, b.width, b.height), std::tie(r[2], r[3], r[2], r[3]));
             for (int y = 0; y < r[3]; ++y)
               for (int x = 0; x < r[2]; ++x)
                 for (int c = 1; c <= ch; ++c) {
@@ -76,22 +74,19 @@ TEST(SourceReader, TiledEqualsPlainAcrossTilesAndEdges) {
         }
       }
     }
-}
-
-TEST(SourceReader, InsidePlainImagesAreNotCopied) {
+  // Inside a plain image the view is the image's own memory.
   Image im({MOX_DEPTH_16U, 2, 0, 10, 10}, 1);
-  SourceReader reader(im, Edge::kModes, kSites);
   View v;
-  ASSERT_TRUE(reader.read(2, 3, 4, 5, &v));
-  EXPECT_EQ(v.data, im->imageData + 3 * im->widthStep + 2 * 2 * 2);
-  EXPECT_EQ(v.widthStep, im->widthStep);
+  ASSERT_TRUE(SourceReader(im, Edge::kModes, kSites).read(2, 3, 4, 5, &v));
+  EXPECT_EQ(std::tie(v.data, v.widthStep), std::make_tuple(im->imageData + 3 * im->widthStep + 2 * 2 * 2, im->widthStep));
 }
 
 TEST(SourceReader, ReportsAtTheOperationsSites) {
   Image im({MOX_DEPTH_8U, 1, 0, 16, 16}, 1);
   View v;
   // Tiles not handed out (the second of two the rectangle crosses; the first,
-  // with an operation's own text and status) or not given back.
+  // with an operation's own text and status) or not given back; a rectangle
+  // too large for memory.
   const struct {
     int nullOnGet, keepOnRelease; Edge edge; bool ownText; int rect[4];
     const char* text; int status, line;
@@ -102,56 +97,37 @@ TEST(SourceReader, ReportsAtTheOperationsSites) {
        MOX_StsBadArgument, 12},
       {0, -1, Edge::kClamp, true, {3, 3, 2, 2}, "srcImage->tileInfo->callBack crash",
        MOX_StsInternalError, 11},
+      {-1, -1, Edge::kClamp, false, {-5, -5, 0x7FFFFFF0, 0x7FFFFFF0}, "Out of memory", MOX_StsOutOfMemory, 14},
   };
   for (const auto& k : tileCases) {
     Capture capture;
     Tiled tiled(im, 8, 8);
-    tiled.nullOnGet = k.nullOnGet;
-    tiled.keepOnRelease = k.keepOnRelease;
+    tiled.nullOnGet = k.nullOnGet, tiled.keepOnRelease = k.keepOnRelease;
     mox::SourceSites sites = kSites;
     if (k.ownText) sites.nullText = k.text, sites.nullStatus = k.status;
-    SourceReader reader(tiled, k.edge, sites);
-    EXPECT_FALSE(reader.read(k.rect[0], k.rect[1], k.rect[2], k.rect[3], &v)) << k.text;
+    EXPECT_FALSE(SourceReader(tiled, k.edge, sites).read(k.rect[0], k.rect[1], k.rect[2], k.rect[3], &v)) << k.text;
     ASSERT_EQ(reports().size(), 1u) << k.text;
     const Report r = reports()[0];
     EXPECT_EQ(std::tie(r.status, r.func, r.message, r.file, r.line),
-              std::make_tuple(k.status, std::string("moxTest"), std::string(k.text),
-                              std::string("moxtest"), k.line));
+              std::make_tuple(k.status, "moxTest", std::string(k.text), "moxtest", k.line));
   }
-  {
-    Capture capture;
-    moxSetBorderMode(im, 6, MOX_SIDE_TOP | MOX_SIDE_LEFT | MOX_SIDE_RIGHT | MOX_SIDE_BOTTOM, 0);
-    moxSetBorderMode(im, MOX_BORDER_CONSTANT, MOX_SIDE_LEFT, 0);
-    SourceReader reader(im, Edge::kModes, kSites);
-    EXPECT_TRUE(reader.read(-3, 0, 5, 5, &v));  // left edge: its constant
-    EXPECT_FALSE(reader.read(0, 14, 3, 3, &v));  // bottom: nothing to fall back on
-    expectReport("moxTest",
-                 "(srcImage->borderMode[1] < MOX_BORDER_CONSTANT || srcImage->borderMode[1] > "
-                 "MOX_BORDER_WRAP)",
-                 13, "moxtest");
-    EXPECT_TRUE(reader.read(0, 0, 16, 16, &v));  // inside: no border needed
-  }
-  {
-    Capture capture;
-    SourceReader reader(im, Edge::kClamp, kSites);
-    EXPECT_FALSE(reader.read(-5, -5, 0x7FFFFFF0, 0x7FFFFFF0, &v));
-    ASSERT_EQ(reports().size(), 1u);
-    EXPECT_EQ(std::tie(reports()[0].status, reports()[0].line), std::make_tuple(int(MOX_StsOutOfMemory), 14));
-  }
+  Capture capture;
+  moxSetBorderMode(im, 6, MOX_SIDE_TOP | MOX_SIDE_LEFT | MOX_SIDE_RIGHT | MOX_SIDE_BOTTOM, 0);
+  moxSetBorderMode(im, MOX_BORDER_CONSTANT, MOX_SIDE_LEFT, 0);
+  SourceReader reader(im, Edge::kModes, kSites);
+  EXPECT_TRUE(reader.read(-3, 0, 5, 5, &v));  // left edge: its constant
+  EXPECT_FALSE(reader.read(0, 14, 3, 3, &v));  // bottom: nothing to fall back on
+  expectReport("moxTest", "(srcImage->borderMode[1] < MOX_BORDER_CONSTANT || srcImage->borderMode[1] > MOX_BORDER_WRAP)",
+               13, "moxtest");
+  EXPECT_TRUE(reader.read(0, 0, 16, 16, &v));  // inside: no border needed
 }
 
-// ------------------------------------------------ an operation built on it
-
 // A 3x3 maximum of an 8-bit image: the walk drives the destination, the
-// reader hands each piece its source grown by one pixel on every side.
-struct MaxJob {
-  SourceReader* reader;
-};
-
-bool maxPiece(const View& dst, int x, int y, void* arg) {
+// reader (the argument) hands each piece its source grown by one pixel on
+// every side.
+bool maxPiece(const View& dst, int x, int y, void* reader) {
   View src;
-  if (!static_cast<MaxJob*>(arg)->reader->read(x - 1, y - 1, dst.width + 2, dst.height + 2, &src))
-    return false;
+  if (!static_cast<SourceReader*>(reader)->read(x - 1, y - 1, dst.width + 2, dst.height + 2, &src)) return false;
   for (int i = 0; i < dst.height; ++i)
     for (int j = 0; j < dst.width; ++j) {
       unsigned m = 0;
@@ -163,12 +139,12 @@ bool maxPiece(const View& dst, int x, int y, void* arg) {
 
 constexpr mox::WalkLines kLines{{21, 22, 23, 24}, {31, 32, 33, 34}};
 
-bool maxFilter(const MoxImage* src, MoxImage* dst, const int* mapping, bool point = false) {
+bool maxFilter(const MoxImage* src, MoxImage* dst, const int* mapping, bool point = false,
+               const char* nullText = nullptr) {
   SourceReader reader(src, Edge::kModes, kSites);
-  MaxJob job{&reader};
   mox::WalkPlan plan{"moxTest", "moxtest", &kLines, false};
-  plan.pointMapping = point;
-  return mox::walkDestination(plan, {dst, "dstImage", true}, mapping, &maxPiece, &job);
+  plan.pointMapping = point, plan.nullText = nullText, plan.nullStatus = MOX_StsUnknownError;
+  return mox::walkDestination(plan, {dst, "dstImage", true}, mapping, &maxPiece, &reader);
 }
 
 TEST(SourceReader, FilterOnTheWalkTiledEqualsPlain) {
@@ -194,7 +170,6 @@ TEST(SourceReader, FilterOnTheWalkTiledEqualsPlain) {
       if (tiledOut) tiledDst.gather(out);
       EXPECT_EQ(out.plane(), want.plane()) << tiledOut;
     }
-
     // One destination tile of a cleared image.
     Image part({MOX_DEPTH_8U, 1, 0, H, W}, 1);
     std::fill(part->imageData, part->imageData + part->imageSize, 0);
@@ -216,24 +191,14 @@ TEST(SourceReader, FilterOnTheWalkTiledEqualsPlain) {
     EXPECT_EQ(one.bytes(), expect);
   }
   EXPECT_TRUE(reports().empty());
-}
-
-// An operation's own text and status for a destination tile that is not
-// handed out; the walk stops before any source is read.
-TEST(SourceReader, DestinationWalkTakesTheOperationsTileText) {
-  Image src({MOX_DEPTH_8U, 1, 0, 16, 16}, 1), dst({MOX_DEPTH_8U, 1, 0, 16, 16}, 2);
-  Tiled tiledSrc(src, 8, 8), tiledDst(dst, 8, 8);
-  tiledDst.nullOnGet = 0;
-  Capture capture;
-  SourceReader reader(tiledSrc, Edge::kModes, kSites);
-  MaxJob job{&reader};
-  mox::WalkPlan plan{"moxTest", "moxtest", &kLines, false};
-  plan.nullText = "Error get tile to write";
-  plan.nullStatus = MOX_StsUnknownError;
-  EXPECT_FALSE(mox::walkDestination(plan, {tiledDst, "dstImage", true}, nullptr, &maxPiece, &job));
+  // An operation's own text and status for a destination tile that is not
+  // handed out; the walk stops before any source is read.
+  Tiled tiledDst(want, 8, 8);
+  tiledDst.nullOnGet = 0, tiledSrc.calls.clear();
+  EXPECT_FALSE(maxFilter(tiledSrc, tiledDst, nullptr, false, "Error get tile to write"));
   ASSERT_EQ(reports().size(), 1u);
-  EXPECT_EQ(std::make_tuple(reports()[0].message, reports()[0].status, reports()[0].line),
-            std::make_tuple(std::string("Error get tile to write"), int(MOX_StsUnknownError), 33));
+  EXPECT_EQ(std::tie(reports()[0].message, reports()[0].status, reports()[0].line),
+            std::make_tuple("Error get tile to write", int(MOX_StsUnknownError), 33));
   EXPECT_TRUE(tiledSrc.calls.empty());
 }
 
