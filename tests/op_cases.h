@@ -90,8 +90,6 @@ inline OpCase opNamed(const std::string& f, int r = 0) {
   throw std::runtime_error(f);
 }
 
-// ---------------------------------------------------------------- layouts
-
 // Images a, b, d of one depth: channels, height, width; ROI (coi, x, y, h, w;
 // h 0: no ROI).
 struct Layout {
@@ -122,23 +120,20 @@ inline std::vector<Layout> layouts(unsigned depth) {
   return v;
 }
 
-// ---------------------------------------------------------------- checks
-
 struct Rect { int x, y, w, h; };
 constexpr Rect kEverywhere{0, 0, INT_MAX, INT_MAX};
 
 // An image's ROI clipped to the image (the whole image without one).
 inline Rect clippedRoi(const MoxImage* im) {
   const MoxROI* r = im->roi;
-  if (!r) return {0, 0, im->width, im->height};
-  return {r->xOffset, r->yOffset, std::clamp(im->width - r->xOffset, 0, r->width), std::clamp(im->height - r->yOffset, 0, r->height)};
+  return r ? Rect{r->xOffset, r->yOffset, std::clamp(im->width - r->xOffset, 0, r->width),
+                  std::clamp(im->height - r->yOffset, 0, r->height)}
+           : Rect{0, 0, im->width, im->height};
 }
 
 // Channel of the k-th value an operation works on at a pixel: the channel of
 // interest alone, else every channel.
-inline int channelOf(const MoxImage* im, int k) {
-  return im->roi && im->roi->coi ? im->roi->coi - 1 : k;
-}
+inline int channelOf(const MoxImage* im, int k) { return im->roi && im->roi->coi ? im->roi->coi - 1 : k; }
 
 inline std::vector<ll> pixels(const MoxImage* d) {
   std::vector<ll> out;
