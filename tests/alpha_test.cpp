@@ -211,6 +211,7 @@ TEST(AlphaChecks, EveryCheckReportsItsTextAndLine) {
       {kScaleS, C(s.d = nullptr), "dstImage==0", 601},
       {kScaleS, C(s.d->align = 3), "moxBadImageHeader(dstImage) != 0", 601},
       {kScaleS, C(s.a->roi = moxCreateROI(0, 99, 0, 1, 1)), "srcImage->roi->xOffset >= srcImage->width", 602},
+      {kScaleS, C(s.a->roi = moxCreateROI(0, 0, 9, 1, 1)), "srcImage->roi->yOffset >= srcImage->height", 602},
       {kScaleS, C(s.a->widthStep = 2), "(srcImage->widthStep < the bytes of srcImage->width pixels)", 602},
       {kScaleS, C(s.d->depth = MOX_DEPTH_8S), "dstImage->depth != 8 && dstImage->depth != 16", 603},
       {kScaleS, C(s.a = s.x), "srcImage->depth != dstImage->depth", 604},
