@@ -52,34 +52,10 @@ TEST(Alpha, ScaledMultiplyAgainstTheQuotient) {
       EXPECT_EQ(pixels(d), expected({a, d}, [&](const ll* p) { return scaled(p[0], by, m); })) << depth << " " << v;
     }
   }
-  EXPECT_TRUE(reports().empty());
-}
-
-// Each image through its own ROI over the common rectangle; a channel of
-// interest on the destination takes each source's own; plane order; in place.
-TEST(Alpha, ProductsOnRoisChannelsPlanesAndInPlace) {
-  Capture capture;
-  const struct { int order, coi[3]; } cases[] = {{0, {0, 0, 0}}, {1, {0, 0, 0}}, {0, {3, 1, 2}}, {1, {2, 3, 1}}};
-  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
-    for (const auto& c : cases)
-      for (int inPlace = 0; inPlace < 2; ++inPlace) {
-        Image a({depth, 3, c.order, 12, 40}, 1, kRoiA), b({depth, 3, c.order, 9, 35}, 2, kRoiB),
-            d({depth, 3, c.order, 14, 50}, 3, kRoiD);
-        a->roi->coi = c.coi[0], b->roi->coi = c.coi[1], d->roi->coi = c.coi[2];
-        const ll m = maxOf(depth);
-        MoxImage* dst = inPlace ? +a : +d;
-        auto want = expected({a, b, dst}, [&](const ll* v) { return scaled(v[0], v[1], m); });
-        moxMultiplyScale(a, b, dst, nullptr);
-        EXPECT_EQ(pixels(dst), want) << depth << " " << &c - cases;
-        want = expected({b, dst}, [&](const ll* v) { return scaled(v[0], 200, m); });
-        moxMultiplySScale(b, dst, 200, nullptr);
-        EXPECT_EQ(pixels(dst), want) << depth << " " << &c - cases;
-      }
   // A source's channel of interest does not narrow a destination without
   // one; value -1 multiplies by 255, a copy.
   Image a({MOX_DEPTH_8U, 3, 0, 4, 4}, 1), d({MOX_DEPTH_8U, 3, 0, 4, 4}, 2);
-  a.roi(2, 0, 0, 4, 4);
-  d.roi(0, 0, 0, 4, 4);
+  a.roi(2, 0, 0, 4, 4), d.roi(0, 0, 0, 4, 4);
   moxMultiplySScale(a, d, -1, nullptr);
   EXPECT_EQ(d.bytes(), a.bytes());
   EXPECT_TRUE(reports().empty());
@@ -141,41 +117,49 @@ TEST(Composite, EveryTypeAgainstTheFormulas) {
                 want[size_t(i) * 2] = c, want[size_t(i) * 2 + 1] = out;
                 if (src == kImage) wantAlpha[size_t(i)] = out;
               }
-              if (src == kConstant)
-                moxAlphaCompositeC(a, b, d, type, kA, kB, premul, divide);
-              else if (src == kImage)
-                moxAlphaComposite(a, b, d, type, aa, ab, ad, premul, divide);
-              else
-                moxAlphaComposite(a, b, d, type, nullptr, nullptr, nullptr, premul, divide);
+              MoxImage* alphas[3] = {aa, ab, ad};
+              if (src != kImage) alphas[0] = alphas[1] = alphas[2] = nullptr;
+              if (src == kConstant) moxAlphaCompositeC(a, b, d, type, kA, kB, premul, divide);
+              else moxAlphaComposite(a, b, d, type, alphas[0], alphas[1], alphas[2], premul, divide);
               EXPECT_EQ(pixels(d), want) << type << " " << src << premul << divide << " " << order << " " << depth;
               EXPECT_EQ(pixels(ad), wantAlpha) << type << " " << src;
             }
   EXPECT_TRUE(reports().empty());
 }
 
-// The same pixels through tiles of several sizes as from plain images, a
-// requested destination tile only, and failing call-backs.
-TEST(Alpha, TiledRunsEqualPlainRuns) {
+// Products over the common rectangle of ROIs of different sizes, where a
+// channel of interest on the destination takes each source's own, in both
+// orders; every operation through tiles gives the plain run's bits; a
+// requested destination tile only; failing call-backs.
+TEST(Alpha, RoisChannelsPlanesAndTiles) {
   Capture capture;
+  const int cois[][3] = {{0, 0, 0}, {3, 1, 2}, {2, 4, 1}};
   for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
     for (int order : {0, 1})
-      for (int op = 0; op < 4; ++op) {
-        Image a({depth, 4, order, 12, 40}, 1, kRoiA), b({depth, 4, order, 9, 35}, 2, kRoiB),
-            d({depth, 4, order, 14, 50}, 3, kRoiD), out({depth, 4, order, 14, 50}, 3, kRoiD),
-            al({depth, 1, order, 20, 50}, 4), alOut({depth, 1, order, 20, 50}, 4);
-        Tiled ta(a, 8, 16), tb(b, 16, 8), td(d, 24, 8), tl(al, 8, 8);
-        for (MoxImage* im : {+a, +b, +d, +ta, +tb, +td}) im->alphaChannel = 4;
-        const auto run = [op](MoxImage* x, MoxImage* y, MoxImage* z, MoxImage* w) {
-          if (op == 0) moxMultiplyScale(x, y, z, nullptr);
-          if (op == 1) moxMultiplySScale(x, z, 99, nullptr);
-          if (op == 2) moxPreMultiplyAlpha(z, -1, nullptr);
-          if (op == 3) moxAlphaComposite(x, y, z, MOX_COMPOSITE_ATOP, nullptr, nullptr, w, 0, 1);
-        };
-        run(a, b, d, al), run(ta, tb, td, tl);
-        td.gather(out), tl.gather(alOut);
-        EXPECT_EQ(pixels(out), pixels(d)) << op << " " << order << " " << depth;
-        EXPECT_EQ(pixels(alOut), pixels(al)) << op << " " << order << " " << depth;
-      }
+      for (int op = 0; op < 4; ++op)
+        for (const auto& coi : cois) {
+          if (op >= 2 && coi[0]) continue;
+          Image a({depth, 4, order, 12, 40}, 1, kRoiA), b({depth, 4, order, 9, 35}, 2, kRoiB),
+              d({depth, 4, order, 14, 50}, 3, kRoiD), out({depth, 4, order, 14, 50}, 3, kRoiD),
+              al({depth, 1, order, 20, 50}, 4), alOut({depth, 1, order, 20, 50}, 4);
+          a->roi->coi = coi[0], b->roi->coi = coi[1], d->roi->coi = out->roi->coi = coi[2];
+          const ll m = maxOf(depth);
+          const auto want = op ? expected({a, d}, [&](const ll* v) { return scaled(v[0], 99, m); })
+                               : expected({a, b, d}, [&](const ll* v) { return scaled(v[0], v[1], m); });
+          Tiled ta(a, 8, 16), tb(b, 16, 8), td(d, 24, 8), tl(al, 8, 8);
+          for (MoxImage* im : {+a, +b, +d, +ta, +tb, +td}) im->alphaChannel = 4;
+          const auto run = [op](MoxImage* x, MoxImage* y, MoxImage* z, MoxImage* w) {
+            if (op == 0) moxMultiplyScale(x, y, z, nullptr);
+            if (op == 1) moxMultiplySScale(x, z, 99, nullptr);
+            if (op == 2) moxPreMultiplyAlpha(z, -1, nullptr);
+            if (op == 3) moxAlphaComposite(x, y, z, MOX_COMPOSITE_ATOP, nullptr, nullptr, w, 0, 1);
+          };
+          run(a, b, d, al), run(ta, tb, td, tl);
+          td.gather(out), tl.gather(alOut);
+          if (op < 2) { EXPECT_EQ(pixels(d), want) << op << " " << order << " " << depth << " " << coi[0]; }
+          EXPECT_EQ(pixels(out), pixels(d)) << op << " " << order << " " << depth;
+          EXPECT_EQ(pixels(alOut), pixels(al)) << op << " " << order << " " << depth;
+        }
   // One destination tile: rows 8..15, columns 24..47 of the destination.
   Image a({MOX_DEPTH_8U, 1, 0, 12, 40}, 1, kRoiA), d({MOX_DEPTH_8U, 1, 0, 14, 50}, 3, kRoiD),
       out({MOX_DEPTH_8U, 1, 0, 14, 50}, 3);
