@@ -51,6 +51,9 @@ TEST(Alpha, ScaledMultiplyAgainstTheQuotient) {
       moxMultiplySScale(a, d, v, nullptr);
       EXPECT_EQ(pixels(d), expected({a, d}, [&](const ll* p) { return scaled(p[0], by, m); })) << depth << " " << v;
     }
+    const auto inPlace = expected({a, b, a}, [&](const ll* v) { return scaled(v[0], v[1], m); });
+    moxMultiplyScale(a, b, a, nullptr);
+    EXPECT_EQ(pixels(a), inPlace) << depth << " in place";
   }
   // A source's channel of interest does not narrow a destination without
   // one; value -1 multiplies by 255, a copy.
