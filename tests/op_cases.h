@@ -172,10 +172,8 @@ inline std::vector<ll> expected(const std::vector<MoxImage*>& images, const std:
 
 // The destination's pixels after case c on a, b into d (plain images).
 inline std::vector<ll> expected(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d, Rect limit = kEverywhere) {
-  std::vector<MoxImage*> images;
-  if (c.sources) images.push_back(a);
-  if (c.sources == 2) images.push_back(b);
-  images.push_back(d);
+  std::vector<MoxImage*> images = {a, b, d};
+  images.erase(images.begin() + c.sources, images.end() - 1);
   return expected(images, [&](const ll* v) { return c.ref(d->depth, v[0], v[1], c.value, c.reverse); }, limit);
 }
 
