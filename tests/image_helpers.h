@@ -45,10 +45,9 @@ inline Spot spot(const MoxImage* im, char* base, int step, int rows, int x, int 
 
 // Values are stored little-endian, packed bits from the most significant.
 inline ll load(unsigned depth, Spot s) {
-  if (bitsOf(depth) == 1) return (*s.byte >> s.bit) & 1;
   unsigned u = 0;
-  std::memcpy(&u, s.byte, bitsOf(depth) / 8);
-  return wrap(depth, u);
+  if (bitsOf(depth) == 1) return (*s.byte >> s.bit) & 1;
+  return std::memcpy(&u, s.byte, bitsOf(depth) / 8), wrap(depth, u);
 }
 
 inline void store(unsigned depth, Spot s, ll v) {
@@ -57,9 +56,7 @@ inline void store(unsigned depth, Spot s, ll v) {
   else std::memcpy(s.byte, &u, bitsOf(depth) / 8);
 }
 
-inline Spot spot(const MoxImage* im, int x, int y, int c) {
-  return spot(im, im->imageData, im->widthStep, im->height, x, y, c);
-}
+inline Spot spot(const MoxImage* im, int x, int y, int c) { return spot(im, im->imageData, im->widthStep, im->height, x, y, c); }
 inline ll get(const MoxImage* im, int x, int y, int c = 0) { return load(im->depth, spot(im, x, y, c)); }
 inline void set(MoxImage* im, int x, int y, int c, ll v) { store(im->depth, spot(im, x, y, c), v); }
 
@@ -86,8 +83,7 @@ class Image {
   // Channel c, row by row.
   std::vector<double> plane(int c = 0) const {
     std::vector<double> v;
-    for (int i = 0; i < im_->height * im_->width; ++i)
-      v.push_back(double(get(im_, i % im_->width, i / im_->width, c)));
+    for (int i = 0; i < im_->height * im_->width; ++i) v.push_back(double(get(im_, i % im_->width, i / im_->width, c)));
     return v;
   }
 

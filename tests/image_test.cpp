@@ -61,24 +61,6 @@ TEST(Records, CreationRefusesBadFields) {
   moxDeallocateHeader(empty);
 }
 
-TEST(Records, HeaderFieldsAndDefaults) {
-  MoxROI* roi = moxCreateROI(0, 2, 3, 10, 20);
-  int id = 0;
-  MoxImage* image = moxCreateImageHeader(4, 4, MOX_DEPTH_8U, "RGBA", "BGRA", 0, 1, 8, 30, 40, roi, &id, nullptr);
-  // Short names are padded with zeros.
-  MoxImage* gray = header(1, 0, 8, 0, 0, 4, 1, 1, "G", "");
-  ASSERT_TRUE(image && gray);
-  const auto names = [](const MoxImage* i) { return std::string(i->colorModel, 4) + std::string(i->channelSeq, 4); };
-  EXPECT_EQ(names(image) + names(gray), std::string("RGBABGRAG\0\0\0\0\0\0\0", 16));
-  EXPECT_EQ(std::make_tuple(image->headerId, image->roi, image->imageId, image->maskRoi, image->imageData,
-                            image->imageDataOrigin),
-            std::make_tuple(0, roi, static_cast<void*>(&id), nullptr, nullptr, nullptr));
-  for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]), std::make_tuple(int(MOX_BORDER_CONSTANT), 0));
-  moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_ROI);
-  moxDeallocateHeader(gray);
-}
-
 TEST(Records, AllocationFillPatterns) {
   const struct { unsigned depth; int fill; std::uint32_t word; } cases[] = {  // every word
       {MOX_DEPTH_1U, 3, 0xFFFFFFFFu}, {MOX_DEPTH_1U, 2, 0u}, {MOX_DEPTH_8U, 0x1234, 0x34343434u},
@@ -124,15 +106,28 @@ TEST(Records, AllocationRefusesABadHeaderAndReleaseFollowsTheFlags) {
   moxDeallocate(image, MOX_FREE_HEADER);
 }
 
-TEST(Records, RoiTileInfoAndBorderRecords) {
+TEST(Records, FieldsOfHeadersRoisTileInfosAndBorders) {
   MoxROI* roi = moxCreateROI(1, 2, 3, 4, 5);  // the height before the width
   ASSERT_NE(roi, nullptr);
   const auto fields = [roi] { return std::make_tuple(roi->coi, roi->xOffset, roi->yOffset, roi->height, roi->width); };
   EXPECT_EQ(fields(), std::make_tuple(1, 2, 3, 4, 5));
   moxSetROI(roi, 0, 6, 7, 8, 9);
   EXPECT_EQ(fields(), std::make_tuple(0, 6, 7, 8, 9));
-  moxSetROI(nullptr, 0, 0, 0, 0, 0);
-  moxDeleteROI(roi), moxDeleteROI(nullptr);
+  moxSetROI(nullptr, 0, 0, 0, 0, 0), moxDeleteROI(nullptr);
+  int id = 0;
+  MoxImage* image = moxCreateImageHeader(4, 4, MOX_DEPTH_8U, "RGBA", "BGRA", 0, 1, 8, 30, 40, roi, &id, nullptr);
+  // Short names are padded with zeros.
+  MoxImage* gray = header(1, 0, 8, 0, 0, 4, 1, 1, "G", "");
+  ASSERT_TRUE(image && gray);
+  const auto names = [](const MoxImage* i) { return std::string(i->colorModel, 4) + std::string(i->channelSeq, 4); };
+  EXPECT_EQ(names(image) + names(gray), std::string("RGBABGRAG\0\0\0\0\0\0\0", 16));
+  EXPECT_EQ(std::make_tuple(image->headerId, image->roi, image->imageId, image->maskRoi, image->imageData,
+                            image->imageDataOrigin),
+            std::make_tuple(0, roi, static_cast<void*>(&id), nullptr, nullptr, nullptr));
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(std::tie(image->borderMode[i], image->borderConst[i]), std::make_tuple(int(MOX_BORDER_CONSTANT), 0));
+  moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_ROI);
+  moxDeallocateHeader(gray);
   MoxTileInfo* tile = moxCreateTileInfo(nullptr, 9, 16, 24);
   ASSERT_NE(tile, nullptr);
   EXPECT_EQ(tile->tileData, nullptr);
@@ -141,9 +136,8 @@ TEST(Records, RoiTileInfoAndBorderRecords) {
   EXPECT_EQ(std::make_tuple(tile->tileData, tile->id, tile->width, tile->height), std::make_tuple(nullptr, 3, 8, 32));
   moxSetTileInfo(nullptr, nullptr, 0, 0, 0);
   moxDeleteTileInfo(tile), moxDeleteTileInfo(nullptr);
-
   // Border modes change only the named sides; any mode is stored as given.
-  MoxImage* image = header(1, 0, 8, 0, 0, 4, 4, 4);
+  image = header(1, 0, 8, 0, 0, 4, 4, 4);
   moxSetBorderMode(image, MOX_BORDER_WRAP, MOX_SIDE_ALL, 9);
   moxSetBorderMode(image, MOX_BORDER_REFLECT, MOX_SIDE_TOP | MOX_SIDE_LEFT | 0x100, 0);
   moxSetBorderMode(image, 77, MOX_SIDE_RIGHT, -1);
@@ -175,7 +169,7 @@ std::string line(std::string text) { return text.resize(70, ' '), text + "\n"; }
 
 #define SPOIL(...) []([[maybe_unused]] Good& g) { __VA_ARGS__; }
 
-TEST(Validation, EachFaultBit) {
+TEST(Validation, EachFaultBitAndItsText) {
   const struct { unsigned expected; void (*spoil)(Good&); } cases[] = {
       {0x0, SPOIL()}, {0x0, SPOIL(g.image.roi = nullptr)}, {0x2, SPOIL(g.image.imageData = nullptr)},
       {0x2, SPOIL(g.image.tileInfo = &g.tile)}, {0x4, SPOIL(g.image.imageSize = 0)}, {0x4, SPOIL(g.image.height = 0)},
@@ -197,9 +191,7 @@ TEST(Validation, EachFaultBit) {
     EXPECT_EQ(moxBadImageHeader(&g.image), c.expected) << "case " << &c - cases;
   }
   EXPECT_EQ(moxBadImageHeader(nullptr), 0x1u);
-}
-
-TEST(Validation, FaultTextListsLinesInTableOrder) {
+  // The text: one padded line per bit, in table order.
   const auto text = [](unsigned faults) {
     char* t = moxHeaderFaultText(faults);
     const std::string s(t);
