@@ -67,8 +67,7 @@ void convolveWith(MoxImage* a, MoxImage* d, int which) {
                          which == 1 ? moxCreateConvKernel(3, 3, 1, 1, gy, 1) : nullptr};
   moxSetBorderMode(a, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
   moxConvolve2D(a, d, k, which == 1 ? 2 : 1, which == 1 ? MOX_SUMSQROOT : MOX_SUM);
-  moxDeleteConvKernel(k[0]);
-  moxDeleteConvKernel(k[1]);
+  moxDeleteConvKernel(k[0]), moxDeleteConvKernel(k[1]);
 }
 
 // An interpolated stretch, then an equalization of its result.
