@@ -15,19 +15,11 @@ using namespace testimg;
 
 // The mappings as repeated steps of one period.
 int slowReflect(long long c, int n) {
-  if (c < 0) {
-    while (c < -n) c += 2 * n;
-    if (c < 0) c = ~c;
-  } else if (c >= n) {
-    while (c >= n) c -= 2 * n;
-    if (c < 0) c = ~c;
-  }
-  return static_cast<int>(c);
+  while (c < -n || c >= n) c += c < 0 ? 2 * n : -2 * n;
+  return static_cast<int>(c < 0 ? ~c : c);
 }
-
 int slowWrap(long long c, int n) {
-  while (c < 0) c += n;
-  while (c >= n) c -= n;
+  while (c < 0 || c >= n) c += c < 0 ? n : -n;
   return static_cast<int>(c);
 }
 
@@ -46,15 +38,12 @@ unsigned raw(const MoxImage* im, int x, int y, int c) {
 unsigned expected(const MoxImage* im, int x, int y, int c) {
   const int code = (y < 0 ? 1 : y >= im->height ? 2 : 0) + (x < 0 ? 4 : x >= im->width ? 8 : 0);
   if (code == 0) return raw(im, x, y, c);
-  const int side = code & 1 ? 0 : code & 2 ? 1 : code & 4 ? 2 : 3;
-  auto map = [&](int v, int n) {
-    switch (im->borderMode[side]) {
-      case MOX_BORDER_REPLICATE: return v < 0 ? 0 : v >= n ? n - 1 : v;
-      case MOX_BORDER_REFLECT: return slowReflect(v, n);
-      default: return slowWrap(v, n);
-    }
+  const int side = code & 1 ? 0 : code & 2 ? 1 : code & 4 ? 2 : 3, mode = im->borderMode[side];
+  if (mode == MOX_BORDER_CONSTANT) return static_cast<unsigned>(im->borderConst[side]);
+  auto map = [mode](int v, int n) {
+    return mode == MOX_BORDER_REPLICATE ? std::clamp(v, 0, n - 1)
+           : mode == MOX_BORDER_REFLECT ? slowReflect(v, n) : slowWrap(v, n);
   };
-  if (im->borderMode[side] == MOX_BORDER_CONSTANT) return static_cast<unsigned>(im->borderConst[side]);
   return raw(im, map(x, im->width), map(y, im->height), c);
 }
 
@@ -99,33 +88,27 @@ TEST(Border, PixelsOfEveryModeAndDepthPlainAndTiled) {
   }
 }
 
-// Top replicates, bottom, left constant 2, 3, right reflects; -1: the constant.
-TEST(Border, CornersFollowTopAndBottom) {
-  Image im({MOX_DEPTH_8U, 1, 0, 5, 5}, 3);
-  setModes(im, {MOX_BORDER_REPLICATE, MOX_BORDER_CONSTANT, MOX_BORDER_CONSTANT, MOX_BORDER_REFLECT},
-           {1, 2, 3, 4});
-  const int cases[][4] = {{-1, -1, 0, 0}, {7, -3, 4, 0}, {5, 5, -1, 2}, {-1, 2, -1, 3}, {6, 2, 3, 2}};
-  for (const auto& k : cases) {
-    unsigned v = 0;
-    mox::ownGetBorderPixel(im, k[0], k[1], 1, &v);
-    EXPECT_EQ(v, k[2] < 0 ? unsigned(k[3]) : raw(im, k[2], k[3], 1)) << k[0] << "," << k[1];
-  }
-}
-
-TEST(Border, RawValuesAndFills) {
+TEST(Border, RawValuesFillsAndRuns) {
   Image im({MOX_DEPTH_8S, 1, 0, 2, 2}, 1);
   set(im, 0, 0, 0, -1);
   unsigned v = 0;
   mox::ownGetBorderPixel(im, 0, 0, 1, &v);
   EXPECT_EQ(v, 255u);
+  // Runs of a value's low bits; packed bits fill whole bytes.
   unsigned char bytes[3] = {0x5A, 0x5A, 0x5A};
+  std::uint16_t words[3] = {9, 9, 9};
   mox::ownFillRun(3, MOX_DEPTH_1U, bytes, 10);
   EXPECT_EQ(std::vector<int>(bytes, bytes + 3), (std::vector<int>{255, 255, 0x5A}));
-  mox::ownFillRun(2, MOX_DEPTH_1U, bytes, 10);
+  mox::ownFillRun(2, MOX_DEPTH_1U, bytes, 10), mox::ownFillRun(0x12345, MOX_DEPTH_16S, words, 2);
   EXPECT_EQ(std::vector<int>(bytes, bytes + 3), (std::vector<int>{0, 0, 0x5A}));
-  std::uint16_t words[3] = {9, 9, 9};
-  mox::ownFillRun(0x12345, MOX_DEPTH_16S, words, 2);
   EXPECT_EQ(std::vector<int>(words, words + 3), (std::vector<int>{0x2345, 0x2345, 9}));
+  // Runs stay inside the image; mirrored runs read backwards.
+  Image run({MOX_DEPTH_8U, 1, 0, 3, 5}, 2);
+  unsigned char out[8] = {};
+  EXPECT_EQ(mox::ownReadRowRun(run, 4, 1, 1, out, 5, 0), mox::kBorderOk);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(out[i], raw(run, 4 - i, 1, 1));
+  EXPECT_EQ(mox::ownReadRowRun(run, 1, 1, 1, out, 5, 1), mox::kBorderBadMode);
+  EXPECT_EQ(mox::ownReadRowRun(run, 1, 3, 1, out, 1, 1), mox::kBorderBadMode);
 }
 
 // Rows cut at the image's left and right edges and columns, value for value
@@ -143,8 +126,7 @@ TEST(Border, RowAndColumnGathersMatchPixels) {
         auto same = [&](const std::vector<unsigned char>& b, int i, int x, int y, int c) {
           unsigned v;
           mox::ownGetBorderPixel(target, x, y, c, &v);
-          const unsigned got = depth == MOX_DEPTH_1U ? (b[i / 8] >> (7 - i % 8)) & 1
-                                                     : b[2 * i] | b[2 * i + 1] << 8;
+          const unsigned got = depth == MOX_DEPTH_1U ? (b[i / 8] >> (7 - i % 8)) & 1 : b[2 * i] | b[2 * i + 1] << 8;
           return got == (v & (depth == MOX_DEPTH_1U ? 1 : 0xFFFF));
         };
         for (int y = -12; y < 22; ++y) {
@@ -165,25 +147,12 @@ TEST(Border, RowAndColumnGathersMatchPixels) {
   }
 }
 
-TEST(Border, RunsStayInsideAndMirror) {
-  Image im({MOX_DEPTH_8U, 1, 0, 3, 5}, 2);
-  unsigned char out[8] = {};
-  EXPECT_EQ(mox::ownReadRowRun(im, 4, 1, 1, out, 5, 0), mox::kBorderOk);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(out[i], raw(im, 4 - i, 1, 1));
-  EXPECT_EQ(mox::ownReadRowRun(im, 1, 1, 1, out, 5, 1), mox::kBorderBadMode);
-  EXPECT_EQ(mox::ownReadRowRun(im, 1, 3, 1, out, 1, 1), mox::kBorderBadMode);
-}
-
 // Unknown modes pass the position on (left, right, bottom); a position they
 // leave outside the image is never read.
 TEST(Border, UnknownModesFallBackOrRefuse) {
   Image im({MOX_DEPTH_8U, 1, 0, 4, 6}, 9);
-  const struct {
-    int mode[4];
-    int x, y;
-    int status;
-    int readX, readY;  // -1: the constant 40 + side
-  } cases[] = {
+  // readX -1: the constant 40 + side
+  const struct { int mode[4], x, y, status, readX, readY; } cases[] = {
       {{9, 0, 0, 0}, 2, -1, mox::kBorderOk, -1, 2},       // top -> left's constant
       {{9, 0, 1, 0}, 2, -1, mox::kBorderBadMode, 0, 0},   // left replicate keeps y < 0
       {{9, 2, 7, 7}, 2, -1, mox::kBorderOk, 2, 0},        // bottom reflects both
@@ -205,6 +174,8 @@ TEST(Border, UnknownModesFallBackOrRefuse) {
   EXPECT_EQ(mox::ownGetBorderRow(im, 0, -1, 1, row, 6), mox::kBorderBadMode);
 }
 
+// A tiled read gets its tile and gives it back; a tile not handed out or
+// not taken back stops it.
 TEST(Border, TiledReadsGetAndReleaseTheirTile) {
   Image im({MOX_DEPTH_8U, 1, 0, 16, 24}, 4);
   Tiled tiled(im, 8, 8);

@@ -17,7 +17,6 @@ inline std::vector<Report>& reports() {
   return all;
 }
 
-
 // Takes the first report off the list: a bad argument from func (in file,
 // when given) at line with the message (a header fault text may be given
 // without its padding: then the report's is cut off).
@@ -36,21 +35,13 @@ inline void expectReport(const std::string& func, const std::string& message, in
 class Capture {
  public:
   Capture() : mode_(moxGetErrMode()), fn_(moxRedirectError(record)) {
-    moxSetErrMode(MOX_ErrorModeParent);
-    moxSetErrStatus(MOX_StsNoError);
-    reports().clear();
+    moxSetErrMode(MOX_ErrorModeParent), moxSetErrStatus(MOX_StsNoError), reports().clear();
   }
-  ~Capture() {
-    moxRedirectError(fn_);
-    moxSetErrMode(mode_);
-    moxSetErrStatus(MOX_StsNoError);
-  }
+  ~Capture() { moxRedirectError(fn_), moxSetErrMode(mode_), moxSetErrStatus(MOX_StsNoError); }
   Capture(const Capture&) = delete;
-  Capture& operator=(const Capture&) = delete;
 
  private:
-  static int MOX_CALL record(int status, const char* func, const char* message, const char* file,
-                             int line) {
+  static int MOX_CALL record(int status, const char* func, const char* message, const char* file, int line) {
     reports().push_back({status, func ? func : "", message ? message : "", file ? file : "", line});
     return status;
   }

@@ -4,16 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <tuple>
 
 #include "capture.h"
 #include "moxpx.h"
@@ -54,7 +49,7 @@ TEST(Context, EachThreadHasItsOwnContextFromTheTemplate) {
   if (sizeof(void*) == 4) { EXPECT_EQ(std::make_tuple(sizeof(MoxContext), sizeof(MoxImage)), std::make_tuple(1652u, 112u)); }
 }
 
-TEST(Context, ErrorStoresAndReportsByStatus) {
+TEST(Context, ErrorStoresReportsAndNamesByStatus) {
   Capture capture;
   // Modes and statuses are stored as given.
   for (int mode : {MOX_ErrorModeLeaf, MOX_ErrorModeSilent, 7, -3, MOX_ErrorModeParent})
@@ -74,37 +69,30 @@ TEST(Context, ErrorStoresAndReportsByStatus) {
     EXPECT_EQ(std::make_tuple(moxGetErrStatus(), reports().size()), std::make_tuple(c.after, c.reported)) << c.status;
   }
   moxtest::expectReport("moxAdd", "(x)", 1091, "moxadd");
-}
-
-TEST(Context, StatusTexts) {
-  const struct { int status; const char* text; } cases[] = {
+  const struct { int status; const char* text; } texts[] = {
       {0, "No Error"}, {-1, "Backtrace"}, {-2, "Unknown error"}, {-3, "Internal error (bad state)"},
       {-4, "Out of memory"}, {-5, "Bad argument"}, {-6, "Unsupported function"}, {-7, "Iteration convergence failed"},
       {-8, "Autotrace call"}, {1, "Unknown status code 1"}, {-9, "Unknown error code -9"},
       {2147483647, "Unknown status code 2147483647"}, {-2147483647 - 1, "Unknown error code -2147483648"}};
-  for (const auto& c : cases) EXPECT_STREQ(moxErrorStr(c.status), c.text) << c.status;
+  for (const auto& c : texts) EXPECT_STREQ(moxErrorStr(c.status), c.text) << c.status;
   // Unknown codes are built in the thread's own buffer.
   EXPECT_EQ(moxErrorStr(99), moxUndContext()->errorText);
 }
 
 // The heap block's address is kept in the word just before the pointer,
-// between one pointer size and that plus 7 bytes below it.
-void expectBlock(void* p, std::size_t bytes) {
-  ASSERT_NE(p, nullptr);
-  const auto at = reinterpret_cast<std::uintptr_t>(p);
-  std::uintptr_t block;
-  std::memcpy(&block, static_cast<char*>(p) - sizeof(void*), sizeof block);
-  EXPECT_EQ(at % 8, 0u);
-  EXPECT_TRUE(at - block >= sizeof(void*) && at - block <= sizeof(void*) + 7) << at - block;
-  std::memset(p, 0xA5, bytes);  // the whole block is usable
-  moxFree(p);
-}
-
+// between one pointer size and that plus 7 bytes below it; the whole block
+// is usable.
 TEST(Memory, AllocatorsGiveAlignedUsableBlocksAndRefuseNegativeCounts) {
-  for (int n : {0, 1, 7, 8, 1000}) {
-    SCOPED_TRACE(n);
+  for (int n : {0, 1, 7, 1000}) {
     void* blocks[] = {moxMalloc(n), moxwMalloc(n), moxiMalloc(n), moxsMalloc(n), moxdMalloc(n)};
-    for (std::size_t i = 0, unit[] = {1, 2, 4, 4, 8}; i < 5; ++i) expectBlock(blocks[i], unit[i] * std::size_t(n));
+    for (std::size_t i = 0, unit[] = {1, 2, 4, 4, 8}; i < 5; ++i) {
+      const auto at = reinterpret_cast<std::uintptr_t>(blocks[i]);
+      std::uintptr_t block;
+      std::memcpy(&block, static_cast<char*>(blocks[i]) - sizeof(void*), sizeof block);
+      EXPECT_TRUE(at % 8 == 0 && at - block >= sizeof(void*) && at - block <= sizeof(void*) + 7) << n << " " << i;
+      std::memset(blocks[i], 0xA5, unit[i] * std::size_t(n));
+      moxFree(blocks[i]);
+    }
   }
   EXPECT_EQ(std::make_tuple(moxMalloc(-1), moxdMalloc(-8), moxiMalloc(-2147483647 - 1)),
             std::make_tuple(nullptr, nullptr, nullptr));
@@ -120,25 +108,11 @@ TEST(Version, Record) {
             std::make_tuple(1, 3, 3, "moxpx.dll", "v1.0 Beta 3", "[1.03.03, 06/30/97]", "Jul  7 1997", "DLL", v));
 }
 
-// ---------------------------------------------------------------- reports
-
 const char kDepthMessage[] = "(srcImageA->depth != dstImage->depth)";
 const char kDepthReport[] =
     "\nMOX Library Error: Bad argument \n\tin function [moxadd:1091]:moxAdd(): (srcImageA->depth != dstImage->depth)\n";
 
-// What one report writes to standard error with this report function and
-// mode (both put back after).
-std::string stderrOf(MoxErrorCallBack fn, int mode, int status, const char* func, const char* message,
-                     const char* file, int line) {
-  const int oldMode = moxGetErrMode();
-  const MoxErrorCallBack oldFn = moxRedirectError(fn);
-  moxSetErrMode(mode);
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(moxError(status, func, message, file, line), status);
-  moxRedirectError(oldFn), moxSetErrMode(oldMode), moxSetErrStatus(0);
-  return ::testing::internal::GetCapturedStderr();
-}
-
+// What one report writes to standard error with each report function and mode.
 TEST(Reporting, StandardErrorTextsByMode) {
   const MoxErrorCallBack err = moxStdErrReport, nul = moxNulDevReport;
   const int parent = MOX_ErrorModeParent;
@@ -155,79 +129,46 @@ TEST(Reporting, StandardErrorTextsByMode) {
       // A mode of no known value reports but never ends the process.
       {err, 9, -5, "moxAdd", kDepthMessage, "moxadd", 1091, kDepthReport},
       {nul, parent, -5, "moxAdd", kDepthMessage, "moxadd", 1091, ""}};
-  for (const auto& c : cases)
-    EXPECT_EQ(stderrOf(c.fn, c.mode, c.status, c.func, c.message, c.file, c.line), c.text) << c.status << " " << c.mode;
-  // The message box is not shown outside Leaf and Parent mode.
   const int mode = moxGetErrMode();
+  const MoxErrorCallBack fn = moxRedirectError(nullptr);
+  for (const auto& c : cases) {
+    moxRedirectError(c.fn), moxSetErrMode(c.mode);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(moxError(c.status, c.func, c.message, c.file, c.line), c.status);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), c.text) << c.status << " " << c.mode;
+  }
+  // The message box is not shown outside Leaf and Parent mode.
   for (int quiet : {MOX_ErrorModeSilent, 5}) EXPECT_EQ((moxSetErrMode(quiet), moxGuiBoxReport(-5, "f", "m", "file", 1)), -5);
-  moxSetErrMode(mode);
+  moxRedirectError(fn), moxSetErrMode(mode), moxSetErrStatus(0);
 }
 
-// Runs a Leaf-mode report in a child process whose standard error goes to a
-// file, and returns that file's bytes after the child has ended with code 1.
-std::string leafReport(MoxErrorCallBack fn) {
-  const std::string path = ::testing::TempDir() + "moxpx_leaf_report.txt";
-  std::remove(path.c_str());
-  EXPECT_EXIT(
-      {
-        if (!std::freopen(path.c_str(), "w", stderr)) std::exit(3);
-        moxSetErrMode(MOX_ErrorModeLeaf);
-        moxRedirectError(fn);
-        moxError(-5, "moxAdd", kDepthMessage, "moxadd", 1091);
-        std::exit(2);
-      },
-      ::testing::ExitedWithCode(1), "");
-  std::stringstream text;  // read as text: the C runtime may write CRLF line ends
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
+// Leaf mode ends the process with code 1 after the report (here into a file).
 TEST(ReportDeathTest, LeafModeEndsTheProcessWithCodeOne) {
-  EXPECT_EQ(leafReport(moxStdErrReport),
-            std::string(kDepthReport) + "MOX Library Error\nErrMode=MOX_ErrModeLeaf\nterminating the application");
-  EXPECT_EQ(leafReport(moxNulDevReport), "");
+  const std::string path = ::testing::TempDir() + "moxpx_leaf_report.txt";
+  const struct { MoxErrorCallBack fn; std::string text; } runs[] = {
+      {moxStdErrReport, std::string(kDepthReport) + "MOX Library Error\nErrMode=MOX_ErrModeLeaf\nterminating the application"},
+      {moxNulDevReport, ""}};
+  for (const auto& r : runs) {
+    std::remove(path.c_str());
+    EXPECT_EXIT(
+        {
+          if (!std::freopen(path.c_str(), "w", stderr)) std::exit(3);
+          (moxSetErrMode(MOX_ErrorModeLeaf), moxRedirectError(r.fn));
+          moxError(-5, "moxAdd", kDepthMessage, "moxadd", 1091);
+          std::exit(2);
+        },
+        ::testing::ExitedWithCode(1), "");
+    std::stringstream text;  // read as text: the C runtime may write CRLF line ends
+    text << std::ifstream(path).rdbuf();
+    EXPECT_EQ(text.str(), r.text);
+  }
 }
 
 #if defined(__linux__)
-// The message box on a terminal: a child gets a new pseudo-terminal as its
-// controlling terminal, the test answers the prompt and reads the screen.
-struct BoxRun { std::string screen; int waitStatus = 0; };
-
-BoxRun runBox(int mode, int stored, int status, const char* answer) {
-  BoxRun run;
-  const int master = posix_openpt(O_RDWR | O_NOCTTY);
-  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return run;
-  const std::string slave = ptsname(master);
-  std::fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    setsid();
-    if (open(slave.c_str(), O_RDWR) < 0) _exit(5);
-    dup2(open("/dev/null", O_WRONLY), 2);
-    moxSetErrMode(mode);
-    moxSetErrStatus(stored);
-    const int r = moxGuiBoxReport(status, "moxAdd", kDepthMessage, "moxadd", 1091);
-    _exit(r == status ? 0 : 9);
-  }
-  char buf[512];
-  bool answered = false;
-  for (;;) {
-    const ssize_t n = read(master, buf, sizeof buf);
-    if (n <= 0) break;
-    run.screen.append(buf, static_cast<std::size_t>(n));
-    if (!answered && run.screen.find("] ") != std::string::npos && run.screen.rfind("? [") != std::string::npos) {
-      answered = true;
-      if (write(master, answer, std::char_traits<char>::length(answer)) < 0) break;
-    }
-  }
-  waitpid(pid, &run.waitStatus, 0);
-  close(master);
-  run.screen.erase(std::remove(run.screen.begin(), run.screen.end(), '\r'), run.screen.end());
-  return run;
-}
-
-// Leaf mode asks whether to terminate, Parent mode offers to go on; a
-// backtrace report shows the failure stored before it in the caption.
+// The message box on a terminal (a child's new pseudo-terminal, whose
+// prompt the test answers): Leaf mode asks whether to terminate, Parent mode
+// offers to go on; a backtrace report shows the failure stored before it in
+// the caption.
 TEST(MessageBox, TextsButtonsAndEnds) {
   const std::string body = "[moxadd:1091]:moxAdd():\n(srcImageA->depth != dstImage->depth)\n\n";
   const struct { int mode, stored, status; const char* answer; std::string screen; bool ends; } runs[] = {
@@ -240,11 +181,35 @@ TEST(MessageBox, TextsButtonsAndEnds) {
            "ErrMode=MOX_ErrorModeParent\n\nContinue?\nOK or Cancel? [O/c] \n", false},
       {MOX_ErrorModeParent, -5, -8, "c\n", "called from [moxadd:1091]:\nmoxAdd((srcImageA->depth", true}};
   for (const auto& r : runs) {
-    const BoxRun run = runBox(r.mode, r.stored, r.status, r.answer);
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
+    const std::string slave = ptsname(master);
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+      setsid();
+      if (open(slave.c_str(), O_RDWR) < 0) _exit(5);
+      dup2(open("/dev/null", O_WRONLY), 2);
+      moxSetErrMode(r.mode), moxSetErrStatus(r.stored);
+      _exit(moxGuiBoxReport(r.status, "moxAdd", kDepthMessage, "moxadd", 1091) == r.status ? 0 : 9);
+    }
+    std::string screen;
+    char buf[512];
+    bool answered = false;
+    for (ssize_t n; (n = read(master, buf, sizeof buf)) > 0;) {
+      screen.append(buf, static_cast<std::size_t>(n));
+      if (!answered && screen.find("] ") != std::string::npos && screen.rfind("? [") != std::string::npos) {
+        answered = true;
+        if (write(master, r.answer, std::strlen(r.answer)) < 0) break;
+      }
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    close(master);
+    screen.erase(std::remove(screen.begin(), screen.end(), '\r'), screen.end());
     // The whole screen; of a run that ends the process, a part.
-    EXPECT_TRUE(r.ends ? run.screen.find(r.screen) != std::string::npos : run.screen == r.screen) << run.screen;
-    EXPECT_TRUE(r.ends ? WIFSIGNALED(run.waitStatus) && WTERMSIG(run.waitStatus) == SIGABRT
-                       : WIFEXITED(run.waitStatus) && WEXITSTATUS(run.waitStatus) == 0)
+    EXPECT_TRUE(r.ends ? screen.find(r.screen) != std::string::npos : screen == r.screen) << screen;
+    EXPECT_TRUE(r.ends ? WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT : WIFEXITED(status) && WEXITSTATUS(status) == 0)
         << r.mode << " " << r.answer;
   }
 }
@@ -262,9 +227,7 @@ TEST(MessageBoxDeathTest, WithoutATerminalTheDefaultButtonIsTaken) {
   for (const auto& r : runs)
     EXPECT_EXIT(
         {
-          setsid();
-          moxSetErrMode(r.mode);
-          moxSetErrStatus(-5);
+          (setsid(), moxSetErrMode(r.mode), moxSetErrStatus(-5));
           std::exit(moxGuiBoxReport(-5, "f", "m", "file", 1) == -5 ? 7 : 8);
         },
         r.ended, r.text);

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <vector>
 
 #include "image_helpers.h"
@@ -39,9 +38,7 @@ void paletteRoundTrip(MoxImage* a, MoxImage* d) {
   a->roi = d->roi = nullptr;
 }
 
-struct Golden {
-  const char* name; Shape src, dst; std::function<void(MoxImage*, MoxImage*, MoxImage*)> run; std::uint64_t want;
-};
+struct Golden { const char* name; Shape src, dst; void (*run)(MoxImage*, MoxImage*, MoxImage*); std::uint64_t want; };
 
 const Shape k8U3{MOX_DEPTH_8U, 3, 0, 61, 83}, k16S1{MOX_DEPTH_16S, 1, 0, 48, 64}, k32S1{MOX_DEPTH_32S, 1, 0, 48, 64},
     k8U1{MOX_DEPTH_8U, 1, 0, 45, 60}, k32S1odd{MOX_DEPTH_32S, 1, 0, 45, 60}, k16S3P{MOX_DEPTH_16S, 3, 1, 40, 40},
@@ -70,8 +67,7 @@ void convolveWith(MoxImage* a, MoxImage* d, int which) {
                          which == 1 ? moxCreateConvKernel(3, 3, 1, 1, gy, 1) : nullptr};
   moxSetBorderMode(a, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
   moxConvolve2D(a, d, k, which == 1 ? 2 : 1, which == 1 ? MOX_SUMSQROOT : MOX_SUM);
-  moxDeleteConvKernel(k[0]);
-  moxDeleteConvKernel(k[1]);
+  moxDeleteConvKernel(k[0]), moxDeleteConvKernel(k[1]);
 }
 
 // An interpolated stretch, then an equalization of its result.
@@ -92,13 +88,12 @@ const Golden kCases[] = {
     {"add 8U", k8U3, k8U3, RUN(moxAdd(a, b, d, nullptr)), 0x05038928323dbd9aull},
     {"multiply 16S", k16S1, k16S1, RUN(moxMultiply(a, b, d, nullptr)), 0xeb9b861af471f253ull},
     {"subtract 32S", k32S1, k32S1, RUN(moxSubtract(a, b, d, 1, nullptr)), 0x3ada4e6da7c81ae5ull},
-    {"fft forward 8U to 32S, 64x48", k8U1w, k32S1, RUN(moxRealFft2D(a, d, MOX_FFT_FORWARD, nullptr)),
-     0x1c900b8dbf2b7132ull},
+    {"fft forward 8U to 32S, 64x48", k8U1w, k32S1, RUN(moxRealFft2D(a, d, MOX_FFT_FORWARD, nullptr)), 0x1c900b8dbf2b7132ull},
     {"fft forward general 8U to 32S, 60x45", k8U1, k32S1odd, RUN(moxRealFft2D(a, d, MOX_FFT_FORWARD, nullptr)),
      0x6ae48b07f91d8789ull},
     {"fft inverse 16S, 64x48", k16S1, k16S1, RUN(moxRealFft2D(a, d, MOX_FFT_INVERSE, nullptr)), 0x11267e14d89fb6e8ull},
-    {"packed fft inverse 32S, 64x48", k32S1, k32S1,
-     RUN(moxCcsFft2D(a, d, MOX_FFT_INVERSE | MOX_FFT_NOSCALE, nullptr)), 0xa37caf0d5a23ded2ull},
+    {"packed fft inverse 32S, 64x48", k32S1, k32S1, RUN(moxCcsFft2D(a, d, MOX_FFT_INVERSE | MOX_FFT_NOSCALE, nullptr)),
+     0xa37caf0d5a23ded2ull},
     {"dct forward 16S planes", k16S3P, k16S3P, RUN(moxDCT2D(a, d, MOX_DCT_FORWARD)), 0xb1fb19ea8a8602c3ull},
     {"dct inverse 16S planes", k16S3P, k16S3P, RUN(moxDCT2D(a, d, MOX_DCT_INVERSE)), 0x575d3a41ed0aa3efull},
     {"rotate 8U linear", k8U3, k8U3, RUN(moxRotate(a, d, 3000, 40, 30, MOX_INTER_LINEAR, nullptr)), 0x9a7cd216b6af4c09ull},
@@ -133,8 +128,6 @@ const Golden kCases[] = {
     {"zoom cubic 32S 7/3 x 3/2", k32S1, zoomed32S, RUN(moxZoom(a, d, 7, 3, 3, 2, MOX_INTER_CUBIC, nullptr)), 0x98f1da889044616aull},
     {"decimate linear 8U 2/3", k8U3, decimated8U, RUN(moxDecimate(a, d, 2, 3, 2, 3, MOX_INTER_LINEAR, nullptr)), 0x11046deb3f380b33ull},
     {"decimate cubic 16U 3/5 x 1/2", k16U1, decimated16U, RUN(moxDecimate(a, d, 3, 5, 1, 2, MOX_INTER_CUBIC, nullptr)), 0xc04992c1d66132f0ull},
-    // alpha work and point maps: vector and per-value paths, interleaved
-    // channels, interpolated maps
     {"premultiply 8U 4 channels, own alpha", k8U4, k8U4,
      RUN(moxMultiplySScale(a, d, -1, nullptr), d->alphaChannel = 4, moxPreMultiplyAlpha(d, -1, nullptr)),
      0x3c31f6fdbde90c79ull},

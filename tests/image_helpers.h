@@ -19,18 +19,11 @@ namespace testimg {
 
 using ll = long long;
 
-using moxtest::Capture;
-using moxtest::expectReport;
-using moxtest::Report;
-using moxtest::reports;
-
-// ---------------------------------------------------------------- pixels
+using moxtest::Capture, moxtest::expectReport, moxtest::Report, moxtest::reports;
 
 inline unsigned bitsOf(unsigned depth) { return depth & ~MOX_DEPTH_SIGN; }
 // Values per pixel as the tests store them (packed bits: one channel).
-inline int valueChannels(const MoxImage* im) {
-  return im->depth == MOX_DEPTH_1U ? 1 : im->nChannels;
-}
+inline int valueChannels(const MoxImage* im) { return im->depth == MOX_DEPTH_1U ? 1 : im->nChannels; }
 inline ll lowest(unsigned d) { return d & MOX_DEPTH_SIGN ? -(1LL << (bitsOf(d) - 1)) : 0; }
 inline ll highest(unsigned d) { return (1LL << (bitsOf(d) - (d & MOX_DEPTH_SIGN ? 1 : 0))) - 1; }
 inline ll clampTo(unsigned d, ll v) { return std::clamp(v, lowest(d), highest(d)); }
@@ -45,49 +38,36 @@ inline ll wrap(unsigned d, ll v) {
 struct Spot { unsigned char* byte; int bit; };
 
 inline Spot spot(const MoxImage* im, char* base, int step, int rows, int x, int y, int c) {
-  const unsigned bits = bitsOf(im->depth);
-  char* row = base + ll(y) * step + (im->dataOrder == 1 ? ll(c) * step * rows : 0);
-  if (bits == 1) return {reinterpret_cast<unsigned char*>(row + x / 8), 7 - x % 8};
-  const ll index = im->dataOrder == 1 ? x : ll(x) * im->nChannels + c;
-  return {reinterpret_cast<unsigned char*>(row + index * (bits / 8)), 0};
+  auto* row = reinterpret_cast<unsigned char*>(base + ll(y) * step + (im->dataOrder == 1 ? ll(c) * step * rows : 0));
+  if (bitsOf(im->depth) == 1) return {row + x / 8, 7 - x % 8};
+  return {row + (im->dataOrder == 1 ? x : ll(x) * im->nChannels + c) * (bitsOf(im->depth) / 8), 0};
 }
 
 // Values are stored little-endian, packed bits from the most significant.
 inline ll load(unsigned depth, Spot s) {
-  if (bitsOf(depth) == 1) return (*s.byte >> s.bit) & 1;
   unsigned u = 0;
-  std::memcpy(&u, s.byte, bitsOf(depth) / 8);
-  return wrap(depth, u);
+  if (bitsOf(depth) == 1) return (*s.byte >> s.bit) & 1;
+  return std::memcpy(&u, s.byte, bitsOf(depth) / 8), wrap(depth, u);
 }
 
 inline void store(unsigned depth, Spot s, ll v) {
-  if (bitsOf(depth) == 1) {
-    *s.byte = static_cast<unsigned char>((*s.byte & ~(1 << s.bit)) | ((v & 1) << s.bit));
-    return;
-  }
   const unsigned u = static_cast<unsigned>(v);
-  std::memcpy(s.byte, &u, bitsOf(depth) / 8);
+  if (bitsOf(depth) == 1) *s.byte = static_cast<unsigned char>((*s.byte & ~(1 << s.bit)) | ((v & 1) << s.bit));
+  else std::memcpy(s.byte, &u, bitsOf(depth) / 8);
 }
 
-inline Spot spot(const MoxImage* im, int x, int y, int c) {
-  return spot(im, im->imageData, im->widthStep, im->height, x, y, c);
-}
-inline ll get(const MoxImage* im, int x, int y, int c = 0) {
-  return load(im->depth, spot(im, x, y, c));
-}
+inline Spot spot(const MoxImage* im, int x, int y, int c) { return spot(im, im->imageData, im->widthStep, im->height, x, y, c); }
+inline ll get(const MoxImage* im, int x, int y, int c = 0) { return load(im->depth, spot(im, x, y, c)); }
 inline void set(MoxImage* im, int x, int y, int c, ll v) { store(im->depth, spot(im, x, y, c), v); }
-
-// ---------------------------------------------------------------- images
 
 struct Shape { unsigned depth; int nChannels, dataOrder, height, width; };
 
 // An allocated image with random bytes and an optional ROI (coi, x, y, h, w).
 class Image {
  public:
-  explicit Image(const Shape& s, unsigned seed = 1, const int* r = nullptr) {
-    im_ = moxCreateImageHeader(s.nChannels, 0, s.depth, "RGB", "RGB", s.dataOrder, 0, 4, s.height,
-                               s.width, r ? moxCreateROI(r[0], r[1], r[2], r[3], r[4]) : nullptr,
-                               nullptr, nullptr);
+  explicit Image(const Shape& s, unsigned seed = 1, const int* r = nullptr)
+      : im_(moxCreateImageHeader(s.nChannels, 0, s.depth, "RGB", "RGB", s.dataOrder, 0, 4, s.height, s.width,
+                                 r ? moxCreateROI(r[0], r[1], r[2], r[3], r[4]) : nullptr, nullptr, nullptr)) {
     moxAllocateImage(im_, 0);
     std::mt19937 rng(seed);
     for (int i = 0; i < im_->imageSize; ++i) im_->imageData[i] = static_cast<char>(rng());
@@ -95,10 +75,7 @@ class Image {
   ~Image() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_DATA | MOX_FREE_ROI); }
   Image(const Image&) = delete;
 
-  void roi(int coi, int x, int y, int h, int w) {
-    moxDeleteROI(im_->roi);
-    im_->roi = moxCreateROI(coi, x, y, h, w);
-  }
+  void roi(int coi, int x, int y, int h, int w) { moxDeleteROI(im_->roi), im_->roi = moxCreateROI(coi, x, y, h, w); }
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }
   MoxImage* operator+() const { return im_; }  // where no conversion is tried (?:)
@@ -106,8 +83,7 @@ class Image {
   // Channel c, row by row.
   std::vector<double> plane(int c = 0) const {
     std::vector<double> v;
-    for (int i = 0; i < im_->height * im_->width; ++i)
-      v.push_back(double(get(im_, i % im_->width, i / im_->width, c)));
+    for (int i = 0; i < im_->height * im_->width; ++i) v.push_back(double(get(im_, i % im_->width, i / im_->width, c)));
     return v;
   }
 
@@ -118,33 +94,26 @@ class Image {
 // A change to a source s and destination d before a call, for check tables.
 #define SPOIL(...) []([[maybe_unused]] Image& s, [[maybe_unused]] Image& d) { __VA_ARGS__; }
 
-// ---------------------------------------------------------------- tiles
-
 // A tiled twin of an image: same geometry and ROI, pixels kept in separate
 // tile blocks that the test call-back hands out. The call-back records every
 // request and can be told to misbehave.
 class Tiled {
  public:
-  Tiled(const MoxImage* plain, int tileWidth, int tileHeight) {
+  Tiled(const MoxImage* p, int tileWidth, int tileHeight) {
     info_ = moxCreateTileInfo(&callBack, 0, tileWidth, tileHeight);
-    im_ = moxCreateImageHeader(plain->nChannels, 0, plain->depth, "RGB", "RGB", plain->dataOrder, 0,
-                               plain->align, plain->height, plain->width, nullptr, this, info_);
-    if (const MoxROI* r = plain->roi)
-      im_->roi = moxCreateROI(r->coi, r->xOffset, r->yOffset, r->height, r->width);
-    mox::layoutSize(tileWidth, tileHeight, plain->depth, plain->nChannels, plain->dataOrder,
-                    plain->align, &step_, &size_);
-    across_ = (plain->width + tileWidth - 1) / tileWidth;
-    down_ = (plain->height + tileHeight - 1) / tileHeight;
+    im_ = moxCreateImageHeader(p->nChannels, 0, p->depth, "RGB", "RGB", p->dataOrder, 0, p->align, p->height, p->width,
+                               nullptr, this, info_);
+    if (const MoxROI* r = p->roi) im_->roi = moxCreateROI(r->coi, r->xOffset, r->yOffset, r->height, r->width);
+    mox::layoutSize(tileWidth, tileHeight, p->depth, p->nChannels, p->dataOrder, p->align, &step_, &size_);
+    across_ = (p->width + tileWidth - 1) / tileWidth, down_ = (p->height + tileHeight - 1) / tileHeight;
     tiles_.assign(static_cast<size_t>(across_ * down_), std::vector<char>(size_, 0));
-    forEach(plain, [&](Spot t, Spot p) { store(plain->depth, t, load(plain->depth, p)); });
+    forEach(p, [&](Spot t, Spot q) { store(p->depth, t, load(p->depth, q)); });
   }
   ~Tiled() { moxDeallocate(im_, MOX_FREE_HEADER | MOX_FREE_ROI | MOX_FREE_TILEINFO); }
   Tiled(const Tiled&) = delete;
 
   // Copies the tiles' pixels into an image of the same shape.
-  void gather(MoxImage* into) {
-    forEach(into, [&](Spot t, Spot p) { store(into->depth, p, load(into->depth, t)); });
-  }
+  void gather(MoxImage* into) { forEach(into, [&](Spot t, Spot p) { store(into->depth, p, load(into->depth, t)); }); }
 
   MoxImage* operator->() const { return im_; }
   operator MoxImage*() const { return im_; }
@@ -161,15 +130,12 @@ class Tiled {
     Tiled* self = static_cast<Tiled*>(image->imageId);
     self->calls.push_back({image, x, y, mode});
     char*& data = image->tileInfo->tileData;
+    const bool outside = x < 0 || y < 0 || x >= self->across_ || y >= self->down_;
     if (mode == MOX_RELEASE_TILE) {
       if (self->releases_++ != self->keepOnRelease) data = nullptr;
-    } else if (x < 0 || y < 0 || x >= self->across_ || y >= self->down_) {
-      self->badIndex = true;
-      data = nullptr;
     } else {
-      data = self->gets_++ == self->nullOnGet
-                 ? nullptr
-                 : self->tiles_[static_cast<size_t>(y * self->across_ + x)].data();
+      self->badIndex |= outside;
+      data = outside || self->gets_++ == self->nullOnGet ? nullptr : self->tiles_[size_t(y * self->across_ + x)].data();
     }
   }
 
@@ -180,10 +146,8 @@ class Tiled {
     const int tw = info_->width, th = info_->height;
     for (int y = 0; y < p->height; ++y)
       for (int x = 0; x < p->width; ++x)
-        for (int c = 0; c < valueChannels(p); ++c) {
-          char* tile = tiles_[static_cast<size_t>((y / th) * across_ + x / tw)].data();
-          f(spot(p, tile, step_, th, x % tw, y % th, c), spot(p, x, y, c));
-        }
+        for (int c = 0; c < valueChannels(p); ++c)
+          f(spot(p, tiles_[size_t((y / th) * across_ + x / tw)].data(), step_, th, x % tw, y % th, c), spot(p, x, y, c));
   }
 
   MoxTileInfo* info_;
@@ -192,11 +156,7 @@ class Tiled {
   std::vector<std::vector<char>> tiles_;
 };
 
-// The six depths.
-inline const unsigned kDepths[] = {MOX_DEPTH_1U,  MOX_DEPTH_8U,  MOX_DEPTH_8S,
-                                   MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S};
-
-// ---------------------------------------------------------------- transforms
+inline const unsigned kDepths[] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S};
 
 // The slow separable transform of an h x w matrix (row by row):
 // out(v, u) = sum over y, x of k(v, y, h) k(u, x, w) f(y, x).

@@ -2,8 +2,6 @@
 // whole images read through the border routines; the checks.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "image/border.h"
 #include "image_helpers.h"
 
@@ -28,8 +26,7 @@ void step(const MoxImage* from, MoxImage* to, bool max) {
         ll m = max ? lowest(from->depth) : highest(from->depth);
         for (int i = 0; i < 9; ++i) {
           unsigned v = 0;
-          EXPECT_EQ(mox::ownGetBorderPixel(from, x + i % 3 - 1, y + i / 3 - 1, c + 1, &v),
-                    mox::kBorderOk);
+          EXPECT_EQ(mox::ownGetBorderPixel(from, x + i % 3 - 1, y + i / 3 - 1, c + 1, &v), mox::kBorderOk);
           m = max ? std::max(m, wrap(from->depth, v)) : std::min(m, wrap(from->depth, v));
         }
         set(to, x, y, c, m);
@@ -48,13 +45,13 @@ TEST(Morph, EveryOperationIsTheStepRepeated) {
   Capture capture;
   for (unsigned depth : {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U, MOX_DEPTH_32S, MOX_DEPTH_8S})
     for (int modes = 0; modes < 6; ++modes)
-      for (int n : {1, 2, 40}) {
-        const Shape shape{depth, depth == MOX_DEPTH_1U ? 1 : 2, 0, 9, 12};
-        for (const Op& op : kOps) {  // one seed: the same bytes, padding included
-          Image src(shape, depth + modes + n), a(shape, depth + modes + n),
-              b(shape, depth + modes + n), dst(shape, depth + modes + n);
-          setModes(src, modes);
-          setModes(a, modes);
+      for (int n : {1, 2, 40})
+        for (const Op& op : kOps) {
+          // one seed: the same bytes, padding included
+          const Shape shape{depth, depth == MOX_DEPTH_1U ? 1 : 2, 0, 9, 12};
+          const unsigned seed = depth + modes + n;
+          Image src(shape, seed), a(shape, seed), b(shape, seed), dst(shape, seed);
+          setModes(src, modes), setModes(a, modes);
           bool max = op.first;
           for (int h = 0; h < op.halves; ++h, max = !max)
             for (int k = 0; k < n; ++k) {
@@ -64,7 +61,6 @@ TEST(Morph, EveryOperationIsTheStepRepeated) {
           op.call(src, dst, n);
           ASSERT_EQ(dst.bytes(), a.bytes()) << op.name << " depth " << depth << " modes " << modes << " n " << n;
         }
-      }
   EXPECT_TRUE(reports().empty());
 }
 
@@ -77,8 +73,7 @@ TEST(Morph, RoiSeesTheWholeImage) {
   moxSetBorderMode(src, MOX_BORDER_REPLICATE, MOX_SIDE_ALL, 0);
   moxSetBorderMode(src, MOX_BORDER_WRAP, MOX_SIDE_LEFT, 0);
   moxOpen(src, whole, 2);
-  src.roi(0, 3, 2, 4, 5);
-  part.roi(0, 3, 2, 4, 5);
+  src.roi(0, 3, 2, 4, 5), part.roi(0, 3, 2, 4, 5);
   moxOpen(src, part, 2);
   for (int y = 2; y < 6; ++y)
     for (int x = 3; x < 8; ++x) want[y * 10 + x] = get(whole, x, y);
@@ -87,15 +82,15 @@ TEST(Morph, RoiSeesTheWholeImage) {
 }
 
 TEST(Morph, ChecksReportTheirTextAndLine) {
-#define S(...) [](MoxImage* s, MoxImage*& d) { (void)s, (void)d; __VA_ARGS__; }
   const struct { void (*spoil)(MoxImage* s, MoxImage*& d); int n, line; const char* text; } cases[] = {
+#define S(...) []([[maybe_unused]] MoxImage* s, [[maybe_unused]] MoxImage*& d) { __VA_ARGS__; }
       {S(), 0, 20, "(nIterations < 1)"},
       {S(d = nullptr), 1, 1, "Image header is null"},
       {S(d->dataOrder = 1), 1, 3, "(srcImage->dataOrder != dstImage->dataOrder)"},
       {S(moxSetBorderMode(s, 8, MOX_SIDE_ALL, 0)), 1, 15,
        "(srcImage->borderMode[0] < MOX_BORDER_CONSTANT || srcImage->borderMode[0] > MOX_BORDER_WRAP)"},
-  };
 #undef S
+  };
   Capture capture;
   for (int i = 0; i < 4; ++i)
     for (const auto& k : cases) {

@@ -90,8 +90,6 @@ inline OpCase opNamed(const std::string& f, int r = 0) {
   throw std::runtime_error(f);
 }
 
-// ---------------------------------------------------------------- layouts
-
 // Images a, b, d of one depth: channels, height, width; ROI (coi, x, y, h, w;
 // h 0: no ROI).
 struct Layout {
@@ -122,23 +120,20 @@ inline std::vector<Layout> layouts(unsigned depth) {
   return v;
 }
 
-// ---------------------------------------------------------------- checks
-
 struct Rect { int x, y, w, h; };
 constexpr Rect kEverywhere{0, 0, INT_MAX, INT_MAX};
 
 // An image's ROI clipped to the image (the whole image without one).
 inline Rect clippedRoi(const MoxImage* im) {
   const MoxROI* r = im->roi;
-  if (!r) return {0, 0, im->width, im->height};
-  return {r->xOffset, r->yOffset, std::clamp(im->width - r->xOffset, 0, r->width), std::clamp(im->height - r->yOffset, 0, r->height)};
+  return r ? Rect{r->xOffset, r->yOffset, std::clamp(im->width - r->xOffset, 0, r->width),
+                  std::clamp(im->height - r->yOffset, 0, r->height)}
+           : Rect{0, 0, im->width, im->height};
 }
 
 // Channel of the k-th value an operation works on at a pixel: the channel of
 // interest alone, else every channel.
-inline int channelOf(const MoxImage* im, int k) {
-  return im->roi && im->roi->coi ? im->roi->coi - 1 : k;
-}
+inline int channelOf(const MoxImage* im, int k) { return im->roi && im->roi->coi ? im->roi->coi - 1 : k; }
 
 inline std::vector<ll> pixels(const MoxImage* d) {
   std::vector<ll> out;
@@ -177,10 +172,8 @@ inline std::vector<ll> expected(const std::vector<MoxImage*>& images, const std:
 
 // The destination's pixels after case c on a, b into d (plain images).
 inline std::vector<ll> expected(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d, Rect limit = kEverywhere) {
-  std::vector<MoxImage*> images;
-  if (c.sources) images.push_back(a);
-  if (c.sources == 2) images.push_back(b);
-  images.push_back(d);
+  std::vector<MoxImage*> images = {a, b, d};
+  images.erase(images.begin() + c.sources, images.end() - 1);
   return expected(images, [&](const ll* v) { return c.ref(d->depth, v[0], v[1], c.value, c.reverse); }, limit);
 }
 

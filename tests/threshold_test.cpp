@@ -1,6 +1,6 @@
 // moxThreshold: every depth at the edges of its range and around the
-// threshold, the layouts of the point operations, in place, tiled runs
-// against plain runs, and every check.
+// threshold, the layouts of the point operations, in place, tiled runs,
+// and every check.
 #include <gtest/gtest.h>
 
 #include "op_cases.h"
@@ -9,13 +9,13 @@ using namespace testimg;
 
 namespace {
 
-const unsigned kThresholdDepths[] = {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_16S,
-                                     MOX_DEPTH_32S};
+const unsigned kThresholdDepths[] = {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S};
 
 ll thresholded(unsigned depth, ll v, ll t) { return v < t ? lowest(depth) : highest(depth); }
 
 }  // namespace
 
+// Edge values in rows long enough for the vector loop and its tail.
 TEST(Threshold, EdgesOfEveryDepth) {
   Capture capture;
   for (unsigned depth : kThresholdDepths) {
@@ -23,42 +23,43 @@ TEST(Threshold, EdgesOfEveryDepth) {
     const ll values[] = {lo, lo + 1, -2, -1, 0, 1, 2, 100, 127, 128, 255, 256, hi - 1, hi};
     for (ll t : {ll(INT_MIN), lo, lo + 1, -1LL, 0LL, 1LL, 128LL, 255LL, 256LL, hi, hi + 1, ll(INT_MAX)}) {
       if (t > INT_MAX) continue;
-      Image s({depth, 1, 0, 1, 14}), d({depth, 1, 0, 1, 14});
-      for (int x = 0; x < 14; ++x) set(s, x, 0, 0, clampTo(depth, values[x]));
+      Image s({depth, 1, 0, 1, 42}), d({depth, 1, 0, 1, 42});
+      for (int x = 0; x < 42; ++x) set(s, x, 0, 0, clampTo(depth, values[x % 14]));
+      const auto want = expected({s, d}, [&](const ll* v) { return thresholded(depth, v[0], t); });
       moxThreshold(s, d, int(t));
-      for (int x = 0; x < 14; ++x)
-        EXPECT_EQ(get(d, x, 0), thresholded(depth, get(s, x, 0), t)) << std::hex << depth << std::dec
-                                                                     << " " << get(s, x, 0) << " " << t;
+      EXPECT_EQ(pixels(d), want) << std::hex << depth << std::dec << " " << t;
     }
   }
   EXPECT_TRUE(reports().empty());
 }
 
 // ROIs of different sizes (the common top-left part), channels of interest,
-// plane order, in place, a long row (the blocks and their tails), and a
-// destination of more than 32 MB in one run (whole rows without padding),
-// written past the caches.
-TEST(Threshold, LayoutsAndInPlace) {
+// plane order, tiled images, in place, and a destination of more than 32 MB
+// in one run (whole rows without padding), written past the caches.
+TEST(Threshold, LayoutsTilesAndInPlace) {
   Capture capture;
   for (unsigned depth : kThresholdDepths)
     for (const Layout& l : layouts(depth))
       for (int t : {0, 7, -300, 40000}) {
-        Image s = l.make(depth, 0), d = l.make(depth, 2);
+        Image s = l.make(depth, 0), d = l.make(depth, 2), out = l.make(depth, 2);
         if (std::string(l.name) == "coi") s.roi(2, 1, 1, 6, 15);  // one channel each
-        if (std::string(l.name) == "coiPlane") d.roi(1, 3, 2, 8, 16);
+        if (std::string(l.name) == "coiPlane") d.roi(1, 3, 2, 8, 16), out.roi(1, 3, 2, 8, 16);
         if (std::string(l.name) == "outside") continue;  // a bad ROI, see the checks
         const auto f = [&](const ll* v) { return thresholded(depth, v[0], t); };
         auto want = expected({s, d}, f);
+        Tiled ts(s, 8, 16);
+        for (MoxImage* src : {+s, +ts}) {
+          Tiled td(d, 16, 8);
+          moxThreshold(src, td, t);
+          td.gather(out);
+          EXPECT_EQ(pixels(out), want) << l.name << " " << t << " " << std::hex << depth << " tiled";
+        }
         moxThreshold(s, d, t);
         EXPECT_EQ(pixels(d), want) << l.name << " " << t << " " << std::hex << depth;
         want = expected({s, s}, f);
         moxThreshold(s, s, t);
         EXPECT_EQ(pixels(s), want) << l.name << " in place";
       }
-  Image wide({MOX_DEPTH_8U, 4, 0, 5, 301}, 3), out({MOX_DEPTH_8U, 4, 0, 5, 301});
-  const auto want = expected({wide, out}, [](const ll* v) { return v[0] < 99 ? 0 : 255; });
-  moxThreshold(wide, out, 99);
-  EXPECT_EQ(pixels(out), want);
   const int roi[5] = {0, 0, 1, 5999, 6000};  // the source's row y goes to row y + 1
   Image s({MOX_DEPTH_8U, 1, 0, 6000, 6000}, 5), d({MOX_DEPTH_8U, 1, 0, 6000, 6000}, 6, roi);
   std::vector<char> large = d.bytes();
@@ -66,38 +67,6 @@ TEST(Threshold, LayoutsAndInPlace) {
     large[i] = static_cast<unsigned char>(s->imageData[i - 6000]) < 17 ? 0 : char(255);
   moxThreshold(s, d, 17);
   EXPECT_TRUE(d.bytes() == large);
-  EXPECT_TRUE(reports().empty());
-}
-
-TEST(Threshold, TiledRunsEqualPlainRuns) {
-  Capture capture;
-  const int rs[5] = {0, 3, 5, 29, 35}, rd[5] = {0, 13, 6, 30, 44};
-  for (unsigned depth : kThresholdDepths)
-    for (int order : {0, 1})
-      for (int both : {0, 1}) {
-        Image s({depth, 3, order, 37, 45}, 21, rs), d({depth, 3, order, 41, 60}, 23, rd),
-            out({depth, 3, order, 41, 60}, 23, rd);
-        Tiled ts(s, 8, 16), td(d, 16, 8);
-        moxThreshold(s, d, 5);
-        moxThreshold(both ? +ts : +s, td, 5);
-        td.gather(out);
-        EXPECT_EQ(pixels(out), pixels(d)) << std::hex << depth << " " << order;
-      }
-  // Call-backs of the source (0) or destination that fail: a null first
-  // tile; a tile kept on release before the next (two across) or at the end.
-  const struct { int image, nullGet, keep, width, line; } cases[] = {
-      {0, 0, -1, 16, 325}, {1, 0, -1, 16, 346}, {0, -1, 0, 16, 319},
-      {1, -1, 0, 16, 340}, {0, -1, 0, 8, 363},  {1, -1, 0, 8, 368},
-  };
-  for (const auto& k : cases) {
-    Image s({MOX_DEPTH_8U, 1, 0, 8, k.width}, 1), d({MOX_DEPTH_8U, 1, 0, 8, k.width}, 2);
-    Tiled ts(s, 8, 8), td(d, 8, 8);
-    Tiled& t = k.image ? td : ts;
-    t.nullOnGet = k.nullGet, t.keepOnRelease = k.keep;
-    moxThreshold(ts, td, 5);
-    expectReport("moxThreshold", std::string(k.image ? "(dst" : "(src") + "Image->tileInfo->tileData " +
-                                     (k.nullGet ? "!=" : "==") + " ((void*)(0)))", k.line, "moxthres");
-  }
   EXPECT_TRUE(reports().empty());
 }
 
@@ -110,8 +79,7 @@ TEST(ThresholdChecks, EveryCheckReportsItsTextAndLine) {
       {SPOIL(d->imageSize = 40), "(dstImage->imageSize < the bytes of dstImage->height rows)", 200},
       {SPOIL(s->depth = MOX_DEPTH_8S), "(srcImage->depth!=dstImage->depth)", 201},
       {SPOIL(s->dataOrder = 1; s->imageSize *= 3), "(srcImage->dataOrder!=dstImage->dataOrder)", 202},
-      {SPOIL(s->depth = d->depth = MOX_DEPTH_1U; s->nChannels = d->nChannels = 1),
-       "(srcImage->depth==1)", 203},
+      {SPOIL(s->depth = d->depth = MOX_DEPTH_1U; s->nChannels = d->nChannels = 1), "(srcImage->depth==1)", 203},
       {SPOIL(s.roi(0, 9, 0, 2, 2)), "The fields of ROI has error", 125},
       {SPOIL(d.roi(0, 0, 4, 2, 2)), "The fields of ROI has error", 125},
       {SPOIL(s.roi(1, 0, 0, 2, 2)), "The mismath of number channels", 129},
@@ -129,5 +97,20 @@ TEST(ThresholdChecks, EveryCheckReportsItsTextAndLine) {
   }
   moxThreshold(nullptr, nullptr, 0);
   expectReport("moxThreshold", "Image header is null", 199, "moxthres");
+  // Call-backs of the source (0) or destination that fail: a null first
+  // tile; a tile kept on release before the next (two across) or at the end.
+  const struct { int image, nullGet, keep, width, line; } tiles[] = {
+      {0, 0, -1, 16, 325}, {1, 0, -1, 16, 346}, {0, -1, 0, 16, 319},
+      {1, -1, 0, 16, 340}, {0, -1, 0, 8, 363},  {1, -1, 0, 8, 368},
+  };
+  for (const auto& k : tiles) {
+    Image s({MOX_DEPTH_8U, 1, 0, 8, k.width}, 1), d({MOX_DEPTH_8U, 1, 0, 8, k.width}, 2);
+    Tiled ts(s, 8, 8), td(d, 8, 8);
+    Tiled& t = k.image ? td : ts;
+    t.nullOnGet = k.nullGet, t.keepOnRelease = k.keep;
+    moxThreshold(ts, td, 5);
+    expectReport("moxThreshold", std::string(k.image ? "(dst" : "(src") + "Image->tileInfo->tileData " +
+                                     (k.nullGet ? "!=" : "==") + " ((void*)(0)))", k.line, "moxthres");
+  }
   EXPECT_TRUE(reports().empty());
 }
