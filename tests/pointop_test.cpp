@@ -1,16 +1,8 @@
-// The point operations (arithmetic, logic, copy, set, exchange): every rule
-// on every depth and layout against a reference, and the checks; the
-// ROI/tile walk (tiled equals plain, tile requests, call-backs that
-// misbehave); and the vector blocks, at each width, against the rules' own
-// per-value arithmetic.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
+// The point operations against references on every depth and layout, their
+// checks, the ROI/tile walk, and the vector blocks of each width against the
+// rules' own per-value arithmetic.
 #include <optional>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "arith/arith.h"
 #include "frame/frame.h"
@@ -139,16 +131,11 @@ TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
       for (bool tiled : {false, true}) {
         Image a = l.make(depth, 0), b = l.make(depth, 2);
         const auto wantB = expected({a, b}, first), wantA = expected({b, a}, first);
-        if (tiled) {
-          Tiled ta(a, 8, 16), tb(b, 16, 8);
-          moxExchange(ta, tb, nullptr);
-          ta.gather(a);
-          tb.gather(b);
-          for (const auto& call : ta.calls) EXPECT_NE(call.mode, MOX_GET_TILE_TO_READ);
-          EXPECT_FALSE(ta.badIndex || tb.badIndex);  // not even for empty rectangles
-        } else {
-          moxExchange(a, b, nullptr);
-        }
+        Tiled ta(a, 8, 16), tb(b, 16, 8);
+        moxExchange(tiled ? +ta : +a, tiled ? +tb : +b, nullptr);
+        if (tiled) ta.gather(a), tb.gather(b);
+        for (const auto& call : ta.calls) EXPECT_NE(call.mode, MOX_GET_TILE_TO_READ);
+        EXPECT_FALSE(ta.badIndex || tb.badIndex);  // not even for empty rectangles
         EXPECT_EQ(std::tie(wantA, wantB), std::make_tuple(pixels(a), pixels(b)))
             << l.name << " tiled " << tiled << " " << std::hex << depth;
       }
@@ -429,7 +416,8 @@ TEST(KernelBlock, EveryRuleAndDepthMatchesTheRule) {
 
 // Runs of every short length, at every start of the destination, apart from
 // the sources, in place, and stored past the caches: every value right and
-// nothing written around the run.
+// nothing written around the run. Long runs are stored past the caches
+// whether or not the destination is marked large.
 template <class Op, class D>
 void everyPlace(const Table& t, const OpArgs& args, const std::string& what) {
   using T = typename D::T;
@@ -463,13 +451,6 @@ TEST(KernelBlock, EveryLengthAndPlaceMatchesTheRule) {
     everyPlace<ar::Subtract, mox::S32>(t, {}, "Subtract");
     everyPlace<ar::XorS, mox::U8>(t, args, "XorS");
     everyPlace<ar::AddS, mox::U16>(t, args, "AddS");
-  }
-}
-
-// Long runs are stored past the caches whether or not the destination is
-// marked large.
-TEST(KernelBlock, LongRunsMatchTheRule) {
-  for (const Table& t : tables()) {
     const std::size_t n = ar::kStreamBytes + 29;
     std::vector<std::uint8_t> a(n), b(n), d(n);
     for (std::size_t j = 0; j < n; ++j)
