@@ -17,20 +17,17 @@ namespace {
 
 using Cx = std::complex<double>;
 using Fft = int(MOX_CALL*)(const MoxImage*, MoxImage*, int, const int*);
+const double kPi = 3.14159265358979323846;
 
 std::vector<Cx> directDft(const std::vector<Cx>& f, int h, int w, int sign) {
-  return separable(f, h, w, [sign](int k, int x, int n) {
-    const double a = 2 * 3.14159265358979323846 * double(ll(k) * x % n) / n;
-    return Cx(std::cos(a), sign * std::sin(a));
-  });
+  return separable(f, h, w, [sign](int k, int x, int n) { return std::polar(1.0, sign * 2 * kPi * double(ll(k) * x % n) / n); });
 }
 
 // Direct orthonormal DCT-II (C_h f C_w^T), or its inverse (C_h^T F C_w).
 std::vector<double> directDct(const std::vector<double>& f, int h, int w, bool inverse) {
   return separable(f, h, w, [inverse](int k, int x, int n) {
     if (inverse) std::swap(k, x);
-    const double pi = 3.14159265358979323846;
-    return std::sqrt((k ? 2.0 : 1.0) / n) * std::cos(pi * (2 * x + 1) * k / (2.0 * n));
+    return std::sqrt((k ? 2.0 : 1.0) / n) * std::cos(kPi * (2 * x + 1) * k / (2.0 * n));
   });
 }
 
@@ -106,8 +103,10 @@ TEST(Transforms, MatchTheDirectTransformsInBothImplementations) {
 }
 
 // Through an integer spectrum and back exactly; through DCT coefficients
-// within one, and the DC term of a bright image saturated in 8S.
-TEST(Transforms, RoundTripsAndSaturation) {
+// within one, and the DC term of a bright image saturated in 8S. A 2x2 FFT:
+// every output a sum or difference of the four samples, rounded and
+// saturated.
+TEST(Transforms, RoundTripsRoundingAndSaturation) {
   for (const Size s : {Size{100, 75}, Size{3, 3}, Size{256, 256}, Size{1, 97}, Size{210, 1}, Size{127, 130}}) {
     Image img({MOX_DEPTH_8U, 1, 0, s.h, s.w}, s.w), spectrum({MOX_DEPTH_32S, 1, 0, s.h, s.w}),
         back({MOX_DEPTH_8U, 1, 0, s.h, s.w});
@@ -123,10 +122,6 @@ TEST(Transforms, RoundTripsAndSaturation) {
   moxDCT2D(img, narrow, MOX_DCT_FORWARD);
   EXPECT_EQ(get(narrow, 0, 0), 127);
   moxDCT2D(nullptr, nullptr, MOX_DCT_FREE);
-}
-
-TEST(Fft2D, ResultsAreRoundedAndSaturated) {
-  // A 2x2 image: every output is a sum or difference of the four samples.
   Image src({MOX_DEPTH_8U, 1, 0, 2, 2}), dst({MOX_DEPTH_8U, 1, 0, 2, 2}), wide({MOX_DEPTH_16S, 1, 0, 2, 2});
   const int v[4] = {0, 100, 50, 200};
   for (int i = 0; i < 4; ++i) set(src, i % 2, i / 2, 0, v[i]);
