@@ -54,8 +54,8 @@ TEST(Arith, EveryRuleOnEveryDepthAndLayoutAndInPlace) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Every check of every operation: its text and line; nothing written.
-TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
+// Every check of every point operation: its text and line; nothing written.
+TEST(PointChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
   // Header lines of srcImageA, srcImageB, dstImage (or srcImage, dstImage);
   // the first source's depth, order and channel lines (the second's follow).
   const struct Lines {
@@ -121,6 +121,19 @@ TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       EXPECT_TRUE(reports().empty());
       EXPECT_EQ(d.bytes(), before) << l.func << " " << text;
     }
+  // The exchange's own checks, and a header check of the set.
+  Image a({MOX_DEPTH_8U, 2, 0, 4, 5}, 1), b({MOX_DEPTH_8U, 2, 0, 4, 5}, 2);
+  const auto beforeA = a.bytes(), beforeB = b.bytes();
+  a.roi(2, 0, 0, 2, 2);
+  moxExchange(a, b, nullptr);
+  expectReport("moxExchange", "(nChA != nChB)", 70);
+  moxExchange(a, nullptr, nullptr);
+  expectReport("moxExchange", "Image header is null", 61);
+  b->align = 2;
+  moxSet(b, 1, nullptr);
+  expectReport("moxSet", "Image align is invalid", 52);
+  EXPECT_TRUE(reports().empty());
+  EXPECT_TRUE(a.bytes() == beforeA && b.bytes() == beforeB);
 }
 
 TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
@@ -140,22 +153,6 @@ TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
             << l.name << " tiled " << tiled << " " << std::hex << depth;
       }
   EXPECT_TRUE(reports().empty());
-}
-
-TEST(Data, ChecksReportAndWriteNothing) {
-  Capture capture;
-  Image a({MOX_DEPTH_8U, 2, 0, 4, 5}, 1), b({MOX_DEPTH_8U, 2, 0, 4, 5}, 2);
-  const auto beforeA = a.bytes(), beforeB = b.bytes();
-  a.roi(2, 0, 0, 2, 2);
-  moxExchange(a, b, nullptr);
-  expectReport("moxExchange", "(nChA != nChB)", 70);
-  moxExchange(a, nullptr, nullptr);
-  expectReport("moxExchange", "Image header is null", 61);
-  b->align = 2;
-  moxSet(b, 1, nullptr);
-  expectReport("moxSet", "Image align is invalid", 52);
-  EXPECT_TRUE(reports().empty());
-  EXPECT_TRUE(a.bytes() == beforeA && b.bytes() == beforeB);
 }
 
 // Tile width and height of a, b, d; 0 = not tiled.
