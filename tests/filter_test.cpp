@@ -133,12 +133,9 @@ ll combine(const std::vector<ll>& r, int method) {
 }
 
 const Kernel kKernels[] = {
-    {{3, 3, 1, 1}, {1, 2, 1, 2, 4, 2, 1, 2, 1}, 4},
-    {{3, 3, 1, 1}, {-1, 0, 1, -2, 0, 2, -1, 0, 1}, 0},
-    {{2, 4, 0, 3}, {7, -3, 0, 5, -9, 2, 1, 1}, 2},
-    {{5, 1, 4, 0}, {1, -1, 3, -7, 11}, 1},
-    {{1, 1, 0, 0}, {-3}, 0},
-    {{3, 2, 2, 1}, {100000, -3, 0, 0, 5, -70000}, 31},
+    {{3, 3, 1, 1}, {1, 2, 1, 2, 4, 2, 1, 2, 1}, 4}, {{3, 3, 1, 1}, {-1, 0, 1, -2, 0, 2, -1, 0, 1}, 0},
+    {{2, 4, 0, 3}, {7, -3, 0, 5, -9, 2, 1, 1}, 2}, {{5, 1, 4, 0}, {1, -1, 3, -7, 11}, 1},
+    {{1, 1, 0, 0}, {-3}, 0}, {{3, 2, 2, 1}, {100000, -3, 0, 0, 5, -70000}, 31},
 };
 
 TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
@@ -163,8 +160,7 @@ TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
                        std::vector<ll> r;
                        for (const Kernel* k : used) r.push_back(convolveAt(src, x, y, c, *k));
                        return combine(r, method);
-                     },
-                     "depth " + std::to_string(depth) + " set " + std::to_string(set[0]) +
+                     }, "depth " + std::to_string(depth) + " set " + std::to_string(set[0]) +
                          " method " + std::to_string(method) + " modes " + std::to_string(modes));
           for (MoxConvKernel* k : ks) moxDeleteConvKernel(k);
         }
@@ -190,8 +186,7 @@ TEST(Filter, SeparableConvolutionRowThenColumn) {
                    [&](int px, int py, int c) {
                      return useY ? (2 * rowAt(px, py, c) + 5 * rowAt(px, py + 1, c) - rowAt(px, py + 2, c)) >> 2
                                  : rowAt(px, py, c);
-                   },
-                   "sep " + std::to_string(which) + " depth " + std::to_string(depth));
+                   }, "sep " + std::to_string(which) + " depth " + std::to_string(depth));
       }
     }
   moxDeleteConvKernel(x);
@@ -269,8 +264,7 @@ TEST(Filter, KernelRecordsAreCopiesAndRefuseBadShapes) {
   MoxConvKernel* k = moxCreateConvKernel(3, 2, 2, 1, values, 5);
   ASSERT_NE(k, nullptr);
   values[0] = 99;
-  int c = 0, r = 0, ax = 0, ay = 0, s = 0;
-  int* v = nullptr;
+  int c = 0, r = 0, ax = 0, ay = 0, s = 0, *v = nullptr;
   moxGetConvKernel(k, &c, &r, &ax, &ay, &v, &s);
   EXPECT_EQ(std::vector<int>({c, r, ax, ay, s}), std::vector<int>({3, 2, 2, 1, 5}));
   EXPECT_EQ(std::vector<int>(v, v + 6), std::vector<int>({1, 2, 3, 4, 5, 6}));
@@ -293,21 +287,15 @@ TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       moxConvolve2D(s, d, ks.empty() ? nullptr : ks.data(), n < 0 ? int(ks.size()) : n, method);
     };
   };
-  auto sep = [](MoxConvKernel* x, MoxConvKernel* y) {
-    return [=](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, x, y); };
-  };
+  auto sep = [](MoxConvKernel* x, MoxConvKernel* y) { return [=](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, x, y); }; };
   int* w = const_cast<int*>(w3);
   MoxConvKernel bad[] = {{3, 0, 1, 1, w, 0}, {3, 3, 3, 1, w, 0}, {3, 3, 1, -1, w, 0},
                          {3, 3, 1, 1, nullptr, 0}, {3, 3, 1, 1, w, 32}};
   static int huge[9] = {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF};
-  MoxConvKernel heavy{3, 3, 1, 1, huge, 0};
-  MoxConvKernel row{3, 1, 0, 0, w, 0}, column{1, 3, 0, 0, w, 0};
+  MoxConvKernel heavy{3, 3, 1, 1, huge, 0}, row{3, 1, 0, 0, w, 0}, column{1, 3, 0, 0, w, 0};
   std::vector<MoxConvKernel*> many(101, &good);
   const struct Case {
-    const char* func;
-    int line;
-    std::function<void(MoxImage*, MoxImage*)> call;
-    const char* text;
+    const char* func; int line; std::function<void(MoxImage*, MoxImage*)> call; const char* text;
     unsigned depth = MOX_DEPTH_8U;
   } cases[] = {
       {"moxConvolve2D", 120, conv({}, 1), "(kernel == NULL)"},

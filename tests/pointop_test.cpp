@@ -310,8 +310,7 @@ std::vector<Table> tables() {
 }
 
 template <class Op, class D>
-constexpr bool kBinary =
-    !std::is_invocable_v<decltype(&Op::template apply<D>), typename D::T, const OpArgs&>;
+constexpr bool kBinary = !std::is_invocable_v<decltype(&Op::template apply<D>), typename D::T, const OpArgs&>;
 
 // The rule's own per-value arithmetic.
 template <class Op, class D, class T>

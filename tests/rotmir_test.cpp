@@ -28,8 +28,7 @@ std::vector<ll> referenceMirror(MoxImage* s, MoxImage* d, int axis) {
     for (int j = 0; j < w; ++j) {
       const int si = axis == 1 ? i : h - 1 - i, sj = axis == 0 ? j : w - 1 - j;
       for (auto [sc, dc] : channelPairs(s, d))
-        out[(size_t(b.y + i) * d->width + b.x + j) * valueChannels(d) + dc] =
-            get(s, a.x + sj, a.y + si, sc);
+        out[(size_t(b.y + i) * d->width + b.x + j) * valueChannels(d) + dc] = get(s, a.x + sj, a.y + si, sc);
     }
   return out;
 }
@@ -145,8 +144,7 @@ const unsigned kRotateDepths[] = {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U};
 // Runs f on plain images and on tiled twins (source, destination, both, or
 // one image in place) and expects the same pixels; ROIs cross tile edges.
 template <class F>
-void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what,
-                            int channels = 3) {
+void expectTiledEqualsPlain(unsigned depth, int order, int tile, const F& f, const char* what, int channels = 3) {
   const int c = depth == MOX_DEPTH_1U ? 1 : channels;
   const int sroi[5] = {0, 5, 3, 33, 30}, droi[5] = {0, 7, 2, 36, 31};
   Image s({depth, c, order, 41, 37}, 31, sroi), want({depth, c, order, 39, 43}, 32, droi);

@@ -27,8 +27,7 @@ std::vector<std::pair<int, int>> channelPairs(const MoxImage* s, const MoxImage*
 
 // The destination after a resampling whose value at destination index
 // (j, i) of the rectangle is f(j, i, source channel); nothing else changes.
-std::vector<ll> resampled(const MoxImage* s, MoxImage* d, const Call& c,
-                          const std::function<ll(ll, ll, int)>& f) {
+std::vector<ll> resampled(const MoxImage* s, MoxImage* d, const Call& c, const std::function<ll(ll, ll, int)>& f) {
   std::vector<ll> out = pixels(d);
   const Span sr = roiOf(s), dr = roiOf(d);
   const ll w = std::min(dr.w, (sr.w * c.xU + c.xL - 1) / c.xL);
@@ -107,8 +106,7 @@ std::vector<ll> decimateReference(const MoxImage* s, MoxImage* d, Call c) {
     const ll x = std::min(px >> 8, r.x + r.w - 1), y = std::min(py >> 8, r.y + r.h - 1);
     const ll fx = px & 255, fy = py & 255;
     auto at = [&](ll dx, ll dy) {
-      return get(s, int(std::clamp(x + dx, r.x, r.x + r.w - 1)),
-                 int(std::clamp(y + dy, r.y, r.y + r.h - 1)), ch);
+      return get(s, int(std::clamp(x + dx, r.x, r.x + r.w - 1)), int(std::clamp(y + dy, r.y, r.y + r.h - 1)), ch);
     };
     if (in == MOX_INTER_NN) return at(0, 0);
     if (in == MOX_INTER_LINEAR)
