@@ -56,9 +56,7 @@ std::vector<ll> zoomReference(const MoxImage* s, MoxImage* d, Call c) {
   const double stepX = double(c.xL) / c.xU, stepY = double(c.yL) / c.yU;
   return resampled(s, d, c, [&](ll j, ll i, int ch) -> ll {
     if (in == MOX_INTER_NN) {
-      const ll x = ((r.x << 14) + j * ll(stepX * 16384)) >> 14;
-      const ll y = ((r.y << 14) + i * ll(stepY * 16384)) >> 14;
-      return get(s, int(x), int(y), ch);
+      return get(s, int(((r.x << 14) + j * ll(stepX * 16384)) >> 14), int(((r.y << 14) + i * ll(stepY * 16384)) >> 14), ch);
     }
     const double px = double(r.x) + double(j) * stepX, py = double(r.y) + double(i) * stepY;
     ll ix = ll(px + 1e-7), iy = ll(py + 1e-7);
@@ -75,10 +73,7 @@ std::vector<ll> zoomReference(const MoxImage* s, MoxImage* d, Call c) {
       const double r0 = row(iy), r1 = row(iy + 1), ty = py - double(iy);
       v = r0 + (r1 - r0) * ty;
     } else {
-      auto centre = [](ll i, ll size) {
-        i = std::min(i, size - 1);
-        return i == 0 ? 1 : i == size - 1 ? i - 2 : i == size - 2 ? i - 1 : i;
-      };
+      auto centre = [](ll i, ll n) { i = std::min(i, n - 1); return i == 0 ? 1 : i == n - 1 ? i - 2 : i == n - 2 ? i - 1 : i; };
       ix = centre(ix, s->width), iy = centre(iy, s->height);
       const float tx = float(px - double(ix));
       auto row = [&](ll y) {
@@ -88,9 +83,7 @@ std::vector<ll> zoomReference(const MoxImage* s, MoxImage* d, Call c) {
       };
       v = newton<double>(row(iy - 1), row(iy), row(iy + 1), row(iy + 2), py - double(iy));
     }
-    v += 1e-7;
-    v = std::clamp(v, -3e9, 3e9);
-    return clampTo(s->depth, ll(v));
+    return clampTo(s->depth, ll(std::clamp(v + 1e-7, -3e9, 3e9)));
   });
 }
 
