@@ -102,10 +102,7 @@ std::vector<ll> referenceRotate(MoxImage* s, MoxImage* d, int angle, int cx, int
 
 // Source and destination shapes of one depth: channels, order, sizes and
 // ROIs (coi, x, y, h, w; h 0: none).
-struct Case {
-  const char* name;
-  int channels, order, sh, sw, dh, dw, sroi[5], droi[5];
-};
+struct Case { const char* name; int channels, order, sh, sw, dh, dw, sroi[5], droi[5]; };
 
 std::vector<Case> cases(unsigned depth) {
   const int c = depth == MOX_DEPTH_1U ? 1 : 3;
@@ -119,13 +116,11 @@ std::vector<Case> cases(unsigned depth) {
       {"one wide channel", 1, 0, 5, 53, 6, 50, {0, 1, 0, 5, 51}, {}},
       {"wide rows", c, 0, 6, 300, 7, 290, {}, {}},
   };
-  if (c == 1) {
-    v.push_back({"bits at odd offsets", 1, 0, 9, 70, 9, 70, {0, 3, 1, 7, 37}, {0, 13, 0, 8, 41}});
-  } else {
-    v.push_back({"coi", 3, 0, 11, 14, 11, 14, {2, 1, 1, 9, 12}, {2, 2, 0, 10, 11}});
-    v.push_back({"coi planes", 4, 1, 11, 14, 11, 14, {3, 1, 1, 9, 12}, {3, 0, 2, 8, 13}});
-    v.push_back({"coi into one channel", 3, 0, 9, 9, 9, 9, {3, 0, 0, 9, 9}, {}});
-  }
+  if (c == 1) v.push_back({"bits at odd offsets", 1, 0, 9, 70, 9, 70, {0, 3, 1, 7, 37}, {0, 13, 0, 8, 41}});
+  else
+    v.insert(v.end(), {Case{"coi", 3, 0, 11, 14, 11, 14, {2, 1, 1, 9, 12}, {2, 2, 0, 10, 11}},
+                       Case{"coi planes", 4, 1, 11, 14, 11, 14, {3, 1, 1, 9, 12}, {3, 0, 2, 8, 13}},
+                       Case{"coi into one channel", 3, 0, 9, 9, 9, 9, {3, 0, 0, 9, 9}, {}}});
   return v;
 }
 
