@@ -1,13 +1,7 @@
 // Convolution, box mean, minimum, maximum and median filters against their
-// windows read through the border routines, on every depth, border mode, box
-// and anchor; tiled, in-place and channel-of-interest runs against plain
-// ones; the checks.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <vector>
+// windows read through the border routines on every depth, border mode, box
+// and anchor; tiled, in-place and channel-of-interest runs; the checks.
+#include <numeric>
 
 #include "image/border.h"
 #include "op_cases.h"
@@ -62,19 +56,10 @@ struct BoxOp {
 };
 
 const BoxOp kBoxOps[] = {
-    {"blur", moxBlur,
-     [](std::vector<ll> v) {
-       ll s = 0;
-       for (ll x : v) s += x;
-       return floorDiv(s + ll(v.size()) / 2, ll(v.size()));
-     }},
+    {"blur", moxBlur, [](std::vector<ll> v) { return floorDiv(std::accumulate(v.begin(), v.end(), ll(v.size()) / 2), ll(v.size())); }},
     {"min", moxMinFilter, [](std::vector<ll> v) { return *std::min_element(v.begin(), v.end()); }},
     {"max", moxMaxFilter, [](std::vector<ll> v) { return *std::max_element(v.begin(), v.end()); }},
-    {"median", moxMedianFilter,
-     [](std::vector<ll> v) {
-       std::sort(v.begin(), v.end());
-       return v[(v.size() - 1) / 2];
-     }},
+    {"median", moxMedianFilter, [](std::vector<ll> v) { std::sort(v.begin(), v.end()); return v[(v.size() - 1) / 2]; }},
 };
 
 // The border settings of the cases: one mode on every side, then mixed
@@ -143,22 +128,19 @@ ll combine(const std::vector<ll>& r, int method) {
     if (method == MOX_MAX || method == MOX_MIN) out = method == MOX_MAX ? std::max(out, v) : std::min(out, v);
   }
   ll root = 0;
-  for (ll bit = 1LL << 31; bit; bit >>= 1) root += (root + bit) * (root + bit) <= out ? bit : 0;
+  for (ll bit = 1LL << 31; bit; bit >>= 1) root += (root + bit) <= out / (root + bit) ? bit : 0;  // no square overflows
   return method == MOX_SUMSQROOT ? root : out;
 }
 
 const Kernel kKernels[] = {
-    {{3, 3, 1, 1}, {1, 2, 1, 2, 4, 2, 1, 2, 1}, 4},
-    {{3, 3, 1, 1}, {-1, 0, 1, -2, 0, 2, -1, 0, 1}, 0},
-    {{2, 4, 0, 3}, {7, -3, 0, 5, -9, 2, 1, 1}, 2},
-    {{5, 1, 4, 0}, {1, -1, 3, -7, 11}, 1},
-    {{1, 1, 0, 0}, {-3}, 0},
-    {{3, 2, 2, 1}, {100000, -3, 0, 0, 5, -70000}, 31},
+    {{3, 3, 1, 1}, {1, 2, 1, 2, 4, 2, 1, 2, 1}, 4}, {{3, 3, 1, 1}, {-1, 0, 1, -2, 0, 2, -1, 0, 1}, 0},
+    {{2, 4, 0, 3}, {7, -3, 0, 5, -9, 2, 1, 1}, 2}, {{5, 1, 4, 0}, {1, -1, 3, -7, 11}, 1},
+    {{1, 1, 0, 0}, {-3}, 0}, {{3, 2, 2, 1}, {100000, -3, 0, 0, 5, -70000}, 31},
 };
 
 TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
   Capture capture;
-  const int sets[][3] = {{0, -1, -1}, {1, -1, -1}, {2, -1, -1}, {5, -1, -1}, {1, 3, -1}, {0, 2, 4}};
+  const std::vector<int> sets[] = {{0}, {1}, {2}, {5}, {1, 3}, {0, 2, 4}};  // rows of kKernels
   for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S})
     for (int modes = 0; modes < kModeCases; ++modes) {
       Image src({depth, 3, 0, 9, 11}, depth * 7 + modes);
@@ -167,21 +149,18 @@ TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
         for (int method = MOX_SUM; method <= MOX_MIN; ++method) {
           std::vector<MoxConvKernel*> ks;
           std::vector<const Kernel*> used;
-          for (int i : set)
-            if (i >= 0) {
-              const Kernel& k = kKernels[i];
-              ks.push_back(moxCreateConvKernel(k.box.nCols, k.box.nRows, k.box.anchorX,
-                                               k.box.anchorY, k.values.data(), k.shift));
-              used.push_back(&k);
-            }
+          for (int i : set) {
+            const Kernel& k = kKernels[i];
+            ks.push_back(moxCreateConvKernel(k.box.nCols, k.box.nRows, k.box.anchorX, k.box.anchorY, k.values.data(), k.shift));
+            used.push_back(&k);
+          }
           Image dst({depth, 3, 0, 9, 11}, 4);
           expectEach(src, dst, [&](MoxImage* d) { moxConvolve2D(src, d, ks.data(), int(ks.size()), method); },
                      [&](int x, int y, int c) {
                        std::vector<ll> r;
                        for (const Kernel* k : used) r.push_back(convolveAt(src, x, y, c, *k));
                        return combine(r, method);
-                     },
-                     "depth " + std::to_string(depth) + " set " + std::to_string(set[0]) +
+                     }, "depth " + std::to_string(depth) + " set " + std::to_string(set[0]) +
                          " method " + std::to_string(method) + " modes " + std::to_string(modes));
           for (MoxConvKernel* k : ks) moxDeleteConvKernel(k);
         }
@@ -189,32 +168,25 @@ TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
   EXPECT_TRUE(reports().empty());
 }
 
+// The row kernel's sums (shifted, not clamped) feed the column kernel.
 TEST(Filter, SeparableConvolutionRowThenColumn) {
   Capture capture;
-  const int xv[] = {1, -4, 6, 3}, yv[] = {2, 5, -1};
-  MoxConvKernel* x = moxCreateConvKernel(4, 1, 2, 0, xv, 1);
-  MoxConvKernel* y = moxCreateConvKernel(1, 3, 0, 0, yv, 2);
+  const Kernel kx{{4, 1, 2, 0}, {1, -4, 6, 3}, 1}, ky{{1, 3, 0, 0}, {2, 5, -1}, 2};
+  MoxConvKernel* x = moxCreateConvKernel(4, 1, 2, 0, kx.values.data(), 1);
+  MoxConvKernel* y = moxCreateConvKernel(1, 3, 0, 0, ky.values.data(), 2);
   for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16S, MOX_DEPTH_32S})
     for (int modes = 0; modes < kModeCases; ++modes) {
       Image src({depth, 2, 1, 9, 10}, depth + modes);
       setModes(src, modes);
-      auto rowAt = [&](int px, int py, int c, bool use) {
-        if (!use) return at(src, px, py, c);
-        ll s = 0;
-        for (int k = 0; k < 4; ++k) s += xv[k] * at(src, px - 2 + k, py, c);
-        return s >> 1;
-      };
       for (int which = 0; which < 4; ++which) {
         const bool useX = which & 1, useY = which & 2;
+        auto rowAt = [&](int px, int py, int c) { return useX ? convolveAt(src, px, py, c, kx) : at(src, px, py, c); };
         Image dst({depth, 2, 1, 9, 10}, 4);
         expectEach(src, dst, [&](MoxImage* d) { moxConvolveSep2D(src, d, useX ? x : nullptr, useY ? y : nullptr); },
                    [&](int px, int py, int c) {
-                     if (!useY) return rowAt(px, py, c, useX);
-                     ll s = 0;
-                     for (int k = 0; k < 3; ++k) s += yv[k] * rowAt(px, py + k, c, useX);
-                     return s >> 2;
-                   },
-                   "sep " + std::to_string(which) + " depth " + std::to_string(depth));
+                     return useY ? (2 * rowAt(px, py, c) + 5 * rowAt(px, py + 1, c) - rowAt(px, py + 2, c)) >> 2
+                                 : rowAt(px, py, c);
+                   }, "sep " + std::to_string(which) + " depth " + std::to_string(depth));
       }
     }
   moxDeleteConvKernel(x);
@@ -222,11 +194,12 @@ TEST(Filter, SeparableConvolutionRowThenColumn) {
   EXPECT_TRUE(reports().empty());
 }
 
-using Run = std::function<void(const MoxImage*, MoxImage*)>;
-
-std::vector<std::pair<const char*, Run>> everyOperation() {
+// Tiled sources and destinations, ROIs, channels of interest and in-place
+// calls give the bits of the plain call.
+TEST(Filter, TiledAndInPlaceEqualPlain) {
+  Capture capture;
   static const int weights[] = {1, -2, 3, 4, 5, -6};
-  return {
+  const std::pair<const char*, void (*)(const MoxImage*, MoxImage*)> ops[] = {
       {"conv", [](const MoxImage* s, MoxImage* d) {
          MoxConvKernel k{3, 2, 2, 1, const_cast<int*>(weights), 1}, *p = &k;
          moxConvolve2D(s, d, &p, 1, MOX_SUM);
@@ -244,54 +217,43 @@ std::vector<std::pair<const char*, Run>> everyOperation() {
       {"open", [](const MoxImage* s, MoxImage* d) { moxOpen(s, d, 2); }},
       {"close", [](const MoxImage* s, MoxImage* d) { moxClose(s, d, 1); }},
   };
-}
-
-// Tiled sources and destinations, ROIs, channels of interest and in-place
-// calls give the bits of the plain call.
-TEST(Filter, TiledAndInPlaceEqualPlain) {
-  Capture capture;
   const int H = 23, W = 29;
   // ROIs (h 0: none) of the source and destination.
-  struct Layout { unsigned depth; int ch, order, srcRoi[5], dstRoi[5]; };
-  const Layout layouts[] = {
+  const struct { unsigned depth; int ch, order, srcRoi[5], dstRoi[5]; } layouts[] = {
       {MOX_DEPTH_8U, 3, 0, {}, {}},
       {MOX_DEPTH_16S, 2, 1, {0, 3, 2, 15, 20}, {0, 5, 6, 17, 19}},
       {MOX_DEPTH_8U, 3, 0, {2, 1, 1, 20, 25}, {3, 0, 2, 20, 25}},
       {MOX_DEPTH_32S, 2, 1, {2, 0, 0, 23, 29}, {1, 0, 0, 23, 29}},
       {MOX_DEPTH_1U, 1, 0, {0, 3, 5, 17, 21}, {}},
   };
-  for (const auto& [name, op] : everyOperation())
-    for (const Layout& l : layouts) {
-      if (l.depth == MOX_DEPTH_1U && (name == std::string("conv") || name == std::string("sep")))
-        continue;
+  for (const auto& [name, op] : ops)
+    for (const auto& l : layouts) {
+      if (l.depth == MOX_DEPTH_1U && (name == std::string("conv") || name == std::string("sep"))) continue;
       const std::string what = std::string(name) + " depth " + std::to_string(l.depth);
-      // Sources of seed 9, destinations of seed 10, with the ROI given.
-      auto make = [&](unsigned seed, const int* roi) {
-        return std::make_unique<Image>(Shape{l.depth, l.ch, l.order, H, W}, seed, roi[3] ? roi : nullptr);
-      };
-      auto src = make(9, l.srcRoi), want = make(10, l.dstRoi), other = make(9, l.srcRoi),
-           back = make(9, l.srcRoi);
-      setModes(*src, 5);
-      op(*src, *want);
+      const Shape sh{l.depth, l.ch, l.order, H, W};
+      const int *sr = l.srcRoi[3] ? l.srcRoi : nullptr, *dr = l.dstRoi[3] ? l.dstRoi : nullptr;
+      Image src(sh, 9, sr), want(sh, 10, dr), other(sh, 9, sr), back(sh, 9, sr);
+      setModes(src, 5);
+      op(src, want);
       for (int tile : {8, 16}) {
-        auto dst = make(10, l.dstRoi), got = make(10, l.dstRoi);
-        Tiled ts(*src, tile, tile), td(*dst, 16, 8);
+        Image dst(sh, 10, dr), got(sh, 10, dr);
+        Tiled ts(src, tile, tile), td(dst, 16, 8);
         setModes(ts, 5);
         op(ts, td);
-        td.gather(*got);
-        EXPECT_EQ(got->bytes(), want->bytes()) << what << " tiled " << tile;
+        td.gather(got);
+        EXPECT_EQ(got.bytes(), want.bytes()) << what << " tiled " << tile;
         EXPECT_EQ(td->tileInfo->tileData, nullptr);
         EXPECT_FALSE(ts.badIndex || td.badIndex);
       }
       // In place: the source is its own destination (same ROI).
-      Tiled tiledSelf(*src, 8, 8);
+      Tiled tiledSelf(src, 8, 8);
       setModes(tiledSelf, 5);
-      op(*src, *other);
-      op(*src, *src);
-      EXPECT_EQ(src->bytes(), other->bytes()) << what << " in place";
+      op(src, other);
+      op(src, src);
+      EXPECT_EQ(src.bytes(), other.bytes()) << what << " in place";
       op(tiledSelf, tiledSelf);
-      tiledSelf.gather(*back);
-      EXPECT_EQ(back->bytes(), other->bytes()) << what << " tiled in place";
+      tiledSelf.gather(back);
+      EXPECT_EQ(back.bytes(), other.bytes()) << what << " tiled in place";
     }
   EXPECT_TRUE(reports().empty());
 }
@@ -302,8 +264,7 @@ TEST(Filter, KernelRecordsAreCopiesAndRefuseBadShapes) {
   MoxConvKernel* k = moxCreateConvKernel(3, 2, 2, 1, values, 5);
   ASSERT_NE(k, nullptr);
   values[0] = 99;
-  int c = 0, r = 0, ax = 0, ay = 0, s = 0;
-  int* v = nullptr;
+  int c = 0, r = 0, ax = 0, ay = 0, s = 0, *v = nullptr;
   moxGetConvKernel(k, &c, &r, &ax, &ay, &v, &s);
   EXPECT_EQ(std::vector<int>({c, r, ax, ay, s}), std::vector<int>({3, 2, 2, 1, 5}));
   EXPECT_EQ(std::vector<int>(v, v + 6), std::vector<int>({1, 2, 3, 4, 5, 6}));
@@ -326,21 +287,15 @@ TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       moxConvolve2D(s, d, ks.empty() ? nullptr : ks.data(), n < 0 ? int(ks.size()) : n, method);
     };
   };
-  auto sep = [](MoxConvKernel* x, MoxConvKernel* y) {
-    return [=](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, x, y); };
-  };
+  auto sep = [](MoxConvKernel* x, MoxConvKernel* y) { return [=](MoxImage* s, MoxImage* d) { moxConvolveSep2D(s, d, x, y); }; };
   int* w = const_cast<int*>(w3);
   MoxConvKernel bad[] = {{3, 0, 1, 1, w, 0}, {3, 3, 3, 1, w, 0}, {3, 3, 1, -1, w, 0},
                          {3, 3, 1, 1, nullptr, 0}, {3, 3, 1, 1, w, 32}};
   static int huge[9] = {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF};
-  MoxConvKernel heavy{3, 3, 1, 1, huge, 0};
-  MoxConvKernel row{3, 1, 0, 0, w, 0}, column{1, 3, 0, 0, w, 0};
+  MoxConvKernel heavy{3, 3, 1, 1, huge, 0}, row{3, 1, 0, 0, w, 0}, column{1, 3, 0, 0, w, 0};
   std::vector<MoxConvKernel*> many(101, &good);
   const struct Case {
-    const char* func;
-    int line;
-    std::function<void(MoxImage*, MoxImage*)> call;
-    const char* text;
+    const char* func; int line; std::function<void(MoxImage*, MoxImage*)> call; const char* text;
     unsigned depth = MOX_DEPTH_8U;
   } cases[] = {
       {"moxConvolve2D", 120, conv({}, 1), "(kernel == NULL)"},

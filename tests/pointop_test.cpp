@@ -1,16 +1,8 @@
-// The point operations (arithmetic, logic, copy, set, exchange): every rule
-// on every depth and layout against a reference, and the checks; the
-// ROI/tile walk (tiled equals plain, tile requests, call-backs that
-// misbehave); and the vector blocks, at each width, against the rules' own
-// per-value arithmetic.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
+// The point operations against references on every depth and layout, their
+// checks, the ROI/tile walk, and the vector blocks of each width against the
+// rules' own per-value arithmetic.
 #include <optional>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "arith/arith.h"
 #include "frame/frame.h"
@@ -62,8 +54,8 @@ TEST(Arith, EveryRuleOnEveryDepthAndLayoutAndInPlace) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Every check of every operation: its text and line; nothing written.
-TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
+// Every check of every point operation: its text and line; nothing written.
+TEST(PointChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
   // Header lines of srcImageA, srcImageB, dstImage (or srcImage, dstImage);
   // the first source's depth, order and channel lines (the second's follow).
   const struct Lines {
@@ -129,34 +121,7 @@ TEST(ArithChecks, EveryCheckReportsItsTextAndLineAndWritesNothing) {
       EXPECT_TRUE(reports().empty());
       EXPECT_EQ(d.bytes(), before) << l.func << " " << text;
     }
-}
-
-TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
-  Capture capture;
-  const auto first = [](const ll* v) { return v[0]; };
-  for (unsigned depth : kDepths)
-    for (const Layout& l : layouts(depth))
-      for (bool tiled : {false, true}) {
-        Image a = l.make(depth, 0), b = l.make(depth, 2);
-        const auto wantB = expected({a, b}, first), wantA = expected({b, a}, first);
-        if (tiled) {
-          Tiled ta(a, 8, 16), tb(b, 16, 8);
-          moxExchange(ta, tb, nullptr);
-          ta.gather(a);
-          tb.gather(b);
-          for (const auto& call : ta.calls) EXPECT_NE(call.mode, MOX_GET_TILE_TO_READ);
-          EXPECT_FALSE(ta.badIndex || tb.badIndex);  // not even for empty rectangles
-        } else {
-          moxExchange(a, b, nullptr);
-        }
-        EXPECT_EQ(std::tie(wantA, wantB), std::make_tuple(pixels(a), pixels(b)))
-            << l.name << " tiled " << tiled << " " << std::hex << depth;
-      }
-  EXPECT_TRUE(reports().empty());
-}
-
-TEST(Data, ChecksReportAndWriteNothing) {
-  Capture capture;
+  // The exchange's own checks, and a header check of the set.
   Image a({MOX_DEPTH_8U, 2, 0, 4, 5}, 1), b({MOX_DEPTH_8U, 2, 0, 4, 5}, 2);
   const auto beforeA = a.bytes(), beforeB = b.bytes();
   a.roi(2, 0, 0, 2, 2);
@@ -169,6 +134,25 @@ TEST(Data, ChecksReportAndWriteNothing) {
   expectReport("moxSet", "Image align is invalid", 52);
   EXPECT_TRUE(reports().empty());
   EXPECT_TRUE(a.bytes() == beforeA && b.bytes() == beforeB);
+}
+
+TEST(Data, ExchangeOnEveryDepthAndLayoutPlainAndTiled) {
+  Capture capture;
+  const auto first = [](const ll* v) { return v[0]; };
+  for (unsigned depth : kDepths)
+    for (const Layout& l : layouts(depth))
+      for (bool tiled : {false, true}) {
+        Image a = l.make(depth, 0), b = l.make(depth, 2);
+        const auto wantB = expected({a, b}, first), wantA = expected({b, a}, first);
+        Tiled ta(a, 8, 16), tb(b, 16, 8);
+        moxExchange(tiled ? +ta : +a, tiled ? +tb : +b, nullptr);
+        if (tiled) ta.gather(a), tb.gather(b);
+        for (const auto& call : ta.calls) EXPECT_NE(call.mode, MOX_GET_TILE_TO_READ);
+        EXPECT_FALSE(ta.badIndex || tb.badIndex);  // not even for empty rectangles
+        EXPECT_EQ(std::tie(wantA, wantB), std::make_tuple(pixels(a), pixels(b)))
+            << l.name << " tiled " << tiled << " " << std::hex << depth;
+      }
+  EXPECT_TRUE(reports().empty());
 }
 
 // Tile width and height of a, b, d; 0 = not tiled.
@@ -326,8 +310,7 @@ std::vector<Table> tables() {
 }
 
 template <class Op, class D>
-constexpr bool kBinary =
-    !std::is_invocable_v<decltype(&Op::template apply<D>), typename D::T, const OpArgs&>;
+constexpr bool kBinary = !std::is_invocable_v<decltype(&Op::template apply<D>), typename D::T, const OpArgs&>;
 
 // The rule's own per-value arithmetic.
 template <class Op, class D, class T>
@@ -429,7 +412,8 @@ TEST(KernelBlock, EveryRuleAndDepthMatchesTheRule) {
 
 // Runs of every short length, at every start of the destination, apart from
 // the sources, in place, and stored past the caches: every value right and
-// nothing written around the run.
+// nothing written around the run. Long runs are stored past the caches
+// whether or not the destination is marked large.
 template <class Op, class D>
 void everyPlace(const Table& t, const OpArgs& args, const std::string& what) {
   using T = typename D::T;
@@ -463,13 +447,6 @@ TEST(KernelBlock, EveryLengthAndPlaceMatchesTheRule) {
     everyPlace<ar::Subtract, mox::S32>(t, {}, "Subtract");
     everyPlace<ar::XorS, mox::U8>(t, args, "XorS");
     everyPlace<ar::AddS, mox::U16>(t, args, "AddS");
-  }
-}
-
-// Long runs are stored past the caches whether or not the destination is
-// marked large.
-TEST(KernelBlock, LongRunsMatchTheRule) {
-  for (const Table& t : tables()) {
     const std::size_t n = ar::kStreamBytes + 29;
     std::vector<std::uint8_t> a(n), b(n), d(n);
     for (std::size_t j = 0; j < n; ++j)

@@ -13,13 +13,8 @@ namespace {
 
 struct Call { int xU, xL, yU, yL, interpolate; };
 
-// An image's clipped ROI in wide integers.
-struct Span { ll x, y, w, h; };
-
-Span roiOf(const MoxImage* im) {
-  const Rect r = clippedRoi(im);
-  return {r.x, r.y, r.w, r.h};
-}
+struct Span { ll x, y, w, h; };  // an image's clipped ROI in wide integers
+Span roiOf(const MoxImage* im) { const Rect r = clippedRoi(im); return {r.x, r.y, r.w, r.h}; }
 
 // (source channel, destination channel) of every value worked on.
 std::vector<std::pair<int, int>> channelPairs(const MoxImage* s, const MoxImage* d) {
@@ -32,8 +27,7 @@ std::vector<std::pair<int, int>> channelPairs(const MoxImage* s, const MoxImage*
 
 // The destination after a resampling whose value at destination index
 // (j, i) of the rectangle is f(j, i, source channel); nothing else changes.
-std::vector<ll> resampled(const MoxImage* s, MoxImage* d, const Call& c,
-                          const std::function<ll(ll, ll, int)>& f) {
+std::vector<ll> resampled(const MoxImage* s, MoxImage* d, const Call& c, const std::function<ll(ll, ll, int)>& f) {
   std::vector<ll> out = pixels(d);
   const Span sr = roiOf(s), dr = roiOf(d);
   const ll w = std::min(dr.w, (sr.w * c.xU + c.xL - 1) / c.xL);
@@ -62,9 +56,7 @@ std::vector<ll> zoomReference(const MoxImage* s, MoxImage* d, Call c) {
   const double stepX = double(c.xL) / c.xU, stepY = double(c.yL) / c.yU;
   return resampled(s, d, c, [&](ll j, ll i, int ch) -> ll {
     if (in == MOX_INTER_NN) {
-      const ll x = ((r.x << 14) + j * ll(stepX * 16384)) >> 14;
-      const ll y = ((r.y << 14) + i * ll(stepY * 16384)) >> 14;
-      return get(s, int(x), int(y), ch);
+      return get(s, int(((r.x << 14) + j * ll(stepX * 16384)) >> 14), int(((r.y << 14) + i * ll(stepY * 16384)) >> 14), ch);
     }
     const double px = double(r.x) + double(j) * stepX, py = double(r.y) + double(i) * stepY;
     ll ix = ll(px + 1e-7), iy = ll(py + 1e-7);
@@ -81,10 +73,7 @@ std::vector<ll> zoomReference(const MoxImage* s, MoxImage* d, Call c) {
       const double r0 = row(iy), r1 = row(iy + 1), ty = py - double(iy);
       v = r0 + (r1 - r0) * ty;
     } else {
-      auto centre = [](ll i, ll size) {
-        i = std::min(i, size - 1);
-        return i == 0 ? 1 : i == size - 1 ? i - 2 : i == size - 2 ? i - 1 : i;
-      };
+      auto centre = [](ll i, ll n) { i = std::min(i, n - 1); return i == 0 ? 1 : i == n - 1 ? i - 2 : i == n - 2 ? i - 1 : i; };
       ix = centre(ix, s->width), iy = centre(iy, s->height);
       const float tx = float(px - double(ix));
       auto row = [&](ll y) {
@@ -94,9 +83,7 @@ std::vector<ll> zoomReference(const MoxImage* s, MoxImage* d, Call c) {
       };
       v = newton<double>(row(iy - 1), row(iy), row(iy + 1), row(iy + 2), py - double(iy));
     }
-    v += 1e-7;
-    v = std::clamp(v, -3e9, 3e9);
-    return clampTo(s->depth, ll(v));
+    return clampTo(s->depth, ll(std::clamp(v + 1e-7, -3e9, 3e9)));
   });
 }
 
@@ -112,8 +99,7 @@ std::vector<ll> decimateReference(const MoxImage* s, MoxImage* d, Call c) {
     const ll x = std::min(px >> 8, r.x + r.w - 1), y = std::min(py >> 8, r.y + r.h - 1);
     const ll fx = px & 255, fy = py & 255;
     auto at = [&](ll dx, ll dy) {
-      return get(s, int(std::clamp(x + dx, r.x, r.x + r.w - 1)),
-                 int(std::clamp(y + dy, r.y, r.y + r.h - 1)), ch);
+      return get(s, int(std::clamp(x + dx, r.x, r.x + r.w - 1)), int(std::clamp(y + dy, r.y, r.y + r.h - 1)), ch);
     };
     if (in == MOX_INTER_NN) return at(0, 0);
     if (in == MOX_INTER_LINEAR)
@@ -155,12 +141,7 @@ void run(const Op& op, const MoxImage* s, MoxImage* d, const Call& c, const int*
 
 // Data order and channels of source and destination, whether they have
 // ROIs, and their channels of interest (1-bit images: one channel, no coi).
-struct Shape {
-  const char* name;
-  int order, srcChannels, dstChannels;
-  bool rois;
-  int srcCoi, dstCoi;
-};
+struct Shape { const char* name; int order, srcChannels, dstChannels; bool rois; int srcCoi, dstCoi; };
 
 const Shape kShapes[] = {
     {"pixel", 0, 3, 3, false, 0, 0}, {"pixel4", 0, 4, 4, true, 0, 0},
@@ -168,19 +149,16 @@ const Shape kShapes[] = {
     {"coi", 0, 3, 1, true, 2, 0},    {"coiPlane", 1, 2, 3, true, 1, 3},
 };
 
-// Source sizes (width x height).
-const int kSizes[][2] = {{1, 1}, {2, 3}, {3, 3}, {5, 7}, {17, 13}};
+const int kSizes[][2] = {{1, 1}, {2, 3}, {3, 3}, {5, 7}, {17, 13}};  // width x height
 
 struct Pair { Image src, dst; };
 
-Pair makePair(const Op& op, unsigned depth, const Shape& l, int w, int h, const Call& c,
-              unsigned seed) {
+Pair makePair(const Op& op, unsigned depth, const Shape& l, int w, int h, const Call& c, unsigned seed) {
   const bool bits = depth == MOX_DEPTH_1U;
   const int cs = bits ? 1 : l.srcChannels, cd = bits ? 1 : l.dstChannels;
   // Room for the whole result and a margin that must stay untouched.
   const int dw = int(ll(w) * c.xU / c.xL) + 3, dh = int(ll(h) * c.yU / c.yL) + 3;
-  int sr[5] = {bits ? 0 : l.srcCoi, w > 2 ? 1 : 0, h > 2 ? 1 : 0, h > 2 ? h - 2 : h,
-               w > 2 ? w - 1 : w};
+  int sr[5] = {bits ? 0 : l.srcCoi, w > 2 ? 1 : 0, h > 2 ? 1 : 0, h > 2 ? h - 2 : h, w > 2 ? w - 1 : w};
   int dr[5] = {bits ? 0 : l.dstCoi, 2, 1, op.enlarges ? dh - 1 : dh / 2, dw - 2};
   const bool rois = l.rois || (!bits && (l.srcCoi || l.dstCoi));
   return Pair{Image({depth, cs, l.order, h, w}, seed, rois ? sr : nullptr),
@@ -188,81 +166,59 @@ Pair makePair(const Op& op, unsigned depth, const Shape& l, int w, int h, const 
 }
 
 // Every factor with every interpolation.
-void checkAgainstReference(const Op& op, const std::vector<unsigned>& depths,
-                           const std::vector<Call>& factors) {
+TEST(ZoomAndDecimate, MatchTheFormulasOnEveryDepthAndLayout) {
   Capture capture;
+  const struct { const Op* op; std::vector<unsigned> depths; std::vector<Call> factors; } ops[] = {
+      {&kZoom, {std::begin(kDepths), std::end(kDepths)}, {{1, 1, 1, 1, 0}, {2, 1, 3, 1, 0}, {3, 2, 5, 3, 0}, {7, 3, 1, 1, 0}}},
+      {&kDecimate, {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U},
+       {{1, 1, 1, 1, 0}, {1, 2, 1, 3, 0}, {2, 3, 2, 3, 0}, {3, 5, 1, 2, 0}, {5, 7, 1, 1, 0}}},
+  };
   unsigned seed = 1;
-  for (unsigned depth : depths)
-    for (const Shape& l : kShapes)
-      for (const auto& size : kSizes)
-        for (Call c : factors)
-          for (c.interpolate = 0; c.interpolate < 3; ++c.interpolate) {
-            if (depth == MOX_DEPTH_1U && l.order == 1) continue;
-            Pair p = makePair(op, depth, l, size[0], size[1], c, seed += 2);
-            const std::vector<ll> want = op.reference(p.src, p.dst, c);
-            run(op, p.src, p.dst, c);
-            ASSERT_TRUE(reports().empty()) << reports()[0].message;
-            ASSERT_EQ(pixels(p.dst), want)
-                << op.name << " depth " << std::hex << depth << std::dec << " " << l.name << " "
-                << size[0] << "x" << size[1] << " x" << c.xU << "/" << c.xL << " y" << c.yU << "/"
-                << c.yL << " inter " << c.interpolate;
-          }
+  for (const auto& [op, depths, factors] : ops)
+    for (unsigned depth : depths)
+      for (const Shape& l : kShapes)
+        for (const auto& size : kSizes)
+          for (Call c : factors)
+            for (c.interpolate = 0; c.interpolate < 3; ++c.interpolate) {
+              if (depth == MOX_DEPTH_1U && l.order == 1) continue;
+              Pair p = makePair(*op, depth, l, size[0], size[1], c, seed += 2);
+              const std::vector<ll> want = op->reference(p.src, p.dst, c);
+              run(*op, p.src, p.dst, c);
+              ASSERT_TRUE(reports().empty()) << reports()[0].message;
+              ASSERT_EQ(pixels(p.dst), want) << op->name << " depth " << std::hex << depth << std::dec << " " << l.name
+                                             << " " << size[0] << "x" << size[1] << " x" << c.xU << "/" << c.xL
+                                             << " y" << c.yU << "/" << c.yL << " inter " << c.interpolate;
+            }
 }
 
-TEST(Zoom, MatchesTheFormulasOnEveryDepthAndLayout) {
-  checkAgainstReference(
-      kZoom, {std::begin(kDepths), std::end(kDepths)},
-      {{1, 1, 1, 1, 0}, {2, 1, 3, 1, 0}, {3, 2, 5, 3, 0}, {7, 3, 1, 1, 0}});
-}
-
-TEST(Decimate, MatchesTheFormulasOnEveryDepthAndLayout) {
-  checkAgainstReference(
-      kDecimate, {MOX_DEPTH_1U, MOX_DEPTH_8U, MOX_DEPTH_16U},
-      {{1, 1, 1, 1, 0}, {1, 2, 1, 3, 0}, {2, 3, 2, 3, 0}, {3, 5, 1, 2, 0}, {5, 7, 1, 1, 0}});
-}
-
-std::vector<ll> rowOf(const MoxImage* d, int n) {
-  std::vector<ll> v;
-  for (int x = 0; x < n; ++x) v.push_back(get(d, x, 0));
-  return v;
-}
-
-// Hand-worked values.
-TEST(Zoom, KnownValues) {
+// Hand-worked values: zoom on rows of 0 100 200 40, decimation on rows of
+// 0 10 20 .. 150; the values from column `first` of row 0.
+TEST(ZoomAndDecimate, KnownValues) {
   Capture capture;
-  Image s({MOX_DEPTH_8U, 1, 0, 4, 4});
-  const int row[4] = {0, 100, 200, 40};
-  for (int i = 0; i < 16; ++i) set(s, i % 4, i / 4, 0, row[i % 4]);
-  Image d({MOX_DEPTH_8U, 1, 0, 4, 8});
-  // Linear x2: halfway values, and the last two columns are 40 and the
-  // extrapolated 40 - 80 clamped to 0 (t = 1 and 1.5 past column 2).
-  moxZoom(s, d, 2, 1, 1, 1, MOX_INTER_LINEAR, nullptr);
-  EXPECT_EQ(rowOf(d, 8), (std::vector<ll>{0, 50, 100, 150, 200, 120, 40, 0}));
-  // Nearest x3/2 in 14-bit steps of 10922 (short of 2/3): columns 0, 0, 1,
-  // 1, 2, 3.
-  moxZoom(s, d, 3, 2, 1, 1, MOX_INTER_NN, nullptr);
-  EXPECT_EQ(rowOf(d, 6), (std::vector<ll>{0, 0, 100, 100, 200, 40}));
-  // Cubic at t = 1/2 between 100 and 200 (samples 0, 100, 200, 40):
-  // (-0 + 9 * 100 + 9 * 200 - 40) / 16 = 166.25.
-  moxZoom(s, d, 2, 1, 1, 1, MOX_INTER_CUBIC, nullptr);
-  EXPECT_EQ(get(d, 3, 0), 166);
-  EXPECT_TRUE(reports().empty());
-}
-
-TEST(Decimate, KnownSamples) {
-  Capture capture;
-  Image s({MOX_DEPTH_8U, 1, 0, 8, 16});
-  for (int i = 0; i < 128; ++i) set(s, i % 16, i / 16, 0, i % 16 * 10);
-  Image d({MOX_DEPTH_8U, 1, 0, 8, 16});
-  // 2:3 nearest: positions d * 384 + 128 take columns 0, 2, 3, 5, 6.
-  moxDecimate(s, d, 2, 3, 1, 1, MOX_INTER_NN, nullptr);
-  EXPECT_EQ(rowOf(d, 5), (std::vector<ll>{0, 20, 30, 50, 60}));
-  // 1:2 is integral on both axes: nearest, columns 0, 2, 4 whatever asked.
-  moxDecimate(s, d, 1, 2, 1, 2, MOX_INTER_CUBIC, nullptr);
-  EXPECT_EQ(rowOf(d, 8), (std::vector<ll>{0, 20, 40, 60, 80, 100, 120, 140}));
-  // 2:3 linear: column 1 sits at 1.5 (fraction 128): 15 exactly.
-  moxDecimate(s, d, 2, 3, 1, 1, MOX_INTER_LINEAR, nullptr);
-  EXPECT_EQ(get(d, 1, 0), 15);
+  const struct { const Op* op; Call c; int first; std::vector<ll> want; } cases[] = {
+      // Linear x2: halfway values; the last two columns are 40 and the
+      // extrapolated 40 - 80 clamped to 0 (t = 1 and 1.5 past column 2).
+      {&kZoom, {2, 1, 1, 1, MOX_INTER_LINEAR}, 0, {0, 50, 100, 150, 200, 120, 40, 0}},
+      // Nearest x3/2 in 14-bit steps of 10922 (short of 2/3): columns 0, 0, 1, 1, 2, 3.
+      {&kZoom, {3, 2, 1, 1, MOX_INTER_NN}, 0, {0, 0, 100, 100, 200, 40}},
+      // Cubic at t = 1/2 between 100 and 200: (-0 + 9 * 100 + 9 * 200 - 40) / 16 = 166.25.
+      {&kZoom, {2, 1, 1, 1, MOX_INTER_CUBIC}, 3, {166}},
+      // 2:3 nearest: positions d * 384 + 128 take columns 0, 2, 3, 5, 6.
+      {&kDecimate, {2, 3, 1, 1, MOX_INTER_NN}, 0, {0, 20, 30, 50, 60}},
+      // 1:2 is integral on both axes: nearest, columns 0, 2, 4 whatever asked.
+      {&kDecimate, {1, 2, 1, 2, MOX_INTER_CUBIC}, 0, {0, 20, 40, 60, 80, 100, 120, 140}},
+      // 2:3 linear: column 1 sits at 1.5 (fraction 128): 15 exactly.
+      {&kDecimate, {2, 3, 1, 1, MOX_INTER_LINEAR}, 1, {15}},
+  };
+  const ll zoomRow[] = {0, 100, 200, 40};
+  for (const auto& k : cases) {
+    const bool zoom = k.op->enlarges;
+    Image s({MOX_DEPTH_8U, 1, 0, zoom ? 4 : 8, zoom ? 4 : 16}), d({MOX_DEPTH_8U, 1, 0, 8, 16});
+    for (int i = 0; i < s->width * s->height; ++i) set(s, i % s->width, i / s->width, 0, zoom ? zoomRow[i % 4] : i % 16 * 10);
+    run(*k.op, s, d, k.c);
+    for (size_t i = 0; i < k.want.size(); ++i)
+      EXPECT_EQ(get(d, k.first + int(i), 0), k.want[i]) << k.op->name << " " << k.c.xU << "/" << k.c.xL << " " << i;
+  }
   EXPECT_TRUE(reports().empty());
 }
 
@@ -296,13 +252,12 @@ TEST(ZoomAndDecimate, PointComputesOnePixel) {
 }
 
 // Tiled sources, destinations and both, with tiles of 8, 24 and 64 pixels
-// and ROIs that cross tile edges, give the plain result.
+// and ROIs that cross tile edges, give the plain result; the tiled runs go
+// under the upward rounding mode, which neither changes the result nor is
+// lost.
 TEST(ZoomAndDecimate, TiledRunsEqualPlainRuns) {
   Capture capture;
-  const struct {
-    unsigned depth;
-    int channels, order;
-  } shapes[] = {{MOX_DEPTH_16U, 3, 1}, {MOX_DEPTH_8U, 3, 0}, {MOX_DEPTH_1U, 1, 0}};
+  const struct { unsigned depth; int channels, order; } shapes[] = {{MOX_DEPTH_16U, 3, 1}, {MOX_DEPTH_8U, 3, 0}, {MOX_DEPTH_1U, 1, 0}};
   for (const Op* op : {&kZoom, &kDecimate})
     for (const auto& sh : shapes)
       for (int tile : {8, 24, 64})
@@ -310,12 +265,14 @@ TEST(ZoomAndDecimate, TiledRunsEqualPlainRuns) {
           for (int in = 0; in < 3; ++in) {
             const Call c = op->enlarges ? Call{7, 3, 5, 2, in} : Call{2, 3, 5, 7, in};
             const int sr[5] = {0, 5, 3, 40, 50}, dr[5] = {0, 6, 9, 100, 110};
-            Image s({sh.depth, sh.channels, sh.order, 50, 60}, 7, sr);
-            Image plain({sh.depth, sh.channels, sh.order, 120, 130}, 8, dr);
-            Image back({sh.depth, sh.channels, sh.order, 120, 130}, 8, dr);
+            Image s({sh.depth, sh.channels, sh.order, 50, 60}, 7, sr), plain({sh.depth, sh.channels, sh.order, 120, 130}, 8, dr),
+                back({sh.depth, sh.channels, sh.order, 120, 130}, 8, dr);
             Tiled ts(s, tile, tile), td(plain, tile, tile);
             run(*op, s, plain, c);
+            ASSERT_EQ(std::fesetround(FE_UPWARD), 0);
             run(*op, tiled & 1 ? +ts : +s, tiled & 2 ? +td : +back, c);
+            EXPECT_EQ(std::fegetround(), FE_UPWARD);
+            std::fesetround(FE_TONEAREST);
             if (tiled & 2) td.gather(back);
             ASSERT_EQ(back.bytes(), plain.bytes())
                 << op->name << " depth " << sh.depth << " tile " << tile << " tiled " << tiled
@@ -325,102 +282,64 @@ TEST(ZoomAndDecimate, TiledRunsEqualPlainRuns) {
   EXPECT_TRUE(reports().empty());
 }
 
-// The caller's rounding mode neither changes the result nor is lost.
-TEST(Zoom, KeepsTheFloatingPointState) {
-  Capture capture;
-  Image s({MOX_DEPTH_16S, 1, 0, 13, 17}, 9), a({MOX_DEPTH_16S, 1, 0, 40, 40}, 1),
-      b({MOX_DEPTH_16S, 1, 0, 40, 40}, 1);
-  for (int in : {MOX_INTER_LINEAR, MOX_INTER_CUBIC}) {
-    moxZoom(s, a, 7, 3, 5, 2, in, nullptr);
-    ASSERT_EQ(std::fesetround(FE_UPWARD), 0);
-    moxZoom(s, b, 7, 3, 5, 2, in, nullptr);
-    EXPECT_EQ(std::fegetround(), FE_UPWARD);
-    std::fesetround(FE_TONEAREST);
-    EXPECT_EQ(a.bytes(), b.bytes());
-  }
-}
+const char kSrcRoiOutside[] = "srcImage->roi->xOffset >= srcImage->width || srcImage->roi->yOffset >= srcImage->height";
+const char kDstRoiOutside[] = "dstImage->roi->xOffset >= dstImage->width || dstImage->roi->yOffset >= dstImage->height";
+const char kDecimateInter[] = "interpolate != MOX_INTER_NN, MOX_INTER_LINEAR or MOX_INTER_CUBIC";
+const char kHeaderNull[] = "Image header is null";
 
-struct CheckCase {
-  std::function<void(Image& s, Image& d)> spoil;
-  Call call;
-  std::vector<std::pair<std::string, int>> reports;  // text and line, in order
-  const char* file = nullptr;
-  unsigned depth = MOX_DEPTH_8U;
-};
-
-void checkReports(const Op& op, const std::vector<CheckCase>& cases) {
+TEST(ZoomAndDecimateChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
+  const Call zoom{2, 1, 2, 1, MOX_INTER_LINEAR}, dec{2, 3, 2, 3, MOX_INTER_LINEAR};
+  const struct {
+    const Op* op; void (*spoil)(Image& s, Image& d); Call call;
+    std::vector<std::pair<std::string, int>> reports;  // text and line, in order
+    const char* file = nullptr; unsigned depth = MOX_DEPTH_8U;
+  } cases[] = {
+      {&kZoom, SPOIL(s->headerSize = 0), zoom, {{kHeaderNull, 494}}},
+      {&kZoom, SPOIL(d->headerSize = 0), zoom, {{kHeaderNull, 495}}},
+      {&kZoom, SPOIL(s->align = 3), zoom, {{"Image align is invalid", 494}}},
+      {&kZoom, SPOIL(), {2, 1, 2, 1, 3},
+       {{"interpolate != MOX_INTER_NN && interpolate != MOX_INTER_LINEAR && interpolate != MOX_INTER_CUBIC", 501}}},
+      {&kZoom, SPOIL(d->depth = MOX_DEPTH_8S), zoom, {{"srcImage->depth != dstImage->depth", 502}}},
+      {&kZoom, SPOIL(d->dataOrder = 1), zoom, {{"srcImage->dataOrder != dstImage->dataOrder", 503}}},
+      {&kZoom, SPOIL(), {0, 1, 2, 1, 0}, {{"xU <= 0 || xL <= 0", 504}}},
+      {&kZoom, SPOIL(), {1, -1, 2, 1, 0}, {{"xU <= 0 || xL <= 0", 504}}},
+      {&kZoom, SPOIL(), {2, 1, 2, 0, 0}, {{"yU <= 0 || yL <= 0", 505}}},
+      {&kZoom, SPOIL(), {1, 2, 1, 1, 0}, {{"xU < xL || yU < yL", 506}}},
+      {&kZoom, SPOIL(), {3, 3, 2, 3, 0}, {{"xU < xL || yU < yL", 506}}},
+      {&kZoom, SPOIL(s.roi(0, 10, 0, 3, 3)), zoom, {{kSrcRoiOutside, 507}}},
+      {&kZoom, SPOIL(d.roi(0, 0, 30, 3, 3)), zoom, {{kDstRoiOutside, 508}}},
+      {&kZoom, SPOIL(d.roi(2, 0, 0, 3, 3); s.roi(0, 0, 0, 3, 3)), zoom, {{"nChSrc != nChDst", 509}}},
+      {&kZoom, SPOIL(s->widthStep = 8), zoom, {{"(srcImage->widthStep < the bytes of srcImage->width pixels)", 494}}},
+      {&kDecimate, SPOIL(s->headerSize = 0), dec, {{kHeaderNull, 91}}},
+      {&kDecimate, SPOIL(d->headerSize = 0), dec, {{kHeaderNull, 92}}},
+      {&kDecimate, SPOIL(d->depth = MOX_DEPTH_16U), dec, {{"srcImage->depth != dstImage->depth", 93}}},
+      {&kDecimate, SPOIL(d->origin = 1), dec, {{"srcImage->origin != dstImage->origin", 94}}},
+      {&kDecimate, SPOIL(d->dataOrder = 1), dec, {{"srcImage->dataOrder != dstImage->dataOrder", 95}}},
+      {&kDecimate, SPOIL(), {2, 3, 2, 3, -1}, {{kDecimateInter, 101}}},
+      // Every failing check from the depths on reports.
+      {&kDecimate, SPOIL(d->origin = 1), {0, 0, 0, 0, 7},
+       {{"srcImage->origin != dstImage->origin", 94}, {kDecimateInter, 101}, {"xU <= 0", 106}, {"xL <= 0", 107},
+        {"yU <= 0", 108}, {"yL <= 0", 109}}},
+      {&kDecimate, SPOIL(), {3, 2, 5, 4, 0}, {{"xU > xL", 111}, {"yU > yL", 112}}},
+      {&kDecimate, SPOIL(), dec, {{"srcImage->depth is wrong", 375}}, "owndecim", MOX_DEPTH_16S},
+      {&kDecimate, SPOIL(), dec, {{"srcImage->depth is wrong", 375}}, "owndecim", MOX_DEPTH_8S},
+      {&kDecimate, SPOIL(), dec, {{"srcImage->depth is wrong", 375}}, "owndecim", MOX_DEPTH_32S},
+      {&kDecimate, SPOIL(s.roi(0, 0, 12, 3, 3)), dec, {{kSrcRoiOutside, 113}}},
+      {&kDecimate, SPOIL(d.roi(0, 30, 0, 3, 3)), dec, {{kDstRoiOutside, 114}}},
+      {&kDecimate, SPOIL(s.roi(1, 0, 0, 3, 3)), dec, {{"nChSrc != nChDst", 115}}},
+  };
   Capture capture;
-  for (const CheckCase& k : cases) {
+  for (const auto& k : cases) {
     Image s({k.depth, 3, 0, 12, 10}, 1), d({k.depth, 3, 0, 30, 30}, 2);
     k.spoil(s, d);
     const std::vector<char> before = d.bytes();
-    MoxImage* src = s->headerSize ? +s : nullptr;
-    MoxImage* dst = d->headerSize ? +d : nullptr;
-    op.run(src, dst, k.call.xU, k.call.xL, k.call.yU, k.call.yL, k.call.interpolate, nullptr);
+    run(*k.op, s->headerSize ? +s : nullptr, d->headerSize ? +d : nullptr, k.call);
     s->headerSize = d->headerSize = int(sizeof(MoxImage));
-    for (const auto& [text, line] : k.reports) expectReport(op.name, text, line, k.file);
+    for (const auto& [text, line] : k.reports) expectReport(k.op->name, text, line, k.file);
     EXPECT_TRUE(reports().empty()) << k.reports[0].first;
     reports().clear();
     EXPECT_EQ(d.bytes(), before) << k.reports[0].first;
   }
-}
-
-const char kSrcRoiOutside[] =
-    "srcImage->roi->xOffset >= srcImage->width || srcImage->roi->yOffset >= srcImage->height";
-const char kDstRoiOutside[] =
-    "dstImage->roi->xOffset >= dstImage->width || dstImage->roi->yOffset >= dstImage->height";
-const char kDecimateInter[] = "interpolate != MOX_INTER_NN, MOX_INTER_LINEAR or MOX_INTER_CUBIC";
-
-TEST(ZoomChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
-  const Call ok{2, 1, 2, 1, MOX_INTER_LINEAR};
-  checkReports(
-      kZoom,
-      {
-          {SPOIL(s->headerSize = 0), ok, {{"Image header is null", 494}}},
-          {SPOIL(d->headerSize = 0), ok, {{"Image header is null", 495}}},
-          {SPOIL(s->align = 3), ok, {{"Image align is invalid", 494}}},
-          {SPOIL(), {2, 1, 2, 1, 3},
-           {{"interpolate != MOX_INTER_NN && interpolate != MOX_INTER_LINEAR && interpolate != "
-             "MOX_INTER_CUBIC", 501}}},
-          {SPOIL(d->depth = MOX_DEPTH_8S), ok, {{"srcImage->depth != dstImage->depth", 502}}},
-          {SPOIL(d->dataOrder = 1), ok, {{"srcImage->dataOrder != dstImage->dataOrder", 503}}},
-          {SPOIL(), {0, 1, 2, 1, 0}, {{"xU <= 0 || xL <= 0", 504}}},
-          {SPOIL(), {1, -1, 2, 1, 0}, {{"xU <= 0 || xL <= 0", 504}}},
-          {SPOIL(), {2, 1, 2, 0, 0}, {{"yU <= 0 || yL <= 0", 505}}},
-          {SPOIL(), {1, 2, 1, 1, 0}, {{"xU < xL || yU < yL", 506}}},
-          {SPOIL(), {3, 3, 2, 3, 0}, {{"xU < xL || yU < yL", 506}}},
-          {SPOIL(s.roi(0, 10, 0, 3, 3)), ok, {{kSrcRoiOutside, 507}}},
-          {SPOIL(d.roi(0, 0, 30, 3, 3)), ok, {{kDstRoiOutside, 508}}},
-          {SPOIL(d.roi(2, 0, 0, 3, 3); s.roi(0, 0, 0, 3, 3)), ok, {{"nChSrc != nChDst", 509}}},
-          {SPOIL(s->widthStep = 8), ok,
-           {{"(srcImage->widthStep < the bytes of srcImage->width pixels)", 494}}},
-      });
-}
-
-TEST(DecimateChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
-  const Call ok{2, 3, 2, 3, MOX_INTER_LINEAR};
-  checkReports(
-      kDecimate,
-      {
-          {SPOIL(s->headerSize = 0), ok, {{"Image header is null", 91}}},
-          {SPOIL(d->headerSize = 0), ok, {{"Image header is null", 92}}},
-          {SPOIL(d->depth = MOX_DEPTH_16U), ok, {{"srcImage->depth != dstImage->depth", 93}}},
-          {SPOIL(d->origin = 1), ok, {{"srcImage->origin != dstImage->origin", 94}}},
-          {SPOIL(d->dataOrder = 1), ok, {{"srcImage->dataOrder != dstImage->dataOrder", 95}}},
-          {SPOIL(), {2, 3, 2, 3, -1}, {{kDecimateInter, 101}}},
-          // Every failing check from the depths on reports.
-          {SPOIL(d->origin = 1), {0, 0, 0, 0, 7},
-           {{"srcImage->origin != dstImage->origin", 94},
-            {kDecimateInter, 101}, {"xU <= 0", 106}, {"xL <= 0", 107}, {"yU <= 0", 108},
-            {"yL <= 0", 109}}},
-          {SPOIL(), {3, 2, 5, 4, 0}, {{"xU > xL", 111}, {"yU > yL", 112}}},
-          {SPOIL(), ok, {{"srcImage->depth is wrong", 375}}, "owndecim", MOX_DEPTH_16S},
-          {SPOIL(), ok, {{"srcImage->depth is wrong", 375}}, "owndecim", MOX_DEPTH_8S},
-          {SPOIL(), ok, {{"srcImage->depth is wrong", 375}}, "owndecim", MOX_DEPTH_32S},
-          {SPOIL(s.roi(0, 0, 12, 3, 3)), ok, {{kSrcRoiOutside, 113}}},
-          {SPOIL(d.roi(0, 30, 0, 3, 3)), ok, {{kDstRoiOutside, 114}}},
-          {SPOIL(s.roi(1, 0, 0, 3, 3)), ok, {{"nChSrc != nChDst", 115}}},
-      });
 }
 
 // A call-back that hands out no tile stops the work with the operation's
@@ -428,21 +347,13 @@ TEST(DecimateChecks, EachCheckReportsItsTextAndLineAndWritesNothing) {
 TEST(ZoomAndDecimateChecks, TilesWithoutData) {
   Capture capture;
   const char* const kNoTile = "Error get tile to write";
-  const struct {
-    const Op* op;
-    Call call;
-    bool source, both;
-    int status, line;
-    const char *text, *file;
-  } cases[] = {
+  const struct { const Op* op; Call call; bool source, both; int status, line; const char *text, *file; } cases[] = {
       {&kZoom, {2, 1, 2, 1, 1}, false, false, MOX_StsUnknownError, 1031, kNoTile, "moxZoom"},
       {&kZoom, {2, 1, 2, 1, 1}, false, true, MOX_StsUnknownError, 658, kNoTile, "moxZoom"},
-      {&kZoom, {2, 1, 2, 1, 1}, true, false, MOX_StsBadArgument, 709,
-       "(srcImage->tileInfo->tileData == ((void*)(0)))", "moxZoom"},
-      {&kDecimate, {1, 2, 2, 3, 1}, false, false, MOX_StsInternalError, 390,
-       "dstImage->tileInfo->callBack crash", "owndecim"},
-      {&kDecimate, {1, 2, 2, 3, 1}, true, true, MOX_StsInternalError, 385,
-       "srcImage->tileInfo->callBack crash", "owndecim"},
+      {&kZoom, {2, 1, 2, 1, 1}, true, false, MOX_StsBadArgument, 709, "(srcImage->tileInfo->tileData == ((void*)(0)))",
+       "moxZoom"},
+      {&kDecimate, {1, 2, 2, 3, 1}, false, false, MOX_StsInternalError, 390, "dstImage->tileInfo->callBack crash", "owndecim"},
+      {&kDecimate, {1, 2, 2, 3, 1}, true, true, MOX_StsInternalError, 385, "srcImage->tileInfo->callBack crash", "owndecim"},
   };
   for (const auto& k : cases) {
     Image s({MOX_DEPTH_8U, 1, 0, 40, 40}, 1), plain({MOX_DEPTH_8U, 1, 0, 40, 40}, 2);
@@ -452,8 +363,7 @@ TEST(ZoomAndDecimateChecks, TilesWithoutData) {
     ASSERT_EQ(reports().size(), 1u) << k.text;
     const Report r = reports()[0];
     EXPECT_EQ(std::tie(r.status, r.func, r.message, r.file, r.line),
-              std::make_tuple(k.status, std::string(k.op->name), std::string(k.text),
-                              std::string(k.file), k.line));
+              std::make_tuple(k.status, std::string(k.op->name), std::string(k.text), std::string(k.file), k.line));
     reports().clear();
   }
 }
