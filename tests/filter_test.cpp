@@ -143,7 +143,7 @@ ll combine(const std::vector<ll>& r, int method) {
     if (method == MOX_MAX || method == MOX_MIN) out = method == MOX_MAX ? std::max(out, v) : std::min(out, v);
   }
   ll root = 0;
-  for (ll bit = 1LL << 31; bit; bit >>= 1) root += (root + bit) * (root + bit) <= out ? bit : 0;
+  for (ll bit = 1LL << 31; bit; bit >>= 1) root += root + bit <= out / (root + bit) ? bit : 0;  // a * a <= out
   return method == MOX_SUMSQROOT ? root : out;
 }
 
