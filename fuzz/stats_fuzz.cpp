@@ -9,7 +9,8 @@
 
 namespace {
 
-// Up to four lookup tables whose arrays are as long as their bin count says.
+// Up to four lookup tables whose arrays are as long as their bin count says
+// (one key more than bins).
 struct Tables {
   MoxLUT lut[4];
   MoxLUT* list[4];
@@ -17,8 +18,10 @@ struct Tables {
 
   void make(FuzzedDataProvider& in, fuzz::ImageMaker& maker) {
     for (int c = 0; c < 4; ++c) {
-      const int num = maker.smallInt(-1, 40);
-      const std::size_t n = num > 0 && num <= 70000 ? static_cast<std::size_t>(num) + 1 : 1;
+      // Counts past 70000 become 70001: still more than any 8- or 16-bit
+      // image holds, and every key the library may read is allocated.
+      const int num = std::min(maker.smallInt(-1, 40), 70001);
+      const std::size_t n = num > 0 ? static_cast<std::size_t>(num) + 1 : 1;
       key[c].resize(n), value[c].resize(n), factor[c].resize(n);
       long long at = maker.smallInt(-300, 300);
       for (std::size_t i = 0; i < n; ++i) {

@@ -66,10 +66,14 @@ struct Freer {
 };
 using Buffer = std::unique_ptr<char, Freer>;
 
-// A block of `bytes` (null when it does not fit in 32 bits or cannot be had).
+// A zeroed block of `bytes` (null when it does not fit in 32 bits or cannot
+// be had). Zeroed, because 1-bit rows copied into it leave the spare bits of
+// their last byte unwritten, and the bit reversal looks whole bytes up.
 inline Buffer allocate(long long bytes) {
   if (bytes <= 0 || bytes > 0x7fffffff) return nullptr;
-  return Buffer(static_cast<char*>(moxMalloc(static_cast<int>(bytes))));
+  Buffer block(static_cast<char*>(moxMalloc(static_cast<int>(bytes))));
+  if (block) std::memset(block.get(), 0, static_cast<std::size_t>(bytes));
+  return block;
 }
 
 // Bytes of one row of the view's rectangle (all planes in plane order).

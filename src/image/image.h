@@ -16,6 +16,11 @@ bool isValidDepth(unsigned depth);
 bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOrder, int align,
                 int* widthStep, int* imageSize);
 
+// Bytes of `width` pixels of `channels` values of `bits` bits each, rounded
+// up to whole bytes; -1 when they pass INT_MAX (or a count is not positive),
+// so that no product leaves 64 bits whatever a header holds.
+long long pixelRowBytes(long long width, unsigned bits, long long channels);
+
 // The creation check of a header's own fields (0 = good).
 unsigned creationFaults(const MoxImage* image);
 

@@ -43,6 +43,13 @@ bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOr
   return true;
 }
 
+long long pixelRowBytes(long long width, unsigned bits, long long channels) {
+  if (width <= 0 || bits == 0 || channels <= 0) return -1;
+  const long long pixelBits = channels * bits;  // at most 2^31 x 32
+  if (width > 8LL * INT_MAX / pixelBits) return -1;
+  return (width * pixelBits + 7) / 8;
+}
+
 unsigned creationFaults(const MoxImage* image) {
   unsigned faults = 0;
   if (image->nChannels <= 0) faults |= 0x1;

@@ -180,6 +180,9 @@ bool SourceReader::read(int x, int y, int w, int h, View* out) {
   if (bytes > capacity_) {
     char* grown = static_cast<char*>(std::realloc(scratch_, static_cast<std::size_t>(bytes)));
     if (!grown) return fail(kBorderOk, sites_.memoryLine);
+    // Row padding and the spare bits of 1-bit rows are never written by a
+    // read; zeroed once, no result can depend on what the heap held.
+    std::memset(grown + capacity_, 0, static_cast<std::size_t>(bytes - capacity_));
     scratch_ = grown;
     capacity_ = bytes;
   }

@@ -253,7 +253,10 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
     }
   }
   const MoxImage* d = parts_[n_ - 1].image;
-  large_ = w_ * h_ * workChannels(d) * depthBits(d->depth) / 8 >= kLargeBytes;
+  // w x h x bits / 8 >= kLargeBytes, asked without the product (a tiled
+  // image may be 2^31 wide and high with 2^31 channels).
+  const i64 pixelBits = i64(workChannels(d)) * depthBits(d->depth);
+  large_ = w_ * h_ >= (8 * kLargeBytes + pixelBits - 1) / std::max<i64>(pixelBits, 1);
   if (mapping && plan_.pointMapping && !cutToPoint(mapping)) return true;
   View views[kMaxWalkImages];
   if (!tiled) {
@@ -378,12 +381,16 @@ bool badLayout(const MoxImage* image, const char* name, const Site& at) {
                     image->align, &step, &size))
       pattern = "(%s->tileInfo->width * %s->tileInfo->height is too large)";
   } else {
+    // Rows past the first must fit in what the block holds after the last
+    // row's pixels: (rows - 1) x step <= size - row bytes, asked by division
+    // so that nothing overflows (step > 0 after the header check).
     const bool plane = image->dataOrder == 1;
-    const i64 rowBytes = (i64(image->width) * bits * (plane ? 1 : image->nChannels) + 7) / 8;
+    const i64 rowBytes = pixelRowBytes(image->width, bits, plane ? 1 : image->nChannels);
     const i64 rows = i64(image->height) * (plane ? image->nChannels : 1);
-    if (image->widthStep < rowBytes)
+    if (rowBytes < 0 || image->widthStep < rowBytes)
       pattern = "(%s->widthStep < the bytes of %s->width pixels)";
-    else if (i64(image->widthStep) * (rows - 1) + rowBytes > image->imageSize)
+    else if (image->imageSize < rowBytes ||
+             rows - 1 > (image->imageSize - rowBytes) / image->widthStep)
       pattern = "(%s->imageSize < the bytes of %s->height rows)";
   }
   if (!pattern) return false;

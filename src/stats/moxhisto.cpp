@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdio>
 #include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <vector>
 
@@ -70,6 +71,14 @@ bool tooManyValues(const MoxImage* im, const Site& at) {
   long long w = im->width, h = im->height;
   if (const MoxROI* r = im->roi) w = std::min<long long>(r->width, w), h = std::min<long long>(r->height, h);
   return failsLut(w * h > INT_MAX, at, "(srcImage ROI width * height > INT_MAX)");
+}
+
+// Entries of `channels` tables of `range` values of `bytes` each. Past 2^31
+// bytes (which many channels of 16-bit values reach) they are refused as
+// out of memory on every build alike, before a size_t of 32 bits could wrap.
+std::size_t tableEntries(long long channels, long long range, long long bytes) {
+  if (channels * range * bytes > INT_MAX) throw std::bad_alloc();
+  return static_cast<std::size_t>(channels * range);
 }
 
 // ---------------------------------------------------------------- counting
@@ -162,7 +171,7 @@ bool countBins(const MoxImage* im, MoxLUT* const* lut, const WalkPlan& plan,
     k.range = 1LL << depthBits(im->depth);
     k.sub = depthBits(im->depth) == 8 ? 4 : 1;
     // every channel's counts: at most 4 x 256 or 65536 per channel
-    k.table.assign(std::size_t(channels) * k.sub * std::size_t(k.range), 0);
+    k.table.assign(tableEntries(channels, k.sub * k.range, sizeof(std::uint32_t)), 0);
   }
   const WalkImage images[1] = {{im, "srcImage", false}};
   const CountRun run{&k};
@@ -273,7 +282,7 @@ void runMaps(const OpTable& t, const MoxImage* src, MoxImage* dst,
     using T = typename D::T;
     if constexpr (D::bits < 32) {
       run.range = 1LL << D::bits;
-      tables.resize(std::size_t(channels) * std::size_t(run.range) * sizeof(T));
+      tables.resize(tableEntries(channels, run.range, sizeof(T)) * sizeof(T));
       T* out = reinterpret_cast<T*>(tables.data());
       for (int c = 0; c < channels; ++c)
         for (long long v = 0; v < run.range; ++v)
@@ -380,6 +389,8 @@ void guarded(const char* func, int line, F run) {
   try {
     run();
   } catch (const std::bad_alloc&) {
+    report(Site{func, kFile, line}, "Out of memory", MOX_StsOutOfMemory);
+  } catch (const std::length_error&) {  // beyond what a vector may hold (32-bit builds)
     report(Site{func, kFile, line}, "Out of memory", MOX_StsOutOfMemory);
   }
 }

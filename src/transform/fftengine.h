@@ -41,7 +41,8 @@ class Stream {
 };
 
 // The scratch and tables of one thread. Building tables may throw
-// std::bad_alloc; the callers catch it at their boundary.
+// std::bad_alloc (or std::length_error, past what a vector holds on 32-bit
+// builds); the callers catch both at their boundary.
 class Engine {
  public:
   Engine();

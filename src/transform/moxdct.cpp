@@ -2,6 +2,7 @@
 // ROI of two images, channel by channel, rounded and saturated to the
 // destination's depth. Tables belong to the calling thread.
 #include <new>
+#include <stdexcept>
 
 #include "fftengine.h"
 #include "planes.h"
@@ -78,6 +79,7 @@ extern "C" MOX_API void MOX_CALL moxDCT2D(const MoxImage* srcImage, MoxImage* ds
     }
     done = true;
   } catch (const std::bad_alloc&) {
+  } catch (const std::length_error&) {  // past what a vector holds (32-bit builds)
   }
   if (!done || !(flags & MOX_DCT_SAVE)) engine.release();
   if (!done) mox::report(at(90), "Out of memory", MOX_StsOutOfMemory);

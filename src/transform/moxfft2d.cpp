@@ -2,6 +2,7 @@
 // from one (moxCcsFft2D). Both run either direction; the work set-up and the
 // tables belong to the calling thread.
 #include <new>
+#include <stdexcept>
 
 #include "fftengine.h"
 #include "planes.h"
@@ -107,6 +108,8 @@ bool runChannels(Engine& engine, const Setup& su, bool fromPacked, const MoxImag
     }
     return true;
   } catch (const std::bad_alloc&) {
+    return false;
+  } catch (const std::length_error&) {  // past what a vector holds (32-bit builds)
     return false;
   }
 }

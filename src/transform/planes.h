@@ -37,13 +37,14 @@ inline bool transformDepth(unsigned depth) {
 
 // True when the header's row step and block size hold every row it claims
 // (so that reading any rectangle inside the image stays inside the block).
+// Both asked without products that could leave 64 bits.
 inline bool layoutHolds(const MoxImage* image) {
-  const long long bytes = depthBytes(image->depth);
-  const long long row = image->dataOrder == 0 ? bytes * image->width * image->nChannels
-                                              : bytes * image->width;
-  const long long planes = image->dataOrder == 0 ? 1 : image->nChannels;
-  return image->widthStep >= row &&
-         static_cast<long long>(image->widthStep) * image->height * planes <= image->imageSize;
+  const long long row = pixelRowBytes(image->width, depthBits(image->depth),
+                                      image->dataOrder == 0 ? image->nChannels : 1);
+  const long long rows =
+      static_cast<long long>(image->height) * (image->dataOrder == 0 ? 1 : image->nChannels);
+  return row >= 0 && image->widthStep >= row && image->widthStep > 0 &&
+         rows <= image->imageSize / image->widthStep;
 }
 
 // Where channel `channel` (0-based) of row y of the rectangle starts, and the
