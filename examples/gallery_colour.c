@@ -114,17 +114,21 @@ const GalleryEntry galleryColour[] = {
      "moxColorToGray(photo, dst, NULL)", "moxpx colortogray photo.bmp out.bmp", grey},
     {"gray-to-color-warm", "Grey tinted warm: R, G, B = grey times 1.0, 0.8, 0.55",
      "moxGrayToColor(gray, dst, 1.0f, 0.8f, 0.55f, NULL)",
-     "moxpx graytocolor --fractR 1.0 --fractG 0.8 --fractB 0.55 gray.bmp out.bmp", tinted},
+     "moxpx colortogray photo.bmp gray.bmp && "
+     "moxpx graytocolor --fractR 1.0 --fractG 0.8 --fractB 0.55 gray.bmp out.bmp",
+     tinted},
     {"rgb2hsv-hue", "Hue of HSV (0..179, half degrees)", "moxRGB2HSV(photo, dst, NULL)",
-     "moxpx rgb2hsv photo.bmp out.bmp", hue},
+     "moxpx rgb2hsv --channel 1 photo.bmp out.bmp", hue},
     {"rgb2hsv-saturation", "Saturation of HSV", "moxRGB2HSV(photo, dst, NULL)",
-     "moxpx rgb2hsv photo.bmp out.bmp", saturation},
+     "moxpx rgb2hsv --channel 2 photo.bmp out.bmp", saturation},
     {"hsv2rgb-hue-turned", "Hue turned by 120 degrees in HSV and back",
      "moxHSV2RGB(hsv, dst, NULL)", "moxpx hsv2rgb hsv.bmp out.bmp", hueTurned},
     {"rgb2hls-lightness", "Lightness of HLS", "moxRGB2HLS(photo, dst, NULL)",
-     "moxpx rgb2hls photo.bmp out.bmp", lightness},
-    {"twist-sepia", "Colour twist: sepia", "moxApplyColorTwist(photo, dst, sepia, 0, NULL)",
-     "moxpx applycolortwist --cTwist 34,137,70,0,43,176,89,0,48,197,101,0,0,0,0,0 "
+     "moxpx rgb2hls --channel 2 photo.bmp out.bmp", lightness},
+    {"twist-sepia", "Colour twist: sepia (the photograph holds B, G, R, the tool's files R, G, B)",
+     "moxApplyColorTwist(photo, dst, moxCreateColorTwist(sepia, 8), 0, NULL) with sepia = "
+     "34, 137, 70, 0, 43, 176, 89, 0, 48, 197, 101, 0, 0, 0, 0, 0",
+     "moxpx applycolortwist --cTwist 101,197,48,0,89,176,43,0,70,137,34,0,0,0,0,0 "
      "--scalingValue 8 --offset 0 photo.bmp out.bmp",
      sepia},
     {"twist-swap", "Colour twist: first and third channels exchanged",
