@@ -45,6 +45,8 @@ const char kCommonHelp[] =
     "                  input (or black), and keeps FILE's size\n"
     "  --channel N     write only channel N (1-based) of each result, as a grey picture\n"
     "  --alpha FILE    the first input gets FILE's first channel as its alpha channel\n"
+    "  --plot FILE     the printed numbers as bars 200 rows high: a column per number,\n"
+    "                  a channel per line, the largest number as high as the picture\n"
     "  --batch DIR OUTDIR  every image of DIR in place of the first input, results into\n"
     "                  OUTDIR under the same names\n";
 
@@ -199,6 +201,7 @@ struct Command {
   std::string batchDir, batchOut;
   int channel = 0;  // 0: every channel of the results is written
   std::string alpha;  // a file whose first channel becomes the first input's alpha
+  std::string plot;   // a file for a bar picture of the printed numbers
   bool help = false;
 };
 
@@ -238,6 +241,8 @@ Command parse(int argc, char** argv) {
       o.roi2 = true, o.roi2X = int(v[0]), o.roi2Y = int(v[1]), o.roi2W = int(v[2]), o.roi2H = int(v[3]);
     } else if (name == "into") {
       o.into = value;
+    } else if (name == "plot") {
+      cmd.plot = value;
     } else if (name == "alpha") {
       cmd.alpha = value;
     } else if (name == "channel") {
@@ -274,6 +279,7 @@ void runOnce(const Command& cmd, const std::vector<std::string>& inputs,
   std::string printed;
   std::vector<Picture> results = execute(op, pictures, cmd.options, cmd.args, &printed);
   std::fputs(printed.c_str(), stdout);
+  if (!cmd.plot.empty()) writePicture(cmd.plot, bars(printed));
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     Picture shown = op.view ? op.view(results[i], cmd.args, outputs[i]) : results[i];
     if (cmd.channel) shown = channelOf(shown, cmd.channel);

@@ -1,5 +1,8 @@
 // Log-magnitude pictures of spectra and cosine coefficients.
+#include <algorithm>
 #include <cstring>
+#include <sstream>
+#include <vector>
 #include <new>
 
 #include "magnitude.h"
@@ -55,6 +58,33 @@ Picture withAlpha(const Picture& in, const Picture& alpha) {
     std::memcpy(&out.pixels[i * to], &in.pixels[i * from], from);
     std::memcpy(&out.pixels[i * to + from], &alpha.pixels[i * alpha.channels * bytes], bytes);
   }
+  return out;
+}
+
+Picture bars(const std::string& text) {
+  constexpr int kHeight = 200;
+  std::vector<std::vector<double>> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream words(line);
+    lines.emplace_back();
+    for (double v; words >> v;) lines.back().push_back(v);
+  }
+  if (lines.empty() || lines.size() > 4 || lines[0].empty() || lines[0].size() > (1u << 16))
+    throw UsageError("--plot draws 1 to 4 lines of numbers, and the operation printed none such");
+  double top = 1;
+  for (const auto& line : lines) {
+    if (line.size() != lines[0].size())
+      throw UsageError("--plot wants as many numbers on every printed line");
+    for (double v : line) top = std::max(top, v);
+  }
+  Picture out;
+  out.width = int(lines[0].size()), out.height = kHeight, out.channels = int(lines.size());
+  out.allocate();
+  for (int c = 0; c < out.channels; ++c)
+    for (int x = 0; x < out.width; ++x)
+      for (int y = 0; y < kHeight && (kHeight - y) * top <= kHeight * lines[c][x]; ++y)
+        out.pixels[(std::size_t(kHeight - 1 - y) * out.width + x) * out.channels + c] = 255;
   return out;
 }
 

@@ -27,4 +27,9 @@ Picture channelOf(const Picture& picture, int n);
 // and depth) added as its alpha channel. Throws UsageError when they do not fit.
 Picture withAlpha(const Picture& picture, const Picture& alpha);
 
+// The numbers of a text as bars 200 rows high: a column per number of a
+// line, a channel per line (1 to 4), the largest number as high as the
+// picture. Throws UsageError when the text holds no such numbers.
+Picture bars(const std::string& text);
+
 }  // namespace moxcli
