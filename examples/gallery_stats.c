@@ -19,8 +19,8 @@ static void fillKeys(void) {
   for (i = 0; i <= 256; ++i) kKeys[i] = i;
 }
 
-/* The three channels' histograms as bars, blue, green and red, the
-   largest count as high as the picture. */
+/* The three channels' histograms as bars, blue, green and red, of the
+   square roots of the counts, the largest as high as the picture. */
 static MoxImage* histogram(const MoxImage* photo) {
   static int counts[3][256];
   MoxLUT luts[3];
@@ -40,7 +40,7 @@ static MoxImage* histogram(const MoxImage* photo) {
       if (counts[c][v] > top) top = counts[c][v];
   for (c = 0; c < 3; ++c)
     for (v = 0; v < 256; ++v)
-      for (y = 0; y < 200 && (double)(200 - y) * top <= 200.0 * counts[c][v]; ++y)
+      for (y = 0; y < 200 && (double)y * y * top < 200.0 * 200 * counts[c][v]; ++y)
         ((unsigned char*)dst->imageData)[(199 - y) * dst->widthStep + 3 * v + c] = 255;
   return galleryResult(dst);
 }
@@ -100,7 +100,7 @@ const GalleryEntry galleryStats[] = {
     {"threshold-128", "Each channel below 128 to 0, the others to 255",
      "moxThreshold(photo, dst, 128)", "moxpx threshold --threshold 128 photo.bmp out.bmp",
      threshold},
-    {"computehisto-256", "Histograms of blue, green and red, 256 bins each",
+    {"computehisto-256", "Histograms of blue, green and red, 256 bins each (bars of the square roots)",
      "moxComputeHisto(photo, luts)",
      "moxpx computehisto --key 0:256 --plot out.bmp photo.bmp", histogram},
     {"contraststretch-inter", "Shadows lifted by a map interpolated between keys 0, 64, 192, 256",

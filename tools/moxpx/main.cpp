@@ -46,7 +46,7 @@ const char kCommonHelp[] =
     "  --channel N     write only channel N (1-based) of each result, as a grey picture\n"
     "  --alpha FILE    the first input gets FILE's first channel as its alpha channel\n"
     "  --plot FILE     the printed numbers as bars 200 rows high: a column per number,\n"
-    "                  a channel per line, the largest number as high as the picture\n"
+    "                  a channel per line, heights as square roots, the largest whole\n"
     "  --batch DIR OUTDIR  every image of DIR in place of the first input, results into\n"
     "                  OUTDIR under the same names\n";
 

@@ -83,7 +83,8 @@ Picture bars(const std::string& text) {
   out.allocate();
   for (int c = 0; c < out.channels; ++c)
     for (int x = 0; x < out.width; ++x)
-      for (int y = 0; y < kHeight && (kHeight - y) * top <= kHeight * lines[c][x]; ++y)
+      for (int y = 0; y < kHeight && double(y) * y * top < double(kHeight) * kHeight * lines[c][x];
+           ++y)
         out.pixels[(std::size_t(kHeight - 1 - y) * out.width + x) * out.channels + c] = 255;
   return out;
 }

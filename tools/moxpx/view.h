@@ -28,8 +28,8 @@ Picture channelOf(const Picture& picture, int n);
 Picture withAlpha(const Picture& picture, const Picture& alpha);
 
 // The numbers of a text as bars 200 rows high: a column per number of a
-// line, a channel per line (1 to 4), the largest number as high as the
-// picture. Throws UsageError when the text holds no such numbers.
+// line, a channel per line (1 to 4), the heights as the square roots of the
+// numbers, the largest as high as the picture. Throws UsageError when the text holds no such numbers.
 Picture bars(const std::string& text);
 
 }  // namespace moxcli
