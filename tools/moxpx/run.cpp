@@ -297,7 +297,8 @@ struct ThreadImages {
   Call call;
 
   ThreadImages(const std::vector<std::unique_ptr<Store>>& sources,
-               const std::vector<std::unique_ptr<Store>>& destinations, bool tileSources, bool tileDestinations, int tw, int th, const Args& args)
+               const std::vector<std::unique_ptr<Store>>& destinations, bool tileSources,
+               bool tileDestinations, int tw, int th, const Args& args)
       : call{{}, {}, nullptr, args} {
     auto header = [&](const Store& s, bool tiled) {
       if (!tiled) return s.plain();
@@ -334,7 +335,8 @@ std::vector<std::pair<int, int>> destinationTiles(const Store& dst, const Option
 std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
                              const Options& o, const Args& args, std::string* printed) {
   // The sources at the working depth; each destination starts as the input
-  // of its own place (or the first), at the destination depth.
+  // of its own place (or the first), at the destination depth, the first as
+  // the file of --into when given. The second image of each has --roi2.
   std::vector<std::unique_ptr<Store>> sources, destinations;
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     const Picture& p = inputs[i];
