@@ -22,16 +22,17 @@ typedef struct GalleryEntry {
      with its interface name, constants by their short name in lower case,
      then the input files and the output file:
      "moxpx zoom --xU 3 --xL 2 --yU 3 --yL 2 --interpolate cubic photo.bmp out.bmp".
-     The input is photo.bmp (the photograph), a second photograph is
-     other.bmp (the next sample photograph), and the picture is out.bmp; a
+     The input is photo.bmp (the photograph) and the picture is out.bmp; a
      short chain of commands joined by " && " makes its own intermediate
-     files. Numbers in braces as in the call. */
+     files from photo.bmp (the demo's own second pictures, such as a mirror
+     image or a threshold picture, are made the same way). Numbers in braces
+     as in the call. */
   const char* command;
   /* Makes the picture from a sample photograph (8U, 3 channels, sequence
-     "BGR", pixel order, top-left origin, as read from its BMP file). Returns a new image made
-     with moxCreateImageHeader and moxAllocateImage (any depth, 1, 3 or 4
-     channels; the demo converts it for display and releases it), or null
-     after the library reported a failure. */
+     "BGR", pixel order, top-left origin, as read from its BMP file).
+     Returns a new image made with moxCreateImageHeader and moxAllocateImage
+     (any depth, 1, 3 or 4 channels; the demo converts it for display and
+     releases it), or null after the library reported a failure. */
   MoxImage* (*run)(const MoxImage* photo);
 } GalleryEntry;
 
