@@ -86,7 +86,8 @@ const GalleryEntry galleryAlpha[] = {
     {"alphacompositec-over", "The photograph at alpha 96 over a dark grey plate",
      "moxSet(night, 30, NULL); "
      "moxAlphaCompositeC(photo, night, dst, MOX_COMPOSITE_OVER, 96, 255, 0, 0)",
-     "moxpx set --fillValue 30 photo.bmp night.bmp && moxpx alphacompositec --compositeType over --aA 96 --aB 255 --premulAlpha 0 --divideMode 0 "
+     "moxpx set --fillValue 30 photo.bmp night.bmp && moxpx alphacompositec "
+     "--compositeType over --aA 96 --aB 255 --premulAlpha 0 --divideMode 0 "
      "photo.bmp night.bmp out.bmp",
      compositeC},
     {"alphacomposite-xor-gray",

@@ -65,7 +65,8 @@ const GalleryEntry galleryData[] = {
      "moxpx set --fillValue 255 --roi 0,{h/3},{w},{h/3} --coi 1 photo.bmp out.bmp", set},
     {"exchange-halves", "Left and right halves exchanged",
      "moxCopy(photo, dst, NULL); moxSetROI(&left, 0, 0, 0, {h}, {w/2}); "
-     "moxSetROI(&right, 0, {w-w/2}, 0, {h}, {w/2}); moxExchange(dst with left, dst with right, NULL)",
+     "moxSetROI(&right, 0, {w-w/2}, 0, {h}, {w/2}); "
+     "moxExchange(dst with left, dst with right, NULL)",
      "moxpx exchange --roi 0,0,{w/2},{h} --roi2 {w-w/2},0,{w/2},{h} photo.bmp photo.bmp "
      "left.bmp right.bmp && moxpx copy --roi {w-w/2},0,{w/2},{h} --into left.bmp right.bmp out.bmp",
      exchange},
