@@ -34,6 +34,7 @@ const char kCommonHelp[] =
     "options of every operation:\n"
     "  --roi X,Y,W,H   work on this rectangle of every image\n"
     "  --roi2 X,Y,W,H  the second image's rectangle, when it differs from the first's\n"
+    "                  (not with --threads)\n"
     "  --coi N         work on channel N only (1-based; 0: all)\n"
     "  --depth D       working depth of the images: 1u 8u 8s 16u 16s 32s (values saturate)\n"
     "  --dstDepth D    depth of the destination (default: the working depth)\n"

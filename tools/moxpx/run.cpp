@@ -374,6 +374,11 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
   }
 
   const bool tiled = o.tileW || o.tileH;
+  // A call's destination tile lies at the same place of every image, so
+  // rectangles at different places cannot be shared out by tiles.
+  if (o.threads && o.roi2)
+    throw UsageError("--threads hands out tiles at the same place of every image, so it does not "
+                     "go with --roi2");
   if (o.threads && !op.mapping)
     throw UsageError(std::string(op.name) + " takes no destination tile per call, so --threads cannot split it");
   // Without --tile, threads take bands of whole rows: a band reads every
