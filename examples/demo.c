@@ -113,6 +113,68 @@ static MoxImage* forDisplay(const MoxImage* im) {
   return shown;
 }
 
+/* The photograph's rows top first (a bitmap is usually stored bottom up),
+   as the moxpx tool reads its files. */
+static void topFirst(MoxImage* photo) {
+  char* row = (char*)malloc((size_t)photo->widthStep);
+  int y;
+  if (!row || photo->origin != MOX_ORIGIN_BL) {
+    free(row);
+    return;
+  }
+  for (y = 0; y < photo->height / 2; ++y) {
+    char* a = photo->imageData + (size_t)y * photo->widthStep;
+    char* b = photo->imageData + (size_t)(photo->height - 1 - y) * photo->widthStep;
+    memcpy(row, a, (size_t)photo->widthStep);
+    memcpy(a, b, (size_t)photo->widthStep);
+    memcpy(b, row, (size_t)photo->widthStep);
+  }
+  photo->origin = MOX_ORIGIN_TL;
+  free(row);
+}
+
+/* A number of an entry's text: w or h (the photograph's width or height)
+   or digits. */
+static long atom(const char** s, const MoxImage* photo) {
+  long v = 0;
+  if (**s == 'w' || **s == 'h') return *(*s)++ == 'w' ? photo->width : photo->height;
+  while (**s >= '0' && **s <= '9') v = v * 10 + *(*s)++ - '0';
+  return v;
+}
+
+/* The value of "{w-w/2}" and the like: + - * / on atoms, * and / first. */
+static long expression(const char** s, const MoxImage* photo) {
+  long sum = 0, sign = 1;
+  for (;;) {
+    long product = atom(s, photo);
+    while (**s == '*' || **s == '/') {
+      const char op = *(*s)++;
+      const long b = atom(s, photo);
+      product = op == '*' ? product * b : b ? product / b : 0;
+    }
+    sum += sign * product;
+    if (**s != '+' && **s != '-') return sum;
+    sign = *(*s)++ == '+' ? 1 : -1;
+  }
+}
+
+/* An entry's text with every {expression} replaced by its value for the
+   photograph it runs on; other braces stay as they are. */
+static void fill(const char* text, const MoxImage* photo, char* out, size_t size) {
+  size_t n = 0;
+  while (*text && n + 24 < size) {
+    const size_t length = *text == '{' ? strspn(text + 1, "wh0123456789+-*/") : 0;
+    if (length && text[1 + length] == '}') {
+      ++text;
+      n += (size_t)sprintf(out + n, "%ld", expression(&text, photo));
+      ++text;
+    } else {
+      out[n++] = *text++;
+    }
+  }
+  out[n] = 0;
+}
+
 /* Text for the page with &, <, > and " escaped. */
 static void html(FILE* f, const char* text) {
   for (; *text; ++text) {
@@ -149,7 +211,7 @@ int main(int argc, char** argv) {
   const char* out = argc > 1 ? argv[1] : "gallery";
   char* names[MAX_PHOTOS];
   MoxImage* photos[MAX_PHOTOS];
-  char path[PATH_SIZE], why[128];
+  char path[PATH_SIZE], why[128], text[2048];
   int nPhotos, loaded = 0, i, family, written = 0, failed = 0, k = 0;
   FILE* page;
 
@@ -166,6 +228,7 @@ int main(int argc, char** argv) {
       free(names[i]);
       continue;
     }
+    topFirst(photos[loaded]);
     names[loaded] = names[i];
     snprintf(path, sizeof path, "%s/photo-%s", out, names[loaded]);
     if (bmpWrite(path, photos[loaded], 24, 0, 0, why, sizeof why) != 0)
@@ -213,9 +276,11 @@ int main(int argc, char** argv) {
         fputs("\"><figcaption>", page);
         html(page, e->caption);
         fputs("</figcaption><code>", page);
-        html(page, e->call);
+        fill(e->call, photos[p], text, sizeof text);
+        html(page, text);
         fputs("</code><code>", page);
-        html(page, e->command);
+        fill(e->command, photos[p], text, sizeof text);
+        html(page, text);
         fputs("</code></figure>\n", page);
       } else {
         printf("failed: %s (%s)\n", e->name, why);

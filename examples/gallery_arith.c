@@ -2,37 +2,54 @@
 #include "gallery.h"
 #include "gallery_images.h"
 
-/* A two-image operation of the photograph with a second picture. */
+/* The photograph mirrored left to right. */
+static MoxImage* mirrored(const MoxImage* photo) {
+  MoxImage* im = galleryImage(photo, MOX_DEPTH_8U, 3);
+  if (im) moxMirror(photo, im, 1);
+  return im;
+}
+
+/* Each channel of the photograph below 128 to 0, the rest to 255. */
+static MoxImage* bright(const MoxImage* photo) {
+  MoxImage* im = galleryImage(photo, MOX_DEPTH_8U, 3);
+  if (im) moxThreshold(photo, im, 128);
+  return im;
+}
+
+/* A two-image operation of the photograph with a second picture made from it. */
 static MoxImage* withSecond(const MoxImage* photo, MoxImage* (*second)(const MoxImage*),
                             void (MOX_CALL* op)(const MoxImage*, const MoxImage*, MoxImage*,
                                                 const int*)) {
-  MoxImage* other = second(photo);
+  MoxImage* other;
   MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   galleryStart();
+  other = second(photo);
   if (other && dst) op(photo, other, dst, NULL);
   galleryFree(other);
   return galleryResult(dst);
 }
 
-static MoxImage* add(const MoxImage* p) { return withSecond(p, galleryRamp, moxAdd); }
-static MoxImage* and_(const MoxImage* p) { return withSecond(p, galleryChecks, moxAnd); }
-static MoxImage* or_(const MoxImage* p) { return withSecond(p, galleryChecks, moxOr); }
-static MoxImage* xor_(const MoxImage* p) { return withSecond(p, galleryChecks, moxXor); }
+static MoxImage* add(const MoxImage* p) { return withSecond(p, mirrored, moxAdd); }
+static MoxImage* and_(const MoxImage* p) { return withSecond(p, bright, moxAnd); }
+static MoxImage* or_(const MoxImage* p) { return withSecond(p, bright, moxOr); }
+static MoxImage* xor_(const MoxImage* p) { return withSecond(p, bright, moxXor); }
 
 static MoxImage* subtract(const MoxImage* photo) {
-  MoxImage* ramp = galleryRamp(photo);
+  MoxImage* mirror;
   MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   galleryStart();
-  if (ramp && dst) moxSubtract(photo, ramp, dst, 0, NULL);
-  galleryFree(ramp);
+  mirror = mirrored(photo);
+  if (mirror && dst) moxSubtract(photo, mirror, dst, 0, NULL);
+  galleryFree(mirror);
   return galleryResult(dst);
 }
 
-/* The checks as a 0/1 mask: the product keeps every other square. */
+/* The threshold picture as a 0/1 mask: the product keeps the bright values. */
 static MoxImage* multiply(const MoxImage* photo) {
-  MoxImage* mask = galleryChecks(photo);
+  MoxImage* mask;
   MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   galleryStart();
+  mask = bright(photo);
   if (mask && dst) {
     moxRShiftS(mask, mask, 7, NULL);
     moxMultiply(photo, mask, dst, NULL);
@@ -78,20 +95,36 @@ static MoxImage* abs_(const MoxImage* photo) {
 }
 
 const GalleryEntry galleryArith[] = {
-    {"add-ramp", "Sum with a left-to-right ramp, saturated at 255",
-     "moxAdd(photo, ramp, dst, NULL)", "moxpx add photo.bmp ramp.bmp out.bmp", add},
-    {"subtract-ramp", "The ramp taken from the photograph, saturated at 0",
-     "moxSubtract(photo, ramp, dst, 0, NULL)",
-     "moxpx subtract --reverse 0 photo.bmp ramp.bmp out.bmp", subtract},
-    {"multiply-mask", "Product with a 0/1 checkerboard mask",
-     "moxRShiftS(checks, mask, 7, NULL); moxMultiply(photo, mask, dst, NULL)",
-     "moxpx multiply photo.bmp mask.bmp out.bmp", multiply},
-    {"and-checks", "Bitwise and with black and white squares",
-     "moxAnd(photo, checks, dst, NULL)", "moxpx and photo.bmp checks.bmp out.bmp", and_},
-    {"or-checks", "Bitwise or with black and white squares", "moxOr(photo, checks, dst, NULL)",
-     "moxpx or photo.bmp checks.bmp out.bmp", or_},
-    {"xor-checks", "Bitwise exclusive or with black and white squares",
-     "moxXor(photo, checks, dst, NULL)", "moxpx xor photo.bmp checks.bmp out.bmp", xor_},
+    {"add-mirror", "Sum with its own mirror image, saturated at 255",
+     "moxMirror(photo, mirror, 1); moxAdd(photo, mirror, dst, NULL)",
+     "moxpx mirror --flipAxis 1 photo.bmp mirror.bmp && moxpx add photo.bmp mirror.bmp out.bmp",
+     add},
+    {"subtract-mirror", "The mirror image taken from the photograph, saturated at 0",
+     "moxMirror(photo, mirror, 1); moxSubtract(photo, mirror, dst, 0, NULL)",
+     "moxpx mirror --flipAxis 1 photo.bmp mirror.bmp && "
+     "moxpx subtract --reverse 0 photo.bmp mirror.bmp out.bmp",
+     subtract},
+    {"multiply-mask", "Product with the 0/1 mask of its threshold picture: only bright values stay",
+     "moxThreshold(photo, bright, 128); moxRShiftS(bright, mask, 7, NULL); "
+     "moxMultiply(photo, mask, dst, NULL)",
+     "moxpx threshold --threshold 128 photo.bmp bright.bmp && "
+     "moxpx rshifts --nShift 7 bright.bmp mask.bmp && moxpx multiply photo.bmp mask.bmp out.bmp",
+     multiply},
+    {"and-threshold", "Bitwise and with its threshold picture: values below 128 become 0",
+     "moxThreshold(photo, bright, 128); moxAnd(photo, bright, dst, NULL)",
+     "moxpx threshold --threshold 128 photo.bmp bright.bmp && "
+     "moxpx and photo.bmp bright.bmp out.bmp",
+     and_},
+    {"or-threshold", "Bitwise or with its threshold picture: values of 128 and up become 255",
+     "moxThreshold(photo, bright, 128); moxOr(photo, bright, dst, NULL)",
+     "moxpx threshold --threshold 128 photo.bmp bright.bmp && "
+     "moxpx or photo.bmp bright.bmp out.bmp",
+     or_},
+    {"xor-threshold", "Bitwise exclusive or with its threshold picture: bright values inverted",
+     "moxThreshold(photo, bright, 128); moxXor(photo, bright, dst, NULL)",
+     "moxpx threshold --threshold 128 photo.bmp bright.bmp && "
+     "moxpx xor photo.bmp bright.bmp out.bmp",
+     xor_},
     {"adds-80", "Plus 80, saturated", "moxAddS(photo, dst, 80, NULL)",
      "moxpx adds --value 80 photo.bmp out.bmp", addS},
     {"subtracts-80", "Minus 80, saturated", "moxSubtractS(photo, dst, 80, 0, NULL)",
@@ -115,7 +148,9 @@ const GalleryEntry galleryArith[] = {
      "moxpx square photo.bmp out.bmp", square},
     {"abs-from-gray", "Distance of every value from 128 (16 bits, scaled for display)",
      "moxConvert(photo, wide); moxSubtractS(wide, wide, 128, 0, NULL); moxAbs(wide, dst, NULL)",
-     "moxpx abs wide.bmp out.bmp", abs_},
+     "moxpx subtracts --value 128 --reverse 0 --depth 16s photo.bmp wide.npy && "
+     "moxpx abs wide.npy out.bmp",
+     abs_},
     {"not", "Every bit flipped", "moxNot(photo, dst, NULL)", "moxpx not photo.bmp out.bmp", not_},
     {0, 0, 0, 0, 0},
 };

@@ -70,22 +70,21 @@ static MoxImage* hue(const MoxImage* photo) { return channelOf(photo, toModel(ph
 static MoxImage* saturation(const MoxImage* photo) { return channelOf(photo, toModel(photo, 0), 1); }
 static MoxImage* lightness(const MoxImage* photo) { return channelOf(photo, toModel(photo, 1), 1); }
 
-/* HSV, the hue turned by 120 degrees (60 steps of two), and back. The way
-   back writes the order of its source's sequence ("HSV", so B, G, R), which
-   is relabelled for the picture. */
-static MoxImage* hueTurned(const MoxImage* photo) {
+/* HSV, the saturation halved, and back. The way back writes the order of
+   its source's sequence ("HSV", so B, G, R), which is relabelled for the
+   picture. */
+static MoxImage* paler(const MoxImage* photo) {
   MoxImage* hsv = toModel(photo, 0);
   MoxImage* dst = hsv ? newImage(photo, MOX_DEPTH_8U, 3, "RGB", "BGR") : NULL;
-  int x, y;
+  MoxROI saturation;
   if (!dst) {
     release(hsv);
     return NULL;
   }
-  for (y = 0; y < hsv->height; ++y)
-    for (x = 0; x < hsv->width; ++x) {
-      unsigned char* h = (unsigned char*)hsv->imageData + y * hsv->widthStep + 3 * x;
-      *h = (unsigned char)((*h + 60) % 180);
-    }
+  moxSetROI(&saturation, 2, 0, 0, hsv->height, hsv->width);
+  hsv->roi = &saturation;
+  moxRShiftS(hsv, hsv, 1, NULL);
+  hsv->roi = NULL;
   moxHSV2RGB(hsv, dst, NULL);
   memcpy(dst->channelSeq, "BGR", 3);
   release(hsv);
@@ -114,17 +113,25 @@ const GalleryEntry galleryColour[] = {
      "moxColorToGray(photo, dst, NULL)", "moxpx colortogray photo.bmp out.bmp", grey},
     {"gray-to-color-warm", "Grey tinted warm: R, G, B = grey times 1.0, 0.8, 0.55",
      "moxGrayToColor(gray, dst, 1.0f, 0.8f, 0.55f, NULL)",
-     "moxpx graytocolor --fractR 1.0 --fractG 0.8 --fractB 0.55 gray.bmp out.bmp", tinted},
+     "moxpx colortogray photo.bmp gray.bmp && "
+     "moxpx graytocolor --fractR 1.0 --fractG 0.8 --fractB 0.55 gray.bmp out.bmp",
+     tinted},
     {"rgb2hsv-hue", "Hue of HSV (0..179, half degrees)", "moxRGB2HSV(photo, dst, NULL)",
-     "moxpx rgb2hsv photo.bmp out.bmp", hue},
+     "moxpx rgb2hsv --channel 1 photo.bmp out.bmp", hue},
     {"rgb2hsv-saturation", "Saturation of HSV", "moxRGB2HSV(photo, dst, NULL)",
-     "moxpx rgb2hsv photo.bmp out.bmp", saturation},
-    {"hsv2rgb-hue-turned", "Hue turned by 120 degrees in HSV and back",
-     "moxHSV2RGB(hsv, dst, NULL)", "moxpx hsv2rgb hsv.bmp out.bmp", hueTurned},
+     "moxpx rgb2hsv --channel 2 photo.bmp out.bmp", saturation},
+    {"hsv2rgb-paler", "Saturation halved in HSV and back",
+     "moxRGB2HSV(photo, hsv, NULL); moxRShiftS(hsv with channel of interest 2, same, 1, NULL); "
+     "moxHSV2RGB(hsv, dst, NULL)",
+     "moxpx rgb2hsv photo.bmp hsv.bmp && moxpx rshifts --nShift 1 --coi 2 hsv.bmp pale.bmp && "
+     "moxpx hsv2rgb pale.bmp out.bmp",
+     paler},
     {"rgb2hls-lightness", "Lightness of HLS", "moxRGB2HLS(photo, dst, NULL)",
-     "moxpx rgb2hls photo.bmp out.bmp", lightness},
-    {"twist-sepia", "Colour twist: sepia", "moxApplyColorTwist(photo, dst, sepia, 0, NULL)",
-     "moxpx applycolortwist --cTwist 34,137,70,0,43,176,89,0,48,197,101,0,0,0,0,0 "
+     "moxpx rgb2hls --channel 2 photo.bmp out.bmp", lightness},
+    {"twist-sepia", "Colour twist: sepia (the photograph holds B, G, R, the tool's files R, G, B)",
+     "moxApplyColorTwist(photo, dst, moxCreateColorTwist(sepia, 8), 0, NULL) with sepia = "
+     "34, 137, 70, 0, 43, 176, 89, 0, 48, 197, 101, 0, 0, 0, 0, 0",
+     "moxpx applycolortwist --cTwist 101,197,48,0,89,176,43,0,70,137,34,0,0,0,0,0 "
      "--scalingValue 8 --offset 0 photo.bmp out.bmp",
      sepia},
     {"twist-swap", "Colour twist: first and third channels exchanged",

@@ -88,21 +88,28 @@ const GalleryEntry galleryConvert[] = {
      toPlanes},
     {"convert-1u", "Green channel over 4 levels into one bit: any non-zero value sets it",
      "moxRShiftS(green, green, 6, NULL); moxConvert(green, dst1u)",
-     "moxpx convert --depth 1u green.bmp out.bmp", toBits},
+     "moxpx rshifts --nShift 6 --channel 2 photo.bmp green4.bmp && "
+     "moxpx convert --depth 1u green4.bmp out.bmp",
+     toBits},
     {"reducebits-none", "Green channel to one bit, no dither",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_NONE, 2)",
+     "moxpx copy --channel 2 photo.bmp green.bmp && "
      "moxpx reducebits --noise 0 --ditherType none --levels 2 green.bmp out.bmp", reduceNone},
     {"reducebits-fs", "Green channel to one bit, FS error diffusion (four neighbours)",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_FS, 2)",
+     "moxpx copy --channel 2 photo.bmp green.bmp && "
      "moxpx reducebits --noise 0 --ditherType fs --levels 2 green.bmp out.bmp", reduceFs},
     {"reducebits-jjn", "Green channel to one bit, JJN error diffusion (twelve neighbours)",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_JJN, 2)",
+     "moxpx copy --channel 2 photo.bmp green.bmp && "
      "moxpx reducebits --noise 0 --ditherType jjn --levels 2 green.bmp out.bmp", reduceJjn},
     {"reducebits-stuckey", "Green channel to one bit, STUCKEY error diffusion (twelve neighbours)",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_STUCKEY, 2)",
+     "moxpx copy --channel 2 photo.bmp green.bmp && "
      "moxpx reducebits --noise 0 --ditherType stuckey --levels 2 green.bmp out.bmp", reduceStuckey},
     {"reducebits-bayer", "Green channel to one bit, ordered 4x4 dither",
      "moxReduceBits(green, dst1u, 0, MOX_DITHER_BAYER, 2)",
+     "moxpx copy --channel 2 photo.bmp green.bmp && "
      "moxpx reducebits --noise 0 --ditherType bayer --levels 2 green.bmp out.bmp", reduceBayer},
     {"reducebits-jitter", "Four levels per channel with full jitter and no dither",
      "moxReduceBits(photo, dst, 100, MOX_DITHER_NONE, 4)",
@@ -112,7 +119,10 @@ const GalleryEntry galleryConvert[] = {
      "moxpx reducebits --noise 0 --ditherType fs --levels 2 photo.bmp out.bmp", reduceColourFs},
     {"bitonal-grays", "Dithered bits shown as the grays 40 and 220",
      "moxReduceBits(green, bits, 0, MOX_DITHER_FS, 2); moxBitonalToGray(bits, dst, 40, 220)",
-     "moxpx bitonaltogray --ZeroScale 40 --OneScale 220 bits.bmp out.bmp", bitonal},
+     "moxpx copy --channel 2 photo.bmp green.bmp && "
+     "moxpx reducebits --noise 0 --ditherType fs --levels 2 green.bmp bits.bmp && "
+     "moxpx bitonaltogray --ZeroScale 40 --OneScale 220 bits.bmp out.bmp",
+     bitonal},
     {"todib-cube", "8-bit bitmap with the fixed 3-3-2 palette, no dither",
      "moxConvertToDIB(photo, dib8, MOX_DITHER_NONE, MOX_PALCONV_NONE)",
      "moxpx converttodib --dither none --paletteConversion none photo.bmp out.bmp", paletteCube},

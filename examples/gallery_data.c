@@ -2,13 +2,14 @@
 #include "gallery.h"
 #include "gallery_images.h"
 
-/* The middle half of the photograph copied onto the checks. */
+/* The middle half of the photograph copied onto its negative. */
 static MoxImage* copy(const MoxImage* photo) {
-  MoxImage* dst = galleryChecks(photo);
+  MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   MoxImage view = *photo;
   MoxROI from, to;
   galleryStart();
   if (!dst) return NULL;
+  moxSubtractS(photo, dst, 255, 1, NULL);
   moxSetROI(&from, 0, photo->width / 4, photo->height / 4, photo->height / 2, photo->width / 2);
   moxSetROI(&to, 0, photo->width / 4, photo->height / 4, photo->height / 2, photo->width / 2);
   view.roi = &from;
@@ -18,7 +19,7 @@ static MoxImage* copy(const MoxImage* photo) {
   return galleryResult(dst);
 }
 
-/* A gray band across the middle, in the red channel only. */
+/* A band across the middle, in the red channel only. */
 static MoxImage* set(const MoxImage* photo) {
   MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
   MoxROI band;
@@ -52,14 +53,22 @@ static MoxImage* exchange(const MoxImage* photo) {
 }
 
 const GalleryEntry galleryData[] = {
-    {"copy-roi", "The middle of the photograph copied into the same place of a checkerboard",
-     "moxCopy(photo with roi {0, w/4, h/4, h/2, w/2}, checks with the same roi, NULL)",
-     "moxpx copy --roi 112,75,225,150 photo.bmp out.bmp", copy},
+    {"copy-roi", "The middle of the photograph copied into the same place of its negative",
+     "moxSubtractS(photo, dst, 255, 1, NULL); moxSetROI(&roi, 0, {w/4}, {h/4}, {h/2}, {w/2}); "
+     "moxCopy(photo with roi, dst with roi, NULL)",
+     "moxpx subtracts --value 255 --reverse 1 photo.bmp negative.bmp && "
+     "moxpx copy --roi {w/4},{h/4},{w/2},{h/2} --into negative.bmp photo.bmp out.bmp",
+     copy},
     {"set-red-band", "The red channel of a band set to 255 (channel of interest 3 of BGR)",
-     "moxSet(copy of photo with roi {3, 0, h/3, h/3, w}, 255, NULL)",
-     "moxpx set --fillValue 255 --roi 0,100,451,100 --coi 1 photo.bmp out.bmp", set},
+     "moxCopy(photo, dst, NULL); moxSetROI(&band, 3, 0, {h/3}, {h/3}, {w}); "
+     "moxSet(dst with band, 255, NULL)",
+     "moxpx set --fillValue 255 --roi 0,{h/3},{w},{h/3} --coi 1 photo.bmp out.bmp", set},
     {"exchange-halves", "Left and right halves exchanged",
-     "moxExchange(copy with roi {0, 0, 0, h, w/2}, copy with roi {0, w - w/2, 0, h, w/2}, NULL)",
-     "moxpx exchange --roi 0,0,225,300 photo.bmp other.bmp out.bmp other-out.bmp", exchange},
+     "moxCopy(photo, dst, NULL); moxSetROI(&left, 0, 0, 0, {h}, {w/2}); "
+     "moxSetROI(&right, 0, {w-w/2}, 0, {h}, {w/2}); "
+     "moxExchange(dst with left, dst with right, NULL)",
+     "moxpx exchange --roi 0,0,{w/2},{h} --roi2 {w-w/2},0,{w/2},{h} photo.bmp photo.bmp "
+     "left.bmp right.bmp && moxpx copy --roi {w-w/2},0,{w/2},{h} --into left.bmp right.bmp out.bmp",
+     exchange},
     {0, 0, 0, 0, 0},
 };

@@ -23,26 +23,6 @@ MoxImage* galleryImage(const MoxImage* photo, unsigned int depth, int nChannels)
   return galleryNewImage(depth, nChannels, 0, photo->origin, photo->height, photo->width);
 }
 
-MoxImage* galleryRamp(const MoxImage* photo) {
-  MoxImage* im = galleryImage(photo, MOX_DEPTH_8U, 3);
-  int x, y;
-  if (!im) return NULL;
-  for (y = 0; y < im->height; ++y)
-    for (x = 0; x < im->width * 3; ++x)
-      im->imageData[y * im->widthStep + x] = (char)((x / 3) * 255 / (im->width - 1 ? im->width - 1 : 1));
-  return im;
-}
-
-MoxImage* galleryChecks(const MoxImage* photo) {
-  MoxImage* im = galleryImage(photo, MOX_DEPTH_8U, 3);
-  int x, y;
-  if (!im) return NULL;
-  for (y = 0; y < im->height; ++y)
-    for (x = 0; x < im->width; ++x)
-      memset(im->imageData + y * im->widthStep + 3 * x, ((x / 32 + y / 32) & 1) ? 255 : 0, 3);
-  return im;
-}
-
 MoxImage* galleryGray(const MoxImage* photo) {
   MoxImage* gray = galleryImage(photo, MOX_DEPTH_8U, 1);
   MoxROI green;

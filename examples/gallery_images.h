@@ -1,5 +1,5 @@
 /* Helpers the gallery entries share: images shaped like the photograph,
-   the second pictures of the two-image operations, and the end of a run. */
+   the photograph's green channel, and the end of a run. */
 #ifndef MOXPX_GALLERY_IMAGES_H
 #define MOXPX_GALLERY_IMAGES_H
 
@@ -13,12 +13,6 @@ MoxImage* galleryNewImage(unsigned int depth, int nChannels, int alphaChannel, i
 
 /* The same, of the photograph's size and origin, without alpha. */
 MoxImage* galleryImage(const MoxImage* photo, unsigned int depth, int nChannels);
-
-/* A left-to-right ramp from 0 to 255 in every channel (8U, 3 channels). */
-MoxImage* galleryRamp(const MoxImage* photo);
-
-/* Squares of 32 pixels, 0 and 255 by turns (8U, 3 channels). */
-MoxImage* galleryChecks(const MoxImage* photo);
 
 /* The photograph's green channel alone (8U, 1 channel). */
 MoxImage* galleryGray(const MoxImage* photo);

@@ -1,5 +1,5 @@
 /* Mirroring and rotation in the demo gallery: the three mirror axes, and
-   turns about a fixed point of the photographs at each interpolation. */
+   turns about the photograph's centre at each interpolation. */
 #include <stddef.h>
 
 #include "gallery.h"
@@ -35,11 +35,13 @@ static MoxImage* mirror(const MoxImage* photo, int flipAxis) {
   return keep(dst);
 }
 
+/* Turned about the photograph's centre, onto a copy of it. */
 static MoxImage* rotate(const MoxImage* photo, int angle, int interpolate) {
   MoxImage* dst = blankLike(photo);
   if (!dst) return NULL;
   moxSetErrStatus(MOX_StsNoError);
-  moxRotate(photo, dst, angle, 225, 150, interpolate, NULL);
+  moxCopy(photo, dst, NULL);
+  moxRotate(photo, dst, angle, photo->width / 2, photo->height / 2, interpolate, NULL);
   return keep(dst);
 }
 
@@ -70,27 +72,27 @@ const GalleryEntry galleryRotmir[] = {
      "moxMirror(photo, dst, 1)", "moxpx mirror --flipAxis 1 photo.bmp out.bmp", mirrorVertical},
     {"mirror-both-axes", "Mirrored about both axes: a half turn",
      "moxMirror(photo, dst, -1)", "moxpx mirror --flipAxis -1 photo.bmp out.bmp", mirrorBoth},
-    {"rotate-30-nearest", "Turned by 30 degrees about (225, 150), nearest neighbour",
-     "moxRotate(photo, dst, 3000, 225, 150, MOX_INTER_NN, NULL)",
-     "moxpx rotate --angle 3000 --xCenter 225 --yCenter 150 --interpolate nn photo.bmp out.bmp",
+    {"rotate-30-nearest", "Turned by 30 degrees about the centre, nearest neighbour",
+     "moxCopy(photo, dst, NULL); moxRotate(photo, dst, 3000, {w/2}, {h/2}, MOX_INTER_NN, NULL)",
+     "moxpx rotate --angle 3000 --xCenter {w/2} --yCenter {h/2} --interpolate nn photo.bmp out.bmp",
      rotate30Nearest},
-    {"rotate-30-linear", "Turned by 30 degrees about (225, 150), linear interpolation",
-     "moxRotate(photo, dst, 3000, 225, 150, MOX_INTER_LINEAR, NULL)",
-     "moxpx rotate --angle 3000 --xCenter 225 --yCenter 150 --interpolate linear photo.bmp "
+    {"rotate-30-linear", "Turned by 30 degrees about the centre, linear interpolation",
+     "moxCopy(photo, dst, NULL); moxRotate(photo, dst, 3000, {w/2}, {h/2}, MOX_INTER_LINEAR, NULL)",
+     "moxpx rotate --angle 3000 --xCenter {w/2} --yCenter {h/2} --interpolate linear photo.bmp "
      "out.bmp",
      rotate30Linear},
-    {"rotate-30-cubic", "Turned by 30 degrees about (225, 150), cubic interpolation",
-     "moxRotate(photo, dst, 3000, 225, 150, MOX_INTER_CUBIC, NULL)",
-     "moxpx rotate --angle 3000 --xCenter 225 --yCenter 150 --interpolate cubic photo.bmp "
+    {"rotate-30-cubic", "Turned by 30 degrees about the centre, cubic interpolation",
+     "moxCopy(photo, dst, NULL); moxRotate(photo, dst, 3000, {w/2}, {h/2}, MOX_INTER_CUBIC, NULL)",
+     "moxpx rotate --angle 3000 --xCenter {w/2} --yCenter {h/2} --interpolate cubic photo.bmp "
      "out.bmp",
      rotate30Cubic},
-    {"rotate-90", "A quarter turn about (225, 150): exact, uncovered pixels left as they were",
-     "moxRotate(photo, dst, 9000, 225, 150, MOX_INTER_NN, NULL)",
-     "moxpx rotate --angle 9000 --xCenter 225 --yCenter 150 --interpolate nn photo.bmp out.bmp",
+    {"rotate-90", "A quarter turn about the centre: exact, uncovered pixels left as they were",
+     "moxCopy(photo, dst, NULL); moxRotate(photo, dst, 9000, {w/2}, {h/2}, MOX_INTER_NN, NULL)",
+     "moxpx rotate --angle 9000 --xCenter {w/2} --yCenter {h/2} --interpolate nn photo.bmp out.bmp",
      rotateQuarter},
-    {"rotate-minus-45-linear", "Turned back by 45 degrees about (225, 150), linear interpolation",
-     "moxRotate(photo, dst, -4500, 225, 150, MOX_INTER_LINEAR, NULL)",
-     "moxpx rotate --angle -4500 --xCenter 225 --yCenter 150 --interpolate linear photo.bmp "
+    {"rotate-minus-45-linear", "Turned back by 45 degrees about the centre, linear interpolation",
+     "moxCopy(photo, dst, NULL); moxRotate(photo, dst, -4500, {w/2}, {h/2}, MOX_INTER_LINEAR, NULL)",
+     "moxpx rotate --angle -4500 --xCenter {w/2} --yCenter {h/2} --interpolate linear photo.bmp "
      "out.bmp",
      rotateBackEighth},
     {NULL, NULL, NULL, NULL, NULL},

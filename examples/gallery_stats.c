@@ -1,5 +1,5 @@
 /* Statistics and point maps in the gallery: threshold, histogram, contrast
-   stretch, equalization and a map of local norms. */
+   stretch, equalization and what a norm adds up. */
 #include <stddef.h>
 
 #include "gallery.h"
@@ -19,7 +19,8 @@ static void fillKeys(void) {
   for (i = 0; i <= 256; ++i) kKeys[i] = i;
 }
 
-/* The three channels' histograms as bars, blue, green and red. */
+/* The three channels' histograms as bars, blue, green and red, of the
+   square roots of the counts, the largest as high as the picture. */
 static MoxImage* histogram(const MoxImage* photo) {
   static int counts[3][256];
   MoxLUT luts[3];
@@ -39,7 +40,7 @@ static MoxImage* histogram(const MoxImage* photo) {
       if (counts[c][v] > top) top = counts[c][v];
   for (c = 0; c < 3; ++c)
     for (v = 0; v < 256; ++v)
-      for (y = 0; y < 200 && (long)(200 - y) * top <= 200L * counts[c][v] * 3 / 2; ++y)
+      for (y = 0; y < 200 && (double)y * y * top < 200.0 * 200 * counts[c][v]; ++y)
         ((unsigned char*)dst->imageData)[(199 - y) * dst->widthStep + 3 * v + c] = 255;
   return galleryResult(dst);
 }
@@ -74,32 +75,24 @@ static MoxImage* equalize(const MoxImage* photo) {
   return galleryResult(dst);
 }
 
-/* Each 16 x 16 block: the C norm of the photograph against its threshold
-   picture, i.e. how far the block's values lie from black or white. */
+/* What the L1 norm of the photograph against its mirror image adds up:
+   |photo - mirror| of every value, from the two saturated differences (one
+   of them is 0). */
 static MoxImage* norms(const MoxImage* photo) {
-  MoxImage* two = galleryImage(photo, MOX_DEPTH_8U, 3);
-  MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 1);
-  MoxROI a, b;
-  MoxImage pa, pb;
-  int x, y, i, j;
-  if (two) moxThreshold(photo, two, 128);
-  if (!two || !dst || moxGetErrStatus() != MOX_StsNoError) {
-    if (two) moxDeallocate(two, MOX_FREE_HEADER | MOX_FREE_DATA);
-    return galleryResult(dst);
+  MoxImage* mirror = galleryImage(photo, MOX_DEPTH_8U, 3);
+  MoxImage* below = galleryImage(photo, MOX_DEPTH_8U, 3);
+  MoxImage* above = galleryImage(photo, MOX_DEPTH_8U, 3);
+  MoxImage* dst = galleryImage(photo, MOX_DEPTH_8U, 3);
+  if (mirror && below && above && dst) {
+    moxMirror(photo, mirror, 1);
+    moxSubtract(photo, mirror, below, 0, NULL);
+    moxSubtract(photo, mirror, above, 1, NULL);
+    moxAdd(below, above, dst, NULL);
+    moxNorm(photo, mirror, MOX_NORM_L1);
   }
-  pa = *photo, pb = *two;
-  pa.roi = &a, pb.roi = &b;
-  for (y = 0; y < photo->height; y += 16)
-    for (x = 0; x < photo->width; x += 16) {
-      double n;
-      moxSetROI(&a, 0, x, y, 16, 16);
-      moxSetROI(&b, 0, x, y, 16, 16);
-      n = moxNorm(&pa, &pb, MOX_NORM_L1) / (16.0 * 16.0 * 3.0);
-      for (j = y; j < y + 16 && j < photo->height; ++j)
-        for (i = x; i < x + 16 && i < photo->width; ++i)
-          ((unsigned char*)dst->imageData)[j * dst->widthStep + i] = (unsigned char)(2 * n > 255 ? 255 : 2 * n);
-    }
-  moxDeallocate(two, MOX_FREE_HEADER | MOX_FREE_DATA);
+  galleryFree(mirror);
+  galleryFree(below);
+  galleryFree(above);
   return galleryResult(dst);
 }
 
@@ -107,9 +100,9 @@ const GalleryEntry galleryStats[] = {
     {"threshold-128", "Each channel below 128 to 0, the others to 255",
      "moxThreshold(photo, dst, 128)", "moxpx threshold --threshold 128 photo.bmp out.bmp",
      threshold},
-    {"computehisto-256", "Histograms of blue, green and red, 256 bins each",
+    {"computehisto-256", "Histograms of blue, green and red, 256 bins each (bars of the square roots)",
      "moxComputeHisto(photo, luts)",
-     "moxpx computehisto --key 0:256 photo.bmp", histogram},
+     "moxpx computehisto --key 0:256 --plot out.bmp photo.bmp", histogram},
     {"contraststretch-inter", "Shadows lifted by a map interpolated between keys 0, 64, 192, 256",
      "moxContrastStretch(photo, dst, luts)",
      "moxpx contraststretch --key 0,64,192,256 --value 0,128,224 --factor 131072,49152,32768 "
@@ -118,8 +111,15 @@ const GalleryEntry galleryStats[] = {
     {"histoequalize-256", "Each channel's histogram spread over 0..255",
      "moxHistoEqualize(photo, dst, luts)", "moxpx histoequalize --key 0:256 photo.bmp out.bmp",
      equalize},
-    {"norm-l1-blocks", "Mean distance of each 16x16 block from its threshold picture (L1 norm)",
-     "moxNorm(block, thresholdBlock, MOX_NORM_L1)",
-     "moxpx norm --normType l1 photo.bmp threshold.bmp", norms},
+    {"norm-l1-mirror",
+     "What the L1 norm against the mirror image adds up: |photo - mirror| of every value",
+     "moxMirror(photo, mirror, 1); moxSubtract(photo, mirror, below, 0, NULL); "
+     "moxSubtract(photo, mirror, above, 1, NULL); moxAdd(below, above, dst, NULL); "
+     "moxNorm(photo, mirror, MOX_NORM_L1)",
+     "moxpx mirror --flipAxis 1 photo.bmp mirror.bmp && "
+     "moxpx subtract --reverse 0 photo.bmp mirror.bmp below.bmp && "
+     "moxpx subtract --reverse 1 photo.bmp mirror.bmp above.bmp && "
+     "moxpx add below.bmp above.bmp out.bmp && moxpx norm --normType l1 photo.bmp mirror.bmp",
+     norms},
     {NULL, NULL, NULL, NULL, NULL},
 };

@@ -5,12 +5,12 @@
 #include "gallery.h"
 
 /* A new 8U image shaped like the photograph, scaled by u / l per axis
-   (rounded up, as the operations cover it). */
+   (rounded down, as the moxpx tool makes it). */
 static MoxImage* scaled(const MoxImage* photo, int u, int l) {
   MoxImage* dst = moxCreateImageHeader(photo->nChannels, 0, photo->depth, "RGB", "BGR",
                                        photo->dataOrder, photo->origin, 4,
-                                       (int)(((long long)photo->height * u + l - 1) / l),
-                                       (int)(((long long)photo->width * u + l - 1) / l), NULL,
+                                       (int)((long long)photo->height * u / l),
+                                       (int)((long long)photo->width * u / l), NULL,
                                        NULL, NULL);
   if (dst) moxAllocateImage(dst, 0);
   if (dst && !dst->imageData) {

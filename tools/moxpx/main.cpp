@@ -21,6 +21,7 @@
 #include "ops.h"
 #include "picture.h"
 #include "run.h"
+#include "view.h"
 
 namespace fs = std::filesystem;
 using namespace moxcli;
@@ -32,6 +33,8 @@ enum Exit { kDone = 0, kLibrary = 1, kUsage = 2, kFile = 3 };
 const char kCommonHelp[] =
     "options of every operation:\n"
     "  --roi X,Y,W,H   work on this rectangle of every image\n"
+    "  --roi2 X,Y,W,H  the second image's rectangle, when it differs from the first's\n"
+    "                  (not with --threads)\n"
     "  --coi N         work on channel N only (1-based; 0: all)\n"
     "  --depth D       working depth of the images: 1u 8u 8s 16u 16s 32s (values saturate)\n"
     "  --dstDepth D    depth of the destination (default: the working depth)\n"
@@ -39,6 +42,12 @@ const char kCommonHelp[] =
     "                  call-back (multiples of 8)\n"
     "  --threads N     one destination tile per call on N threads (bands of 32 whole\n"
     "                  rows unless --tile)\n"
+    "  --into FILE     the (first) destination starts as FILE instead of a copy of the\n"
+    "                  input (or black), and keeps FILE's size\n"
+    "  --channel N     write only channel N (1-based) of each result, as a grey picture\n"
+    "  --alpha FILE    the first input gets FILE's first channel as its alpha channel\n"
+    "  --plot FILE     the printed numbers as bars 200 rows high: a column per number,\n"
+    "                  a channel per line, heights as square roots, the largest whole\n"
     "  --batch DIR OUTDIR  every image of DIR in place of the first input, results into\n"
     "                  OUTDIR under the same names\n";
 
@@ -191,6 +200,9 @@ struct Command {
   Args args;
   std::vector<std::string> files;
   std::string batchDir, batchOut;
+  int channel = 0;  // 0: every channel of the results is written
+  std::string alpha;  // a file whose first channel becomes the first input's alpha
+  std::string plot;   // a file for a bar picture of the printed numbers
   bool help = false;
 };
 
@@ -225,6 +237,17 @@ Command parse(int argc, char** argv) {
     } else if (name == "roi") {
       const auto v = parseList(value, word, 4, 0);
       o.roi = true, o.roiX = int(v[0]), o.roiY = int(v[1]), o.roiW = int(v[2]), o.roiH = int(v[3]);
+    } else if (name == "roi2") {
+      const auto v = parseList(value, word, 4, 0);
+      o.roi2 = true, o.roi2X = int(v[0]), o.roi2Y = int(v[1]), o.roi2W = int(v[2]), o.roi2H = int(v[3]);
+    } else if (name == "into") {
+      o.into = value;
+    } else if (name == "plot") {
+      cmd.plot = value;
+    } else if (name == "alpha") {
+      cmd.alpha = value;
+    } else if (name == "channel") {
+      cmd.channel = int(parseNumber(value, word, 1, 64));
     } else if (name == "coi") {
       o.coi = int(parseNumber(value, word, 0, 64));
     } else if (name == "depth") {
@@ -252,11 +275,15 @@ void runOnce(const Command& cmd, const std::vector<std::string>& inputs,
   const Op& op = *cmd.op;
   std::vector<Picture> pictures;
   for (const auto& path : inputs) pictures.push_back(readPicture(path));
+  if (!cmd.alpha.empty() && !pictures.empty())
+    pictures[0] = withAlpha(pictures[0], readPicture(cmd.alpha));
   std::string printed;
   std::vector<Picture> results = execute(op, pictures, cmd.options, cmd.args, &printed);
   std::fputs(printed.c_str(), stdout);
+  if (!cmd.plot.empty()) writePicture(cmd.plot, bars(printed));
   for (std::size_t i = 0; i < outputs.size(); ++i) {
-    const Picture shown = op.view ? op.view(results[i], cmd.args, outputs[i]) : results[i];
+    Picture shown = op.view ? op.view(results[i], cmd.args, outputs[i]) : results[i];
+    if (cmd.channel) shown = channelOf(shown, cmd.channel);
     if (op.save)
       op.save(outputs[i], shown, cmd.args);
     else

@@ -140,6 +140,7 @@ class Store {
   Store(const Picture& pic, unsigned depth, const Options& o, int order = MOX_DATA_ORDER_PIXEL,
         const char* model = nullptr, const char* seq = nullptr) {
     geometry_ = {pic.width, pic.height, pic.channels, depth, order, model, seq};
+    options_ = o;
     const long long step = rowStep(pic.width, pic.channels, depth, order);
     if (step * pic.height * (order == MOX_DATA_ORDER_PLANE ? pic.channels : 1) > (1LL << 31) - 64)
       throw UsageError("an image of " + std::to_string(pic.width) + "x" +
@@ -151,6 +152,7 @@ class Store {
   }
 
   const Geometry& geometry() const { return geometry_; }
+  const Options& options() const { return options_; }
   MoxImage* plain() const { return header_.get(); }
 
   // The pixels as a picture (a 1-bit image as 8 bits, set bits 255).
@@ -193,6 +195,7 @@ class Store {
   }
 
   Geometry geometry_;
+  Options options_;
   Header header_;
 };
 
@@ -201,7 +204,7 @@ class Store {
 // when it is released or another tile is asked for.
 class TileView {
  public:
-  TileView(const Store& store, const Options& o, int tileW, int tileH)
+  TileView(const Store& store, int tileW, int tileH)
       : store_(store), tileW_(tileW), tileH_(tileH) {
     const Geometry& g = store.geometry();
     if (g.order == MOX_DATA_ORDER_PLANE)
@@ -209,7 +212,7 @@ class TileView {
     step_ = rowStep(tileW > 0 ? tileW : 0, g.channels, g.depth);
     MoxTileInfo* info = moxCreateTileInfo(callBack, 0, tileW, tileH);
     if (!info) throw std::bad_alloc();
-    header_ = makeHeader(g, o, info, this);
+    header_ = makeHeader(g, store.options(), info, this);
   }
   TileView(const TileView&) = delete;
   TileView& operator=(const TileView&) = delete;
@@ -294,12 +297,12 @@ struct ThreadImages {
   Call call;
 
   ThreadImages(const std::vector<std::unique_ptr<Store>>& sources,
-               const std::vector<std::unique_ptr<Store>>& destinations, const Options& o,
-               bool tileSources, bool tileDestinations, int tw, int th, const Args& args)
+               const std::vector<std::unique_ptr<Store>>& destinations, bool tileSources,
+               bool tileDestinations, int tw, int th, const Args& args)
       : call{{}, {}, nullptr, args} {
     auto header = [&](const Store& s, bool tiled) {
       if (!tiled) return s.plain();
-      views.push_back(std::make_unique<TileView>(s, o, tw, th));
+      views.push_back(std::make_unique<TileView>(s, tw, th));
       return views.back()->header();
     };
     for (std::size_t i = 0; i < sources.size(); ++i) call.src[i] = header(*sources[i], tileSources);
@@ -332,24 +335,31 @@ std::vector<std::pair<int, int>> destinationTiles(const Store& dst, const Option
 std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
                              const Options& o, const Args& args, std::string* printed) {
   // The sources at the working depth; each destination starts as the input
-  // of its own place (or the first), at the destination depth.
+  // of its own place (or the first), at the destination depth, the first as
+  // the file of --into when given. The second image of each has --roi2.
   std::vector<std::unique_ptr<Store>> sources, destinations;
-  for (const Picture& p : inputs)
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    const Picture& p = inputs[i];
+    const Options mine = o.of(i);
+    if (mine.roi && (mine.roiX >= p.width || mine.roiY >= p.height))
+      throw UsageError(std::string("the rectangle of ") + (i == 1 && o.roi2 ? "--roi2" : "--roi") +
+                       " starts outside the image of " + std::to_string(p.width) + "x" +
+                       std::to_string(p.height));
     sources.push_back(
-        std::make_unique<Store>(p, op.srcDepth ? op.srcDepth : o.depth ? o.depth : p.depth, o,
+        std::make_unique<Store>(p, op.srcDepth ? op.srcDepth : o.depth ? o.depth : p.depth, mine,
                                 MOX_DATA_ORDER_PIXEL, op.srcModel, op.srcSeq));
+  }
   const unsigned working = sources[0]->geometry().depth;
-  for (const Picture& p : inputs)
-    if (o.roi && (o.roiX >= p.width || o.roiY >= p.height))
-      throw UsageError("the rectangle of --roi starts outside the image of " +
-                       std::to_string(p.width) + "x" + std::to_string(p.height));
+  Picture into;
+  if (!o.into.empty()) into = readPicture(o.into);
   unsigned dstDepth = op.dstDepth ? op.dstDepth(args, working) : working;
   if (o.dstDepth) dstDepth = o.dstDepth;
   const int dstOrder = op.dstOrder ? op.dstOrder(args) : MOX_DATA_ORDER_PIXEL;
   for (std::size_t i = 0; i < op.outputs.size(); ++i) {
-    const Picture& start = inputs[i < inputs.size() ? i : 0];
-    if (!op.shape) {
-      destinations.push_back(std::make_unique<Store>(start, dstDepth, o, dstOrder));
+    const bool given = i == 0 && !o.into.empty();
+    const Picture& start = given ? into : inputs[i < inputs.size() ? i : 0];
+    if (!op.shape || given) {
+      destinations.push_back(std::make_unique<Store>(start, dstDepth, o.of(i), dstOrder));
       continue;
     }
     Picture black;
@@ -360,10 +370,15 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
       throw UsageError("the arguments give a destination of " + std::to_string(black.width) +
                        "x" + std::to_string(black.height) + ", which cannot be made");
     black.allocate();
-    destinations.push_back(std::make_unique<Store>(black, dstDepth, o, dstOrder));
+    destinations.push_back(std::make_unique<Store>(black, dstDepth, o.of(i), dstOrder));
   }
 
   const bool tiled = o.tileW || o.tileH;
+  // A call's destination tile lies at the same place of every image, so
+  // rectangles at different places cannot be shared out by tiles.
+  if (o.threads && o.roi2)
+    throw UsageError("--threads hands out tiles at the same place of every image, so it does not "
+                     "go with --roi2");
   if (o.threads && !op.mapping)
     throw UsageError(std::string(op.name) + " takes no destination tile per call, so --threads cannot split it");
   // Without --tile, threads take bands of whole rows: a band reads every
@@ -377,7 +392,7 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
   }
   if (!o.threads) {
     reported = false;
-    ThreadImages images(sources, destinations, o, tiled, tiled, tw, th, args);
+    ThreadImages images(sources, destinations, tiled, tiled, tw, th, args);
     op.call(images.call);
     if (printed) printed->swap(images.call.printed);
   } else {
@@ -387,7 +402,7 @@ std::vector<Picture> execute(const Op& op, const std::vector<Picture>& inputs,
     auto work = [&] {
       prepareThread();
       reported = false;
-      ThreadImages images(sources, destinations, o, tiled, true, tw, th, args);
+      ThreadImages images(sources, destinations, tiled, true, tw, th, args);
       for (std::size_t k; !failed && (k = next++) < tiles.size();) {
         const int mapping[2] = {tiles[k].first, tiles[k].second};
         images.call.mapping = mapping;

@@ -22,6 +22,20 @@ struct Options {
   unsigned dstDepth = 0;  // destination depth; 0: the operation's choice
   int tileW = 0, tileH = 0;
   int threads = 0;        // 0: one call on the calling thread
+  // The second image's rectangle (of the second source and destination),
+  // when it differs from the first's.
+  bool roi2 = false;
+  int roi2X = 0, roi2Y = 0, roi2W = 0, roi2H = 0;
+  // A file the first destination starts as, in place of a copy of the input
+  // (or black); empty: none.
+  std::string into;
+
+  // The options of image `i` of the sources (or of the destinations).
+  Options of(std::size_t i) const {
+    Options o = *this;
+    if (i == 1 && roi2) o.roi = true, o.roiX = roi2X, o.roiY = roi2Y, o.roiW = roi2W, o.roiH = roi2H;
+    return o;
+  }
 };
 
 // The parsed values of an operation's own arguments, by interface name.

@@ -19,8 +19,17 @@ Picture logMagnitude(const Picture& values, bool packedSpectrum);
 // Throws UsageError when the file's format does not.
 Picture rawView(const Picture& values, const std::string& path);
 
-// Natural logarithm of 1 + m (m >= 0) from + - * / alone, so that every
-// build draws the same picture.
-double log1pExact(double m);
+// Channel n (1-based) of a picture as a one-channel picture. Throws
+// UsageError when the picture has fewer channels.
+Picture channelOf(const Picture& picture, int n);
+
+// A grey or RGB picture with the first channel of `alpha` (of the same size
+// and depth) added as its alpha channel. Throws UsageError when they do not fit.
+Picture withAlpha(const Picture& picture, const Picture& alpha);
+
+// The numbers of a text as bars 200 rows high: a column per number of a
+// line, a channel per line (1 to 4), the heights as the square roots of the
+// numbers, the largest as high as the picture. Throws UsageError when the text holds no such numbers.
+Picture bars(const std::string& text);
 
 }  // namespace moxcli
