@@ -429,8 +429,8 @@ def _neighbourhood(op, entry, args, kw, tile, threads, out, roi, coi):
     S = image_of(src, roi, coi)
     if out is None:
         h, w, c, dtype = entry.dst([S])
-        result = new_array(h, w, c, dtype)
-        D = Image(result, written=True)
+        result = new_array(h, w, c, dtype, S.planar)  # in the source's order, as the call
+        D = Image(result, planar=S.planar, written=True)
     else:
         result = out
         D = image_of(out.array if isinstance(out, RawFile) else out, roi, coi, written=True)

@@ -50,6 +50,14 @@ def test_tiles_on_threads_equal_the_single_call(name, args, kw, border, tile, re
                                   op(src, *args, **kw))
 
 
+@needs("close", "blur")
+def test_planar_sources_give_planar_results():
+    src = moxpx.Image(np.ascontiguousarray(A.transpose(2, 0, 1)), planar=True, border="wrap")
+    for op, args in ((moxpx.close, (2,)), (moxpx.blur, (3, 3, 1, 1))):
+        np.testing.assert_array_equal(moxpx.parallel(op, src, *args, tile=(16, 8), threads=2),
+                                      op(src, *args))
+
+
 @needs("convolve2d", "convolve_sep2d")
 def test_convolution_wrappers_equal_the_raw_calls():
     def kernel(values, cols, rows, ax, ay, shift):
