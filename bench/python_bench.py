@@ -9,8 +9,10 @@ moxpx_bench (bench/python_bench.cpp), times the same work through the package
 (with the library beside moxpx_bench's build, build-bench/libmoxpx.so) and
 prints one table with the targets: a call on 64x64 at most 20 us more than
 the C call, a call on 4096x4096 within 5% of it, the speed-up of
-moxpx.parallel on 8192x8192 with 1 and 2 threads, and the peak memory of
-moxpx.parallel over a 20000x20000 8U raw file read and written tile by tile.
+moxpx.parallel on 8192x8192 8U with 1, 2 and all threads for an addition
+(tiles through `mapping`) and a 3x3 blur (tiles as regions), and the peak
+memory of moxpx.parallel over a 20000x20000 8U raw file read and written tile
+by tile.
 """
 
 import argparse
@@ -63,10 +65,15 @@ def python_times(np, moxpx):
             for k, f in runs.items():
                 t[k, side] = min(t[k, side], best(f, number, 1))
     a, b = (rng.integers(0, 256, (8192, 8192), dtype=np.uint8) for _ in range(2))
-    out = np.empty_like(a)
-    runs = {("parallel", n): (lambda n=n: moxpx.parallel(
-        moxpx.add, a, b, out=out, tile=(8192, 256), threads=n)) for n in (1, 2)}
+    out, blurred = np.empty_like(a), np.empty_like(a)
+    runs = {}
+    for n in thread_counts():
+        runs["parallel", n] = lambda n=n: moxpx.parallel(
+            moxpx.add, a, b, out=out, tile=(8192, 256), threads=n)
+        runs["parallel_blur", n] = lambda n=n: moxpx.parallel(
+            moxpx.blur, a, 3, 3, 1, 1, out=blurred, tile=(8192, 256), threads=n)
     runs["single", 8192] = lambda: moxpx.add(a, b, out=out)
+    runs["single_blur", 8192] = lambda: moxpx.blur(a, 3, 3, 1, 1, out=blurred)
     for k in runs:
         t[k] = float("inf")
     for _ in range(8):
@@ -74,7 +81,15 @@ def python_times(np, moxpx):
             t[k] = min(t[k], best(f, 1, 1))
     if not np.array_equal(out, moxpx.add(a, b)):
         raise SystemExit("moxpx.parallel differs from the single call")
+    moxpx.parallel(moxpx.blur, a, 3, 3, 1, 1, out=blurred, tile=(8192, 256), threads=2)
+    if not np.array_equal(blurred, moxpx.blur(a, 3, 3, 1, 1)):
+        raise SystemExit("moxpx.parallel of the blur differs from the single call")
     return t
+
+
+def thread_counts():
+    """1, 2 and all cores."""
+    return sorted({1, 2, os.cpu_count() or 1})
 
 
 # The peak is the process's own high-water mark (VmHWM, in kB), which starts
@@ -149,14 +164,20 @@ def main():
          "ratio %.3f" % (py["add_new", 4096] / b4k), "", None),
     ]
     c1 = c["BM_moxpx_AddTilesOnThreads/1/real_time"]
-    c2 = c["BM_moxpx_AddTilesOnThreads/2/real_time"]
-    for n in (1, 2):
-        cn = c1 if n == 1 else c2
-        rows.append(("parallel add 8192x8192, %d thread%s" % (n, "s" if n > 1 else ""),
-                     ms(py["parallel", n]), ms(cn),
-                     "speed-up %.2f (C %.2f)" % (py["parallel", 1] / py["parallel", n], c1 / cn),
-                     "", None))
-    rows.append(("single add 8192x8192", ms(py["single", 8192]), "", "", "", None))
+
+    def threads(n):
+        return "%d thread%s%s" % (n, "s" if n > 1 else "", " (all cores)" if n > 2 else "")
+
+    for key, what in (("parallel", "add"), ("parallel_blur", "blur 3x3")):
+        for n in thread_counts():
+            cn = c.get("BM_moxpx_AddTilesOnThreads/%d/real_time" % n) if key == "parallel" else None
+            rows.append(("parallel %s 8192x8192, %s" % (what, threads(n)), ms(py[key, n]),
+                         ms(cn) if cn else "",
+                         "speed-up %.2f%s" % (py[key, 1] / py[key, n],
+                                              " (C %.2f)" % (c1 / cn) if cn else ""),
+                         "", None))
+        single = "single" if key == "parallel" else "single_blur"
+        rows.append(("single %s 8192x8192" % what, ms(py[single, 8192]), "", "", "", None))
     rows.append(("parallel not %dx%d raw file" % (args.memory_side, args.memory_side),
                  "peak %d MiB" % (peak >> 20), "", "file %d MiB" % (size >> 20),
                  "far below the file", peak < size // 4))

@@ -1,10 +1,16 @@
 """One operation over many threads, one destination tile per call.
 
-The destination is a tiled image: its tiles come from a call-back that hands
-out pieces of the result array (or of a memory-mapped raw file), and every
-call of the operation names one destination tile through `mapping`. Sources
+Operations whose call takes `mapping` write a tiled destination: its tiles
+come from a call-back that hands out pieces of the result array (or of a
+memory-mapped raw file), and every call names one destination tile. Sources
 are plain images over numpy arrays, or tiled images over raw files, whose
 pages are let go after each tile so that memory stays flat in the image size.
+
+Neighbourhood operations (filters, morphology) have no `mapping`: each call
+gets its own source and destination headers over the shared pixels whose
+regions are one tile. The library reads the neighbours of a region from the
+image around it and only beyond the image's edges by its border rule, so the
+tiles together give the whole call's result.
 """
 
 import ctypes
@@ -15,9 +21,9 @@ import threading
 import numpy as np
 
 from . import _lib
-from ._image import DEPTHS, roi_record, shape_of, _step
-from ._lib import MoxImage, MoxTileInfo, MoxTileCallBack
-from ._ops import _CONVERT, _pair, image_arguments, image_of, new_array, resolve
+from ._image import DEPTHS, Image, roi_record, shape_of, _step
+from ._lib import MoxImage, MoxROI, MoxTileInfo, MoxTileCallBack
+from ._ops import FUNCTIONS, _CONVERT, _pair, image_arguments, image_of, new_array, resolve
 
 _PAGE = mmap.PAGESIZE
 
@@ -192,21 +198,32 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
     op: a moxpx function whose library call takes a destination tile
     (`mapping`): the arithmetic, logic, alpha and colour operations, and
     those that change one image in place (moxpx.set, pre_multiply_alpha);
-    not, for instance, the transforms or the filters.
+    or a neighbourhood operation: blur, min_filter, max_filter,
+    median_filter, convolve2d, convolve_sep2d, erode, dilate, open, close.
+    Others (the transforms, for instance) are refused with ValueError.
     args: its arguments; images are numpy arrays (read in place) or RawFiles
-    (read tile by tile). tile=(width, height): the destination tile size, a
-    multiple of 8 each; tiles as wide as the image with the array's own row
-    step are handed out without copying. out: the result array or a writable
-    RawFile (a new array when None). roi/coi: the region of every image.
+    (read tile by tile; a neighbourhood operation reads a RawFile's mapping
+    as a plain array, so its pages are not let go tile by tile).
+    tile=(width, height): the destination tile size. Operations with
+    `mapping` need a multiple of 8 each, and tiles as wide as the image
+    with the array's own row step are handed out without copying; a
+    neighbourhood operation takes any size (a multiple of 8 wide for bool
+    images) and its source and out= may be moxpx.Image objects (for their
+    border rule, or their own regions), but not share memory.
+    out: the result array or a writable RawFile (a new array when None).
+    roi/coi: the region of every image.
     """
     op = resolve(op, args)
     entry = getattr(op, "op", None)
+    if entry is not None and entry.margin is not None and "m" not in entry.layout:
+        return _neighbourhood(op, entry, args, kw, tile, threads, out, roi, coi)
     # The tiled image: the destination, or the one image written in place.
     written = entry and ("d" if entry.layout.count("d") == 1 and "w" not in entry.layout else
                         "w" if entry.layout.count("w") == 1 and "d" not in entry.layout else None)
     if not written or "m" not in entry.layout:
         raise ValueError("moxpx.parallel runs operations that write one image tile by tile "
-                         "(whose call takes `mapping`)")
+                         "(whose call takes `mapping`) and neighbourhood filters; %s is neither"
+                         % getattr(op, "__name__", op))
     bound = op.bind(*args, **kw)
     bound.apply_defaults()
     v = bound.arguments
@@ -285,9 +302,21 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
                     e, s.error = s.error, None
                     raise e
 
-    # Each thread takes the next tile until none is left or a call failed.
+    try:
+        _on_threads(tiles, n, one)
+    finally:
+        for reg, _, _ in made:  # the call-back and its images refer to each other
+            reg.images.clear()
+    return out
+
+
+def _on_threads(tiles, n, one):
+    """Calls one(t) for every tile on n threads (the calling thread among
+    them), each taking the next tile until none is left or a call failed;
+    raises the first failure."""
     queue = iter(tiles)
     failures = []
+    lock = threading.Lock()
 
     def worker():
         while not failures:
@@ -300,16 +329,138 @@ def parallel(op, *args, tile=(256, 256), threads=None, out=None, roi=None, coi=N
             except BaseException as e:
                 failures.append(e)
 
-    try:
-        pool = [threading.Thread(target=worker) for _ in range(min(n, len(tiles)) - 1)]
-        for th in pool:
-            th.start()
-        worker()  # the calling thread works too
-        for th in pool:
-            th.join()
-        if failures:
-            raise failures[0]
-    finally:
-        for reg, _, _ in made:  # the call-back and its images refer to each other
-            reg.images.clear()
-    return out
+    pool = [threading.Thread(target=worker) for _ in range(min(n, len(tiles)) - 1)]
+    for th in pool:
+        th.start()
+    worker()
+    for th in pool:
+        th.join()
+    if failures:
+        raise failures[0]
+
+
+# ------------------------------------------------------------------ neighbourhood operations
+
+# Morphology as the library runs it: its halves (erosion, dilation) in order.
+_HALVES = {"moxErode": ("erode",), "moxDilate": ("dilate",), "moxOpen": ("erode", "dilate"),
+           "moxClose": ("dilate", "erode")}
+
+
+def _one_rule(header):
+    """The four sides follow one valid border rule (constants equal)."""
+    mode = header.borderMode[0]
+    if not 0 <= mode <= 3:
+        return False
+    return all(header.borderMode[i] == mode and
+               (mode != 0 or header.borderConst[i] == header.borderConst[0]) for i in range(1, 4))
+
+
+def _clone(img, x, y, w, h, coi):
+    """An Image over img's pixels with a header of its own whose region is
+    (x, y, w, h) and channel coi; the library writes img's buffer."""
+    c = Image.__new__(Image)
+    c.array, c.planar, c.written, c.copied = img.array, img.planar, img.written, False
+    c.height, c.width, c.channels = img.height, img.width, img.channels
+    c._buffer, c._view = img._buffer, img._view
+    c.roi = MoxROI(coi, x, y, h, w)
+    c.header = MoxImage.from_buffer_copy(img.header)
+    c.header.roi = ctypes.pointer(c.roi)
+    c.pointer = ctypes.byref(c.header)
+    return c
+
+
+def _coi(img):
+    return img.roi.coi if img.roi is not None else 0
+
+
+def _step_image(src):
+    """A whole image of src's layout and border rule for a morphology half,
+    its region the whole image and src's channel."""
+    a = np.zeros(src.array.shape, src.array.dtype)
+    c = _coi(src)
+    img = Image(a, roi=(0, 0, src.width, src.height) if c else None, coi=c, planar=src.planar,
+                written=True)
+    for i in range(4):
+        img.header.borderMode[i] = src.header.borderMode[i]
+        img.header.borderConst[i] = src.header.borderConst[i]
+    return img
+
+
+def _stages(op, entry, v, name, src):
+    """The passes of the operation: functions call(S, D) that run it from
+    Image S into Image D. Morphology whose library call works over whole
+    intermediate images (opening, closing, and mixed border rules, which go
+    one step at a time) runs those images as passes of their own, so that no
+    tile repeats them."""
+    whole = [lambda S, D: op(**dict(v, **{name: S, "out": D}))]
+    halves = _HALVES.get(entry.cname)
+    n = int(v.get("iterations", 1))
+    if halves is None or n < 1:  # a count below 1 is refused as the single call refuses it
+        return whole
+    steps = [(half, n) for half in halves] if _one_rule(src.header) else \
+        [(half, 1) for half in halves for _ in range(n)]
+    if len(steps) == 1:
+        return whole
+    return [lambda S, D, f=FUNCTIONS[half], k=k: f(S, k, out=D) for half, k in steps]
+
+
+def _tiles_of(srect, drect, tile):
+    """The tiles of the common region on a grid of tile-sized cells of the
+    destination, each as (source x, source y, x, y, width, height)."""
+    sx, sy, sw, sh = srect
+    dx, dy, dw, dh = drect
+    w, h = min(sw, dw), min(sh, dh)
+    tw, th = tile
+    tiles = []
+    for ty in range(dy // th, (dy + h - 1) // th + 1 if h > 0 and w > 0 else 0):
+        y0, y1 = max(ty * th, dy), min((ty + 1) * th, dy + h)
+        for tx in range(dx // tw, (dx + w - 1) // tw + 1):
+            x0, x1 = max(tx * tw, dx), min((tx + 1) * tw, dx + w)
+            tiles.append((sx + x0 - dx, sy + y0 - dy, x0, y0, x1 - x0, y1 - y0))
+    return tiles
+
+
+def _neighbourhood(op, entry, args, kw, tile, threads, out, roi, coi):
+    bound = op.bind(*args, **kw)
+    names, sources = image_arguments(bound)
+    if len(sources) != 1:
+        raise ValueError("moxpx.parallel runs neighbourhood operations of one source")
+    src = sources[0].array if isinstance(sources[0], RawFile) else sources[0]
+    S = image_of(src, roi, coi)
+    if out is None:
+        h, w, c, dtype = entry.dst([S])
+        result = new_array(h, w, c, dtype, S.planar)  # in the source's order, as the call
+        D = Image(result, planar=S.planar, written=True)
+    else:
+        result = out
+        D = image_of(out.array if isinstance(out, RawFile) else out, roi, coi, written=True)
+    if np.may_share_memory(D.array, S.array):
+        raise ValueError("moxpx.parallel: the result of %s may not share memory with its "
+                         "source (tiles would read pixels other tiles wrote)" % op.__name__)
+    tw, th = (int(t) for t in tile)
+    if tw < 1 or th < 1:
+        raise ValueError("tile=(width, height) of at least 1 each, not %r" % (tile,))
+    if tw % 8 and np.dtype(np.bool_) in (S.array.dtype, D.array.dtype):
+        raise ValueError("tiles of bool images are a multiple of 8 wide (eight pixels share "
+                         "a byte)")
+    n = threads or os.cpu_count() or 1
+    stages = _stages(op, entry, bound.arguments, names[0], S)
+    if not _tiles_of(S.rect(), D.rect(), (tw, th)):  # an empty region: the single call
+        stages[0](S, D)                              # reports what it reports
+        D.finish()
+        return result
+    # Passes before the last run over whole images (the source's channel);
+    # the last reads the previous pass's image over the source's region.
+    cur, sc = S, _coi(S)
+    for k, call in enumerate(stages):
+        last = k == len(stages) - 1
+        into = D if last else _step_image(S)
+        srect = S.rect() if last else (0, 0, S.width, S.height)
+        dc = _coi(into)
+        _on_threads(_tiles_of(srect, into.rect(), (tw, th)), n,
+                    lambda t, S=cur, D=into, call=call: call(
+                        _clone(S, t[0], t[1], t[4], t[5], sc),
+                        _clone(D, t[2], t[3], t[4], t[5], dc)))
+        cur = into
+    D.finish()
+    return result
