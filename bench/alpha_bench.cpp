@@ -229,11 +229,12 @@ int registerVips() {
   vips_cache_set_max(0);    // every call composes anew
   for (int side : {2048, 4096}) {
     const Shape s{MOX_DEPTH_8U, side, side, 4};
-    const std::string c = caseName(s);
-    benchmark::RegisterBenchmark(("BM_vips_AlphaComposite/" + c).c_str(), peerOver<false>, s)
-        ->UseRealTime();
-    benchmark::RegisterBenchmark(("BM_vips_AlphaCompositeStraight/" + c).c_str(), peerOver<true>, s)
-        ->UseRealTime();
+    for (bool straight : {false, true}) {
+      std::string name = "BM_vips_AlphaComposite";
+      name.append(straight ? "Straight/" : "/").append(caseName(s));
+      benchmark::RegisterBenchmark(name.c_str(), straight ? peerOver<true> : peerOver<false>, s)
+          ->UseRealTime();
+    }
   }
   return 0;
 }
