@@ -223,8 +223,11 @@ struct MapRun {
   const ChannelMap* maps;
   const void* tables;  // below 32 bits: every value's result, per channel
   long long range;
-  // One channel of bytes in a large image: the results of every two bytes
-  // as they lie in memory, so that one look-up does two.
+  // Every channel maps alike: runs of interleaved channels go through the
+  // first channel's table as one.
+  bool alike;
+  // Bytes of a large image that go through one table: the results of every
+  // two bytes as they lie in memory, so that one look-up does two.
   const std::uint16_t* pairs;
 };
 
@@ -311,8 +314,8 @@ void mapKernel(const View* v, const void* arg) {
       using U = std::make_unsigned_t<T>;
       const T* tables = static_cast<const T*>(m.tables);
       const std::size_t r = std::size_t(m.range);
-      if (cycle == 1) {
-        const T* t = tables + std::size_t(base) * r;
+      if (cycle == 1 || (m.alike && ss == 1 && ds == 1)) {
+        const T* t = tables + (cycle == 1 ? std::size_t(base) * r : 0);
         if constexpr (D::bits == 8)
           if (m.pairs && ss == 1 && ds == 1)
             return lookUpPairs(s, d, count, m.pairs, t, U(D::lo), v[1].large);
@@ -334,7 +337,7 @@ void mapKernel(const View* v, const void* arg) {
 void runMaps(const OpTable& t, const MoxImage* src, MoxImage* dst,
              const std::vector<ChannelMap>& maps) {
   const int channels = int(maps.size());
-  MapRun run{maps.data(), nullptr, 0, nullptr};
+  MapRun run{maps.data(), nullptr, 0, false, nullptr};
   const unsigned depth = dst->depth;
   std::vector<unsigned char> tables;
   std::unique_ptr<std::uint16_t[]> pairs;
@@ -350,8 +353,12 @@ void runMaps(const OpTable& t, const MoxImage* src, MoxImage* dst,
           out[std::size_t(c) * std::size_t(run.range) + std::size_t(v)] =
               D::sat(mapValue(maps[std::size_t(c)], v + D::lo));
       run.tables = out;
+      const std::size_t bytes = std::size_t(run.range) * sizeof(T);
+      run.alike = channels > 1;
+      for (int c = 1; c < channels && run.alike; ++c)
+        run.alike = std::memcmp(out, out + std::size_t(c) * std::size_t(run.range), bytes) == 0;
       if constexpr (D::bits == 8 && std::endian::native == std::endian::little)
-        if (channels == 1 && values(dst) >= kPairedValues) {
+        if ((channels == 1 || run.alike) && values(dst) * channels >= kPairedValues) {
           pairs.reset(new std::uint16_t[1 << 16]);
           fillPairs(out, pairs.get());
           run.pairs = pairs.get();
