@@ -5,8 +5,12 @@
 // values v with key[i] <= v < key[i + 1]. Values outside every bin are not
 // counted and are copied unchanged by the maps.
 #include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstdio>
+#include <cstring>
+#include <limits>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <type_traits>
@@ -65,12 +69,16 @@ bool badLuts(MoxLUT* const* lut, int channels, unsigned depth, bool map, const S
   return false;
 }
 
-// The values of one channel an image's ROI holds must be countable in an
-// int (only tiled images can hold more).
-bool tooManyValues(const MoxImage* im, const Site& at) {
+// The values of one channel an image's ROI holds.
+long long values(const MoxImage* im) {
   long long w = im->width, h = im->height;
   if (const MoxROI* r = im->roi) w = std::min<long long>(r->width, w), h = std::min<long long>(r->height, h);
-  return failsLut(w * h > INT_MAX, at, "(srcImage ROI width * height > INT_MAX)");
+  return w * h;
+}
+
+// They must be countable in an int (only tiled images can hold more).
+bool tooManyValues(const MoxImage* im, const Site& at) {
+  return failsLut(values(im) > INT_MAX, at, "(srcImage ROI width * height > INT_MAX)");
 }
 
 // Entries of `channels` tables of `range` values of `bytes` each. Past 2^31
@@ -224,19 +232,80 @@ struct MapRun {
   const ChannelMap* maps;
   const void* tables;  // below 32 bits: every value's result, per channel
   long long range;
+  // Every channel maps alike: runs of interleaved channels go through the
+  // first channel's table as one.
+  bool alike;
+  // Bytes of a large image that go through one table: the results of every
+  // two bytes as they lie in memory, so that one look-up does two.
+  const std::uint16_t* pairs;
 };
+
+// Maps of fewer values look up one byte at a time: filling the table of
+// pairs costs what some hundred thousand values save.
+constexpr long long kPairedValues = 1 << 20;
+
+// Every two bytes b0 b1 (b0 first in memory) to their results, from the
+// results `t` of every value indexed from the depth's lowest.
+template <class T>
+void fillPairs(const T* t, std::uint16_t* pairs) {
+  using U = std::make_unsigned_t<T>;
+  std::uint16_t byByte[256];
+  for (unsigned b = 0; b < 256; ++b) byByte[b] = U(t[U(T(b) - std::numeric_limits<T>::min())]);
+  for (unsigned b1 = 0; b1 < 256; ++b1)
+    for (unsigned b0 = 0; b0 < 256; ++b0)
+      pairs[b1 << 8 | b0] = std::uint16_t(byByte[b0] | byByte[b1] << 8);
+}
 
 // A contiguous run through its table, one value at a time. Left to itself
 // the compiler builds vectors of looked-up bytes one byte at a time, which
-// ran at half the speed of plain loads and stores.
+// ran at half the speed of plain loads and stores. The loop starts a cache
+// line of code: where it happened to straddle two, it also ran at half speed.
 #if defined(__GNUC__) && !defined(__clang__)
-#define MOX_SCALAR_LOOP __attribute__((optimize("no-tree-vectorize")))
+#define MOX_SCALAR_LOOP __attribute__((optimize("no-tree-vectorize", "align-loops=64")))
 #else
 #define MOX_SCALAR_LOOP
 #endif
 template <class T, class U>
 MOX_SCALAR_LOOP void lookUp(const T* s, T* d, int count, const T* t, U lo) {
   for (int j = 0; j < count; ++j) d[j] = t[U(s[j] - lo)];
+}
+
+// The same through the table of pairs, eight pairs gathered into a vector
+// and stored at once (one store a byte held the loop to a byte a cycle). A
+// destination of kLargeBytes or more is stored past the caches, from its
+// first 16-byte boundary on.
+template <class T, class U>
+MOX_SCALAR_LOOP void lookUpPairs(const T* s, T* d, int count, const std::uint16_t* pairs,
+                                 const T* t, U lo, bool stream) {
+  int j = 0;
+#if defined(__SSE2__)
+  auto eight = [&](int at) {
+    std::uint32_t w[4];
+    std::memcpy(w, s + at, 16);
+    __m128i v = _mm_cvtsi32_si128(pairs[w[0] & 0xFFFF]);
+    v = _mm_insert_epi16(v, pairs[w[0] >> 16], 1);
+    v = _mm_insert_epi16(v, pairs[w[1] & 0xFFFF], 2);
+    v = _mm_insert_epi16(v, pairs[w[1] >> 16], 3);
+    v = _mm_insert_epi16(v, pairs[w[2] & 0xFFFF], 4);
+    v = _mm_insert_epi16(v, pairs[w[2] >> 16], 5);
+    v = _mm_insert_epi16(v, pairs[w[3] & 0xFFFF], 6);
+    return _mm_insert_epi16(v, pairs[w[3] >> 16], 7);
+  };
+  if (stream) {
+    for (; j < count && reinterpret_cast<std::uintptr_t>(d + j) % 16; ++j) d[j] = t[U(s[j] - lo)];
+    for (; j + 16 <= count; j += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(d + j), eight(j));
+  }
+  for (; j + 16 <= count; j += 16) _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), eight(j));
+#else
+  (void)stream;
+#endif
+  for (; j + 2 <= count; j += 2) {
+    std::uint16_t v;
+    std::memcpy(&v, s + j, 2);
+    v = pairs[v];
+    std::memcpy(d + j, &v, 2);
+  }
+  for (; j < count; ++j) d[j] = t[U(s[j] - lo)];
 }
 
 template <class D>
@@ -254,8 +323,11 @@ void mapKernel(const View* v, const void* arg) {
       using U = std::make_unsigned_t<T>;
       const T* tables = static_cast<const T*>(m.tables);
       const std::size_t r = std::size_t(m.range);
-      if (cycle == 1) {
-        const T* t = tables + std::size_t(base) * r;
+      if (cycle == 1 || (m.alike && ss == 1 && ds == 1)) {
+        const T* t = tables + (cycle == 1 ? std::size_t(base) * r : 0);
+        if constexpr (D::bits == 8)
+          if (m.pairs && ss == 1 && ds == 1)
+            return lookUpPairs(s, d, count, m.pairs, t, U(D::lo), v[1].large);
         if (ss == 1 && ds == 1)
           lookUp(s, d, count, t, U(D::lo));
         else
@@ -274,9 +346,10 @@ void mapKernel(const View* v, const void* arg) {
 void runMaps(const OpTable& t, const MoxImage* src, MoxImage* dst,
              const std::vector<ChannelMap>& maps) {
   const int channels = int(maps.size());
-  MapRun run{maps.data(), nullptr, 0};
+  MapRun run{maps.data(), nullptr, 0, false, nullptr};
   const unsigned depth = dst->depth;
   std::vector<unsigned char> tables;
+  std::unique_ptr<std::uint16_t[]> pairs;
   byDepth(depth, [&](auto dd) {
     using D = decltype(dd);
     using T = typename D::T;
@@ -289,6 +362,16 @@ void runMaps(const OpTable& t, const MoxImage* src, MoxImage* dst,
           out[std::size_t(c) * std::size_t(run.range) + std::size_t(v)] =
               D::sat(mapValue(maps[std::size_t(c)], v + D::lo));
       run.tables = out;
+      const std::size_t bytes = std::size_t(run.range) * sizeof(T);
+      run.alike = channels > 1;
+      for (int c = 1; c < channels && run.alike; ++c)
+        run.alike = std::memcmp(out, out + std::size_t(c) * std::size_t(run.range), bytes) == 0;
+      if constexpr (D::bits == 8 && std::endian::native == std::endian::little)
+        if ((channels == 1 || run.alike) && values(dst) * channels >= kPairedValues) {
+          pairs.reset(new std::uint16_t[1 << 16]);
+          fillPairs(out, pairs.get());
+          run.pairs = pairs.get();
+        }
     }
     return 0;
   });
@@ -296,6 +379,9 @@ void runMaps(const OpTable& t, const MoxImage* src, MoxImage* dst,
   const WalkPlan plan{t.func, t.file, &t.walk, false};  // the flat path forgets channels
   walk(plan, images, 2, nullptr,
        byDepth(depth, [](auto d) -> Kernel { return &mapKernel<decltype(d)>; }), &run);
+#if defined(__SSE2__)
+  _mm_sfence();  // the stores past the caches are seen before the call returns
+#endif
 }
 
 constexpr WalkLines kHistoLines{{80, 81, 82, 83}, {91, 98, 100, 106}};
