@@ -238,34 +238,6 @@ class TilesAndThreads(Temp):
                                                                       *files))
 
 
-class GalleryCommands(Temp):
-    """Every gallery picture's command line is one the tool takes."""
-
-    def test_every_command_parses(self):
-        found = []
-        for path in sorted(glob.glob(os.path.join(ROOT, "examples", "gallery_*.c"))):
-            with open(path) as f:
-                text = re.sub(r"/\*.*?\*/", "", f.read(), flags=re.S)
-            # Adjacent literals are one string.
-            for run in re.finditer(r'"(?:[^"\\]|\\.)*"(?:\s*"(?:[^"\\]|\\.)*")*', text):
-                value = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', run.group(0)))
-                if value.startswith("moxpx "):
-                    found.append((os.path.basename(path), value))
-        self.assertGreater(len(found), 50)
-        for path, command in found:
-            words = command.split()
-            with self.subTest(file=path, command=command):
-                help_text = tool(words[1], "--help", check=DONE).stdout
-                for word in words[2:]:
-                    if word.startswith("--"):
-                        self.assertIn("  %s " % word, help_text)
-                # In an empty folder the whole line is taken (options, values, number
-                # of files) and only reading the first input fails.
-                done = tool(*words[1:], cwd=self.dir)
-                self.assertEqual(FILE_FAILURE, done.returncode, done.stderr)
-                self.assertEqual(os.listdir(self.dir), [])
-
-
 class Transforms(Temp):
     def test_raw_against_the_library_and_back(self):
         g = noise((16, 32), np.uint8, 5)
