@@ -10,10 +10,8 @@ and a message that names the problem.
 Usage: cli_test.py TOOL LIBRARY [unittest options]
 """
 
-import glob
 import os
 import pty
-import re
 import subprocess
 import sys
 import tempfile
