@@ -261,6 +261,25 @@ const Kernels& kernels() {
   return kBaselineKernels;
 }
 
+#if defined(_WIN32)
+// The Windows runtimes may free a thread's thread_local storage before they
+// run the destructors of the objects in it, so a thread that ended after an
+// FFT crashed in the engine's destructor. There each thread's engines live on
+// the heap behind a plain pointer and are never destroyed at thread exit: a
+// thread gives its tables back with MOX_FFT_FREE or MOX_DCT_FREE and keeps
+// only the small engine records.
+Engine& fourierEngine() {
+  thread_local Engine* engine = nullptr;
+  if (!engine) engine = new Engine;
+  return *engine;
+}
+
+Engine& cosineEngine() {
+  thread_local Engine* engine = nullptr;
+  if (!engine) engine = new Engine;
+  return *engine;
+}
+#else
 Engine& fourierEngine() {
   thread_local Engine engine;
   return engine;
@@ -270,5 +289,6 @@ Engine& cosineEngine() {
   thread_local Engine engine;
   return engine;
 }
+#endif
 
 }  // namespace mox::fft
