@@ -60,7 +60,8 @@ def image_of(a, roi, coi, written=False, model=None, alpha=False):
         if written and not a.written:
             raise ValueError("an Image the library writes must be made with written=True")
         return a
-    img = Image(a, roi, coi, written=written, model=model)
+    model, _, order = (model or "").partition("/")
+    img = Image(a, roi, coi, written=written, model=model or None, order=order or None)
     if alpha and img.channels in (2, 4):
         img.header.alphaChannel = img.channels
     return img
@@ -103,7 +104,8 @@ def run(cname, images, scalars=(), *, out=None, roi=None, coi=None, mapping=None
     dst: how to shape a new destination, given the source Images: a function
     returning (height, width, channels, dtype). dst_region: a new destination
     takes the roi and coi keywords too (it has the sources' size). models:
-    the colour model of each image made from an array, in argument order;
+    the colour model of each image made from an array, in argument order
+    ("MODEL/SEQUENCE" sets its channel sequence too);
     alpha: the last channel of arrays of 2 or 4 channels is their alpha.
     Returns the destination array, or the arrays written in place, or the
     function's own result when it has no image to return.
@@ -328,7 +330,9 @@ TABLE = [
     # colour
     Op("color_to_gray", "moxColorToGray", _UNARY, dst=_one_channel, doc="RGB to grey."),
     Op("gray_to_color", "moxGrayToColor", "sd...m",
-       "fract_r:float fract_g:float fract_b:float", dst=_three_channels, models=(None, "RGB"),
+       "fract_r:float fract_g:float fract_b:float", dst=_three_channels,
+       # The grey source's sequence names the result's channel order: R, G, B.
+       models=("GRAY/RGB", "RGB"),
        doc="Grey to RGB with the given fractions."),
     Op("rgb2hsv", "moxRGB2HSV", _UNARY, doc="RGB to HSV.", models=("RGB", "HSV")),
     Op("hsv2rgb", "moxHSV2RGB", _UNARY, doc="HSV to RGB.", models=("HSV", "RGB")),

@@ -105,7 +105,7 @@ OPS += [
          lambda a: moxpx.rotate(a, 3000, 10, 7, "cubic", out=a.copy())),
     case("colortogray", [], call("color_to_gray"), U16),
     case("graytocolor", ["--fractR", 1.0, "--fractG", 0.5, "--fractB", 0.25],
-         lambda a: moxpx.gray_to_color(moxpx.Image(a, order="RGB"), 1.0, 0.5, 0.25), shape=GREY),
+         lambda a: moxpx.gray_to_color(a, 1.0, 0.5, 0.25), shape=GREY),
     case("rgb2hsv", [], call("rgb2hsv")), case("hsv2rgb", [], call("hsv2rgb"), U16),
     case("rgb2hls", [], call("rgb2hls"), U16), case("hls2rgb", [], call("hls2rgb")),
     case("applycolortwist", ["--cTwist", ",".join(map(str, SEPIA)), "--scalingValue", 8,
