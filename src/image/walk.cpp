@@ -280,16 +280,17 @@ bool Walker::run(const int* mapping, Kernel kernel, const void* arg, PieceFn pie
 // tile and the place inside it) that moves with the pieces, so a piece costs
 // no division.
 bool Walker::walkPieces(const void* arg) {
+  // All fields 64-bit: a tile index stored as 32 bits and then read with
+  // its neighbour as one 64-bit word cannot be forwarded from the store and
+  // stalled every piece.
   struct Cursor {
-    int tx, ty;
-    i64 col, row;
+    i64 tx, ty, col, row;
   };
   View views[kMaxWalkImages];
   Cursor band0[kMaxWalkImages], at[kMaxWalkImages];
   for (int i = 0; i < n_; ++i)
     if (const MoxTileInfo* t = parts_[i].tile)
-      band0[i] = Cursor{static_cast<int>(parts_[i].x / t->width),
-                        static_cast<int>(parts_[i].y / t->height), parts_[i].x % t->width,
+      band0[i] = Cursor{parts_[i].x / t->width, parts_[i].y / t->height, parts_[i].x % t->width,
                         parts_[i].y % t->height};
   i64 band = 0, piece = 0;
   for (i64 ry = 0; ry < h_; ry += band) {
@@ -310,7 +311,7 @@ bool Walker::walkPieces(const void* arg) {
           v.coi = p.coi;
           continue;
         }
-        if (!acquire(i, at[i].tx, at[i].ty)) return false;
+        if (!acquire(i, static_cast<int>(at[i].tx), static_cast<int>(at[i].ty))) return false;
         v = p.tileView;
         v.data = p.tile->tileData + at[i].row * p.tileStep;
         if (p.colBytes) {
