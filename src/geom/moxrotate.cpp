@@ -457,18 +457,67 @@ void quarterBlocks8(const Plan& p, const Source& s, const View& d, int px, int p
 }
 #endif
 
+// Three-byte pixels, all channels together: the covered part (rows ya..yb,
+// columns ja..jb, counted from their first) in square blocks. Each block's
+// source rows are first copied into a small packed buffer: rows of an image
+// whose row length is near a power of two fall into few cache sets, and a
+// column read straight from them would evict itself. The destination rows
+// of the block are then filled from the buffer's columns.
+void quarterBlocks3(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e,
+                    long long ya, long long yb, long long ja, long long jb) {
+  constexpr int kSide = 64, kRowBytes = 3 * kSide;
+  // One byte more than the pixels: each pixel is read as four bytes.
+  alignas(64) std::uint8_t buffer[kSide * kRowBytes + 1];
+  const long long jBase = px - p.dst.x;
+  for (long long y = ya; y <= yb; y += kSide) {
+    const int rows = static_cast<int>(yb - y + 1 < kSide ? yb - y + 1 : kSide);
+    // The source columns of these destination rows, from the first on.
+    const long long xa = e.x0 + e.xi * (py + y - p.dst.y);
+    const long long xFirst = e.xi < 0 ? xa - (rows - 1) : xa;
+    for (long long j = ja; j <= jb; j += kSide) {
+      const int cols = static_cast<int>(jb - j + 1 < kSide ? jb - j + 1 : kSide);
+      const long long ra = e.y0 + e.yj * (jBase + j);
+      const long long yFirst = e.yj < 0 ? ra - (cols - 1) : ra;
+      const char* from = s.view.data + std::ptrdiff_t(yFirst - s.y0) * s.view.widthStep +
+                         std::ptrdiff_t(xFirst - s.x0) * 3;
+      // A whole row of the block is copied with a constant length (a few
+      // vector moves rather than a string copy that is slow to start).
+      for (int r = 0; r < cols; ++r, from += s.view.widthStep) {
+        if (rows == kSide)
+          std::memcpy(buffer + r * kRowBytes, from, kRowBytes);
+        else
+          std::memcpy(buffer + r * kRowBytes, from, std::size_t(rows) * 3);
+      }
+      for (int a = 0; a < rows; ++a) {
+        // Destination row y + a reads buffer column c; its pixel b reads
+        // buffer row b, or cols - 1 - b when the source rows run backwards.
+        const int c = e.xi < 0 ? rows - 1 - a : a;
+        const std::ptrdiff_t down = e.yj < 0 ? -kRowBytes : kRowBytes;
+        const std::uint8_t* from = buffer + 3 * c + (e.yj < 0 ? (cols - 1) * kRowBytes : 0);
+        columnToRowPadded3(reinterpret_cast<const char*>(from), down,
+                           reinterpret_cast<std::uint8_t*>(d.data) +
+                               std::ptrdiff_t(y + a) * d.widthStep + 3 * j,
+                           cols);
+      }
+    }
+  }
+}
+
 template <class T>
 void quarterRows(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e) {
-#if defined(__SSE2__)
   const mox::geom::RowShape a = mox::geom::rowShape(s.view), b = mox::geom::rowShape(d);
+  // The covered part is a rectangle: rows whose source column lies in the
+  // image, columns whose source row does.
+  long long ya, yb, ja, jb;
+  validRange(e.x0 + e.xi * (py - p.dst.y), e.xi, p.srcWidth, d.height, &ya, &yb);
+  validRange(e.y0 + e.yj * (px - p.dst.x), e.yj, p.srcHeight, d.width, &ja, &jb);
+  if (ya > yb || ja > jb) return;
+  if (sizeof(T) == 1 && a.lanes == 1 && a.count == 3 && a.stride == 3 && a.offset == 0 &&
+      b.lanes == 1 && b.count == 3 && b.stride == 3 && b.offset == 0)
+    return quarterBlocks3(p, s, d, px, py, e, ya, yb, ja, jb);
+#if defined(__SSE2__)
   if (sizeof(T) == 1 && a.lanes == 1 && a.count == 1 && a.stride == 1 && b.lanes == 1 &&
       b.count == 1 && b.stride == 1) {
-    // The covered part is a rectangle: rows whose source column lies in the
-    // image, columns whose source row does.
-    long long ya, yb, ja, jb;
-    validRange(e.x0 + e.xi * (py - p.dst.y), e.xi, p.srcWidth, d.height, &ya, &yb);
-    validRange(e.y0 + e.yj * (px - p.dst.x), e.yj, p.srcHeight, d.width, &ja, &jb);
-    if (ya > yb || ja > jb) return;
     quarterBlocks8(p, s, d, px, py, e, ya, yb, ja, jb);
     const long long rowsDone = (yb - ya + 1) / 8 * 8, colsDone = (jb - ja + 1) / 8 * 8;
     for (long long y = ya; y <= yb; ++y) {

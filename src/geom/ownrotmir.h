@@ -121,8 +121,9 @@ inline RowShape rowShape(const View& v) {
 
 #if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
 #define MOX_GEOM_HAVE_WIDE 1
-// Reverses the leading pixels of a run of w three-byte pixels (d[j] takes
-// s[w - 1 - j]) with byte shuffles; returns how many it did. Only on
+// Reverses a run of w three-byte pixels (d[j] takes s[w - 1 - j]) with byte
+// shuffles, from the source's first pixel on: returns how many source
+// pixels it did (the same number of the destination's last pixels). Only on
 // processors with 256-bit vectors.
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w);
 // The same for one-byte pixels.
@@ -143,23 +144,25 @@ inline __m128i reversedLanes(__m128i v, std::uint16_t) {
 inline __m128i reversedLanes(__m128i v, std::uint32_t) { return _mm_shuffle_epi32(v, 0x1B); }
 #endif
 
-// d[j] = s[w - 1 - j] for j below w.
+// d[j] = s[w - 1 - j] for j below w. The source is read forwards (where
+// the processor's prefetching expects it) and the destination written
+// backwards.
 template <class T>
 inline void reverseRun(const T* s, T* d, int w) {
-  int j = 0;
+  int i = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (sizeof(T) == 1) {
-    if (wideVectors()) j = reverseBytesWide(s, d, w);
+    if (wideVectors()) i = reverseBytesWide(s, d, w);
   }
 #endif
 #if defined(__SSE2__)
   constexpr int kLanes = 16 / sizeof(T);
-  for (; j + kLanes <= w; j += kLanes) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + w - j - kLanes));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), reversedLanes(v, T{}));
+  for (; i + kLanes <= w; i += kLanes) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + w - i - kLanes), reversedLanes(v, T{}));
   }
 #endif
-  for (; j < w; ++j) d[j] = s[w - 1 - j];
+  for (; i < w; ++i) d[w - 1 - i] = s[i];
 }
 
 
@@ -178,14 +181,15 @@ inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool 
       for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = s[std::ptrdiff_t(j) * ss + c];
     return;
   }
-  int j = 0;
+  // As reverseRun: source pixels in order, destination pixels backwards.
+  int i = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (sizeof(T) == 1 && K == 3)
-    if (ss == 3 && ds == 3 && wideVectors()) j = reversePixels3Wide(s, d, w);
+    if (ss == 3 && ds == 3 && wideVectors()) i = reversePixels3Wide(s, d, w);
 #endif
-  const T* last = s + std::ptrdiff_t(w - 1) * ss;
-  for (; j < w; ++j)
-    for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = last[-std::ptrdiff_t(j) * ss + c];
+  T* last = d + std::ptrdiff_t(w - 1) * ds;
+  for (; i < w; ++i)
+    for (int c = 0; c < k; ++c) last[-std::ptrdiff_t(i) * ds + c] = s[std::ptrdiff_t(i) * ss + c];
 }
 
 // Reverses w packed bits: bit j of out is bit w - 1 - j of in (both from
@@ -253,9 +257,11 @@ void copyRow(const View& s, int sy, const View& d, int dy, int w, bool reverse) 
       if (!reverse) return streamCopy(sp, dp, std::size_t(w) * count);
       alignas(16) T buffer[4096 / sizeof(T)];
       const int per = static_cast<int>(sizeof buffer / sizeof(T)) / count;
-      for (int j0 = 0, m = 0; j0 < w; j0 += m) {
-        m = w - j0 < per ? w - j0 : per;
-        const T* from = sp + std::ptrdiff_t(w - j0 - m) * ss;
+      // Source pieces in order, each to its place from the row's end.
+      for (int i0 = 0, m = 0; i0 < w; i0 += m) {
+        m = w - i0 < per ? w - i0 : per;
+        const T* from = sp + std::ptrdiff_t(i0) * ss;
+        const int j0 = w - i0 - m;
         switch (count) {
           case 1: copyPixels<T, 1>(from, ss, buffer, count, m, 1, true); break;
           case 3: copyPixels<T, 3>(from, ss, buffer, count, m, 3, true); break;

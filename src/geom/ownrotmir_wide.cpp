@@ -11,17 +11,18 @@
 namespace mox::geom {
 
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
-  // Five pixels a step: sixteen bytes loaded from one byte before the
-  // five, fifteen stored in reverse pixel order plus one byte that the next
-  // step overwrites (the loop stops while a pixel is still to come).
-  const __m128i order = _mm_setr_epi8(13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 1, 2, 3, -1);
-  int j = 0;
-  for (; j + 6 <= w; j += 5) {
-    const std::uint8_t* from = s + 3 * (w - 5 - j) - 1;
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * j), _mm_shuffle_epi8(v, order));
+  // Five pixels a step: sixteen bytes loaded from the five's first byte
+  // (one byte of the pixel after them too), stored as one byte that the next
+  // step overwrites followed by the five in reverse order (the loop stops
+  // while a pixel is still to come).
+  const __m128i order = _mm_setr_epi8(0, 12, 13, 14, 9, 10, 11, 6, 7, 8, 3, 4, 5, 0, 1, 2);
+  int i = 0;
+  for (; i + 6 <= w; i += 5) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 3 * i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * (w - 5 - i) - 1),
+                     _mm_shuffle_epi8(v, order));
   }
-  return j;
+  return i;
 }
 
 int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
@@ -29,13 +30,14 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
   // exchanged.
   const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
                                          14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-  int j = 0;
-  for (; j + 32 <= w; j += 32) {
-    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + w - j - 32));
+  int i = 0;
+  for (; i + 32 <= w; i += 32) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
     const __m256i r = _mm256_shuffle_epi8(v, order);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + j), _mm256_permute2x128_si256(r, r, 1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 32),
+                        _mm256_permute2x128_si256(r, r, 1));
   }
-  return j;
+  return i;
 }
 
 }  // namespace mox::geom
