@@ -29,10 +29,43 @@ inline T toValue(double v, double lo, double hi) {
   return static_cast<T>(static_cast<std::int32_t>(v));
 }
 
+#if defined(MOX_GEOM_WIDE_BODY)
+// linearY on bytes, sixteen values a step, each lane the same double
+// operations as the loop below; a row at t = 0 takes its first row's values
+// (a + (b - a) * 0 is a for the finite values of a row buffer). Returns the
+// values done.
+inline int linearYBytes(const float* r0, const float* r1, double t, std::uint8_t* out, int n,
+                        double lo, double hi) {
+  const __m256d vt = _mm256_set1_pd(t), tolerance = _mm256_set1_pd(1e-7);
+  const __m256d vlo = _mm256_set1_pd(lo), vhi = _mm256_set1_pd(hi);
+  const bool flat = t == 0;
+  auto four = [&](int e) {
+    __m256d v = _mm256_cvtps_pd(_mm_loadu_ps(r0 + e));
+    if (!flat) {
+      const __m256d b = _mm256_cvtps_pd(_mm_loadu_ps(r1 + e));
+      v = _mm256_add_pd(v, _mm256_mul_pd(_mm256_sub_pd(b, v), vt));
+    }
+    v = _mm256_add_pd(v, tolerance);
+    return _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(v, vlo), vhi));
+  };
+  int e = 0;
+  for (; e + 16 <= n; e += 16) {
+    const __m128i w0 = _mm_packs_epi32(four(e), four(e + 4));
+    const __m128i w1 = _mm_packs_epi32(four(e + 8), four(e + 12));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + e), _mm_packus_epi16(w0, w1));
+  }
+  return e;
+}
+#endif
+
 template <class T>
 void linearY(const float* __restrict r0, const float* __restrict r1, double t, T* __restrict out,
              int n, double lo, double hi) {
-  for (int e = 0; e < n; ++e) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  if constexpr (std::is_same_v<T, std::uint8_t>) e = linearYBytes(r0, r1, t, out, n, lo, hi);
+#endif
+  for (; e < n; ++e) {
     const double a = r0[e], b = r1[e];
     out[e] = toValue<T>(a + (b - a) * t, lo, hi);
   }
