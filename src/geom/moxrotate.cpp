@@ -214,6 +214,32 @@ inline const T* sampleAddress(const Source& s, std::ptrdiff_t so, int ss, int ix
          std::ptrdiff_t(ix - s.x0) * ss;
 }
 
+// Groups of eight one-byte pixels, one sample each, that the wide kernel
+// did (none without it); the per-pixel loop skips them.
+struct WideDone {
+  bool done[kChunk / 8];
+  int groups = 0;
+  bool operator()(int j) const { return j / 8 < groups && done[j / 8]; }
+};
+
+template <class T, int K>
+WideDone linearWide([[maybe_unused]] const Source& s, [[maybe_unused]] std::ptrdiff_t so,
+                    [[maybe_unused]] int ss, [[maybe_unused]] T* out, [[maybe_unused]] int ds,
+                    [[maybe_unused]] int n, [[maybe_unused]] const RowPositions& r) {
+  WideDone w;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (sizeof(T) == 1 && K == 1) {
+    if (ss == 1 && ds == 1 && mox::wideVectors()) {
+      const mox::geom::ByteSamples b{s.view.data + so, s.view.widthStep, s.x0, s.y0,
+                                     s.view.width, s.view.height, r.xs, r.ys, r.ix, r.iy};
+      mox::geom::linearBytesWide(b, n, reinterpret_cast<std::uint8_t*>(out), w.done);
+      w.groups = n / 8;
+    }
+  }
+#endif
+  return w;
+}
+
 // Linear: along x and then y in single precision, k samples per pixel.
 template <class T, int K>
 void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out, int ds, int n,
@@ -221,7 +247,9 @@ void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out
   const int k = K ? K : count;
   const double top = static_cast<double>(static_cast<T>(~T(0)));
   const std::ptrdiff_t down = s.view.widthStep / std::ptrdiff_t(sizeof(T));
+  const WideDone wide = linearWide<T, K>(s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
+    if (wide(j)) continue;
     int ix = r.ix[j], iy = r.iy[j];
     if (!inside(p, ix, iy)) {
       for (int c = 0; c < k; ++c) out[c] = 0;
@@ -631,8 +659,9 @@ bool sourceBox(const Plan& p, int x, int y, int w, int h, Rect* box) {
   return true;
 }
 
-// One destination piece: its part inside the rectangle, in blocks whose
-// source rectangles the reader fetches (one block for a plain source).
+// One destination piece: its part inside the rectangle, in blocks (the
+// reader fetches each block's source rectangle; the exact turns of a plain
+// source take the piece whole).
 bool rotateDestination(const View& dst, int x, int y, void* arg) {
   const Job& job = *static_cast<const Job*>(arg);
   const Plan& p = *job.plan;
@@ -641,7 +670,10 @@ bool rotateDestination(const View& dst, int x, int y, void* arg) {
   const long long ye = static_cast<long long>(y) + dst.height;
   const int x1 = static_cast<int>(xe < p.dst.x + p.dst.w ? xe : p.dst.x + p.dst.w);
   const int y1 = static_cast<int>(ye < p.dst.y + p.dst.h ? ye : p.dst.y + p.dst.h);
-  const int block = job.reader ? 128 : INT_MAX;
+  // Blocks keep the source pixels a block samples (a rotated square) in the
+  // caches from one of its rows to the next; a whole destination row would
+  // sample a diagonal across as many source rows as the image has.
+  const int block = job.reader ? 128 : exactTurn(p.angle) ? INT_MAX : 64;
   for (int by = y0; by < y1; by += y1 - by < block ? y1 - by : block)
     for (int bx = x0; bx < x1; bx += x1 - bx < block ? x1 - bx : block) {
       View d = mox::geom::shifted(dst, bx - x, by - y);
