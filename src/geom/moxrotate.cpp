@@ -670,15 +670,17 @@ bool rotateDestination(const View& dst, int x, int y, void* arg) {
   const long long ye = static_cast<long long>(y) + dst.height;
   const int x1 = static_cast<int>(xe < p.dst.x + p.dst.w ? xe : p.dst.x + p.dst.w);
   const int y1 = static_cast<int>(ye < p.dst.y + p.dst.h ? ye : p.dst.y + p.dst.h);
-  // Blocks keep the source pixels a block samples (a rotated square) in the
-  // caches from one of its rows to the next; a whole destination row would
-  // sample a diagonal across as many source rows as the image has.
-  const int block = job.reader ? 128 : exactTurn(p.angle) ? INT_MAX : 64;
-  for (int by = y0; by < y1; by += y1 - by < block ? y1 - by : block)
-    for (int bx = x0; bx < x1; bx += x1 - bx < block ? x1 - bx : block) {
+  // Blocks of a plain source are as wide as a chunk of positions: a whole
+  // destination row would sample a diagonal across as many source rows as
+  // the image has, and leave the caches before the next row comes back to
+  // its pixels.
+  const int wide = job.reader ? 128 : exactTurn(p.angle) ? INT_MAX : kChunk;
+  const int high = job.reader ? 128 : exactTurn(p.angle) ? INT_MAX : 64;
+  for (int by = y0; by < y1; by += y1 - by < high ? y1 - by : high)
+    for (int bx = x0; bx < x1; bx += x1 - bx < wide ? x1 - bx : wide) {
       View d = mox::geom::shifted(dst, bx - x, by - y);
-      d.width = x1 - bx < block ? x1 - bx : block;
-      d.height = y1 - by < block ? y1 - by : block;
+      d.width = x1 - bx < wide ? x1 - bx : wide;
+      d.height = y1 - by < high ? y1 - by : high;
       Source s = job.whole;
       if (job.reader) {
         Rect box;
