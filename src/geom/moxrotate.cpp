@@ -214,8 +214,8 @@ inline const T* sampleAddress(const Source& s, std::ptrdiff_t so, int ss, int ix
          std::ptrdiff_t(ix - s.x0) * ss;
 }
 
-// Groups of eight one-byte pixels, one sample each, that the wide kernel
-// did (none without it); the per-pixel loop skips them.
+// Groups of eight pixels of 8-bit samples that the wide kernel did (none
+// without it); the per-pixel loop skips them.
 struct WideDone {
   bool done[kChunk / 8];
   int groups = 0;
@@ -228,11 +228,11 @@ WideDone linearWide([[maybe_unused]] const Source& s, [[maybe_unused]] std::ptrd
                     [[maybe_unused]] int n, [[maybe_unused]] const RowPositions& r) {
   WideDone w;
 #if defined(MOX_GEOM_HAVE_WIDE)
-  if constexpr (sizeof(T) == 1 && K == 1) {
-    if (ss == 1 && ds == 1 && mox::wideVectors()) {
+  if constexpr (sizeof(T) == 1 && (K == 1 || K == 3)) {
+    if (ss == K && ds == K && mox::wideVectors()) {
       const mox::geom::ByteSamples b{s.view.data + so, s.view.widthStep, s.x0, s.y0,
                                      s.view.width, s.view.height, r.xs, r.ys, r.ix, r.iy};
-      mox::geom::linearBytesWide(b, n, reinterpret_cast<std::uint8_t*>(out), w.done);
+      mox::geom::linearBytesWide<K>(b, n, reinterpret_cast<std::uint8_t*>(out), w.done);
       w.groups = n / 8;
     }
   }

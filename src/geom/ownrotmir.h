@@ -131,7 +131,7 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w);
 #endif
 
 #if defined(MOX_GEOM_HAVE_WIDE)
-// The linear samples of one-byte pixels for a run of rotated positions: the
+// The linear samples of 8-bit pixels for a run of rotated positions: the
 // source view (`data` its first pixel, rows `step` bytes apart, at image
 // column x0 and row y0, width x height pixels), and per position its
 // coordinates and indices.
@@ -145,10 +145,12 @@ struct ByteSamples {
   const int* iy;
 };
 // Eight positions at a time whose 2 x 2 samples all lie inside the view
-// (away from the image's last column and row, where the stencil moves
-// back, and from its outside, which gives 0): out[j] for the positions of
-// such a group, done[g] set for group g (positions 8g to 8g + 7) and
+// (away from the image's last columns and row, where the stencil moves
+// back, and from its outside, which gives 0): the K values (1 or 3, all
+// channels of pixels packed together) of out's pixels j for the positions
+// of such a group, done[g] set for group g (positions 8g to 8g + 7) and
 // cleared for the others. Only on processors with 256-bit vectors.
+template <int K>
 void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 #endif
 

@@ -43,19 +43,57 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
   return i;
 }
 
-// The same operations as the single-pixel code, lane by lane: the samples
-// as floats, along x and then y in single precision, the result plus the
-// tolerance in double precision, clamped to 0..255 and truncated. The
-// samples are loaded one pair at a time (gathers are slow on some of these
-// processors); the arithmetic is what the vectors save.
+namespace {
+
+// One value per lane: the same operations as the single-pixel code, the
+// samples as floats, along x and then y in single precision, the result
+// plus the tolerance in double precision, clamped to 0..255 and truncated;
+// the eight results as bytes in the low half.
+inline __m128i linear8(__m256i a32, __m256i b32, __m256i e32, __m256i f32, __m256 tx, __m256 ty) {
+  const __m256 a = _mm256_cvtepi32_ps(a32), b = _mm256_cvtepi32_ps(b32);
+  const __m256 e = _mm256_cvtepi32_ps(e32), f = _mm256_cvtepi32_ps(f32);
+  const __m256 r0 = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), tx));
+  const __m256 r1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(f, e), tx));
+  const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), ty));
+  auto whole = [](__m128 half) {
+    const __m256d w = _mm256_add_pd(_mm256_cvtps_pd(half), _mm256_set1_pd(1e-7));
+    return _mm256_cvttpd_epi32(
+        _mm256_min_pd(_mm256_max_pd(w, _mm256_setzero_pd()), _mm256_set1_pd(255.0)));
+  };
+  const __m128i words =
+      _mm_packs_epi32(whole(_mm256_castps256_ps128(v)), whole(_mm256_extractf128_ps(v, 1)));
+  return _mm_packus_epi16(words, words);
+}
+
+// Channel c's samples (a: the pixel's, b: the next pixel's) of eight
+// three-byte pixels, each pixel's eight bytes from its first in one 64-bit
+// lane (pixels 0 to 3 in p03, 4 to 7 in p47), in 32-bit lanes.
+inline void channel3(__m256i p03, __m256i p47, int c, __m256i* a, __m256i* b) {
+  // Within each 128-bit half (two pixels): a of both, then b of both.
+  const char z = -1;
+  const auto k = static_cast<char>(c);
+  const __m256i pick = _mm256_setr_epi8(k, z, z, z, char(8 + k), z, z, z, char(3 + k), z, z, z,
+                                        char(11 + k), z, z, z, k, z, z, z, char(8 + k), z, z, z,
+                                        char(3 + k), z, z, z, char(11 + k), z, z, z);
+  const __m256i x = _mm256_shuffle_epi8(p03, pick), y = _mm256_shuffle_epi8(p47, pick);
+  // x: a0 a1 b0 b1 | a2 a3 b2 b3, y: a4 a5 b4 b5 | a6 a7 b6 b7.
+  *a = _mm256_permute4x64_epi64(_mm256_unpacklo_epi64(x, y), 0xD8);
+  *b = _mm256_permute4x64_epi64(_mm256_unpackhi_epi64(x, y), 0xD8);
+}
+
+}  // namespace
+
+// The samples are loaded one pixel at a time (gathers are slow on some of
+// these processors); the arithmetic is what the vectors save.
+template <int K>
 void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
-  const bool use = s.width > 1 && s.height > 1;
-  const __m256i low = _mm256_set1_epi32(0xFF);
+  // A pixel's samples are read as K + 1 bytes (one pixel) or eight (three).
+  constexpr int kSpare = K == 1 ? 2 : 3;
+  const bool use = s.width >= kSpare && s.height > 1;
   const __m256i x0 = _mm256_set1_epi32(s.x0), y0 = _mm256_set1_epi32(s.y0);
-  // Unsigned: ix - x0 <= width - 2 and iy - y0 <= height - 2.
-  const __m256i xMax = _mm256_set1_epi32(s.width - 2), yMax = _mm256_set1_epi32(s.height - 2);
-  const __m256d tolerance = _mm256_set1_pd(1e-7), zero = _mm256_setzero_pd();
-  const __m256d top = _mm256_set1_pd(255.0);
+  // Unsigned: ix - x0 <= width - kSpare and iy - y0 <= height - 2.
+  const __m256i xMax = _mm256_set1_epi32(s.width - kSpare);
+  const __m256i yMax = _mm256_set1_epi32(s.height - 2);
   for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
     done[g] = false;
     if (!use) continue;
@@ -66,37 +104,61 @@ void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done)
                                         _mm256_cmpeq_epi32(_mm256_min_epu32(cy, yMax), cy));
     if (_mm256_movemask_epi8(ok) != -1) continue;
     done[g] = true;
-    alignas(32) int at[8], row[8], next[8];
+    alignas(32) int at[8], down[8];
     _mm256_store_si256(reinterpret_cast<__m256i*>(at), cx);
-    alignas(32) int down[8];
     _mm256_store_si256(reinterpret_cast<__m256i*>(down), cy);
-    for (int l = 0; l < 8; ++l) {
-      const char* p = s.data + std::ptrdiff_t(down[l]) * s.step + at[l];
-      std::uint16_t u, v;
-      std::memcpy(&u, p, 2);
-      std::memcpy(&v, p + s.step, 2);
-      row[l] = u, next[l] = v;
-    }
-    const __m256i g0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(row));
-    const __m256i g1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(next));
-    const __m256 a = _mm256_cvtepi32_ps(_mm256_and_si256(g0, low));
-    const __m256 b = _mm256_cvtepi32_ps(_mm256_srli_epi32(g0, 8));
-    const __m256 e = _mm256_cvtepi32_ps(_mm256_and_si256(g1, low));
-    const __m256 f = _mm256_cvtepi32_ps(_mm256_srli_epi32(g1, 8));
     const __m256 tx = _mm256_sub_ps(_mm256_loadu_ps(s.xs + j), _mm256_cvtepi32_ps(ix));
     const __m256 ty = _mm256_sub_ps(_mm256_loadu_ps(s.ys + j), _mm256_cvtepi32_ps(iy));
-    const __m256 r0 = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), tx));
-    const __m256 r1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(f, e), tx));
-    const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), ty));
-    auto whole = [&](__m128 half) {
-      const __m256d w = _mm256_add_pd(_mm256_cvtps_pd(half), tolerance);
-      return _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(w, zero), top));
-    };
-    const __m128i words = _mm_packs_epi32(whole(_mm256_castps256_ps128(v)),
-                                          whole(_mm256_extractf128_ps(v, 1)));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + j), _mm_packus_epi16(words, words));
+    if constexpr (K == 1) {
+      alignas(32) int row[8], next[8];
+      for (int l = 0; l < 8; ++l) {
+        const char* p = s.data + std::ptrdiff_t(down[l]) * s.step + at[l];
+        std::uint16_t u, v;
+        std::memcpy(&u, p, 2);
+        std::memcpy(&v, p + s.step, 2);
+        row[l] = u, next[l] = v;
+      }
+      const __m256i low = _mm256_set1_epi32(0xFF);
+      const __m256i g0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(row));
+      const __m256i g1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(next));
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + j),
+                       linear8(_mm256_and_si256(g0, low), _mm256_srli_epi32(g0, 8),
+                               _mm256_and_si256(g1, low), _mm256_srli_epi32(g1, 8), tx, ty));
+    } else {
+      alignas(32) std::uint64_t row[8], next[8];
+      for (int l = 0; l < 8; ++l) {
+        const char* p = s.data + std::ptrdiff_t(down[l]) * s.step + 3 * std::ptrdiff_t(at[l]);
+        std::memcpy(&row[l], p, 8);
+        std::memcpy(&next[l], p + s.step, 8);
+      }
+      const __m256i r03 = _mm256_load_si256(reinterpret_cast<const __m256i*>(row));
+      const __m256i r47 = _mm256_load_si256(reinterpret_cast<const __m256i*>(row + 4));
+      const __m256i n03 = _mm256_load_si256(reinterpret_cast<const __m256i*>(next));
+      const __m256i n47 = _mm256_load_si256(reinterpret_cast<const __m256i*>(next + 4));
+      __m128i value[3];
+      for (int c = 0; c < 3; ++c) {
+        __m256i a, b, e, f;
+        channel3(r03, r47, c, &a, &b);
+        channel3(n03, n47, c, &e, &f);
+        value[c] = linear8(a, b, e, f, tx, ty);
+      }
+      // Interleaved: byte 3 * i + c is channel c of pixel i.
+      const char z = -1;
+      const __m128i first = _mm_unpacklo_epi64(value[0], value[1]);  // c0 of 0..7, c1 of 0..7
+      const __m128i lo = _mm_or_si128(
+          _mm_shuffle_epi8(first, _mm_setr_epi8(0, 8, z, 1, 9, z, 2, 10, z, 3, 11, z, 4, 12, z, 5)),
+          _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z)));
+      const __m128i hi = _mm_or_si128(
+          _mm_shuffle_epi8(first, _mm_setr_epi8(13, z, 6, 14, z, 7, 15, z, z, z, z, z, z, z, z, z)),
+          _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, 5, z, z, 6, z, z, 7, z, z, z, z, z, z, z, z)));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 3 * j), lo);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 3 * j + 16), hi);
+    }
   }
 }
+
+template void linearBytesWide<1>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+template void linearBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 
 }  // namespace mox::geom
 #endif
