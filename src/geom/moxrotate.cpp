@@ -223,16 +223,21 @@ struct WideDone {
 };
 
 template <class T, int K>
-WideDone linearWide([[maybe_unused]] const Source& s, [[maybe_unused]] std::ptrdiff_t so,
-                    [[maybe_unused]] int ss, [[maybe_unused]] T* out, [[maybe_unused]] int ds,
-                    [[maybe_unused]] int n, [[maybe_unused]] const RowPositions& r) {
+WideDone runWide([[maybe_unused]] int interpolate, [[maybe_unused]] const Source& s,
+                 [[maybe_unused]] std::ptrdiff_t so, [[maybe_unused]] int ss,
+                 [[maybe_unused]] T* out, [[maybe_unused]] int ds, [[maybe_unused]] int n,
+                 [[maybe_unused]] const RowPositions& r) {
   WideDone w;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (sizeof(T) == 1 && (K == 1 || K == 3)) {
-    if (ss == K && ds == K && mox::wideVectors()) {
+    if (ss == K && ds == K && (K == 1 || interpolate == MOX_INTER_LINEAR) && mox::wideVectors()) {
       const mox::geom::ByteSamples b{s.view.data + so, s.view.widthStep, s.x0, s.y0,
                                      s.view.width, s.view.height, r.xs, r.ys, r.ix, r.iy};
-      mox::geom::linearBytesWide<K>(b, n, reinterpret_cast<std::uint8_t*>(out), w.done);
+      auto* bytes = reinterpret_cast<std::uint8_t*>(out);
+      if (interpolate == MOX_INTER_LINEAR)
+        mox::geom::linearBytesWide<K>(b, n, bytes, w.done);
+      else
+        mox::geom::cubicBytesWide(b, n, bytes, w.done);
       w.groups = n / 8;
     }
   }
@@ -247,7 +252,7 @@ void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out
   const int k = K ? K : count;
   const double top = static_cast<double>(static_cast<T>(~T(0)));
   const std::ptrdiff_t down = s.view.widthStep / std::ptrdiff_t(sizeof(T));
-  const WideDone wide = linearWide<T, K>(s, so, ss, out, ds, n, r);
+  const WideDone wide = runWide<T, K>(MOX_INTER_LINEAR, s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
     if (wide(j)) continue;
     int ix = r.ix[j], iy = r.iy[j];
@@ -278,7 +283,9 @@ void cubicRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out,
   auto centre = [](int i, int size) {
     return i == 0 ? 1 : i == size - 1 ? i - 2 : i == size - 2 ? i - 1 : i;
   };
+  const WideDone wide = runWide<T, K>(MOX_INTER_CUBIC, s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
+    if (wide(j)) continue;
     int ix = r.ix[j], iy = r.iy[j];
     if (!inside(p, ix, iy)) {
       for (int c = 0; c < k; ++c) out[c] = 0;

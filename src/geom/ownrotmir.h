@@ -152,6 +152,9 @@ struct ByteSamples {
 // cleared for the others. Only on processors with 256-bit vectors.
 template <int K>
 void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+// The same for cubic interpolation of one-byte pixels (the 4 x 4 samples
+// inside the view, away from the image's first and last columns and rows).
+void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 #endif
 
 #if defined(__SSE2__)

@@ -45,6 +45,18 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
 
 namespace {
 
+// The result plus the tolerance, clamped to 0..255 and truncated, for two
+// halves of four doubles; the eight results as bytes in the low half.
+inline __m128i bytesOf(__m256d lo, __m256d hi) {
+  auto whole = [](__m256d v) {
+    const __m256d w = _mm256_add_pd(v, _mm256_set1_pd(1e-7));
+    return _mm256_cvttpd_epi32(
+        _mm256_min_pd(_mm256_max_pd(w, _mm256_setzero_pd()), _mm256_set1_pd(255.0)));
+  };
+  const __m128i words = _mm_packs_epi32(whole(lo), whole(hi));
+  return _mm_packus_epi16(words, words);
+}
+
 // One value per lane: the same operations as the single-pixel code, the
 // samples as floats, along x and then y in single precision, the result
 // plus the tolerance in double precision, clamped to 0..255 and truncated;
@@ -55,14 +67,8 @@ inline __m128i linear8(__m256i a32, __m256i b32, __m256i e32, __m256i f32, __m25
   const __m256 r0 = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), tx));
   const __m256 r1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(f, e), tx));
   const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), ty));
-  auto whole = [](__m128 half) {
-    const __m256d w = _mm256_add_pd(_mm256_cvtps_pd(half), _mm256_set1_pd(1e-7));
-    return _mm256_cvttpd_epi32(
-        _mm256_min_pd(_mm256_max_pd(w, _mm256_setzero_pd()), _mm256_set1_pd(255.0)));
-  };
-  const __m128i words =
-      _mm_packs_epi32(whole(_mm256_castps256_ps128(v)), whole(_mm256_extractf128_ps(v, 1)));
-  return _mm_packus_epi16(words, words);
+  return bytesOf(_mm256_cvtps_pd(_mm256_castps256_ps128(v)),
+                 _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
 }
 
 // Channel c's samples (a: the pixel's, b: the next pixel's) of eight
@@ -81,32 +87,124 @@ inline void channel3(__m256i p03, __m256i p47, int c, __m256i* a, __m256i* b) {
   *b = _mm256_permute4x64_epi64(_mm256_unpackhi_epi64(x, y), 0xD8);
 }
 
+// The positions j to j + 7 when all their samples lie inside the view:
+// `before` pixels before the first index and `after` after it on each axis
+// (x, y), and for them the indices and the first samples' column and row in
+// the view. False for any other group.
+struct Group {
+  __m256i ix, iy;
+  alignas(32) int at[8], down[8];
+};
+
+inline bool inside(const ByteSamples& s, int j, const int (&before)[2], const int (&after)[2],
+                   Group* g) {
+  const int roomX = s.width - before[0] - after[0] - 1;
+  const int roomY = s.height - before[1] - after[1] - 1;
+  if (roomX < 0 || roomY < 0) return false;
+  g->ix = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.ix + j));
+  g->iy = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.iy + j));
+  const __m256i cx = _mm256_sub_epi32(g->ix, _mm256_set1_epi32(s.x0 + before[0]));
+  const __m256i cy = _mm256_sub_epi32(g->iy, _mm256_set1_epi32(s.y0 + before[1]));
+  // Unsigned: 0 <= cx <= roomX and 0 <= cy <= roomY.
+  const __m256i okX = _mm256_cmpeq_epi32(_mm256_min_epu32(cx, _mm256_set1_epi32(roomX)), cx);
+  const __m256i okY = _mm256_cmpeq_epi32(_mm256_min_epu32(cy, _mm256_set1_epi32(roomY)), cy);
+  if (_mm256_movemask_epi8(_mm256_and_si256(okX, okY)) != -1) return false;
+  _mm256_store_si256(reinterpret_cast<__m256i*>(g->at), cx);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(g->down), cy);
+  return true;
+}
+
+// The cubic through p0..p3 at the lanes' t, Newton's form as the
+// single-pixel code has it, in single or double precision.
+struct Newton8 {
+  __m256 c1, c2, c3;
+  explicit Newton8(__m256 t) {
+    const __m256 one = _mm256_set1_ps(1.0f);
+    c1 = _mm256_add_ps(one, t);
+    c2 = _mm256_mul_ps(_mm256_mul_ps(t, _mm256_add_ps(one, t)), _mm256_set1_ps(0.5f));
+    c3 = _mm256_mul_ps(_mm256_mul_ps(_mm256_sub_ps(t, one), c2), _mm256_set1_ps(1.0f / 3.0f));
+  }
+  __m256 operator()(__m256 p0, __m256 p1, __m256 p2, __m256 p3) const {
+    const __m256 d1 = _mm256_sub_ps(p1, p0);
+    const __m256 d2 = _mm256_sub_ps(_mm256_sub_ps(p2, p1), d1);
+    const __m256 d3 = _mm256_sub_ps(
+        _mm256_sub_ps(_mm256_add_ps(p1, p3), _mm256_mul_ps(_mm256_set1_ps(2.0f), p2)), d2);
+    __m256 v = _mm256_add_ps(p0, _mm256_mul_ps(d1, c1));
+    v = _mm256_add_ps(v, _mm256_mul_ps(d2, c2));
+    return _mm256_add_ps(v, _mm256_mul_ps(d3, c3));
+  }
+};
+
+struct Newton4 {
+  __m256d c1, c2, c3;
+  explicit Newton4(__m256d t) {
+    const __m256d one = _mm256_set1_pd(1.0);
+    c1 = _mm256_add_pd(one, t);
+    c2 = _mm256_mul_pd(_mm256_mul_pd(t, _mm256_add_pd(one, t)), _mm256_set1_pd(0.5));
+    c3 = _mm256_mul_pd(_mm256_mul_pd(_mm256_sub_pd(t, one), c2), _mm256_set1_pd(1.0 / 3.0));
+  }
+  __m256d operator()(__m256d p0, __m256d p1, __m256d p2, __m256d p3) const {
+    const __m256d d1 = _mm256_sub_pd(p1, p0);
+    const __m256d d2 = _mm256_sub_pd(_mm256_sub_pd(p2, p1), d1);
+    const __m256d d3 = _mm256_sub_pd(
+        _mm256_sub_pd(_mm256_add_pd(p1, p3), _mm256_mul_pd(_mm256_set1_pd(2.0), p2)), d2);
+    __m256d v = _mm256_add_pd(p0, _mm256_mul_pd(d1, c1));
+    v = _mm256_add_pd(v, _mm256_mul_pd(d2, c2));
+    return _mm256_add_pd(v, _mm256_mul_pd(d3, c3));
+  }
+};
+
 }  // namespace
+
+void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
+  const __m256i low = _mm256_set1_epi32(0xFF);
+  for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
+    Group q;
+    done[g] = inside(s, j, {1, 1}, {2, 2}, &q);
+    if (!done[g]) continue;
+    // Four samples of each of the four rows, from one column before the
+    // index, as one 32-bit load per row.
+    alignas(32) int rows[4][8];
+    for (int l = 0; l < 8; ++l) {
+      const char* p = s.data + std::ptrdiff_t(q.down[l]) * s.step + q.at[l];
+      for (int m = 0; m < 4; ++m) std::memcpy(&rows[m][l], p + m * s.step, 4);
+    }
+    const Newton8 across(_mm256_sub_ps(_mm256_loadu_ps(s.xs + j), _mm256_cvtepi32_ps(q.ix)));
+    __m256 v[4];
+    for (int m = 0; m < 4; ++m) {
+      const __m256i r = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[m]));
+      v[m] = across(_mm256_cvtepi32_ps(_mm256_and_si256(r, low)),
+                    _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 8), low)),
+                    _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 16), low)),
+                    _mm256_cvtepi32_ps(_mm256_srli_epi32(r, 24)));
+    }
+    const __m256 ys = _mm256_loadu_ps(s.ys + j);
+    auto half = [&](int h) {
+      auto part = [h](__m256 x) {
+        return _mm256_cvtps_pd(h ? _mm256_extractf128_ps(x, 1) : _mm256_castps256_ps128(x));
+      };
+      const __m128i iy = h ? _mm256_extracti128_si256(q.iy, 1) : _mm256_castsi256_si128(q.iy);
+      const Newton4 down(_mm256_sub_pd(part(ys), _mm256_cvtepi32_pd(iy)));
+      return down(part(v[0]), part(v[1]), part(v[2]), part(v[3]));
+    };
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + j), bytesOf(half(0), half(1)));
+  }
+}
 
 // The samples are loaded one pixel at a time (gathers are slow on some of
 // these processors); the arithmetic is what the vectors save.
 template <int K>
 void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
-  // A pixel's samples are read as K + 1 bytes (one pixel) or eight (three).
-  constexpr int kSpare = K == 1 ? 2 : 3;
-  const bool use = s.width >= kSpare && s.height > 1;
-  const __m256i x0 = _mm256_set1_epi32(s.x0), y0 = _mm256_set1_epi32(s.y0);
-  // Unsigned: ix - x0 <= width - kSpare and iy - y0 <= height - 2.
-  const __m256i xMax = _mm256_set1_epi32(s.width - kSpare);
-  const __m256i yMax = _mm256_set1_epi32(s.height - 2);
+  // A pixel's samples on a row are read as two bytes (one-byte pixels) or
+  // eight (three-byte ones: one pixel more to spare).
+  constexpr int kAfter = K == 1 ? 1 : 2;
   for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
-    done[g] = false;
-    if (!use) continue;
-    const __m256i ix = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.ix + j));
-    const __m256i iy = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.iy + j));
-    const __m256i cx = _mm256_sub_epi32(ix, x0), cy = _mm256_sub_epi32(iy, y0);
-    const __m256i ok = _mm256_and_si256(_mm256_cmpeq_epi32(_mm256_min_epu32(cx, xMax), cx),
-                                        _mm256_cmpeq_epi32(_mm256_min_epu32(cy, yMax), cy));
-    if (_mm256_movemask_epi8(ok) != -1) continue;
-    done[g] = true;
-    alignas(32) int at[8], down[8];
-    _mm256_store_si256(reinterpret_cast<__m256i*>(at), cx);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(down), cy);
+    Group q;
+    done[g] = inside(s, j, {0, 0}, {kAfter, 1}, &q);
+    if (!done[g]) continue;
+    const int* at = q.at;
+    const int* down = q.down;
+    const __m256i ix = q.ix, iy = q.iy;
     const __m256 tx = _mm256_sub_ps(_mm256_loadu_ps(s.xs + j), _mm256_cvtepi32_ps(ix));
     const __m256 ty = _mm256_sub_ps(_mm256_loadu_ps(s.ys + j), _mm256_cvtepi32_ps(iy));
     if constexpr (K == 1) {
