@@ -155,13 +155,20 @@ void positions(const Plan& p, int i, int j0, int n, RowPositions& r) {
   const float a = p.sinA * fy, b = p.cosA * fy;
   const long long x0 = static_cast<long long>(p.src.x) + j0;
   int j = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if (mox::wideVectors()) {
+    const mox::geom::RowMap m{p.cosA,    p.sinA,     a, b, p.xShift, p.yShift, static_cast<int>(x0),
+                              p.srcWidth, p.srcHeight};
+    j = mox::geom::positionsWide(m, n, r.xs, r.ys, r.ix, r.iy);
+  }
+#endif
 #if defined(__SSE2__)
   // x0 + j stays below 2^31: the rectangle lies in the image.
   const __m128 c = _mm_set1_ps(p.cosA), s = _mm_set1_ps(p.sinA), va = _mm_set1_ps(a);
   const __m128 vb = _mm_set1_ps(b), xShift = _mm_set1_ps(p.xShift), yShift = _mm_set1_ps(p.yShift);
   const __m128d width = _mm_set1_pd(p.srcWidth), height = _mm_set1_pd(p.srcHeight);
   const __m128i four = _mm_set1_epi32(4);
-  __m128i x = _mm_add_epi32(_mm_set1_epi32(static_cast<int>(x0)), _mm_setr_epi32(0, 1, 2, 3));
+  __m128i x = _mm_add_epi32(_mm_set1_epi32(static_cast<int>(x0 + j)), _mm_setr_epi32(0, 1, 2, 3));
   for (; j + 4 <= n; j += 4, x = _mm_add_epi32(x, four)) {
     const __m128 fx = _mm_cvtepi32_ps(x);
     const __m128 xs = _mm_add_ps(_mm_sub_ps(_mm_mul_ps(c, fx), va), xShift);
@@ -254,7 +261,10 @@ void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out
   const std::ptrdiff_t down = s.view.widthStep / std::ptrdiff_t(sizeof(T));
   const WideDone wide = runWide<T, K>(MOX_INTER_LINEAR, s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
-    if (wide(j)) continue;
+    if (wide(j)) {  // the whole group of eight
+      j += 7, out += 7 * ds;
+      continue;
+    }
     int ix = r.ix[j], iy = r.iy[j];
     if (!inside(p, ix, iy)) {
       for (int c = 0; c < k; ++c) out[c] = 0;
@@ -285,7 +295,10 @@ void cubicRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out,
   };
   const WideDone wide = runWide<T, K>(MOX_INTER_CUBIC, s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
-    if (wide(j)) continue;
+    if (wide(j)) {  // the whole group of eight
+      j += 7, out += 7 * ds;
+      continue;
+    }
     int ix = r.ix[j], iy = r.iy[j];
     if (!inside(p, ix, iy)) {
       for (int c = 0; c < k; ++c) out[c] = 0;

@@ -152,6 +152,16 @@ struct ByteSamples {
 // cleared for the others. Only on processors with 256-bit vectors.
 template <int K>
 void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+// Rotated positions of a run of a destination row, eight at a time:
+// xs = c * x - a + xShift and ys = s * x + b + yShift in single precision for
+// x = x0 + j, and their indices (-1 at or below -1e-7, the size from the
+// end of the image on, else trunc(position + 1e-7)); returns how many it
+// did (a multiple of eight).
+struct RowMap {
+  float c, s, a, b, xShift, yShift;
+  int x0, width, height;
+};
+int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy);
 // The same for cubic interpolation of one-byte pixels (the 4 x 4 samples
 // inside the view, away from the image's first and last columns and rows).
 void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);

@@ -156,6 +156,40 @@ struct Newton4 {
 
 }  // namespace
 
+namespace {
+
+// Indices of eight positions, in two halves of four doubles.
+inline __m256i indices8(__m256 p, __m256d size) {
+  auto half = [&](__m128 h) {
+    const __m256d q = _mm256_cvtps_pd(h);
+    const __m256d negative = _mm256_cmp_pd(q, _mm256_set1_pd(-1e-7), _CMP_LE_OQ);
+    const __m256d r = _mm256_min_pd(_mm256_add_pd(q, _mm256_set1_pd(1e-7)), size);
+    return _mm256_cvttpd_epi32(_mm256_blendv_pd(r, _mm256_set1_pd(-1.0), negative));
+  };
+  return _mm256_setr_m128i(half(_mm256_castps256_ps128(p)), half(_mm256_extractf128_ps(p, 1)));
+}
+
+}  // namespace
+
+int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy) {
+  const __m256 c = _mm256_set1_ps(m.c), s = _mm256_set1_ps(m.s), a = _mm256_set1_ps(m.a);
+  const __m256 b = _mm256_set1_ps(m.b), xShift = _mm256_set1_ps(m.xShift);
+  const __m256 yShift = _mm256_set1_ps(m.yShift);
+  const __m256d width = _mm256_set1_pd(m.width), height = _mm256_set1_pd(m.height);
+  __m256i x = _mm256_add_epi32(_mm256_set1_epi32(m.x0), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+  int j = 0;
+  for (; j + 8 <= n; j += 8, x = _mm256_add_epi32(x, _mm256_set1_epi32(8))) {
+    const __m256 fx = _mm256_cvtepi32_ps(x);
+    const __m256 u = _mm256_add_ps(_mm256_sub_ps(_mm256_mul_ps(c, fx), a), xShift);
+    const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(s, fx), b), yShift);
+    _mm256_storeu_ps(xs + j, u);
+    _mm256_storeu_ps(ys + j, v);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ix + j), indices8(u, width));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(iy + j), indices8(v, height));
+  }
+  return j;
+}
+
 void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
   const __m256i low = _mm256_set1_epi32(0xFF);
   for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
