@@ -237,14 +237,14 @@ WideDone runWide([[maybe_unused]] int interpolate, [[maybe_unused]] const Source
   WideDone w;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (sizeof(T) == 1 && (K == 1 || K == 3)) {
-    if (ss == K && ds == K && (K == 1 || interpolate == MOX_INTER_LINEAR) && mox::wideVectors()) {
+    if (ss == K && ds == K && mox::wideVectors()) {
       const mox::geom::ByteSamples b{s.view.data + so, s.view.widthStep, s.x0, s.y0,
                                      s.view.width, s.view.height, r.xs, r.ys, r.ix, r.iy};
       auto* bytes = reinterpret_cast<std::uint8_t*>(out);
       if (interpolate == MOX_INTER_LINEAR)
         mox::geom::linearBytesWide<K>(b, n, bytes, w.done);
       else
-        mox::geom::cubicBytesWide(b, n, bytes, w.done);
+        mox::geom::cubicBytesWide<K>(b, n, bytes, w.done);
       w.groups = n / 8;
     }
   }

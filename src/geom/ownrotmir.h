@@ -162,8 +162,9 @@ struct RowMap {
   int x0, width, height;
 };
 int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy);
-// The same for cubic interpolation of one-byte pixels (the 4 x 4 samples
-// inside the view, away from the image's first and last columns and rows).
+// The same for cubic interpolation (the 4 x 4 samples inside the view,
+// away from the image's first and last columns and rows).
+template <int K>
 void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 #endif
 

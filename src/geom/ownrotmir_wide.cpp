@@ -190,40 +190,121 @@ int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy
   return j;
 }
 
+namespace {
+
+// Along y: the four rows' values at the lanes' positions ys (indices iy),
+// in double precision; the eight results as bytes.
+inline __m128i cubicDown(const __m256* v, __m256 ys, __m256i iy) {
+  auto half = [&](int h) {
+    auto part = [h](__m256 x) {
+      return _mm256_cvtps_pd(h ? _mm256_extractf128_ps(x, 1) : _mm256_castps256_ps128(x));
+    };
+    const __m128i i = h ? _mm256_extracti128_si256(iy, 1) : _mm256_castsi256_si128(iy);
+    const Newton4 down(_mm256_sub_pd(part(ys), _mm256_cvtepi32_pd(i)));
+    return down(part(v[0]), part(v[1]), part(v[2]), part(v[3]));
+  };
+  return bytesOf(half(0), half(1));
+}
+
+// Channel c of the four samples of eight three-byte pixels, each pixel's
+// samples in the sixteen bytes from its first (pixels 2k and 2k + 1 in
+// the halves of part[k]): sample m of every pixel in out[m], in the lane
+// order 0, 2, 4, 6, 1, 3, 5, 7.
+inline void taps3(const __m256i* part, int c, __m256i* out) {
+  const char z = -1;
+  const auto k = static_cast<char>(c);
+  const __m128i pick =
+      _mm_setr_epi8(k, z, z, z, char(3 + k), z, z, z, char(6 + k), z, z, z, char(9 + k), z, z, z);
+  const __m256i both = _mm256_broadcastsi128_si256(pick);
+  __m256i t[4];
+  for (int i = 0; i < 4; ++i) t[i] = _mm256_shuffle_epi8(part[i], both);
+  const __m256i u0 = _mm256_unpacklo_epi32(t[0], t[1]), u1 = _mm256_unpackhi_epi32(t[0], t[1]);
+  const __m256i u2 = _mm256_unpacklo_epi32(t[2], t[3]), u3 = _mm256_unpackhi_epi32(t[2], t[3]);
+  out[0] = _mm256_unpacklo_epi64(u0, u2);
+  out[1] = _mm256_unpackhi_epi64(u0, u2);
+  out[2] = _mm256_unpacklo_epi64(u1, u3);
+  out[3] = _mm256_unpackhi_epi64(u1, u3);
+}
+
+// Stores the three channels' eight results (bytes in the low halves) as
+// eight three-byte pixels.
+inline void storePixels3(const __m128i* value, std::uint8_t* out) {
+  const char z = -1;
+  const __m128i first = _mm_unpacklo_epi64(value[0], value[1]);  // c0 of 0..7, c1 of 0..7
+  const __m128i lo = _mm_or_si128(
+      _mm_shuffle_epi8(first, _mm_setr_epi8(0, 8, z, 1, 9, z, 2, 10, z, 3, 11, z, 4, 12, z, 5)),
+      _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z)));
+  const __m128i hi = _mm_or_si128(
+      _mm_shuffle_epi8(first, _mm_setr_epi8(13, z, 6, 14, z, 7, 15, z, z, z, z, z, z, z, z, z)),
+      _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, 5, z, z, 6, z, z, 7, z, z, z, z, z, z, z, z)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), lo);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), hi);
+}
+
+}  // namespace
+
+template <int K>
 void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
   const __m256i low = _mm256_set1_epi32(0xFF);
+  // Lanes in the order the three-byte samples come in, and back.
+  const __m256i order = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+  const __m128i back = _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
   for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
     Group q;
-    done[g] = inside(s, j, {1, 1}, {2, 2}, &q);
+    // Three-byte pixels read sixteen bytes from the first sample on.
+    done[g] = inside(s, j, {1, 1}, {K == 1 ? 2 : 4, 2}, &q);
     if (!done[g]) continue;
-    // Four samples of each of the four rows, from one column before the
-    // index, as one 32-bit load per row.
-    alignas(32) int rows[4][8];
-    for (int l = 0; l < 8; ++l) {
-      const char* p = s.data + std::ptrdiff_t(q.down[l]) * s.step + q.at[l];
-      for (int m = 0; m < 4; ++m) std::memcpy(&rows[m][l], p + m * s.step, 4);
+    __m256 tx = _mm256_sub_ps(_mm256_loadu_ps(s.xs + j), _mm256_cvtepi32_ps(q.ix));
+    __m256 ys = _mm256_loadu_ps(s.ys + j);
+    if constexpr (K == 1) {
+      // Four samples of each of the four rows, from one column before the
+      // index, as one 32-bit load per row.
+      alignas(32) int rows[4][8];
+      for (int l = 0; l < 8; ++l) {
+        const char* p = s.data + std::ptrdiff_t(q.down[l]) * s.step + q.at[l];
+        for (int m = 0; m < 4; ++m) std::memcpy(&rows[m][l], p + m * s.step, 4);
+      }
+      const Newton8 across(tx);
+      __m256 v[4];
+      for (int m = 0; m < 4; ++m) {
+        const __m256i r = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[m]));
+        v[m] = across(_mm256_cvtepi32_ps(_mm256_and_si256(r, low)),
+                      _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 8), low)),
+                      _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 16), low)),
+                      _mm256_cvtepi32_ps(_mm256_srli_epi32(r, 24)));
+      }
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + j), cubicDown(v, ys, q.iy));
+    } else {
+      tx = _mm256_permutevar8x32_ps(tx, order);
+      ys = _mm256_permutevar8x32_ps(ys, order);
+      const __m256i iy = _mm256_permutevar8x32_epi32(q.iy, order);
+      const Newton8 across(tx);
+      __m256 v[3][4];
+      for (int m = 0; m < 4; ++m) {
+        __m256i part[4];
+        for (int k = 0; k < 4; ++k) {
+          const char* p0 = s.data + std::ptrdiff_t(q.down[2 * k] + m) * s.step + 3 * std::ptrdiff_t(q.at[2 * k]);
+          const char* p1 =
+              s.data + std::ptrdiff_t(q.down[2 * k + 1] + m) * s.step + 3 * std::ptrdiff_t(q.at[2 * k + 1]);
+          part[k] = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p0)),
+                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1)));
+        }
+        for (int c = 0; c < 3; ++c) {
+          __m256i t[4];
+          taps3(part, c, t);
+          v[c][m] = across(_mm256_cvtepi32_ps(t[0]), _mm256_cvtepi32_ps(t[1]),
+                           _mm256_cvtepi32_ps(t[2]), _mm256_cvtepi32_ps(t[3]));
+        }
+      }
+      __m128i value[3];
+      for (int c = 0; c < 3; ++c) value[c] = _mm_shuffle_epi8(cubicDown(v[c], ys, iy), back);
+      storePixels3(value, out + 3 * j);
     }
-    const Newton8 across(_mm256_sub_ps(_mm256_loadu_ps(s.xs + j), _mm256_cvtepi32_ps(q.ix)));
-    __m256 v[4];
-    for (int m = 0; m < 4; ++m) {
-      const __m256i r = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[m]));
-      v[m] = across(_mm256_cvtepi32_ps(_mm256_and_si256(r, low)),
-                    _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 8), low)),
-                    _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 16), low)),
-                    _mm256_cvtepi32_ps(_mm256_srli_epi32(r, 24)));
-    }
-    const __m256 ys = _mm256_loadu_ps(s.ys + j);
-    auto half = [&](int h) {
-      auto part = [h](__m256 x) {
-        return _mm256_cvtps_pd(h ? _mm256_extractf128_ps(x, 1) : _mm256_castps256_ps128(x));
-      };
-      const __m128i iy = h ? _mm256_extracti128_si256(q.iy, 1) : _mm256_castsi256_si128(q.iy);
-      const Newton4 down(_mm256_sub_pd(part(ys), _mm256_cvtepi32_pd(iy)));
-      return down(part(v[0]), part(v[1]), part(v[2]), part(v[3]));
-    };
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + j), bytesOf(half(0), half(1)));
   }
 }
+
+template void cubicBytesWide<1>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+template void cubicBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 
 // The samples are loaded one pixel at a time (gathers are slow on some of
 // these processors); the arithmetic is what the vectors save.
@@ -274,17 +355,7 @@ void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done)
         channel3(n03, n47, c, &e, &f);
         value[c] = linear8(a, b, e, f, tx, ty);
       }
-      // Interleaved: byte 3 * i + c is channel c of pixel i.
-      const char z = -1;
-      const __m128i first = _mm_unpacklo_epi64(value[0], value[1]);  // c0 of 0..7, c1 of 0..7
-      const __m128i lo = _mm_or_si128(
-          _mm_shuffle_epi8(first, _mm_setr_epi8(0, 8, z, 1, 9, z, 2, 10, z, 3, 11, z, 4, 12, z, 5)),
-          _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z)));
-      const __m128i hi = _mm_or_si128(
-          _mm_shuffle_epi8(first, _mm_setr_epi8(13, z, 6, 14, z, 7, 15, z, z, z, z, z, z, z, z, z)),
-          _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, 5, z, z, 6, z, z, 7, z, z, z, z, z, z, z, z)));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 3 * j), lo);
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 3 * j + 16), hi);
+      storePixels3(value, out + 3 * j);
     }
   }
 }
