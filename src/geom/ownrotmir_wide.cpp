@@ -114,45 +114,49 @@ inline bool inside(const ByteSamples& s, int j, const int (&before)[2], const in
   return true;
 }
 
-// The cubic through p0..p3 at the lanes' t, Newton's form as the
-// single-pixel code has it, in single or double precision.
-struct Newton8 {
-  __m256 c1, c2, c3;
-  explicit Newton8(__m256 t) {
-    const __m256 one = _mm256_set1_ps(1.0f);
-    c1 = _mm256_add_ps(one, t);
-    c2 = _mm256_mul_ps(_mm256_mul_ps(t, _mm256_add_ps(one, t)), _mm256_set1_ps(0.5f));
-    c3 = _mm256_mul_ps(_mm256_mul_ps(_mm256_sub_ps(t, one), c2), _mm256_set1_ps(1.0f / 3.0f));
-  }
-  __m256 operator()(__m256 p0, __m256 p1, __m256 p2, __m256 p3) const {
-    const __m256 d1 = _mm256_sub_ps(p1, p0);
-    const __m256 d2 = _mm256_sub_ps(_mm256_sub_ps(p2, p1), d1);
-    const __m256 d3 = _mm256_sub_ps(
-        _mm256_sub_ps(_mm256_add_ps(p1, p3), _mm256_mul_ps(_mm256_set1_ps(2.0f), p2)), d2);
-    __m256 v = _mm256_add_ps(p0, _mm256_mul_ps(d1, c1));
-    v = _mm256_add_ps(v, _mm256_mul_ps(d2, c2));
-    return _mm256_add_ps(v, _mm256_mul_ps(d3, c3));
-  }
+// Eight floats or four doubles: the operations Newton's form needs, and
+// a constant given in both precisions.
+template <bool Double>
+struct Lanes;
+template <>
+struct Lanes<false> {
+  using V = __m256;
+  static __m256 add(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
+  static __m256 sub(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
+  static __m256 mul(__m256 a, __m256 b) { return _mm256_mul_ps(a, b); }
+  static __m256 of(float f, double) { return _mm256_set1_ps(f); }
+};
+template <>
+struct Lanes<true> {
+  using V = __m256d;
+  static __m256d add(__m256d a, __m256d b) { return _mm256_add_pd(a, b); }
+  static __m256d sub(__m256d a, __m256d b) { return _mm256_sub_pd(a, b); }
+  static __m256d mul(__m256d a, __m256d b) { return _mm256_mul_pd(a, b); }
+  static __m256d of(float, double d) { return _mm256_set1_pd(d); }
 };
 
-struct Newton4 {
-  __m256d c1, c2, c3;
-  explicit Newton4(__m256d t) {
-    const __m256d one = _mm256_set1_pd(1.0);
-    c1 = _mm256_add_pd(one, t);
-    c2 = _mm256_mul_pd(_mm256_mul_pd(t, _mm256_add_pd(one, t)), _mm256_set1_pd(0.5));
-    c3 = _mm256_mul_pd(_mm256_mul_pd(_mm256_sub_pd(t, one), c2), _mm256_set1_pd(1.0 / 3.0));
+// The cubic through p0..p3 at the lanes' t, Newton's form as the
+// single-pixel code has it, in single or double precision.
+template <bool Double>
+struct NewtonLanes {
+  using L = Lanes<Double>;
+  using V = typename L::V;
+  V c1, c2, c3;
+  explicit NewtonLanes(V t) {
+    const V one = L::of(1.0f, 1.0);
+    c1 = L::add(one, t);
+    c2 = L::mul(L::mul(t, L::add(one, t)), L::of(0.5f, 0.5));
+    c3 = L::mul(L::mul(L::sub(t, one), c2), L::of(1.0f / 3.0f, 1.0 / 3.0));
   }
-  __m256d operator()(__m256d p0, __m256d p1, __m256d p2, __m256d p3) const {
-    const __m256d d1 = _mm256_sub_pd(p1, p0);
-    const __m256d d2 = _mm256_sub_pd(_mm256_sub_pd(p2, p1), d1);
-    const __m256d d3 = _mm256_sub_pd(
-        _mm256_sub_pd(_mm256_add_pd(p1, p3), _mm256_mul_pd(_mm256_set1_pd(2.0), p2)), d2);
-    __m256d v = _mm256_add_pd(p0, _mm256_mul_pd(d1, c1));
-    v = _mm256_add_pd(v, _mm256_mul_pd(d2, c2));
-    return _mm256_add_pd(v, _mm256_mul_pd(d3, c3));
+  V operator()(V p0, V p1, V p2, V p3) const {
+    const V d1 = L::sub(p1, p0);
+    const V d2 = L::sub(L::sub(p2, p1), d1);
+    const V d3 = L::sub(L::sub(L::add(p1, p3), L::mul(L::of(2.0f, 2.0), p2)), d2);
+    return L::add(L::add(L::add(p0, L::mul(d1, c1)), L::mul(d2, c2)), L::mul(d3, c3));
   }
 };
+using Newton8 = NewtonLanes<false>;
+using Newton4 = NewtonLanes<true>;
 
 }  // namespace
 
