@@ -541,8 +541,8 @@ void quarterBlocks3(const Plan& p, const Source& s, const View& d, int px, int p
         // buffer row b, or cols - 1 - b when the source rows run backwards.
         const int c = e.xi < 0 ? rows - 1 - a : a;
         const std::ptrdiff_t down = e.yj < 0 ? -kRowBytes : kRowBytes;
-        const std::uint8_t* from = buffer + 3 * c + (e.yj < 0 ? (cols - 1) * kRowBytes : 0);
-        columnToRowPadded3(reinterpret_cast<const char*>(from), down,
+        const std::uint8_t* column = buffer + 3 * c + (e.yj < 0 ? (cols - 1) * kRowBytes : 0);
+        columnToRowPadded3(reinterpret_cast<const char*>(column), down,
                            reinterpret_cast<std::uint8_t*>(d.data) +
                                std::ptrdiff_t(y + a) * d.widthStep + 3 * j,
                            cols);
