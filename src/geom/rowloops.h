@@ -38,11 +38,12 @@ struct DecimLoops {
 
 // Gathers of bytes along a row by offsets that repeat from row to row (the
 // samples of nearest neighbour, the two of linear decimation): planned once
-// per piece, in groups of 16 values. A group whose offsets lie within 32
-// bytes of its lowest one (and whose 32 bytes from there lie inside the
-// row) keeps that offset in base and, per value, the place of its byte in
-// the first 16 bytes (mask lo) or the next 16 (mask hi), 0x80 in the
-// other; any other group has base -1 and is gathered value by value.
+// per piece, in groups of 16 values. A group whose offsets fit a window of
+// 32 bytes inside the row (from its lowest offset, or moved back so that
+// it ends with the row) keeps the window's start in base and, per value,
+// the place of its byte in the first 16 bytes (mask lo) or the next 16
+// (mask hi), 0x80 in the other; any other group has base -1 and is
+// gathered value by value.
 struct BytePlan {
   int* base;            // one per group
   std::uint8_t* masks;  // 32 per group: lo, then hi
@@ -59,14 +60,15 @@ inline void planBytes(const int* off, int n, int limit, const BytePlan& plan) {
       lo = o[i] < lo ? o[i] : lo;
       hi = o[i] > hi ? o[i] : hi;
     }
-    if (hi - lo >= 32 || lo > limit - 32) {
+    const int base = lo < limit - 32 ? lo : limit - 32;
+    if (base < 0 || hi - base >= 32) {
       plan.base[g] = -1;
       continue;
     }
-    plan.base[g] = lo;
+    plan.base[g] = base;
     std::uint8_t* m = plan.masks + 32 * g;
     for (int i = 0; i < 16; ++i) {
-      const int at = o[i] - lo;
+      const int at = o[i] - base;
       m[i] = static_cast<std::uint8_t>(at < 16 ? at : 0x80);
       m[16 + i] = static_cast<std::uint8_t>(at >= 16 ? at - 16 : 0x80);
     }
