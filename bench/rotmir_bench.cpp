@@ -6,6 +6,9 @@
 //
 // Mirrors are checked against the peer's flip once before they are timed;
 // rotations only against a failure report (the peer samples differently).
+// libvips, where installed, runs vips_flip, vips_rot (the half turn for both
+// axes) and vips_affine with the matching interpolator, timed by the wall
+// clock (see vips_peer.h).
 
 #include <benchmark/benchmark.h>
 
@@ -21,6 +24,7 @@
 
 #include "bench_images.h"
 #include "bench_register.h"
+#include "vips_peer.h"
 
 namespace {
 
@@ -119,6 +123,59 @@ void runOpenCv(benchmark::State& state, const Op& op, Shape s) {
 }
 #endif
 
+#ifdef MOXPX_HAVE_VIPS
+// The peer's result of one call, written into d; false when it fails.
+bool vipsRun(const Op& op, VipsImage* a, PlainImage& d) {
+  const Shape& s = d.shape();
+  VipsImage* out = nullptr;
+  int failed = 0;
+  if (op.angle == 0 && op.flipAxis == -1) {
+    failed = vips_rot(a, &out, VIPS_ANGLE_D180, nullptr);
+  } else if (op.angle == 0) {
+    failed = vips_flip(a, &out, op.flipAxis == 0 ? VIPS_DIRECTION_VERTICAL : VIPS_DIRECTION_HORIZONTAL,
+                       nullptr);
+  } else if (op.angle == 9000) {
+    failed = vips_rot(a, &out, VIPS_ANGLE_D270, nullptr);
+  } else {
+    // The forward map of the rotation about the centre (the inverse of the
+    // library's destination-to-source map), onto the destination's area.
+    const double rad = op.angle * 0.01 * (1.0 / 180.0) * 3.14159265358979323846;
+    const double c = std::cos(rad), sn = std::sin(rad), cx = s.width / 2, cy = s.height / 2;
+    const char* kind = op.interpolate == MOX_INTER_NN       ? "nearest"
+                       : op.interpolate == MOX_INTER_LINEAR ? "bilinear"
+                                                            : "bicubic";
+    VipsInterpolate* interpolate = vips_interpolate_new(kind);
+    VipsArrayInt* area = vips_array_int_newv(4, 0, 0, s.width, s.height);
+    failed = !interpolate || !area ||
+             vips_affine(a, &out, c, sn, -sn, c, "interpolate", interpolate, "oarea", area, "odx",
+                         cx - c * cx - sn * cy, "ody", cy + sn * cx - c * cy, nullptr);
+    if (area) vips_area_unref(VIPS_AREA(area));
+    if (interpolate) g_object_unref(interpolate);
+  }
+  if (failed) {
+    if (out) g_object_unref(out);
+    return false;
+  }
+  return vipsWriteInto(out, d);
+}
+
+void runVips(benchmark::State& state, const Op& op, Shape s) {
+  Workspace* w = workspace(s);
+  if (!w) return state.SkipWithError("out of memory for the images");
+  VipsImage* a = vipsReady() && s.rowBytes() == std::size_t(s.width) * s.channels ? vipsWrap(w->a) : nullptr;
+  if (!a || !vipsRun(op, a, w->d)) {
+    if (a) g_object_unref(a);
+    return state.SkipWithError("libvips failed");
+  }
+  for (auto _ : state) {
+    vipsRun(op, a, w->d);
+    benchmark::ClobberMemory();
+  }
+  g_object_unref(a);
+  setBytes(state, s);
+}
+#endif
+
 void runMoxpx(benchmark::State& state, const Op& op, Shape s) {
   Workspace* w = workspace(s);
   if (!w) return state.SkipWithError("out of memory for the images");
@@ -169,6 +226,9 @@ int registerAll() {
       if (isMirror(op)) add("floor", runFloor);
 #ifdef MOXPX_HAVE_OPENCV
       add("opencv", runOpenCv);
+#endif
+#ifdef MOXPX_HAVE_VIPS
+      addEntry("vips", entry, "", runVips, op, s)->UseRealTime();
 #endif
     }
   return 0;

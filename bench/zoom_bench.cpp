@@ -2,6 +2,9 @@
 // 1/2 and 2/3 down, at each interpolation, beside the peer's resize with the
 // same interpolation. Names: BM_<peer>_<Op><Interpolation>/<source case>_to<W>x<H>.
 //
+// libvips, where installed, runs vips_resize with the kernel of the same
+// interpolation, timed by the wall clock (see vips_peer.h).
+//
 // The results are not compared with the peer's (it centres pixels where the
 // library does not); every library entry checks that its call succeeded and
 // that a tiled destination gets the plain result.
@@ -20,6 +23,7 @@
 
 #include "bench_images.h"
 #include "bench_register.h"
+#include "vips_peer.h"
 
 namespace {
 
@@ -153,6 +157,43 @@ void runOpenCv(benchmark::State& state, Case c, Interpolation in) {
 }
 #endif
 
+#ifdef MOXPX_HAVE_VIPS
+bool vipsResize(const Case& c, const Interpolation& in, VipsImage* s, PlainImage& d) {
+  const VipsKernel kernel = in.mox == MOX_INTER_NN       ? VIPS_KERNEL_NEAREST
+                            : in.mox == MOX_INTER_LINEAR ? VIPS_KERNEL_LINEAR
+                                                         : VIPS_KERNEL_CUBIC;
+  VipsImage* out = nullptr;
+  if (vips_resize(s, &out, double(c.u) / c.l, "kernel", kernel, nullptr)) {
+    if (out) g_object_unref(out);
+    return false;
+  }
+  return vipsWriteInto(out, d);
+}
+
+void runVips(benchmark::State& state, Case c, Interpolation in) {
+  Workspace* w = workspace(c);
+  if (!w) {
+    state.SkipWithError("out of memory for the images");
+    return;
+  }
+  const Shape& ss = w->src.shape();
+  VipsImage* s = vipsReady() && ss.rowBytes() == std::size_t(ss.width) * ss.channels ? vipsWrap(w->src)
+                                                                                      : nullptr;
+  if (!s || !vipsResize(c, in, s, w->dst)) {
+    if (s) g_object_unref(s);
+    state.SkipWithError("libvips failed");
+    return;
+  }
+  for (auto _ : state) {
+    vipsResize(c, in, s, w->dst);
+    benchmark::ClobberMemory();
+  }
+  g_object_unref(s);
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(w->dst.bytes()));
+}
+#endif
+
 int registerAll() {
 #ifdef MOXPX_HAVE_OPENCV
   cv::setNumThreads(1);
@@ -169,12 +210,15 @@ int registerAll() {
       entry.append(in.name).append("/").append(caseName(sourceOf(c))).append("_to");
       entry.append(std::to_string(d.width)).append("x").append(std::to_string(d.height));
       auto add = [&](const char* peer, const char* suffix, auto run, auto... args) {
-        addEntry(peer, entry, suffix, run, c, in, args...);
+        return addEntry(peer, entry, suffix, run, c, in, args...);
       };
       add("moxpx", "", runMoxpx, 0);
       add("moxpx", "_tiled64", runMoxpx, 64);
 #ifdef MOXPX_HAVE_OPENCV
       add("opencv", "", runOpenCv);
+#endif
+#ifdef MOXPX_HAVE_VIPS
+      add("vips", "", runVips)->UseRealTime();
 #endif
     }
   return 0;

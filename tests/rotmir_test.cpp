@@ -264,6 +264,28 @@ TEST(Rotate, EveryAngleDepthInterpolationAndLayoutMatchesTheReference) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Quarter turns of images larger than the blocks the turn is cut into,
+// with partial blocks at every side, centres that leave part of the
+// destination uncovered, and a ROI that starts off the block grid.
+TEST(Rotate, QuarterTurnsOfLargeImagesMatchTheReference) {
+  Capture capture;
+  const Case large[] = {{"large", 3, 0, 150, 133, 141, 147, {}, {}},
+                        {"large rois", 3, 0, 150, 133, 141, 147, {0, 3, 5, 129, 140}, {0, 7, 2, 131, 130}},
+                        {"large one channel", 1, 0, 150, 133, 141, 147, {}, {}}};
+  int origin = 0;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
+    for (const Case& c : large)
+      for (int angle : {9000, 27000})
+        for (auto [cx, cy] : {std::pair{66, 75}, std::pair{3, 140}, std::pair{120, -10}}) {
+          Pair p(depth, c, origin ^= 1);
+          const auto want = referenceRotate(p.s, p.d, angle, cx, cy, MOX_INTER_NN);
+          moxRotate(p.s, p.d, angle, cx, cy, MOX_INTER_NN, nullptr);
+          ASSERT_EQ(pixels(p.d), want) << c.name << " angle " << angle << " centre " << cx << "," << cy
+                                       << " depth " << depth << " origin " << origin;
+        }
+  EXPECT_TRUE(reports().empty());
+}
+
 // Far angles and centres, one-pixel images: nothing outside the blocks is
 // touched (the sanitizer build watches), pixels off the source are 0.
 TEST(Rotate, FarAnglesCentresAndTinyImages) {

@@ -251,6 +251,36 @@ TEST(ZoomAndDecimate, PointComputesOnePixel) {
   EXPECT_TRUE(reports().empty());
 }
 
+// A point request whose source comes from tiles (alone, and with a tiled
+// destination too) computes that pixel as the plain whole run does, also
+// at the rectangle's edges and where the stencil reaches into the next
+// source tile, and leaves every other pixel as it was.
+TEST(ZoomAndDecimate, PointWithTiledSourceEqualsThePlainPixel) {
+  Capture capture;
+  const struct { unsigned depth; int channels, order; } shapes[] = {{MOX_DEPTH_8U, 3, 0}, {MOX_DEPTH_16U, 2, 1}, {MOX_DEPTH_1U, 1, 0}};
+  for (const Op* op : {&kZoom, &kDecimate})
+    for (const auto& sh : shapes)
+      for (int in = 0; in < 3; ++in) {
+        const Call c = op->enlarges ? Call{5, 3, 7, 2, in} : Call{2, 3, 3, 5, in};
+        const int sr[5] = {0, 2, 1, 30, 27}, dr[5] = {0, 3, 2, 33, 34};
+        Image s({sh.depth, sh.channels, sh.order, 31, 33}, 5, sr), whole({sh.depth, sh.channels, sh.order, 40, 40}, 6, dr);
+        run(*op, s, whole, c);
+        for (auto [x, y] : {std::pair{3, 2}, {4, 3}, {11, 9}, {20, 13}, {35, 34}, {29, 17}, {36, 38}})
+          for (int both : {0, 1}) {
+            Image one({sh.depth, sh.channels, sh.order, 40, 40}, 6, dr), want({sh.depth, sh.channels, sh.order, 40, 40}, 6, dr);
+            Tiled ts(s, 8, 8), td(one, 16, 8);
+            const int point[2] = {x, y};
+            run(*op, ts, both ? +td : +one, c, point);
+            if (both) td.gather(one);
+            for (int ch = 0; ch < sh.channels; ++ch) set(want, x, y, ch, get(whole, x, y, ch));
+            ASSERT_EQ(one.bytes(), want.bytes()) << op->name << " depth " << sh.depth << " inter " << in
+                                                 << " point " << x << "," << y << " both tiled " << both;
+            EXPECT_FALSE(ts.badIndex || td.badIndex);
+          }
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
 // Tiled sources, destinations and both, with tiles of 8, 24 and 64 pixels
 // and ROIs that cross tile edges, give the plain result; the tiled runs go
 // under the upward rounding mode, which neither changes the result nor is

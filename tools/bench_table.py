@@ -37,6 +37,8 @@ TARGETS = [
     (r"ColorToGray|GrayToColor", r"(8|16)U_2048x2048x3", FLOOR, 1.2),
     (r"RGB2HSV|HSV2RGB|RGB2HLS|HLS2RGB|ColorTwist", r"(8|16)U_2048x2048x3", "opencv", 1.0),
     (r"(Zoom|Decimate).*", r".*", "opencv", 1.0),
+    (r"Mirror.*", r".*", FLOOR, 1.1),
+    (r"Rotate.*", r".*", "opencv", 1.0),
     (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", FLOOR, 1.2),
     (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", "opencv", 1.0),
     (r"ComputeHisto|ContrastStretch|HistoEqualize|Norm.*", r"8U_(2048|4096)x.*", "opencv", 1.0),

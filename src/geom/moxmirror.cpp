@@ -8,6 +8,7 @@
 // copied aside whole.
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "frame/frame.h"
@@ -41,9 +42,61 @@ bool outOfMemory() {
   return false;
 }
 
+// The reversal of a row of w packed pixels of P bytes.
+template <int P>
+void reversePacked(const char* s, char* d, int w) {
+  using mox::geom::copyPixels;
+  using mox::geom::reverseRun;
+  if constexpr (P == 1)
+    reverseRun(reinterpret_cast<const std::uint8_t*>(s), reinterpret_cast<std::uint8_t*>(d), w);
+  else if constexpr (P == 2)
+    reverseRun(reinterpret_cast<const std::uint16_t*>(s), reinterpret_cast<std::uint16_t*>(d), w);
+  else if constexpr (P == 4)
+    reverseRun(reinterpret_cast<const std::uint32_t*>(s), reinterpret_cast<std::uint32_t*>(d), w);
+  else if constexpr (P == 3)
+    copyPixels<std::uint8_t, 3>(reinterpret_cast<const std::uint8_t*>(s), 3,
+                                reinterpret_cast<std::uint8_t*>(d), 3, w, 3, true);
+  else
+    copyPixels<std::uint16_t, 3>(reinterpret_cast<const std::uint16_t*>(s), 3,
+                                 reinterpret_cast<std::uint16_t*>(d), 3, w, 3, true);
+}
+
+using PackedReversal = void (*)(const char* s, char* d, int w);
+
+// Rows of whole pixels packed together in both views (all channels of
+// pixel-order images, or one-channel images) that fit the caches are
+// reversed or copied with the row loop chosen once per call, not per row.
+PackedReversal packedReversal(const View& s, const View& d) {
+  const mox::geom::RowShape a = mox::geom::rowShape(s), b = mox::geom::rowShape(d);
+  const unsigned bits = mox::depthBits(d.depth);
+  if (d.large || bits == 1 || a.lanes != 1 || b.lanes != 1 || a.count != a.stride ||
+      b.count != b.stride || a.count != b.count || a.offset != 0 || b.offset != 0)
+    return nullptr;
+  switch (static_cast<int>(bits / 8) * b.count) {
+    case 1: return &reversePacked<1>;
+    case 2: return &reversePacked<2>;
+    case 3: return &reversePacked<3>;
+    case 4: return &reversePacked<4>;
+    case 6: return &reversePacked<6>;
+    default: return nullptr;
+  }
+}
+
 // Distinct memory: every destination row straight from its source row.
 void mirrorApart(const View& s, const View& d, bool flipRows, bool flipColumns,
                  mox::geom::RowCopy copy) {
+  if (const PackedReversal reverse = packedReversal(s, d)) {
+    const std::size_t bytes = static_cast<std::size_t>(mox::geom::rowBytes(d));
+    for (int k = 0; k < d.height; ++k) {
+      const char* from = s.data + std::ptrdiff_t(k) * s.widthStep;
+      char* to = d.data + std::ptrdiff_t(flipRows ? d.height - 1 - k : k) * d.widthStep;
+      if (flipColumns)
+        reverse(from, to, d.width);
+      else
+        std::memcpy(to, from, bytes);
+    }
+    return;
+  }
   // The source is read upwards from its first row (and the destination
   // written from its last row back when rows flip).
   for (int k = 0; k < d.height; ++k) {

@@ -155,13 +155,20 @@ void positions(const Plan& p, int i, int j0, int n, RowPositions& r) {
   const float a = p.sinA * fy, b = p.cosA * fy;
   const long long x0 = static_cast<long long>(p.src.x) + j0;
   int j = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if (mox::wideVectors()) {
+    const mox::geom::RowMap m{p.cosA,    p.sinA,     a, b, p.xShift, p.yShift, static_cast<int>(x0),
+                              p.srcWidth, p.srcHeight};
+    j = mox::geom::positionsWide(m, n, r.xs, r.ys, r.ix, r.iy);
+  }
+#endif
 #if defined(__SSE2__)
   // x0 + j stays below 2^31: the rectangle lies in the image.
   const __m128 c = _mm_set1_ps(p.cosA), s = _mm_set1_ps(p.sinA), va = _mm_set1_ps(a);
   const __m128 vb = _mm_set1_ps(b), xShift = _mm_set1_ps(p.xShift), yShift = _mm_set1_ps(p.yShift);
   const __m128d width = _mm_set1_pd(p.srcWidth), height = _mm_set1_pd(p.srcHeight);
   const __m128i four = _mm_set1_epi32(4);
-  __m128i x = _mm_add_epi32(_mm_set1_epi32(static_cast<int>(x0)), _mm_setr_epi32(0, 1, 2, 3));
+  __m128i x = _mm_add_epi32(_mm_set1_epi32(static_cast<int>(x0 + j)), _mm_setr_epi32(0, 1, 2, 3));
   for (; j + 4 <= n; j += 4, x = _mm_add_epi32(x, four)) {
     const __m128 fx = _mm_cvtepi32_ps(x);
     const __m128 xs = _mm_add_ps(_mm_sub_ps(_mm_mul_ps(c, fx), va), xShift);
@@ -214,6 +221,37 @@ inline const T* sampleAddress(const Source& s, std::ptrdiff_t so, int ss, int ix
          std::ptrdiff_t(ix - s.x0) * ss;
 }
 
+// Groups of eight pixels of 8-bit samples that the wide kernel did (none
+// without it); the per-pixel loop skips them.
+struct WideDone {
+  bool done[kChunk / 8];
+  int groups = 0;
+  bool operator()(int j) const { return j / 8 < groups && done[j / 8]; }
+};
+
+template <class T, int K>
+WideDone runWide([[maybe_unused]] int interpolate, [[maybe_unused]] const Source& s,
+                 [[maybe_unused]] std::ptrdiff_t so, [[maybe_unused]] int ss,
+                 [[maybe_unused]] T* out, [[maybe_unused]] int ds, [[maybe_unused]] int n,
+                 [[maybe_unused]] const RowPositions& r) {
+  WideDone w;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (sizeof(T) == 1 && (K == 1 || K == 3)) {
+    if (ss == K && ds == K && mox::wideVectors()) {
+      const mox::geom::ByteSamples b{s.view.data + so, s.view.widthStep, s.x0, s.y0,
+                                     s.view.width, s.view.height, r.xs, r.ys, r.ix, r.iy};
+      auto* bytes = reinterpret_cast<std::uint8_t*>(out);
+      if (interpolate == MOX_INTER_LINEAR)
+        mox::geom::linearBytesWide<K>(b, n, bytes, w.done);
+      else
+        mox::geom::cubicBytesWide<K>(b, n, bytes, w.done);
+      w.groups = n / 8;
+    }
+  }
+#endif
+  return w;
+}
+
 // Linear: along x and then y in single precision, k samples per pixel.
 template <class T, int K>
 void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out, int ds, int n,
@@ -221,7 +259,12 @@ void linearRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out
   const int k = K ? K : count;
   const double top = static_cast<double>(static_cast<T>(~T(0)));
   const std::ptrdiff_t down = s.view.widthStep / std::ptrdiff_t(sizeof(T));
+  const WideDone wide = runWide<T, K>(MOX_INTER_LINEAR, s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
+    if (wide(j)) {  // the whole group of eight
+      j += 7, out += 7 * ds;
+      continue;
+    }
     int ix = r.ix[j], iy = r.iy[j];
     if (!inside(p, ix, iy)) {
       for (int c = 0; c < k; ++c) out[c] = 0;
@@ -250,7 +293,12 @@ void cubicRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* out,
   auto centre = [](int i, int size) {
     return i == 0 ? 1 : i == size - 1 ? i - 2 : i == size - 2 ? i - 1 : i;
   };
+  const WideDone wide = runWide<T, K>(MOX_INTER_CUBIC, s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
+    if (wide(j)) {  // the whole group of eight
+      j += 7, out += 7 * ds;
+      continue;
+    }
     int ix = r.ix[j], iy = r.iy[j];
     if (!inside(p, ix, iy)) {
       for (int c = 0; c < k; ++c) out[c] = 0;
@@ -457,18 +505,67 @@ void quarterBlocks8(const Plan& p, const Source& s, const View& d, int px, int p
 }
 #endif
 
+// Three-byte pixels, all channels together: the covered part (rows ya..yb,
+// columns ja..jb, counted from their first) in square blocks. Each block's
+// source rows are first copied into a small packed buffer: rows of an image
+// whose row length is near a power of two fall into few cache sets, and a
+// column read straight from them would evict itself. The destination rows
+// of the block are then filled from the buffer's columns.
+void quarterBlocks3(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e,
+                    long long ya, long long yb, long long ja, long long jb) {
+  constexpr int kSide = 64, kRowBytes = 3 * kSide;
+  // One byte more than the pixels: each pixel is read as four bytes.
+  alignas(64) std::uint8_t buffer[kSide * kRowBytes + 1];
+  const long long jBase = px - p.dst.x;
+  for (long long y = ya; y <= yb; y += kSide) {
+    const int rows = static_cast<int>(yb - y + 1 < kSide ? yb - y + 1 : kSide);
+    // The source columns of these destination rows, from the first on.
+    const long long xa = e.x0 + e.xi * (py + y - p.dst.y);
+    const long long xFirst = e.xi < 0 ? xa - (rows - 1) : xa;
+    for (long long j = ja; j <= jb; j += kSide) {
+      const int cols = static_cast<int>(jb - j + 1 < kSide ? jb - j + 1 : kSide);
+      const long long ra = e.y0 + e.yj * (jBase + j);
+      const long long yFirst = e.yj < 0 ? ra - (cols - 1) : ra;
+      const char* from = s.view.data + std::ptrdiff_t(yFirst - s.y0) * s.view.widthStep +
+                         std::ptrdiff_t(xFirst - s.x0) * 3;
+      // A whole row of the block is copied with a constant length (a few
+      // vector moves rather than a string copy that is slow to start).
+      for (int r = 0; r < cols; ++r, from += s.view.widthStep) {
+        if (rows == kSide)
+          std::memcpy(buffer + r * kRowBytes, from, kRowBytes);
+        else
+          std::memcpy(buffer + r * kRowBytes, from, std::size_t(rows) * 3);
+      }
+      for (int a = 0; a < rows; ++a) {
+        // Destination row y + a reads buffer column c; its pixel b reads
+        // buffer row b, or cols - 1 - b when the source rows run backwards.
+        const int c = e.xi < 0 ? rows - 1 - a : a;
+        const std::ptrdiff_t down = e.yj < 0 ? -kRowBytes : kRowBytes;
+        const std::uint8_t* column = buffer + 3 * c + (e.yj < 0 ? (cols - 1) * kRowBytes : 0);
+        columnToRowPadded3(reinterpret_cast<const char*>(column), down,
+                           reinterpret_cast<std::uint8_t*>(d.data) +
+                               std::ptrdiff_t(y + a) * d.widthStep + 3 * j,
+                           cols);
+      }
+    }
+  }
+}
+
 template <class T>
 void quarterRows(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e) {
-#if defined(__SSE2__)
   const mox::geom::RowShape a = mox::geom::rowShape(s.view), b = mox::geom::rowShape(d);
+  // The covered part is a rectangle: rows whose source column lies in the
+  // image, columns whose source row does.
+  long long ya, yb, ja, jb;
+  validRange(e.x0 + e.xi * (py - p.dst.y), e.xi, p.srcWidth, d.height, &ya, &yb);
+  validRange(e.y0 + e.yj * (px - p.dst.x), e.yj, p.srcHeight, d.width, &ja, &jb);
+  if (ya > yb || ja > jb) return;
+  if (sizeof(T) == 1 && a.lanes == 1 && a.count == 3 && a.stride == 3 && a.offset == 0 &&
+      b.lanes == 1 && b.count == 3 && b.stride == 3 && b.offset == 0)
+    return quarterBlocks3(p, s, d, px, py, e, ya, yb, ja, jb);
+#if defined(__SSE2__)
   if (sizeof(T) == 1 && a.lanes == 1 && a.count == 1 && a.stride == 1 && b.lanes == 1 &&
       b.count == 1 && b.stride == 1) {
-    // The covered part is a rectangle: rows whose source column lies in the
-    // image, columns whose source row does.
-    long long ya, yb, ja, jb;
-    validRange(e.x0 + e.xi * (py - p.dst.y), e.xi, p.srcWidth, d.height, &ya, &yb);
-    validRange(e.y0 + e.yj * (px - p.dst.x), e.yj, p.srcHeight, d.width, &ja, &jb);
-    if (ya > yb || ja > jb) return;
     quarterBlocks8(p, s, d, px, py, e, ya, yb, ja, jb);
     const long long rowsDone = (yb - ya + 1) / 8 * 8, colsDone = (jb - ja + 1) / 8 * 8;
     for (long long y = ya; y <= yb; ++y) {
@@ -582,8 +679,9 @@ bool sourceBox(const Plan& p, int x, int y, int w, int h, Rect* box) {
   return true;
 }
 
-// One destination piece: its part inside the rectangle, in blocks whose
-// source rectangles the reader fetches (one block for a plain source).
+// One destination piece: its part inside the rectangle, in blocks (the
+// reader fetches each block's source rectangle; the exact turns of a plain
+// source take the piece whole).
 bool rotateDestination(const View& dst, int x, int y, void* arg) {
   const Job& job = *static_cast<const Job*>(arg);
   const Plan& p = *job.plan;
@@ -592,12 +690,17 @@ bool rotateDestination(const View& dst, int x, int y, void* arg) {
   const long long ye = static_cast<long long>(y) + dst.height;
   const int x1 = static_cast<int>(xe < p.dst.x + p.dst.w ? xe : p.dst.x + p.dst.w);
   const int y1 = static_cast<int>(ye < p.dst.y + p.dst.h ? ye : p.dst.y + p.dst.h);
-  const int block = job.reader ? 128 : INT_MAX;
-  for (int by = y0; by < y1; by += y1 - by < block ? y1 - by : block)
-    for (int bx = x0; bx < x1; bx += x1 - bx < block ? x1 - bx : block) {
+  // Blocks of a plain source are as wide as a chunk of positions: a whole
+  // destination row would sample a diagonal across as many source rows as
+  // the image has, and leave the caches before the next row comes back to
+  // its pixels.
+  const int wide = job.reader ? 128 : exactTurn(p.angle) ? INT_MAX : kChunk;
+  const int high = job.reader ? 128 : exactTurn(p.angle) ? INT_MAX : 64;
+  for (int by = y0; by < y1; by += y1 - by < high ? y1 - by : high)
+    for (int bx = x0; bx < x1; bx += x1 - bx < wide ? x1 - bx : wide) {
       View d = mox::geom::shifted(dst, bx - x, by - y);
-      d.width = x1 - bx < block ? x1 - bx : block;
-      d.height = y1 - by < block ? y1 - by : block;
+      d.width = x1 - bx < wide ? x1 - bx : wide;
+      d.height = y1 - by < high ? y1 - by : high;
       Source s = job.whole;
       if (job.reader) {
         Rect box;

@@ -134,7 +134,7 @@ void Zoom<D>::runLayer(const Piece& p, const Source& s, const mox::geom::Layer& 
   } else if (x_.taps() == 1) {
     mox::geom::fillOffsets(p.dx1 - p.dx0, s, layer, s_.offsets(),
                            [&](int j) { return x_.index(p.dx0 + j, &t); });
-    mox::geom::copyNearest<T>(p, s, layer, s_.offsets(), row);
+    mox::geom::copyNearest<T>(p, s, layer, s_.offsets(), row, s_.weights<int>());
   } else {
     interpolate(p, s, layer);
   }

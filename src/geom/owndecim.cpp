@@ -80,7 +80,7 @@ class Decim final : public Resampler {
         const Layer layer = layerAt(job_.src, job_.dst, l);
         if (interpolate_ == MOX_INTER_NN) {
           fillOffsets(p.dx1 - p.dx0, s, layer, s_.offsets(), column);
-          copyNearest<T>(p, s, layer, s_.offsets(), row);
+          copyNearest<T>(p, s, layer, s_.offsets(), row, s_.weights<int>());
         } else {
           interpolate(p, s, layer);
         }
@@ -122,6 +122,18 @@ void Decim<D>::interpolate(const Piece& p, const Source& s, const Layer& layer) 
         fx[e] = f;
       }
     }
+    // Linear on 8-bit pixels whose values lie together reads the source
+    // row in place through byte shuffles where the processor has them; the
+    // plans of the two samples follow the fractions.
+    const ByteLoops& bytes = rowLoops().bytes;
+    const bool shuffled = sizeof(T) == 1 && taps == 2 && sps == k && bytes.decimLinearX;
+    const int groups = n / 16;
+    const BytePlan plan0{fx + n, reinterpret_cast<std::uint8_t*>(fx + n + 2 * groups)};
+    const BytePlan plan1{fx + n + groups, plan0.masks + 32 * groups};
+    if (shuffled) {
+      planBytes(offset, n, span * k, plan0);
+      planBytes(offset + n, n, span * k, plan1);
+    }
     // Rows weighed along x, by source row: slot = row mod 4.
     int* rows = s_.rows<int>();
     i64 held[4] = {-1, -1, -1, -1};
@@ -130,6 +142,11 @@ void Decim<D>::interpolate(const Piece& p, const Source& s, const Layer& layer) 
       if (held[row & 3] == row) return buf;
       held[row & 3] = row;
       const T* src = rowOf<T>(s.view, static_cast<int>(row - s.y0), layer.srcChannel);
+      if (shuffled) {
+        bytes.decimLinearX(reinterpret_cast<const std::uint8_t*>(src + (first - s.x0) * sps),
+                           offset, fx, plan0, plan1, buf, n);
+        return buf;
+      }
       loops.widen(src + (first - s.x0) * sps, sps, k, wide, span);
       (taps == 2 ? loops.linearX : loops.cubicX)(wide, offset, fx, buf, n, k);
       return buf;

@@ -121,12 +121,51 @@ inline RowShape rowShape(const View& v) {
 
 #if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
 #define MOX_GEOM_HAVE_WIDE 1
-// Reverses the leading pixels of a run of w three-byte pixels (d[j] takes
-// s[w - 1 - j]) with byte shuffles; returns how many it did. Only on
+// Reverses a run of w three-byte pixels (d[j] takes s[w - 1 - j]) with byte
+// shuffles, from the source's first pixel on: returns how many source
+// pixels it did (the same number of the destination's last pixels). Only on
 // processors with 256-bit vectors.
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w);
 // The same for one-byte pixels.
 int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w);
+#endif
+
+#if defined(MOX_GEOM_HAVE_WIDE)
+// The linear samples of 8-bit pixels for a run of rotated positions: the
+// source view (`data` its first pixel, rows `step` bytes apart, at image
+// column x0 and row y0, width x height pixels), and per position its
+// coordinates and indices.
+struct ByteSamples {
+  const char* data;
+  std::ptrdiff_t step;
+  int x0, y0, width, height;
+  const float* xs;
+  const float* ys;
+  const int* ix;
+  const int* iy;
+};
+// Eight positions at a time whose 2 x 2 samples all lie inside the view
+// (away from the image's last columns and row, where the stencil moves
+// back, and from its outside, which gives 0): the K values (1 or 3, all
+// channels of pixels packed together) of out's pixels j for the positions
+// of such a group, done[g] set for group g (positions 8g to 8g + 7) and
+// cleared for the others. Only on processors with 256-bit vectors.
+template <int K>
+void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+// Rotated positions of a run of a destination row, eight at a time:
+// xs = c * x - a + xShift and ys = s * x + b + yShift in single precision for
+// x = x0 + j, and their indices (-1 at or below -1e-7, the size from the
+// end of the image on, else trunc(position + 1e-7)); returns how many it
+// did (a multiple of eight).
+struct RowMap {
+  float c, s, a, b, xShift, yShift;
+  int x0, width, height;
+};
+int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy);
+// The same for cubic interpolation (the 4 x 4 samples inside the view,
+// away from the image's first and last columns and rows).
+template <int K>
+void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 #endif
 
 #if defined(__SSE2__)
@@ -143,23 +182,25 @@ inline __m128i reversedLanes(__m128i v, std::uint16_t) {
 inline __m128i reversedLanes(__m128i v, std::uint32_t) { return _mm_shuffle_epi32(v, 0x1B); }
 #endif
 
-// d[j] = s[w - 1 - j] for j below w.
+// d[j] = s[w - 1 - j] for j below w. The source is read forwards (where
+// the processor's prefetching expects it) and the destination written
+// backwards.
 template <class T>
 inline void reverseRun(const T* s, T* d, int w) {
-  int j = 0;
+  int i = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (sizeof(T) == 1) {
-    if (wideVectors()) j = reverseBytesWide(s, d, w);
+    if (wideVectors()) i = reverseBytesWide(s, d, w);
   }
 #endif
 #if defined(__SSE2__)
   constexpr int kLanes = 16 / sizeof(T);
-  for (; j + kLanes <= w; j += kLanes) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + w - j - kLanes));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), reversedLanes(v, T{}));
+  for (; i + kLanes <= w; i += kLanes) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + w - i - kLanes), reversedLanes(v, T{}));
   }
 #endif
-  for (; j < w; ++j) d[j] = s[w - 1 - j];
+  for (; i < w; ++i) d[w - 1 - i] = s[i];
 }
 
 
@@ -178,14 +219,15 @@ inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool 
       for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = s[std::ptrdiff_t(j) * ss + c];
     return;
   }
-  int j = 0;
+  // As reverseRun: source pixels in order, destination pixels backwards.
+  int i = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (sizeof(T) == 1 && K == 3)
-    if (ss == 3 && ds == 3 && wideVectors()) j = reversePixels3Wide(s, d, w);
+    if (ss == 3 && ds == 3 && wideVectors()) i = reversePixels3Wide(s, d, w);
 #endif
-  const T* last = s + std::ptrdiff_t(w - 1) * ss;
-  for (; j < w; ++j)
-    for (int c = 0; c < k; ++c) d[std::ptrdiff_t(j) * ds + c] = last[-std::ptrdiff_t(j) * ss + c];
+  T* last = d + std::ptrdiff_t(w - 1) * ds;
+  for (; i < w; ++i)
+    for (int c = 0; c < k; ++c) last[-std::ptrdiff_t(i) * ds + c] = s[std::ptrdiff_t(i) * ss + c];
 }
 
 // Reverses w packed bits: bit j of out is bit w - 1 - j of in (both from
@@ -253,9 +295,11 @@ void copyRow(const View& s, int sy, const View& d, int dy, int w, bool reverse) 
       if (!reverse) return streamCopy(sp, dp, std::size_t(w) * count);
       alignas(16) T buffer[4096 / sizeof(T)];
       const int per = static_cast<int>(sizeof buffer / sizeof(T)) / count;
-      for (int j0 = 0, m = 0; j0 < w; j0 += m) {
-        m = w - j0 < per ? w - j0 : per;
-        const T* from = sp + std::ptrdiff_t(w - j0 - m) * ss;
+      // Source pieces in order, each to its place from the row's end.
+      for (int i0 = 0, m = 0; i0 < w; i0 += m) {
+        m = w - i0 < per ? w - i0 : per;
+        const T* from = sp + std::ptrdiff_t(i0) * ss;
+        const int j0 = w - i0 - m;
         switch (count) {
           case 1: copyPixels<T, 1>(from, ss, buffer, count, m, 1, true); break;
           case 3: copyPixels<T, 3>(from, ss, buffer, count, m, 3, true); break;

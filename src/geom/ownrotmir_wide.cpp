@@ -1,8 +1,11 @@
-// Reversal of one- and three-byte pixels with byte shuffles, chosen at run time on
+// Reversal of one- and three-byte pixels with byte shuffles, and the linear
+// samples of rotated one-byte pixels eight at a time, chosen at run time on
 // x86-64 processors that have 256-bit vectors (and so the shuffles).
 // Everything shared is included before the target switch, so only this
 // file's own code is compiled for the wider instructions.
 #include "geom/ownrotmir.h"
+
+#include <cstring>
 
 #if defined(MOX_GEOM_HAVE_WIDE)
 #include <immintrin.h>
@@ -11,17 +14,18 @@
 namespace mox::geom {
 
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
-  // Five pixels a step: sixteen bytes loaded from one byte before the
-  // five, fifteen stored in reverse pixel order plus one byte that the next
-  // step overwrites (the loop stops while a pixel is still to come).
-  const __m128i order = _mm_setr_epi8(13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 1, 2, 3, -1);
-  int j = 0;
-  for (; j + 6 <= w; j += 5) {
-    const std::uint8_t* from = s + 3 * (w - 5 - j) - 1;
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * j), _mm_shuffle_epi8(v, order));
+  // Five pixels a step: sixteen bytes loaded from the five's first byte
+  // (one byte of the pixel after them too), stored as one byte that the next
+  // step overwrites followed by the five in reverse order (the loop stops
+  // while a pixel is still to come).
+  const __m128i order = _mm_setr_epi8(0, 12, 13, 14, 9, 10, 11, 6, 7, 8, 3, 4, 5, 0, 1, 2);
+  int i = 0;
+  for (; i + 6 <= w; i += 5) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 3 * i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * (w - 5 - i) - 1),
+                     _mm_shuffle_epi8(v, order));
   }
-  return j;
+  return i;
 }
 
 int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
@@ -29,14 +33,339 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
   // exchanged.
   const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
                                          14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-  int j = 0;
-  for (; j + 32 <= w; j += 32) {
-    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + w - j - 32));
+  int i = 0;
+  for (; i + 32 <= w; i += 32) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
     const __m256i r = _mm256_shuffle_epi8(v, order);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + j), _mm256_permute2x128_si256(r, r, 1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 32),
+                        _mm256_permute2x128_si256(r, r, 1));
+  }
+  return i;
+}
+
+namespace {
+
+// The result plus the tolerance, clamped to 0..255 and truncated, for two
+// halves of four doubles; the eight results as bytes in the low half.
+inline __m128i bytesOf(__m256d lo, __m256d hi) {
+  auto whole = [](__m256d v) {
+    const __m256d w = _mm256_add_pd(v, _mm256_set1_pd(1e-7));
+    return _mm256_cvttpd_epi32(
+        _mm256_min_pd(_mm256_max_pd(w, _mm256_setzero_pd()), _mm256_set1_pd(255.0)));
+  };
+  const __m128i words = _mm_packs_epi32(whole(lo), whole(hi));
+  return _mm_packus_epi16(words, words);
+}
+
+// One value per lane: the same operations as the single-pixel code, the
+// samples as floats, along x and then y in single precision, the result
+// plus the tolerance in double precision, clamped to 0..255 and truncated;
+// the eight results as bytes in the low half.
+inline __m128i linear8(__m256i a32, __m256i b32, __m256i e32, __m256i f32, __m256 tx, __m256 ty) {
+  const __m256 a = _mm256_cvtepi32_ps(a32), b = _mm256_cvtepi32_ps(b32);
+  const __m256 e = _mm256_cvtepi32_ps(e32), f = _mm256_cvtepi32_ps(f32);
+  const __m256 r0 = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), tx));
+  const __m256 r1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(f, e), tx));
+  const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), ty));
+  return bytesOf(_mm256_cvtps_pd(_mm256_castps256_ps128(v)),
+                 _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
+}
+
+// Channel c's samples (a: the pixel's, b: the next pixel's) of eight
+// three-byte pixels, each pixel's eight bytes from its first in one 64-bit
+// lane (pixels 0 to 3 in p03, 4 to 7 in p47), in 32-bit lanes.
+inline void channel3(__m256i p03, __m256i p47, int c, __m256i* a, __m256i* b) {
+  // Within each 128-bit half (two pixels): a of both, then b of both.
+  const char z = -1;
+  const auto k = static_cast<char>(c);
+  const __m256i pick = _mm256_setr_epi8(k, z, z, z, char(8 + k), z, z, z, char(3 + k), z, z, z,
+                                        char(11 + k), z, z, z, k, z, z, z, char(8 + k), z, z, z,
+                                        char(3 + k), z, z, z, char(11 + k), z, z, z);
+  const __m256i x = _mm256_shuffle_epi8(p03, pick), y = _mm256_shuffle_epi8(p47, pick);
+  // x: a0 a1 b0 b1 | a2 a3 b2 b3, y: a4 a5 b4 b5 | a6 a7 b6 b7.
+  *a = _mm256_permute4x64_epi64(_mm256_unpacklo_epi64(x, y), 0xD8);
+  *b = _mm256_permute4x64_epi64(_mm256_unpackhi_epi64(x, y), 0xD8);
+}
+
+// The positions j to j + 7 when all their samples lie inside the view:
+// `before` pixels before the first index and `after` after it on each axis
+// (x, y), and for them the indices and the first samples' column and row in
+// the view. False for any other group.
+struct Group {
+  __m256i ix, iy;
+  alignas(32) int at[8], down[8];
+};
+
+inline bool inside(const ByteSamples& s, int j, const int (&before)[2], const int (&after)[2],
+                   Group* g) {
+  const int roomX = s.width - before[0] - after[0] - 1;
+  const int roomY = s.height - before[1] - after[1] - 1;
+  if (roomX < 0 || roomY < 0) return false;
+  g->ix = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.ix + j));
+  g->iy = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.iy + j));
+  const __m256i cx = _mm256_sub_epi32(g->ix, _mm256_set1_epi32(s.x0 + before[0]));
+  const __m256i cy = _mm256_sub_epi32(g->iy, _mm256_set1_epi32(s.y0 + before[1]));
+  // Unsigned: 0 <= cx <= roomX and 0 <= cy <= roomY.
+  const __m256i okX = _mm256_cmpeq_epi32(_mm256_min_epu32(cx, _mm256_set1_epi32(roomX)), cx);
+  const __m256i okY = _mm256_cmpeq_epi32(_mm256_min_epu32(cy, _mm256_set1_epi32(roomY)), cy);
+  if (_mm256_movemask_epi8(_mm256_and_si256(okX, okY)) != -1) return false;
+  _mm256_store_si256(reinterpret_cast<__m256i*>(g->at), cx);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(g->down), cy);
+  return true;
+}
+
+// Eight floats or four doubles: the operations Newton's form needs, and
+// a constant given in both precisions.
+template <bool Double>
+struct Lanes;
+template <>
+struct Lanes<false> {
+  using V = __m256;
+  static __m256 add(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
+  static __m256 sub(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
+  static __m256 mul(__m256 a, __m256 b) { return _mm256_mul_ps(a, b); }
+  static __m256 of(float f, double) { return _mm256_set1_ps(f); }
+};
+template <>
+struct Lanes<true> {
+  using V = __m256d;
+  static __m256d add(__m256d a, __m256d b) { return _mm256_add_pd(a, b); }
+  static __m256d sub(__m256d a, __m256d b) { return _mm256_sub_pd(a, b); }
+  static __m256d mul(__m256d a, __m256d b) { return _mm256_mul_pd(a, b); }
+  static __m256d of(float, double d) { return _mm256_set1_pd(d); }
+};
+
+// The cubic through p0..p3 at the lanes' t, Newton's form as the
+// single-pixel code has it, in single or double precision.
+template <bool Double>
+struct NewtonLanes {
+  using L = Lanes<Double>;
+  using V = typename L::V;
+  V c1, c2, c3;
+  explicit NewtonLanes(V t) {
+    const V one = L::of(1.0f, 1.0);
+    c1 = L::add(one, t);
+    c2 = L::mul(L::mul(t, L::add(one, t)), L::of(0.5f, 0.5));
+    c3 = L::mul(L::mul(L::sub(t, one), c2), L::of(1.0f / 3.0f, 1.0 / 3.0));
+  }
+  V operator()(V p0, V p1, V p2, V p3) const {
+    const V d1 = L::sub(p1, p0);
+    const V d2 = L::sub(L::sub(p2, p1), d1);
+    const V d3 = L::sub(L::sub(L::add(p1, p3), L::mul(L::of(2.0f, 2.0), p2)), d2);
+    return L::add(L::add(L::add(p0, L::mul(d1, c1)), L::mul(d2, c2)), L::mul(d3, c3));
+  }
+};
+using Newton8 = NewtonLanes<false>;
+using Newton4 = NewtonLanes<true>;
+
+}  // namespace
+
+namespace {
+
+// Indices of eight positions, in two halves of four doubles.
+inline __m256i indices8(__m256 p, __m256d size) {
+  auto half = [&](__m128 h) {
+    const __m256d q = _mm256_cvtps_pd(h);
+    const __m256d negative = _mm256_cmp_pd(q, _mm256_set1_pd(-1e-7), _CMP_LE_OQ);
+    const __m256d r = _mm256_min_pd(_mm256_add_pd(q, _mm256_set1_pd(1e-7)), size);
+    return _mm256_cvttpd_epi32(_mm256_blendv_pd(r, _mm256_set1_pd(-1.0), negative));
+  };
+  return _mm256_setr_m128i(half(_mm256_castps256_ps128(p)), half(_mm256_extractf128_ps(p, 1)));
+}
+
+}  // namespace
+
+int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy) {
+  const __m256 c = _mm256_set1_ps(m.c), s = _mm256_set1_ps(m.s), a = _mm256_set1_ps(m.a);
+  const __m256 b = _mm256_set1_ps(m.b), xShift = _mm256_set1_ps(m.xShift);
+  const __m256 yShift = _mm256_set1_ps(m.yShift);
+  const __m256d width = _mm256_set1_pd(m.width), height = _mm256_set1_pd(m.height);
+  __m256i x = _mm256_add_epi32(_mm256_set1_epi32(m.x0), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+  int j = 0;
+  for (; j + 8 <= n; j += 8, x = _mm256_add_epi32(x, _mm256_set1_epi32(8))) {
+    const __m256 fx = _mm256_cvtepi32_ps(x);
+    const __m256 u = _mm256_add_ps(_mm256_sub_ps(_mm256_mul_ps(c, fx), a), xShift);
+    const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(s, fx), b), yShift);
+    _mm256_storeu_ps(xs + j, u);
+    _mm256_storeu_ps(ys + j, v);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ix + j), indices8(u, width));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(iy + j), indices8(v, height));
   }
   return j;
 }
+
+namespace {
+
+// Along y: the four rows' values at the lanes' positions ys (indices iy),
+// in double precision; the eight results as bytes.
+inline __m128i cubicDown(const __m256* v, __m256 ys, __m256i iy) {
+  auto half = [&](int h) {
+    auto part = [h](__m256 x) {
+      return _mm256_cvtps_pd(h ? _mm256_extractf128_ps(x, 1) : _mm256_castps256_ps128(x));
+    };
+    const __m128i i = h ? _mm256_extracti128_si256(iy, 1) : _mm256_castsi256_si128(iy);
+    const Newton4 down(_mm256_sub_pd(part(ys), _mm256_cvtepi32_pd(i)));
+    return down(part(v[0]), part(v[1]), part(v[2]), part(v[3]));
+  };
+  return bytesOf(half(0), half(1));
+}
+
+// Channel c of the four samples of eight three-byte pixels, each pixel's
+// samples in the sixteen bytes from its first (pixels 2k and 2k + 1 in
+// the halves of part[k]): sample m of every pixel in out[m], in the lane
+// order 0, 2, 4, 6, 1, 3, 5, 7.
+inline void taps3(const __m256i* part, int c, __m256i* out) {
+  const char z = -1;
+  const auto k = static_cast<char>(c);
+  const __m128i pick =
+      _mm_setr_epi8(k, z, z, z, char(3 + k), z, z, z, char(6 + k), z, z, z, char(9 + k), z, z, z);
+  const __m256i both = _mm256_broadcastsi128_si256(pick);
+  __m256i t[4];
+  for (int i = 0; i < 4; ++i) t[i] = _mm256_shuffle_epi8(part[i], both);
+  const __m256i u0 = _mm256_unpacklo_epi32(t[0], t[1]), u1 = _mm256_unpackhi_epi32(t[0], t[1]);
+  const __m256i u2 = _mm256_unpacklo_epi32(t[2], t[3]), u3 = _mm256_unpackhi_epi32(t[2], t[3]);
+  out[0] = _mm256_unpacklo_epi64(u0, u2);
+  out[1] = _mm256_unpackhi_epi64(u0, u2);
+  out[2] = _mm256_unpacklo_epi64(u1, u3);
+  out[3] = _mm256_unpackhi_epi64(u1, u3);
+}
+
+// Stores the three channels' eight results (bytes in the low halves) as
+// eight three-byte pixels.
+inline void storePixels3(const __m128i* value, std::uint8_t* out) {
+  const char z = -1;
+  const __m128i first = _mm_unpacklo_epi64(value[0], value[1]);  // c0 of 0..7, c1 of 0..7
+  const __m128i lo = _mm_or_si128(
+      _mm_shuffle_epi8(first, _mm_setr_epi8(0, 8, z, 1, 9, z, 2, 10, z, 3, 11, z, 4, 12, z, 5)),
+      _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z)));
+  const __m128i hi = _mm_or_si128(
+      _mm_shuffle_epi8(first, _mm_setr_epi8(13, z, 6, 14, z, 7, 15, z, z, z, z, z, z, z, z, z)),
+      _mm_shuffle_epi8(value[2], _mm_setr_epi8(z, 5, z, z, 6, z, z, 7, z, z, z, z, z, z, z, z)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), lo);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), hi);
+}
+
+}  // namespace
+
+template <int K>
+void cubicBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
+  const __m256i low = _mm256_set1_epi32(0xFF);
+  // Lanes in the order the three-byte samples come in, and back.
+  const __m256i order = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+  const __m128i back = _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+  for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
+    Group q;
+    // Three-byte pixels read sixteen bytes from the first sample on.
+    done[g] = inside(s, j, {1, 1}, {K == 1 ? 2 : 4, 2}, &q);
+    if (!done[g]) continue;
+    __m256 tx = _mm256_sub_ps(_mm256_loadu_ps(s.xs + j), _mm256_cvtepi32_ps(q.ix));
+    __m256 ys = _mm256_loadu_ps(s.ys + j);
+    if constexpr (K == 1) {
+      // Four samples of each of the four rows, from one column before the
+      // index, as one 32-bit load per row.
+      alignas(32) int rows[4][8];
+      for (int l = 0; l < 8; ++l) {
+        const char* p = s.data + std::ptrdiff_t(q.down[l]) * s.step + q.at[l];
+        for (int m = 0; m < 4; ++m) std::memcpy(&rows[m][l], p + m * s.step, 4);
+      }
+      const Newton8 across(tx);
+      __m256 v[4];
+      for (int m = 0; m < 4; ++m) {
+        const __m256i r = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[m]));
+        v[m] = across(_mm256_cvtepi32_ps(_mm256_and_si256(r, low)),
+                      _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 8), low)),
+                      _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(r, 16), low)),
+                      _mm256_cvtepi32_ps(_mm256_srli_epi32(r, 24)));
+      }
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + j), cubicDown(v, ys, q.iy));
+    } else {
+      tx = _mm256_permutevar8x32_ps(tx, order);
+      ys = _mm256_permutevar8x32_ps(ys, order);
+      const __m256i iy = _mm256_permutevar8x32_epi32(q.iy, order);
+      const Newton8 across(tx);
+      __m256 v[3][4];
+      for (int m = 0; m < 4; ++m) {
+        __m256i part[4];
+        for (int k = 0; k < 4; ++k) {
+          const char* p0 = s.data + std::ptrdiff_t(q.down[2 * k] + m) * s.step + 3 * std::ptrdiff_t(q.at[2 * k]);
+          const char* p1 =
+              s.data + std::ptrdiff_t(q.down[2 * k + 1] + m) * s.step + 3 * std::ptrdiff_t(q.at[2 * k + 1]);
+          part[k] = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p0)),
+                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1)));
+        }
+        for (int c = 0; c < 3; ++c) {
+          __m256i t[4];
+          taps3(part, c, t);
+          v[c][m] = across(_mm256_cvtepi32_ps(t[0]), _mm256_cvtepi32_ps(t[1]),
+                           _mm256_cvtepi32_ps(t[2]), _mm256_cvtepi32_ps(t[3]));
+        }
+      }
+      __m128i value[3];
+      for (int c = 0; c < 3; ++c) value[c] = _mm_shuffle_epi8(cubicDown(v[c], ys, iy), back);
+      storePixels3(value, out + 3 * j);
+    }
+  }
+}
+
+template void cubicBytesWide<1>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+template void cubicBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+
+// The samples are loaded one pixel at a time (gathers are slow on some of
+// these processors); the arithmetic is what the vectors save.
+template <int K>
+void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
+  // A pixel's samples on a row are read as two bytes (one-byte pixels) or
+  // eight (three-byte ones: one pixel more to spare).
+  constexpr int kAfter = K == 1 ? 1 : 2;
+  for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
+    Group q;
+    done[g] = inside(s, j, {0, 0}, {kAfter, 1}, &q);
+    if (!done[g]) continue;
+    const int* at = q.at;
+    const int* down = q.down;
+    const __m256i ix = q.ix, iy = q.iy;
+    const __m256 tx = _mm256_sub_ps(_mm256_loadu_ps(s.xs + j), _mm256_cvtepi32_ps(ix));
+    const __m256 ty = _mm256_sub_ps(_mm256_loadu_ps(s.ys + j), _mm256_cvtepi32_ps(iy));
+    if constexpr (K == 1) {
+      alignas(32) int row[8], next[8];
+      for (int l = 0; l < 8; ++l) {
+        const char* p = s.data + std::ptrdiff_t(down[l]) * s.step + at[l];
+        std::uint16_t u, v;
+        std::memcpy(&u, p, 2);
+        std::memcpy(&v, p + s.step, 2);
+        row[l] = u, next[l] = v;
+      }
+      const __m256i low = _mm256_set1_epi32(0xFF);
+      const __m256i g0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(row));
+      const __m256i g1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(next));
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + j),
+                       linear8(_mm256_and_si256(g0, low), _mm256_srli_epi32(g0, 8),
+                               _mm256_and_si256(g1, low), _mm256_srli_epi32(g1, 8), tx, ty));
+    } else {
+      alignas(32) std::uint64_t row[8], next[8];
+      for (int l = 0; l < 8; ++l) {
+        const char* p = s.data + std::ptrdiff_t(down[l]) * s.step + 3 * std::ptrdiff_t(at[l]);
+        std::memcpy(&row[l], p, 8);
+        std::memcpy(&next[l], p + s.step, 8);
+      }
+      const __m256i r03 = _mm256_load_si256(reinterpret_cast<const __m256i*>(row));
+      const __m256i r47 = _mm256_load_si256(reinterpret_cast<const __m256i*>(row + 4));
+      const __m256i n03 = _mm256_load_si256(reinterpret_cast<const __m256i*>(next));
+      const __m256i n47 = _mm256_load_si256(reinterpret_cast<const __m256i*>(next + 4));
+      __m128i value[3];
+      for (int c = 0; c < 3; ++c) {
+        __m256i a, b, e, f;
+        channel3(r03, r47, c, &a, &b);
+        channel3(n03, n47, c, &e, &f);
+        value[c] = linear8(a, b, e, f, tx, ty);
+      }
+      storePixels3(value, out + 3 * j);
+    }
+  }
+}
+
+template void linearBytesWide<1>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+template void linearBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 
 }  // namespace mox::geom
 #endif

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "geom/rowloops.h"
 #include "image/source.h"
 #include "image/walk.h"
 
@@ -145,13 +146,22 @@ void copyPixels(const T* __restrict src, const int* __restrict offset, T* __rest
 
 // Nearest neighbour: destination row r of the piece (indices dy0..dy1-1)
 // takes source row row(r) at the offsets; a row that takes the same source
-// row as the one before is copied from it.
+// row as the one before is copied from it. `spare` has room for 16 bytes
+// per value (the plan of byte gathers).
 template <class T, class Row>
-void copyNearest(const Piece& p, const Source& s, const Layer& layer, const int* offset, Row row) {
+void copyNearest(const Piece& p, const Source& s, const Layer& layer, const int* offset, Row row,
+                 void* spare) {
   const int pixels = p.dx1 - p.dx0, n = pixels * layer.k;
   const int dps = pixelStride(p.dst);
   const bool together = dps == layer.k;
   const int even = together ? evenStep(offset, pixels, layer.k) : 0;
+  // Bytes with offsets that are not evenly spaced go through byte shuffles
+  // where the processor has them.
+  const ByteLoops& bytes = rowLoops().bytes;
+  BytePlan plan{static_cast<int*>(spare), static_cast<std::uint8_t*>(spare) + 4 * n};
+  const bool shuffled = sizeof(T) == 1 && together && !even && bytes.gather;
+  if (shuffled)
+    planBytes(offset, n, s.view.width * pixelStride(s.view) - layer.srcChannel, plan);
   long long before = -1;
   const T* last = nullptr;
   for (int r = p.dy0; r < p.dy1; ++r) {
@@ -164,6 +174,9 @@ void copyNearest(const Piece& p, const Source& s, const Layer& layer, const int*
     const T* src = rowOf<T>(s.view, static_cast<int>(sr - s.y0), layer.srcChannel);
     if (even)
       copyEven(src + offset[0], out, pixels, layer.k, even);
+    else if (shuffled)
+      bytes.gather(reinterpret_cast<const std::uint8_t*>(src), offset, plan,
+                   reinterpret_cast<std::uint8_t*>(out), n);
     else if (together && layer.k == 3)
       copyPixels<T, 3>(src, offset, out, pixels);
     else if (together && layer.k == 4)

@@ -36,6 +36,57 @@ struct DecimLoops {
   void (*cubicY)(const int* const* rows, int f, T* out, int n, double hi);
 };
 
+// Gathers of bytes along a row by offsets that repeat from row to row (the
+// samples of nearest neighbour, the two of linear decimation): planned once
+// per piece, in groups of 16 values. A group whose offsets fit a window of
+// 32 bytes inside the row (from its lowest offset, or moved back so that
+// it ends with the row) keeps the window's start in base and, per value,
+// the place of its byte in the first 16 bytes (mask lo) or the next 16
+// (mask hi), 0x80 in the other; any other group has base -1 and is
+// gathered value by value.
+struct BytePlan {
+  int* base;            // one per group
+  std::uint8_t* masks;  // 32 per group: lo, then hi
+};
+
+// Plans the groups of n values (a last partial group is always gathered
+// value by value); `limit` is the number of bytes of the row that may be
+// read from its start.
+inline void planBytes(const int* off, int n, int limit, const BytePlan& plan) {
+  for (int g = 0; g < n / 16; ++g) {
+    const int* o = off + 16 * g;
+    int lo = o[0], hi = o[0];
+    for (int i = 1; i < 16; ++i) {
+      lo = o[i] < lo ? o[i] : lo;
+      hi = o[i] > hi ? o[i] : hi;
+    }
+    const int base = lo < limit - 32 ? lo : limit - 32;
+    if (base < 0 || hi - base >= 32) {
+      plan.base[g] = -1;
+      continue;
+    }
+    plan.base[g] = base;
+    std::uint8_t* m = plan.masks + 32 * g;
+    for (int i = 0; i < 16; ++i) {
+      const int at = o[i] - base;
+      m[i] = static_cast<std::uint8_t>(at < 16 ? at : 0x80);
+      m[16 + i] = static_cast<std::uint8_t>(at >= 16 ? at - 16 : 0x80);
+    }
+  }
+}
+
+// The byte loops, present only where the processor has byte shuffles
+// (null otherwise): out[e] = src[off[e]]; and the linear weighing of
+// decimation along x on 8-bit samples, out[e] = (256 - f[e]) * src[off[e]]
+// + f[e] * src[off[n + e]], with a plan for each of the two runs of
+// offsets.
+struct ByteLoops {
+  void (*gather)(const std::uint8_t* src, const int* off, const BytePlan& plan, std::uint8_t* out,
+                 int n);
+  void (*decimLinearX)(const std::uint8_t* src, const int* off, const int* f, const BytePlan& p0,
+                       const BytePlan& p1, int* out, int n);
+};
+
 struct RowLoops {
   ZoomLoops<std::uint8_t> u8;
   ZoomLoops<std::int8_t> s8;
@@ -44,6 +95,7 @@ struct RowLoops {
   ZoomLoops<std::int32_t> s32;
   DecimLoops<std::uint8_t> decimU8;
   DecimLoops<std::uint16_t> decimU16;
+  ByteLoops bytes;
 
   template <class T>
   const DecimLoops<T>& decim() const {

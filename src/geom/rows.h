@@ -29,10 +29,43 @@ inline T toValue(double v, double lo, double hi) {
   return static_cast<T>(static_cast<std::int32_t>(v));
 }
 
+#if defined(MOX_GEOM_WIDE_BODY)
+// linearY on bytes, sixteen values a step, each lane the same double
+// operations as the loop below; a row at t = 0 takes its first row's values
+// (a + (b - a) * 0 is a for the finite values of a row buffer). Returns the
+// values done.
+inline int linearYBytes(const float* r0, const float* r1, double t, std::uint8_t* out, int n,
+                        double lo, double hi) {
+  const __m256d vt = _mm256_set1_pd(t), tolerance = _mm256_set1_pd(1e-7);
+  const __m256d vlo = _mm256_set1_pd(lo), vhi = _mm256_set1_pd(hi);
+  const bool flat = t == 0;
+  auto four = [&](int e) {
+    __m256d v = _mm256_cvtps_pd(_mm_loadu_ps(r0 + e));
+    if (!flat) {
+      const __m256d b = _mm256_cvtps_pd(_mm_loadu_ps(r1 + e));
+      v = _mm256_add_pd(v, _mm256_mul_pd(_mm256_sub_pd(b, v), vt));
+    }
+    v = _mm256_add_pd(v, tolerance);
+    return _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(v, vlo), vhi));
+  };
+  int e = 0;
+  for (; e + 16 <= n; e += 16) {
+    const __m128i w0 = _mm_packs_epi32(four(e), four(e + 4));
+    const __m128i w1 = _mm_packs_epi32(four(e + 8), four(e + 12));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + e), _mm_packus_epi16(w0, w1));
+  }
+  return e;
+}
+#endif
+
 template <class T>
 void linearY(const float* __restrict r0, const float* __restrict r1, double t, T* __restrict out,
              int n, double lo, double hi) {
-  for (int e = 0; e < n; ++e) {
+  int e = 0;
+#if defined(MOX_GEOM_WIDE_BODY)
+  if constexpr (std::is_same_v<T, std::uint8_t>) e = linearYBytes(r0, r1, t, out, n, lo, hi);
+#endif
+  for (; e < n; ++e) {
     const double a = r0[e], b = r1[e];
     out[e] = toValue<T>(a + (b - a) * t, lo, hi);
   }
@@ -162,29 +195,56 @@ void cubicX(const float* __restrict src, const int* __restrict off, int next,
 }
 
 // Decimation in 8-bit fixed point: exact integer sums, rounded once.
+// Value e of a row weighed along x: linear in 1/256, cubic in 1/1536.
+template <int Taps>
+inline int decimXScalar(const int* __restrict src, const int* __restrict off,
+                        const int* __restrict f, int e, int n) {
+  if constexpr (Taps == 2) {
+    return (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
+  } else {
+    const int t = f[e], t2 = (t * t) >> 8, t3 = (t * t * t) >> 16;
+    const int q0 = src[off[e]], q1 = src[off[n + e]], q2 = src[off[2 * n + e]];
+    const int q3 = src[off[3 * n + e]];
+    return 1536 * q1 + (-2 * q0 - 3 * q1 + 6 * q2 - q3) * t + (3 * q0 - 6 * q1 + 3 * q2) * t2 +
+           (3 * q1 - q0 - 3 * q2 + q3) * t3;
+  }
+}
+
 #if defined(MOX_GEOM_WIDE_BODY)
 // As for zoom: eight values whose samples (the last tap's at most) lie
-// within 16 values of the first one's pixel take two loads and a permute
-// per tap instead of gathers. The loads reach 15 values past the window's
-// start; the source row has room for them.
-inline __m256i pick(__m256i lo, __m256i hi, __m256i idx) {
-  const __m256i a = _mm256_permutevar8x32_epi32(lo, idx);
-  const __m256i b = _mm256_permutevar8x32_epi32(hi, idx);
-  return _mm256_blendv_epi8(a, b, _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(7)));
+// within W values (16 or 24) of the first one's pixel take W / 8 loads and
+// as many permutes per tap instead of gathers; a group of eight that
+// reaches further is left to the scalar loop, and the loop goes on after it.
+// The loads reach W - 1 values past the window's start; the source row has
+// room for them.
+template <int W>
+inline __m256i pick(const __m256i* part, __m256i idx) {
+  const __m256i a = _mm256_permutevar8x32_epi32(part[0], idx);
+  const __m256i b = _mm256_permutevar8x32_epi32(part[1], idx);
+  __m256i v = _mm256_blendv_epi8(a, b, _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(7)));
+  if constexpr (W == 24) {
+    const __m256i c = _mm256_permutevar8x32_epi32(part[2], idx);
+    v = _mm256_blendv_epi8(v, c, _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(15)));
+  }
+  return v;
 }
 
 inline __m256i times(__m256i a, int k) { return _mm256_mullo_epi32(a, _mm256_set1_epi32(k)); }
 
-template <int Taps>
-int decimXPermuted(const int* src, const int* off, const int* f, int* out, int n, int next) {
+template <int Taps, int W>
+void decimXPermuted(const int* src, const int* off, const int* f, int* out, int n, int next) {
   int e = 0;
   for (; e + 8 <= n; e += 8) {
     const int base = off[e] - e % next;
-    if (off[(Taps - 1) * n + e + 7] + next - 1 - base >= 16) break;
-    const __m256i lo = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + base));
-    const __m256i hi = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + base + 8));
+    if (off[(Taps - 1) * n + e + 7] + next - 1 - base >= W) {
+      for (int g = e; g < e + 8; ++g) out[g] = decimXScalar<Taps>(src, off, f, g, n);
+      continue;
+    }
+    __m256i part[W / 8];
+    for (int h = 0; h < W / 8; ++h)
+      part[h] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + base + 8 * h));
     __m256i q[Taps];
-    for (int m = 0; m < Taps; ++m) q[m] = pick(lo, hi, within(off + m * n + e, base));
+    for (int m = 0; m < Taps; ++m) q[m] = pick<W>(part, within(off + m * n + e, base));
     const __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f + e));
     __m256i v;
     if constexpr (Taps == 2) {
@@ -208,36 +268,21 @@ int decimXPermuted(const int* src, const int* off, const int* f, int* out, int n
     }
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + e), v);
   }
-  return e;
+  for (; e < n; ++e) out[e] = decimXScalar<Taps>(src, off, f, e, n);
 }
 #endif
 
-void decimLinearX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
-                  int* __restrict out, int n, int next) {
-  int e = 0;
+template <int Taps>
+void decimX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
+            int* __restrict out, int n, int next) {
 #if defined(MOX_GEOM_WIDE_BODY)
-  e = decimXPermuted<2>(src, off, f, out, n, next);
+  if (next == 1)
+    return decimXPermuted<Taps, 16>(src, off, f, out, n, next);
+  return decimXPermuted<Taps, 24>(src, off, f, out, n, next);
 #else
   (void)next;
+  for (int e = 0; e < n; ++e) out[e] = decimXScalar<Taps>(src, off, f, e, n);
 #endif
-  for (; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
-}
-
-void decimCubicX(const int* __restrict src, const int* __restrict off, const int* __restrict f,
-                 int* __restrict out, int n, int next) {
-  int e = 0;
-#if defined(MOX_GEOM_WIDE_BODY)
-  e = decimXPermuted<4>(src, off, f, out, n, next);
-#else
-  (void)next;
-#endif
-  for (; e < n; ++e) {
-    const int t = f[e], t2 = (t * t) >> 8, t3 = (t * t * t) >> 16;
-    const int q0 = src[off[e]], q1 = src[off[n + e]], q2 = src[off[2 * n + e]];
-    const int q3 = src[off[3 * n + e]];
-    out[e] = 1536 * q1 + (-2 * q0 - 3 * q1 + 6 * q2 - q3) * t + (3 * q0 - 6 * q1 + 3 * q2) * t2 +
-             (3 * q1 - q0 - 3 * q2 + q3) * t3;
-  }
 }
 
 // The weighted sum of two rows fits 32 bits unsigned (16-bit values: at
@@ -276,9 +321,65 @@ void decimCubicY(const int* const* q, int f, T* __restrict out, int n, double hi
   }
 }
 
+#if defined(MOX_GEOM_WIDE_BODY)
+// Sixteen bytes of group g of a plan.
+inline __m128i gathered(const std::uint8_t* src, const BytePlan& plan, int g) {
+  const std::uint8_t* from = src + plan.base[g];
+  const __m128i* m = reinterpret_cast<const __m128i*>(plan.masks + 32 * g);
+  const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
+  return _mm_or_si128(_mm_shuffle_epi8(lo, _mm_loadu_si128(m)),
+                      _mm_shuffle_epi8(hi, _mm_loadu_si128(m + 1)));
+}
+
+void gatherBytes(const std::uint8_t* __restrict src, const int* __restrict off,
+                 const BytePlan& plan, std::uint8_t* __restrict out, int n) {
+  int e = 0;
+  for (int g = 0; e + 16 <= n; ++g, e += 16) {
+    if (plan.base[g] < 0) {
+      for (int i = e; i < e + 16; ++i) out[i] = src[off[i]];
+      continue;
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + e), gathered(src, plan, g));
+  }
+  for (; e < n; ++e) out[e] = src[off[e]];
+}
+
+// The sums fit 16 bits unsigned (at most 256 * 255), so they are formed in
+// 16-bit lanes and widened to 32 bits for the row buffer.
+void decimLinearXBytes(const std::uint8_t* __restrict src, const int* __restrict off,
+                       const int* __restrict f, const BytePlan& p0, const BytePlan& p1,
+                       int* __restrict out, int n) {
+  const __m256i full = _mm256_set1_epi16(256);
+  int e = 0;
+  for (int g = 0; e + 16 <= n; ++g, e += 16) {
+    if (p0.base[g] < 0 || p1.base[g] < 0) {
+      for (int i = e; i < e + 16; ++i) out[i] = (256 - f[i]) * src[off[i]] + f[i] * src[off[n + i]];
+      continue;
+    }
+    const __m256i q0 = _mm256_cvtepu8_epi16(gathered(src, p0, g));
+    const __m256i q1 = _mm256_cvtepu8_epi16(gathered(src, p1, g));
+    const __m256i fa = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f + e));
+    const __m256i fb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f + e + 8));
+    const __m256i t = _mm256_permute4x64_epi64(_mm256_packus_epi32(fa, fb), 0xD8);
+    const __m256i sum = _mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(full, t), q0),
+                                         _mm256_mullo_epi16(t, q1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + e),
+                        _mm256_cvtepu16_epi32(_mm256_castsi256_si128(sum)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + e + 8),
+                        _mm256_cvtepu16_epi32(_mm256_extracti128_si256(sum, 1)));
+  }
+  for (; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
+}
+
+constexpr ByteLoops byteLoops() { return ByteLoops{&gatherBytes, &decimLinearXBytes}; }
+#else
+constexpr ByteLoops byteLoops() { return ByteLoops{nullptr, nullptr}; }
+#endif
+
 template <class T>
 constexpr DecimLoops<T> decimLoops() {
-  return DecimLoops<T>{&widen<T, int>, &decimLinearX, &decimCubicX, &decimLinearY<T>,
+  return DecimLoops<T>{&widen<T, int>, &decimX<2>, &decimX<4>, &decimLinearY<T>,
                        &decimCubicY<T>};
 }
 
@@ -292,6 +393,6 @@ constexpr ZoomLoops<T> zoomLoops() {
 extern const RowLoops MOX_GEOM_LOOPS = {
     zoomLoops<std::uint8_t>(), zoomLoops<std::int8_t>(),   zoomLoops<std::uint16_t>(),
     zoomLoops<std::int16_t>(), zoomLoops<std::int32_t>(), decimLoops<std::uint8_t>(),
-    decimLoops<std::uint16_t>()};
+    decimLoops<std::uint16_t>(), byteLoops()};
 
 }  // namespace mox::geom
