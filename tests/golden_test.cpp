@@ -148,6 +148,10 @@ const Golden kCases[] = {
     {"median 8U 3x3, 5x5, 9x9", k8U3, k8U3,
      RUN(moxMedianFilter(a, b, 3, 3, 1, 1), moxMedianFilter(b, a, 5, 5, 2, 2), moxMedianFilter(a, d, 9, 9, 4, 4)),
      0x13c037a8684783e8ull},
+    {"median 16S 7x7 then 3x3", k16S1, k16S1,
+     RUN(moxMedianFilter(a, b, 7, 7, 3, 3), moxMedianFilter(b, d, 3, 3, 1, 1)), 0x44d468cc0be60aa2ull},
+    {"median 32S 5x5", k32S1, k32S1, RUN(moxMedianFilter(a, d, 5, 5, 2, 2)), 0x9b7722e25082d217ull},
+    {"median 8U 7x7", k8U1, k8U1, RUN(moxMedianFilter(a, d, 7, 7, 3, 3)), 0x3e2acf2a59d9a2ebull},
     {"min 8U 11x9 then max 3x3", k8U3, k8U3, RUN(moxMinFilter(a, b, 11, 9, 5, 4), moxMaxFilter(b, d, 3, 3, 1, 1)),
      0xa1f7dcab83fca59full},
 };

@@ -556,58 +556,14 @@ struct Median {
     return true;
   }
 
-  template <class T>
-  static T mn(T x, T y) { return y < x ? y : x; }
-  template <class T>
-  static T mx(T x, T y) { return y < x ? x : y; }
-
-  // Sorts the columns of three rows: low, middle and high of each.
-  template <class T>
-  static void sortColumns(const T* __restrict p, const T* __restrict q, const T* __restrict u,
-                          T* __restrict lo, T* __restrict mid, T* __restrict hi, int n) {
-    for (int j = 0; j < n; ++j) {
-      const T a = mn(p[j], q[j]), c = mx(p[j], q[j]);
-      lo[j] = mn(a, u[j]);
-      hi[j] = mx(c, u[j]);
-      mid[j] = mx(a, mn(c, u[j]));
-    }
-  }
-
-  // The median of three sorted columns k apart: the median of the largest
-  // low, the median of the middles and the smallest high.
-  template <class T>
-  static void mergeColumns(const T* __restrict lo, const T* __restrict mid, const T* __restrict hi,
-                           int k, T* __restrict d, int n) {
-    for (int j = 0; j < n; ++j) {
-      const T x = mx(mx(lo[j], lo[j + k]), lo[j + 2 * k]);
-      const T z = mn(mn(hi[j], hi[j + k]), hi[j + 2 * k]);
-      const T m0 = mn(mid[j], mid[j + k]), m1 = mx(mid[j], mid[j + k]);
-      const T y = mx(m0, mn(m1, mid[j + 2 * k]));
-      d[j] = mx(mn(x, y), mn(mx(x, y), z));
-    }
-  }
-
-  // 3x3: each column of three sorted once per row.
-  template <class D>
-  static bool square3(const Block& b) {
-    using T = typename D::T;
-    const int cn = b.cn, n = b.w * cn, wsn = (b.w + 2) * cn;
-    if (!b.work->reserve(sizeof(T) * 3 * std::size_t(wsn))) return false;
-    T* lo = b.work->as<T>();
-    T* mid = lo + wsn;
-    T* hi = mid + wsn;
-    for (int r = 0; r < b.h; ++r) {
-      sortColumns(srcRow<D>(b, r), srcRow<D>(b, r + 1), srcRow<D>(b, r + 2), lo, mid, hi, wsn);
-      mergeColumns<T>(lo, mid, hi, cn, dstRow<D>(b, r), n);
-    }
-    return true;
-  }
-
   template <class D>
   static bool run(const Block& b, const void* arg) {
-    (void)arg;
+    constexpr unsigned code = D::bits == 8    ? (D::isSigned ? MOX_DEPTH_8S : MOX_DEPTH_8U)
+                              : D::bits == 16 ? (D::isSigned ? MOX_DEPTH_16S : MOX_DEPTH_16U)
+                                              : MOX_DEPTH_32S;
+    if (const BlockFn net = medianNet(code, b.win.left + b.win.right + 1, b.win.top + b.win.bottom + 1))
+      return net(b, arg);
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
-    if (b.win.left + b.win.right == 2 && b.win.top + b.win.bottom == 2) return square3<D>(b);
     if (count <= kNetwork) return network<D>(b, static_cast<int>(count));
     if constexpr (D::bits == 8)
       return histogram<D>(b);
