@@ -315,6 +315,50 @@ void pickOf(const T* __restrict a, const T* __restrict b, T* __restrict o, int n
   for (int j = 0; j < n; ++j) o[j] = pick<Max>(a[j], b[j]);
 }
 
+// d[j] = extreme of s[j], s[j + k], ..., s[j + (C - 1) k]: one pass.
+template <bool Max, int C, class T>
+void acrossFixed(const T* __restrict s, T* __restrict d, int n, int k) {
+  for (int j = 0; j < n; ++j) {
+    T m = s[j];
+    for (int i = 1; i < C; ++i) m = pick<Max>(m, s[j + i * k]);
+    d[j] = m;
+  }
+}
+
+// The same for c (1 to kDirect) values k apart.
+template <bool Max, class T>
+void acrossRow(const T* __restrict s, T* __restrict d, int n, int k, int c) {
+  switch (c) {
+    case 1:
+      std::copy(s, s + n, d);
+      break;
+    case 2:
+      acrossFixed<Max, 2>(s, d, n, k);
+      break;
+    case 3:
+      acrossFixed<Max, 3>(s, d, n, k);
+      break;
+    case 4:
+      acrossFixed<Max, 4>(s, d, n, k);
+      break;
+    case 5:
+      acrossFixed<Max, 5>(s, d, n, k);
+      break;
+    default:
+      acrossFixed<Max, 6>(s, d, n, k);
+  }
+}
+
+// The extreme of the source rows first .. first + count - 1 of a block: the
+// row itself when there is one, else written to `into`.
+template <bool Max, class D, class T = typename D::T>
+const T* downRows(const Block& b, int first, int count, T* into, int n) {
+  if (count == 1) return srcRow<D>(b, first);
+  pickOf<Max>(srcRow<D>(b, first), srcRow<D>(b, first + 1), into, n);
+  for (int c = 2; c < count; ++c) pickInto<Max>(into, srcRow<D>(b, first + c), n);
+  return into;
+}
+
 // Blocks of nCols pixels of cn channels (CN when known, else 0): g runs
 // forward from each block's start, h backward from its end.
 template <bool Max, int CN, class T>
@@ -344,17 +388,22 @@ struct Extreme {
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
     const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
     if (nCols <= kDirect && nRows <= kDirect) {
-      // Small boxes: the extreme down each column of the window into one
-      // row, then across it; every pass runs on whole rows.
-      if (!b.work->reserve(sizeof(T) * std::size_t(wsn))) return false;
-      T* down = b.work->as<T>();
-      for (int r = 0; r < b.h; ++r) {
-        const T* first = srcRow<D>(b, r);
-        std::copy(first, first + wsn, down);
-        for (int c = 1; c < nRows; ++c) pickInto<Max>(down, srcRow<D>(b, r + c), wsn);
-        T* d = dstRow<D>(b, r);
-        std::copy(down, down + n, d);
-        for (int c = 1; c < nCols; ++c) pickInto<Max>(d, down + std::ptrdiff_t(c) * cn, n);
+      // Small boxes: two rows at a time share the extreme of the rows
+      // their windows have in common; down the columns, then across.
+      if (!b.work->reserve(sizeof(T) * 3 * std::size_t(wsn))) return false;
+      T* shared = b.work->as<T>();
+      T* down = shared + wsn;
+      for (int r = 0; r < b.h; r += 2) {
+        const T* common = nRows > 1 ? downRows<Max, D>(b, r + 1, nRows - 1, shared, wsn) : nullptr;
+        for (int k = 0; k < 2 && r + k < b.h; ++k) {
+          const T* edge = srcRow<D>(b, k ? r + nRows : r);
+          const T* col = edge;
+          if (common) {
+            pickOf<Max>(edge, common, down + std::ptrdiff_t(k) * wsn, wsn);
+            col = down + std::ptrdiff_t(k) * wsn;
+          }
+          acrossRow<Max>(col, dstRow<D>(b, r + k), n, cn, nCols);
+        }
       }
       return true;
     }
@@ -369,8 +418,7 @@ struct Extreme {
       const T* s = srcRow<D>(b, r);
       T* o = across + std::ptrdiff_t(r) * n;
       if (nCols <= kDirect) {
-        std::copy(s, s + n, o);
-        for (int c = 1; c < nCols; ++c) pickInto<Max>(o, s + std::ptrdiff_t(c) * cn, n);
+        acrossRow<Max>(s, o, n, cn, nCols);
         continue;
       }
       switch (cn) {
