@@ -144,6 +144,8 @@ const Golden kCases[] = {
     {"convolve 16S two kernels root of squares", k16S1, k16S1, RUN(convolveWith(a, d, 1)), 0x479809789f5f50baull},
     {"convolve 32S sum", k32S1, k32S1, RUN(convolveWith(a, d, 2)), 0x400516ebcf1a94e3ull},
     {"blur 8U 7x5", k8U3, k8U3, RUN(moxBlur(a, d, 7, 5, 3, 1)), 0x43aff097b4ff8a13ull},
+    {"blur 8U 31x17, quotients in single precision", k8U3, k8U3, RUN(moxBlur(a, d, 31, 17, 15, 8)), 0x8b84178ae6db86f2ull},
+    {"blur 8U one channel 15x15 then 2x3", k8U1, k8U1, RUN(moxBlur(a, b, 15, 15, 7, 7), moxBlur(b, d, 2, 3, 1, 1)), 0x9262d274bed56b76ull},
     {"blur 32S 4x4", k32S1, k32S1, RUN(moxBlur(a, d, 4, 4, 0, 3)), 0xb36ce592af3c52d2ull},
     {"median 8U 3x3, 5x5, 9x9", k8U3, k8U3,
      RUN(moxMedianFilter(a, b, 3, 3, 1, 1), moxMedianFilter(b, a, 5, 5, 2, 2), moxMedianFilter(a, d, 9, 9, 4, 4)),

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <utility>
 
 namespace mox::filt {
 namespace {
@@ -235,10 +238,163 @@ class Divider {
   int shift_ = 0;
 };
 
+// Sums of 8-bit values below 2^16 divide by a 16-bit multiplier: floor(x /
+// n) = (x * m) >> k for every x <= largest when m = ceil(2^k / n) and
+// largest * (m * n - 2^k) < 2^k (the error x * e / 2^k then stays below
+// 1/n). Finds the smallest such k with m below 2^16; false when none.
+bool shortDivider(i64 n, i64 largest, unsigned* m, int* k) {
+  for (int shift = 16; shift < 32; ++shift) {
+    const i64 two = i64(1) << shift, mult = (two + n - 1) / n;
+    if (mult >= (i64(1) << 16)) return false;
+    if (largest * (mult * n - two) < two) {
+      *m = static_cast<unsigned>(mult);
+      *k = shift;
+      return true;
+    }
+  }
+  return false;
+}
+
+// Running sums over whole vectors of 16 bytes: each lane adds the lanes cn,
+// 2 cn, 4 cn, ... below it, then the last sum of its channel in the vector
+// before. The same sums as one value at a time, for cn up to the lane count;
+// used where that carry is one shuffle.
+template <class S>
+struct SumLanes {
+  using V [[gnu::vector_size(16)]] = S;
+  static constexpr int kCount = 16 / int(sizeof(S));
+
+  template <int Shift, std::size_t... I>
+  static V up(V x, std::index_sequence<I...>) {
+    return __builtin_shufflevector(x, V{}, (int(I) >= Shift ? int(I) - Shift : kCount + int(I))...);
+  }
+  template <int CN, std::size_t... I>
+  static V carry(V x, std::index_sequence<I...>) {
+    return __builtin_shufflevector(x, x, (kCount - CN + int(I) % CN)...);
+  }
+  template <int CN, int Shift = CN>
+  static V scan(V x) {
+    if constexpr (Shift >= kCount) {
+      return x;
+    } else {
+      x += up<Shift>(x, std::make_index_sequence<kCount>{});
+      return scan<CN, 2 * Shift>(x);
+    }
+  }
+  // run[j] += run[j - CN] for j from CN to n - 1, the first CN already sums.
+  template <int CN>
+  static void prefix(S* run, int n) {
+    if (n <= CN) return;
+    int j = CN;
+    if constexpr (CN <= kCount) {
+      // The first vector starts after the first sums: carry from them.
+      V prev{};
+      for (int i = 0; i < CN; ++i) prev[kCount - CN + i] = run[i];
+      for (; j + kCount <= n; j += kCount) {
+        V x;
+        std::memcpy(&x, run + j, sizeof x);
+        x = scan<CN>(x) + carry<CN>(prev, std::make_index_sequence<kCount>{});
+        std::memcpy(run + j, &x, sizeof x);
+        prev = x;
+      }
+    }
+    for (; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
+  }
+};
+
+// run[j] = the sum of the window's columns at j, from the first window's sum
+// at j < cn and the values that enter and leave: one running sum per
+// channel, on whole vectors for 16- and 32-bit sums of 1, 3 or 4 channels.
+template <int CN, class S>
+void runningSums(const S* __restrict col, S* __restrict run, int n, int nCols, int cn) {
+  if constexpr (CN > 0) cn = CN;
+  const std::ptrdiff_t far = std::ptrdiff_t(nCols) * cn;
+  for (int ch = 0; ch < cn && ch < n; ++ch) {
+    S sum = 0;
+    for (int c = 0; c < nCols; ++c) sum = static_cast<S>(sum + col[c * cn + ch]);
+    run[ch] = sum;
+  }
+  // The change from one window to the next, on whole vectors, then the sums.
+  for (int j = cn; j < n; ++j) run[j] = static_cast<S>(col[j - cn + far] - col[j - cn]);
+  if constexpr (CN > 0 && sizeof(S) <= 4 && (SumLanes<S>::kCount % CN == 0 || sizeof(S) == 4)) {
+    SumLanes<S>::template prefix<CN>(run, n);
+  } else if constexpr (CN > 0) {
+    // Other lane patterns cost more to carry than the sums: the channels'
+    // chains side by side in registers.
+    S sum[CN];
+    for (int ch = 0; ch < CN; ++ch) sum[ch] = run[ch];
+    int j = CN;
+    for (; j + CN <= n; j += CN)
+      for (int ch = 0; ch < CN; ++ch) run[j + ch] = sum[ch] = static_cast<S>(sum[ch] + run[j + ch]);
+    for (; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
+  } else {
+    for (int j = cn; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - cn]);
+  }
+}
+
+// run[j] = col[j] + col[j + k] + ... + col[j + (C - 1) k]: narrow windows
+// add their columns directly.
+template <int C, class S>
+void sumsAcross(const S* __restrict col, S* __restrict run, int n, int k) {
+  for (int j = 0; j < n; ++j) {
+    S sum = col[j];
+    for (int i = 1; i < C; ++i) sum = static_cast<S>(sum + col[j + i * k]);
+    run[j] = sum;
+  }
+}
+
+template <class S>
+void runningSums(const S* col, S* run, int n, int nCols, int cn) {
+  if (nCols == 2) return sumsAcross<2>(col, run, n, cn);
+  if (nCols == 3) return sumsAcross<3>(col, run, n, cn);
+  switch (cn) {
+    case 1:
+      return runningSums<1>(col, run, n, nCols, cn);
+    case 3:
+      return runningSums<3>(col, run, n, nCols, cn);
+    case 4:
+      return runningSums<4>(col, run, n, nCols, cn);
+    default:
+      return runningSums<0>(col, run, n, nCols, cn);
+  }
+}
+
+// d[j] = ((run[j] + half) * m >> 16) >> (k - 16) on 16-bit lanes.
+inline void divideShort(const std::uint16_t* __restrict run, std::uint8_t* __restrict d, int n,
+                        std::uint16_t half, std::uint16_t m, int k) {
+  for (int j = 0; j < n; ++j) {
+    const std::uint16_t x = static_cast<std::uint16_t>(run[j] + half);
+    const auto high = static_cast<std::uint16_t>((std::uint32_t(x) * m) >> 16);
+    d[j] = static_cast<std::uint8_t>(high >> (k - 16));
+  }
+}
+
+// d[j] = floor((run[j] + offset) / count) + lo for sums below 2^23: the
+// quotient of a product with the reciprocal in single precision, then put
+// right by the exact remainder. Every value here is an integer below 2^24,
+// exact in single precision, and the product is off by less than one, so
+// every rounding mode gives the same quotients.
+template <class T>
+void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
+                  std::int32_t count, std::int32_t lo) {
+  const float c = static_cast<float>(count), inv = 1.0f / c;
+  for (int j = 0; j < n; ++j) {
+    const float x = static_cast<float>(run[j] + offset);
+    const float q = static_cast<float>(static_cast<std::int32_t>(x * inv));
+    const float r = x - q * c;
+    const float up = r >= c ? 1.0f : 0.0f, down = r < 0.0f ? 1.0f : 0.0f;
+    d[j] = static_cast<T>(static_cast<std::int32_t>(q + up - down) + lo);
+  }
+}
+
+// How a block of sums is divided.
+enum class Quotient { kShort, kSingle, kExact };
+
 struct Blur {
-  // S holds the sums of a column and of the window.
+  // S holds the sums of a column and of the window. kShort: `m` and `k`
+  // (k from 16) divide the sums of unsigned 8-bit values in 16-bit lanes.
   template <class D, class S>
-  static bool sums(const Block& b) {
+  static bool sums(const Block& b, Quotient how, unsigned m, int k) {
     using T = typename D::T;
     const int cn = b.cn, n = b.w * cn;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
@@ -259,22 +415,15 @@ struct Blur {
       if (r > 0) {
         slide(col, srcRow<D>(b, r + nRows - 1), srcRow<D>(b, r - 1), wsn);
       }
-      for (int ch = 0; ch < cn; ++ch) {
-        S s = 0;
-        for (int c = 0; c < nCols; ++c) s = static_cast<S>(s + col[c * cn + ch]);
-        run[ch] = s;
-      }
-      // Each channel's sum slides in a register, not through memory.
-      const S* enter = col + std::ptrdiff_t(nCols - 1) * cn;
-      for (int ch = 0; ch < cn; ++ch) {
-        S sum = run[ch];
-        for (int j = ch + cn; j < n; j += cn) {
-          sum = static_cast<S>(sum + (enter[j] - col[j - cn]));
-          run[j] = sum;
-        }
-      }
+      runningSums(col, run, n, nCols, cn);
       T* d = dstRow<D>(b, r);
-      if (div.fast()) {
+      if constexpr (std::is_same_v<S, std::uint16_t>) {
+        divideShort(run, reinterpret_cast<std::uint8_t*>(d), n, static_cast<std::uint16_t>(half),
+                    static_cast<std::uint16_t>(m), k);
+      } else if (std::is_same_v<S, std::int32_t> && how == Quotient::kSingle) {
+        divideSingle(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
+                     static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
+      } else if (div.fast()) {
         divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
       } else {
         for (int j = 0; j < n; ++j) d[j] = static_cast<T>(div(i64(run[j]) + offset) + D::lo);
@@ -288,8 +437,16 @@ struct Blur {
     (void)arg;
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     const i64 largest = std::max(-D::lo, D::hi);
-    if (largest * count < (i64(1) << 31)) return sums<D, std::int32_t>(b);
-    return sums<D, i64>(b);
+    if constexpr (D::bits == 8 && !D::isSigned) {
+      unsigned m = 0;
+      int k = 0;
+      if (255 * count + count / 2 < (i64(1) << 16) && shortDivider(count, 255 * count + count / 2, &m, &k))
+        return sums<D, std::uint16_t>(b, Quotient::kShort, m, k);
+    }
+    const bool single = (D::hi - D::lo) * count + count / 2 < (i64(1) << 23);
+    if (largest * count < (i64(1) << 31))
+      return sums<D, std::int32_t>(b, single ? Quotient::kSingle : Quotient::kExact, 0, 0);
+    return sums<D, i64>(b, Quotient::kExact, 0, 0);
   }
 };
 
