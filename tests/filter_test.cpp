@@ -184,6 +184,27 @@ TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
   EXPECT_TRUE(reports().empty());
 }
 
+// 8-bit rows of every channel count wider than the paired-tap vectors, with
+// an even and an odd number of taps, negative weights and saturation.
+TEST(Filter, WideEightBitConvolutionMatchesItsWindows) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S})
+    for (int ch = 1; ch <= 4; ++ch) {
+      Image src({depth, ch, 0, 5, 67}, 3 * depth + ch);
+      moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+      for (int i : {0, 1, 2, 3}) {
+        const Kernel& k = kKernels[i];
+        MoxConvKernel* kk = moxCreateConvKernel(k.box.nCols, k.box.nRows, k.box.anchorX, k.box.anchorY, k.values.data(), k.shift);
+        Image dst({depth, ch, 0, 5, 67}, 4);
+        expectEach(src, dst, [&](MoxImage* d) { moxConvolve2D(src, d, &kk, 1, MOX_SUM); },
+                   [&](int x, int y, int c) { return convolveAt(src, x, y, c, k); },
+                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " kernel " + std::to_string(i));
+        moxDeleteConvKernel(kk);
+      }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
 // The row kernel's sums (shifted, not clamped) feed the column kernel.
 TEST(Filter, SeparableConvolutionRowThenColumn) {
   Capture capture;

@@ -8,6 +8,10 @@
 #include <type_traits>
 #include <utility>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace mox::filt {
 namespace {
 
@@ -67,33 +71,94 @@ u64 isqrt(u64 x) {
   return r;
 }
 
+#if defined(__SSE2__)
+// 8-bit values widened to 16-bit lanes: the low and the high eight.
+template <class T>
+inline void widen8(__m128i x, __m128i* lo, __m128i* hi) {
+  if constexpr (std::is_signed_v<T>) {
+    *lo = _mm_srai_epi16(_mm_unpacklo_epi8(x, x), 8);
+    *hi = _mm_srai_epi16(_mm_unpackhi_epi8(x, x), 8);
+  } else {
+    const __m128i zero = _mm_setzero_si128();
+    *lo = _mm_unpacklo_epi8(x, zero);
+    *hi = _mm_unpackhi_epi8(x, zero);
+  }
+}
+
+// One row of an 8-bit convolution whose products fit 16 bits, 16 values at
+// a time: the rows of two taps interleaved, each pair of products summed
+// into 32 bits by one multiply-add, the sums kept in registers. `rows` are
+// the taps' rows at the row's first value, `pairs` the two weights of each
+// pair of taps (the second 0 for an odd last tap). Returns the number of
+// values done, a multiple of 16.
+template <class T>
+int pairedTaps(const T* const* rows, const std::int32_t* pairs, int nTaps, T* d, int n, int shift) {
+  const __m128i by = _mm_cvtsi32_si128(shift);
+  int j = 0;
+  for (; j + 16 <= n; j += 16) {
+    __m128i s0 = _mm_setzero_si128(), s1 = s0, s2 = s0, s3 = s0;
+    for (int k = 0; k < nTaps; k += 2) {
+      const __m128i w = _mm_set1_epi32(pairs[k / 2]);
+      __m128i xl, xh, yl = _mm_setzero_si128(), yh = yl;
+      widen8<T>(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k] + j)), &xl, &xh);
+      if (k + 1 < nTaps) widen8<T>(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k + 1] + j)), &yl, &yh);
+      s0 = _mm_add_epi32(s0, _mm_madd_epi16(_mm_unpacklo_epi16(xl, yl), w));
+      s1 = _mm_add_epi32(s1, _mm_madd_epi16(_mm_unpackhi_epi16(xl, yl), w));
+      s2 = _mm_add_epi32(s2, _mm_madd_epi16(_mm_unpacklo_epi16(xh, yh), w));
+      s3 = _mm_add_epi32(s3, _mm_madd_epi16(_mm_unpackhi_epi16(xh, yh), w));
+    }
+    // Shifted, then saturated to 16 bits and to the depth's range.
+    const __m128i lo = _mm_packs_epi32(_mm_sra_epi32(s0, by), _mm_sra_epi32(s1, by));
+    const __m128i hi = _mm_packs_epi32(_mm_sra_epi32(s2, by), _mm_sra_epi32(s3, by));
+    const __m128i out = std::is_signed_v<T> ? _mm_packs_epi16(lo, hi) : _mm_packus_epi16(lo, hi);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), out);
+  }
+  return j;
+}
+#endif
+
 struct Conv {
   // One kernel whose sums fit the accumulator A.
   template <class D, class A>
   static bool single(const Block& b, const ConvArgs& a) {
     using T = typename D::T;
-    const int n = b.w * b.cn;
-    if (!b.work->reserve(sizeof(A) * std::size_t(n))) return false;
-    A* acc = b.work->as<A>();
+    const int n = b.w * b.cn, nTaps = a.first[1] - a.first[0];
+    // The taps' rows and weight pairs, then the sums on an 8-byte boundary.
+    const std::size_t lists = ((sizeof(const T*) + sizeof(std::int32_t)) * std::size_t(nTaps) + 7) & ~std::size_t(7);
+    if (!b.work->reserve(lists + sizeof(A) * std::size_t(n))) return false;
+    const T** rows = b.work->as<const T*>();
+    auto* pairs = reinterpret_cast<std::int32_t*>(rows + nTaps);
+    A* acc = reinterpret_cast<A*>(b.work->as<char>() + lists);
+    const Tap* taps = a.taps + a.first[0];
     const int shift = a.shift[0];
     // Products of 16 bits: weights of at most 0x7FFF over the largest value.
     bool shortProducts = D::bits <= 8;
-    for (int k = a.first[0]; k < a.first[1]; ++k) {
-      const i64 v = a.taps[k].value;
+    for (int k = 0; k < nTaps; ++k) {
+      const i64 v = taps[k].value;
       shortProducts = shortProducts && (v < 0 ? -v : v) * std::max(-D::lo, D::hi) <= 0x7FFF;
     }
+    for (int k = 0; k < nTaps; k += 2) {
+      const unsigned second = k + 1 < nTaps ? static_cast<unsigned>(taps[k + 1].value) : 0u;
+      pairs[k / 2] = static_cast<std::int32_t>((second << 16) | (static_cast<unsigned>(taps[k].value) & 0xFFFFu));
+    }
     for (int r = 0; r < b.h; ++r) {
-      std::fill(acc, acc + n, A(0));
-      for (int k = a.first[0]; k < a.first[1]; ++k) {
-        const Tap& t = a.taps[k];
-        const T* row = srcRow<D>(b, r + t.dy) + std::ptrdiff_t(t.dx) * b.cn;
-        if (shortProducts)
-          addShortTap<T, A>(acc, row, static_cast<std::int16_t>(t.value), n);
-        else
-          addTap<T, A>(acc, row, A(t.value), n);
-      }
+      for (int k = 0; k < nTaps; ++k)
+        rows[k] = srcRow<D>(b, r + taps[k].dy) + std::ptrdiff_t(taps[k].dx) * b.cn;
       T* d = dstRow<D>(b, r);
-      for (int j = 0; j < n; ++j) d[j] = D::sat(acc[j] >> shift);
+      int done = 0;
+#if defined(__SSE2__)
+      if constexpr (D::bits == 8)
+        if (shortProducts) done = pairedTaps<T>(rows, pairs, nTaps, d, n, shift);
+#endif
+      const int rest = n - done;
+      std::fill(acc, acc + rest, A(0));
+      for (int k = 0; k < nTaps; ++k) {
+        if (shortProducts)
+          addShortTap<T, A>(acc, rows[k] + done, static_cast<std::int16_t>(taps[k].value), rest);
+        else
+          addTap<T, A>(acc, rows[k] + done, A(taps[k].value), rest);
+      }
+      for (int j = 0; j < rest; ++j) d[done + j] = D::sat(acc[j] >> shift);
     }
     return true;
   }
