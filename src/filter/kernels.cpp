@@ -600,6 +600,27 @@ void blockRuns(const T* __restrict s, T* __restrict g, T* __restrict h, int n, i
 // three comparisons per value whatever the size.
 constexpr int kDirect = 6;
 
+// Rows up to this many columns wide take the extremes of runs of 2, 4, 8
+// and 16 columns (whole-vector passes, at most four), then the extreme of
+// the two runs that cover the window; the running extrema take a chain of
+// comparisons along the row.
+constexpr int kDoubling = 32;
+
+// o[j] (j < n) = the extreme of s[j], s[j + cn], ..., s[j + (nCols - 1) cn]
+// through runs of doubling length in a and b (wsn values each).
+template <bool Max, class T>
+void doubledRuns(const T* s, T* a, T* b, T* __restrict o, int n, int wsn, int nCols, int cn) {
+  const T* cur = s;
+  int run = 1;
+  for (; 2 * run <= nCols; run *= 2) {
+    T* next = cur == a ? b : a;
+    // Runs of 2 run columns start where a run of `run` columns ends in reach.
+    pickOf<Max>(cur, cur + std::ptrdiff_t(run) * cn, next, wsn - (2 * run - 1) * cn);
+    cur = next;
+  }
+  pickOf<Max>(cur, cur + std::ptrdiff_t(nCols - run) * cn, o, n);
+}
+
 template <bool Max>
 struct Extreme {
   template <class D>
@@ -641,6 +662,10 @@ struct Extreme {
       T* o = across + std::ptrdiff_t(r) * n;
       if (nCols <= kDirect) {
         acrossRow<Max>(s, o, n, cn, nCols);
+        continue;
+      }
+      if (nCols <= kDoubling) {
+        doubledRuns<Max>(s, g, h, o, n, wsn, nCols, cn);
         continue;
       }
       switch (cn) {
