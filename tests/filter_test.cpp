@@ -123,6 +123,24 @@ TEST(Filter, WideRowsMatchTheirWindowsForEveryChannelCount) {
   EXPECT_TRUE(reports().empty());
 }
 
+// 8-bit medians of larger windows keep column histograms for stripes of
+// the row: rows wider than one stripe, one and three channels.
+TEST(Filter, LargeEightBitMediansAcrossStripes) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S})
+    for (int ch : {1, 3}) {
+      Image src({depth, ch, 0, 6, 300}, 5 * depth + ch);
+      moxSetBorderMode(src, MOX_BORDER_WRAP, MOX_SIDE_ALL, 0);
+      for (const Box& box : {Box{9, 9, 4, 4}, Box{17, 3, 2, 1}}) {
+        Image dst({depth, ch, 0, 6, 300}, 4);
+        expectEach(src, dst, [&](MoxImage* d) { moxMedianFilter(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
+                   [&](int x, int y, int c) { return kBoxOps[3].reduce(window(src, x, y, c, box)); },
+                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " box " + std::to_string(box.nCols));
+      }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
 struct Kernel { Box box; std::vector<int> values; int shift; };
 
 ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {

@@ -718,6 +718,16 @@ struct Extreme {
 // Windows of up to this many values take the sorting network.
 constexpr int kNetwork = 32;
 
+// The histograms of the constant-time median: 256 counts in 16 groups of
+// 16, each group with its total.
+using Group [[gnu::vector_size(32)]] = std::uint16_t;
+constexpr int kStripe = 256;  // destination columns whose column histograms are kept together
+
+struct ColumnHistograms {
+  Group* fine;    // 16 groups per source column
+  Group* coarse;  // one group of 16 totals per source column
+};
+
 struct Median {
   // 8-bit values: a histogram of the window slides along the row; the
   // median moves from where it was, so a step costs the window's height.
@@ -754,6 +764,71 @@ struct Median {
           while (below > middle) below -= hist[--m];
           while (below + hist[m] <= middle) below += hist[m++];
           d[std::ptrdiff_t(i) * cn + ch] = static_cast<T>(m ^ static_cast<int>(flip));
+        }
+      }
+    }
+    return true;
+  }
+
+  // 8-bit values, windows of up to 65535 values: a histogram per source
+  // column (its group totals beside it) follows the rows; along a row the
+  // window's group totals take one column in and one out per step, and
+  // only the group that holds the median brings its counts up to date,
+  // from where it was last used or anew when that is cheaper. Columns are
+  // taken in stripes so that their histograms stay in the caches.
+  template <class D>
+  static bool groups(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn;
+    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+    const int middle = static_cast<int>((i64(nCols) * nRows - 1) / 2);
+    constexpr unsigned flip = D::isSigned ? 0x80u : 0u;
+    const int stripe = std::min(kStripe, b.w), cols = stripe + nCols - 1;
+    if (!b.work->reserve(sizeof(Group) * (17 * std::size_t(cols) + 16))) return false;
+    Group* fine = b.work->as<Group>();
+    Group* coarse = fine + 16 * std::ptrdiff_t(cols);
+    Group* window = coarse + cols;  // the window's counts, group by group
+    auto key = [](T v) { return (static_cast<unsigned>(v) & 0xFFu) ^ flip; };
+    for (int x0 = 0; x0 < b.w; x0 += stripe) {
+      const int w = std::min(stripe, b.w - x0), ws = w + nCols - 1;
+      for (int ch = 0; ch < cn; ++ch) {
+        auto count = [&](int r, int step) {
+          const T* s = srcRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
+          for (int c = 0; c < ws; ++c) {
+            const unsigned k = key(s[std::ptrdiff_t(c) * cn]);
+            fine[16 * c + (k >> 4)][k & 15] = static_cast<std::uint16_t>(fine[16 * c + (k >> 4)][k & 15] + step);
+            coarse[c][k >> 4] = static_cast<std::uint16_t>(coarse[c][k >> 4] + step);
+          }
+        };
+        std::fill(fine, fine + 16 * std::ptrdiff_t(ws), Group{});
+        std::fill(coarse, coarse + ws, Group{});
+        for (int r = 0; r < nRows; ++r) count(r, 1);
+        for (int r = 0; r < b.h; ++r) {
+          if (r > 0) {
+            count(r - 1, -1);
+            count(r + nRows - 1, 1);
+          }
+          Group totals{};
+          for (int c = 0; c < nCols; ++c) totals += coarse[c];
+          int last[16];
+          std::fill(last, last + 16, -nCols);  // every group out of date
+          T* d = dstRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
+          for (int x = 0; x < w; ++x) {
+            if (x > 0) totals += coarse[x + nCols - 1] - coarse[x - 1];
+            int below = 0, g = 0;
+            while (below + totals[g] <= middle) below += totals[g++];
+            Group& counts = window[g];
+            if (2 * (x - last[g]) > nCols) {
+              counts = Group{};
+              for (int c = x; c < x + nCols; ++c) counts += fine[16 * c + g];
+            } else {
+              for (int p = last[g] + 1; p <= x; ++p) counts += fine[16 * (p + nCols - 1) + g] - fine[16 * (p - 1) + g];
+            }
+            last[g] = x;
+            int k = 0;
+            while (below + counts[k] <= middle) below += counts[k++];
+            d[std::ptrdiff_t(x) * cn] = static_cast<T>((16 * g + k) ^ static_cast<int>(flip));
+          }
         }
       }
     }
@@ -861,7 +936,7 @@ struct Median {
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     if (count <= kNetwork) return network<D>(b, static_cast<int>(count));
     if constexpr (D::bits == 8)
-      return histogram<D>(b);
+      return count < 0x10000 ? groups<D>(b) : histogram<D>(b);
     else
       return select<D>(b);
   }
