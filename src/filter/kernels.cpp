@@ -547,28 +547,17 @@ void acrossFixed(const T* __restrict s, T* __restrict d, int n, int k) {
   }
 }
 
-// The same for c (1 to kDirect) values k apart.
+// The same for c (1 to 6) values k apart.
+template <bool Max, class T, std::size_t... C>
+void acrossRow(const T* s, T* d, int n, int k, int c, std::index_sequence<C...>) {
+  using Fn = void (*)(const T*, T*, int, int);
+  static constexpr Fn kByCount[] = {&acrossFixed<Max, int(C) + 1, T>...};
+  kByCount[c - 1](s, d, n, k);
+}
+
 template <bool Max, class T>
-void acrossRow(const T* __restrict s, T* __restrict d, int n, int k, int c) {
-  switch (c) {
-    case 1:
-      std::copy(s, s + n, d);
-      break;
-    case 2:
-      acrossFixed<Max, 2>(s, d, n, k);
-      break;
-    case 3:
-      acrossFixed<Max, 3>(s, d, n, k);
-      break;
-    case 4:
-      acrossFixed<Max, 4>(s, d, n, k);
-      break;
-    case 5:
-      acrossFixed<Max, 5>(s, d, n, k);
-      break;
-    default:
-      acrossFixed<Max, 6>(s, d, n, k);
-  }
+void acrossRow(const T* s, T* d, int n, int k, int c) {
+  acrossRow<Max>(s, d, n, k, c, std::make_index_sequence<6>{});
 }
 
 // The extreme of the source rows first .. first + count - 1 of a block: the
@@ -723,9 +712,24 @@ constexpr int kNetwork = 32;
 using Group [[gnu::vector_size(32)]] = std::uint16_t;
 constexpr int kStripe = 256;  // destination columns whose column histograms are kept together
 
-struct ColumnHistograms {
-  Group* fine;    // 16 groups per source column
-  Group* coarse;  // one group of 16 totals per source column
+// The 8-bit histograms' bin of a value: signed values shifted by half
+// the range so the bins run in order.
+template <class D>
+constexpr unsigned flipOf() {
+  return D::isSigned ? 0x80u : 0u;
+}
+template <class D>
+inline unsigned binOf(typename D::T v) {
+  return (static_cast<unsigned>(v) & 0xFFu) ^ flipOf<D>();
+}
+
+// The window's width and height and the place of its median.
+struct MedianWindow {
+  int nCols, nRows, middle;
+  explicit MedianWindow(const Window& w)
+      : nCols(w.left + w.right + 1),
+        nRows(w.top + w.bottom + 1),
+        middle(static_cast<int>((i64(nCols) * nRows - 1) / 2)) {}
 };
 
 struct Median {
@@ -735,10 +739,9 @@ struct Median {
   static bool histogram(const Block& b) {
     using T = typename D::T;
     const int cn = b.cn;
-    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const int middle = static_cast<int>((i64(nCols) * nRows - 1) / 2);
-    constexpr unsigned flip = D::isSigned ? 0x80u : 0u;
-    auto key = [](T v) { return (static_cast<unsigned>(v) & 0xFFu) ^ flip; };
+    const auto [nCols, nRows, middle] = MedianWindow(b.win);
+    constexpr unsigned flip = flipOf<D>();
+    const auto key = binOf<D>;
     if (!b.work->reserve(sizeof(int) * 256)) return false;
     int* hist = b.work->as<int>();
     for (int r = 0; r < b.h; ++r) {
@@ -780,15 +783,14 @@ struct Median {
   static bool groups(const Block& b) {
     using T = typename D::T;
     const int cn = b.cn;
-    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const int middle = static_cast<int>((i64(nCols) * nRows - 1) / 2);
-    constexpr unsigned flip = D::isSigned ? 0x80u : 0u;
+    const auto [nCols, nRows, middle] = MedianWindow(b.win);
+    constexpr unsigned flip = flipOf<D>();
     const int stripe = std::min(kStripe, b.w), cols = stripe + nCols - 1;
     if (!b.work->reserve(sizeof(Group) * (17 * std::size_t(cols) + 16))) return false;
     Group* fine = b.work->as<Group>();
     Group* coarse = fine + 16 * std::ptrdiff_t(cols);
     Group* window = coarse + cols;  // the window's counts, group by group
-    auto key = [](T v) { return (static_cast<unsigned>(v) & 0xFFu) ^ flip; };
+    const auto key = binOf<D>;
     for (int x0 = 0; x0 < b.w; x0 += stripe) {
       const int w = std::min(stripe, b.w - x0), ws = w + nCols - 1;
       for (int ch = 0; ch < cn; ++ch) {
