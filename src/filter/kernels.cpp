@@ -1,5 +1,7 @@
 // Block functions of convolution, box mean, minimum, maximum and median.
 #include "filter/kernels.h"
+#include "filter/wide.h"
+#include "frame/frame.h"
 
 #include <algorithm>
 #include <cmath>
@@ -89,12 +91,16 @@ inline void widen8(__m128i x, __m128i* lo, __m128i* hi) {
 // a time: the rows of two taps interleaved, each pair of products summed
 // into 32 bits by one multiply-add, the sums kept in registers. `rows` are
 // the taps' rows at the row's first value, `pairs` the two weights of each
-// pair of taps (the second 0 for an odd last tap). Returns the number of
-// values done, a multiple of 16.
+// pair of taps (the second 0 for an odd last tap). Starts at value `from`
+// of the row (d and n count from there); returns the number of values done,
+// a multiple of 16.
 template <class T>
-int pairedTaps(const T* const* rows, const std::int32_t* pairs, int nTaps, T* d, int n, int shift) {
+int pairedTaps(const T* const* rows, const std::int32_t* pairs, int nTaps, T* d, int n, int shift,
+               int from) {
   const __m128i by = _mm_cvtsi32_si128(shift);
-  int j = 0;
+  d -= from;
+  n += from;
+  int j = from;
   for (; j + 16 <= n; j += 16) {
     __m128i s0 = _mm_setzero_si128(), s1 = s0, s2 = s0, s3 = s0;
     for (int k = 0; k < nTaps; k += 2) {
@@ -113,7 +119,7 @@ int pairedTaps(const T* const* rows, const std::int32_t* pairs, int nTaps, T* d,
     const __m128i out = std::is_signed_v<T> ? _mm_packs_epi16(lo, hi) : _mm_packus_epi16(lo, hi);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), out);
   }
-  return j;
+  return j - from;
 }
 #endif
 
@@ -141,15 +147,22 @@ struct Conv {
       const unsigned second = k + 1 < nTaps ? static_cast<unsigned>(taps[k + 1].value) : 0u;
       pairs[k / 2] = static_cast<std::int32_t>((second << 16) | (static_cast<unsigned>(taps[k].value) & 0xFFFFu));
     }
+#if defined(MOX_FILTER_HAVE_WIDE)
+    const bool wide = wideVectors();
+#endif
     for (int r = 0; r < b.h; ++r) {
       for (int k = 0; k < nTaps; ++k)
         rows[k] = srcRow<D>(b, r + taps[k].dy) + std::ptrdiff_t(taps[k].dx) * b.cn;
       T* d = dstRow<D>(b, r);
       int done = 0;
-#if defined(__SSE2__)
-      if constexpr (D::bits == 8)
-        if (shortProducts) done = pairedTaps<T>(rows, pairs, nTaps, d, n, shift);
+      if constexpr (D::bits == 8) {
+#if defined(MOX_FILTER_HAVE_WIDE)
+        if (shortProducts && wide) done = widePairedTaps(rows, pairs, nTaps, d, n, shift);
 #endif
+#if defined(__SSE2__)
+        if (shortProducts) done += pairedTaps<T>(rows, pairs, nTaps, d + done, n - done, shift, done);
+#endif
+      }
       const int rest = n - done;
       std::fill(acc, acc + rest, A(0));
       for (int k = 0; k < nTaps; ++k) {

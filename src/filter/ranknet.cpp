@@ -1,6 +1,6 @@
 // The median networks with the build's own vectors, and the choice of the
 // width for this processor.
-#include "filter/ranknet_table.h"
+#include "filter/wide.h"
 #include "frame/frame.h"
 
 #define MOX_FILTER_NETS baseMedianNet

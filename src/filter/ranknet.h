@@ -183,12 +183,17 @@ bool medianNet(const Block& b, const void*) {
         if (len == L) {
           v[i] = load<V>(rows[i] + j);
         } else {
-          v[i] = V{};
-          std::memcpy(&v[i], rows[i] + j, sizeof(T) * std::size_t(len));
+          V part{};
+          std::memcpy(&part, rows[i] + j, sizeof(T) * std::size_t(len));
+          v[i] = part;
         }
       }
       runPlan<N::kSort>(v);
-      for (int i = 0; i < nRows; ++i) std::memcpy(sorted + stride * i + j, &v[N::kSort.out[i]], sizeof(V));
+      // Whole vectors leave through copies, so the network stays in registers.
+      for (int i = 0; i < nRows; ++i) {
+        const V out = v[N::kSort.out[i]];
+        std::memcpy(sorted + stride * i + j, &out, sizeof(V));
+      }
     }
     T* d = static_cast<T*>(b.dst[r]);
     for (int j = 0; j < n; j += L) {
@@ -197,8 +202,11 @@ bool medianNet(const Block& b, const void*) {
         for (int i = 0; i < nRows; ++i)
           v[c * N::kBlock + i] = load<V>(sorted + stride * i + j + std::ptrdiff_t(c) * cn);
       runPlan<N::kMerge>(v);
-      const int len = n - j < L ? n - j : L;
-      std::memcpy(d + j, &v[N::kMerge.out[N::kMiddle]], sizeof(T) * std::size_t(len));
+      const V out = v[N::kMerge.out[N::kMiddle]];
+      if (n - j >= L)
+        std::memcpy(d + j, &out, sizeof(V));
+      else
+        std::memcpy(d + j, &out, sizeof(T) * std::size_t(n - j));
     }
   }
   return true;

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "filter/kernels.h"
-#include "filter/ranknet_table.h"
+#include "filter/wide.h"
 
 #if defined(MOX_FILTER_HAVE_WIDE)
 #pragma GCC target("avx2")
