@@ -653,10 +653,9 @@ struct Extreme {
       return true;
     }
     const std::size_t rows = std::size_t(hs) * n;
-    if (!b.work->reserve(sizeof(T) * (3 * rows + 2 * std::size_t(wsn)))) return false;
+    if (!b.work->reserve(sizeof(T) * (2 * rows + 2 * std::size_t(wsn)))) return false;
     T* across = b.work->as<T>();  // the extreme of each row's nCols values
-    T* prefix = across + rows;
-    T* suffix = prefix + rows;
+    T* suffix = across + rows;
     T* g = suffix + rows;
     T* h = g + wsn;
     for (int r = 0; r < hs; ++r) {
@@ -691,14 +690,8 @@ struct Extreme {
       }
       return true;
     }
-    for (int r = 0; r < hs; ++r) {
-      const T* o = across + std::ptrdiff_t(r) * n;
-      T* p = prefix + std::ptrdiff_t(r) * n;
-      if (r % nRows == 0)
-        std::copy(o, o + n, p);
-      else
-        pickOf<Max>(p - n, o, p, n);
-    }
+    // Down the columns in blocks of nRows rows: the suffixes first, then
+    // the prefixes in place of the rows they start from.
     for (int r = hs - 1; r >= 0; --r) {
       const T* o = across + std::ptrdiff_t(r) * n;
       T* p = suffix + std::ptrdiff_t(r) * n;
@@ -707,8 +700,10 @@ struct Extreme {
       else
         pickOf<Max>(p + n, o, p, n);
     }
+    for (int r = 1; r < hs; ++r)
+      if (r % nRows != 0) pickInto<Max>(across + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r - 1) * n, n);
     for (int r = 0; r < b.h; ++r) {
-      pickOf<Max>(suffix + std::ptrdiff_t(r) * n, prefix + std::ptrdiff_t(r + nRows - 1) * n,
+      pickOf<Max>(suffix + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r + nRows - 1) * n,
                   dstRow<D>(b, r), n);
     }
     return true;
