@@ -107,6 +107,40 @@ TEST(Filter, BoxFiltersMatchTheirWindows) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Rows wider than several vectors, of every channel count and an odd
+// width, so the vector paths (small medians, small extrema, box sums) run
+// whole vectors and a short tail on every depth.
+TEST(Filter, WideRowsMatchTheirWindowsForEveryChannelCount) {
+  Capture capture;
+  for (unsigned depth : kDepths)
+    for (int ch = 1; ch <= 4; ++ch) {
+      if (depth == MOX_DEPTH_1U && ch > 1) continue;
+      Image src({depth, ch, 0, 8, 71}, 7 * depth + ch);
+      moxSetBorderMode(src, MOX_BORDER_REPLICATE, MOX_SIDE_ALL, 0);
+      expectBoxes(src, {{3, 3, 1, 1}, {5, 5, 2, 2}, {7, 7, 3, 3}, {3, 3, 0, 2}, {5, 5, 4, 0}, {2, 3, 1, 1}, {6, 4, 2, 3}},
+                  "wide depth " + std::to_string(depth) + " channels " + std::to_string(ch));
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
+// 8-bit medians of larger windows keep column histograms for stripes of
+// the row: rows wider than one stripe, one and three channels.
+TEST(Filter, LargeEightBitMediansAcrossStripes) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S})
+    for (int ch : {1, 3}) {
+      Image src({depth, ch, 0, 6, 300}, 5 * depth + ch);
+      moxSetBorderMode(src, MOX_BORDER_WRAP, MOX_SIDE_ALL, 0);
+      for (const Box& box : {Box{9, 9, 4, 4}, Box{17, 3, 2, 1}}) {
+        Image dst({depth, ch, 0, 6, 300}, 4);
+        expectEach(src, dst, [&](MoxImage* d) { moxMedianFilter(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
+                   [&](int x, int y, int c) { return kBoxOps[3].reduce(window(src, x, y, c, box)); },
+                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " box " + std::to_string(box.nCols));
+      }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
 struct Kernel { Box box; std::vector<int> values; int shift; };
 
 ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {
@@ -164,6 +198,27 @@ TEST(Filter, ConvolutionMatchesItsWindowsForEveryCombineAndDepth) {
                          " method " + std::to_string(method) + " modes " + std::to_string(modes));
           for (MoxConvKernel* k : ks) moxDeleteConvKernel(k);
         }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
+// 8-bit rows of every channel count wider than the paired-tap vectors, with
+// an even and an odd number of taps, negative weights and saturation.
+TEST(Filter, WideEightBitConvolutionMatchesItsWindows) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S})
+    for (int ch = 1; ch <= 4; ++ch) {
+      Image src({depth, ch, 0, 5, 61}, 3 * depth + ch);
+      moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+      for (int i : {0, 1, 2, 3}) {
+        const Kernel& k = kKernels[i];
+        MoxConvKernel* kk = moxCreateConvKernel(k.box.nCols, k.box.nRows, k.box.anchorX, k.box.anchorY, k.values.data(), k.shift);
+        Image dst({depth, ch, 0, 5, 61}, 4);
+        expectEach(src, dst, [&](MoxImage* d) { moxConvolve2D(src, d, &kk, 1, MOX_SUM); },
+                   [&](int x, int y, int c) { return convolveAt(src, x, y, c, k); },
+                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " kernel " + std::to_string(i));
+        moxDeleteConvKernel(kk);
+      }
     }
   EXPECT_TRUE(reports().empty());
 }

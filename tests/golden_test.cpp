@@ -56,13 +56,13 @@ void twist(const MoxImage* a, MoxImage* d, unsigned depth) {
 }
 
 // Convolutions on the three accumulator paths: 16-bit products, 32-bit and
-// 64-bit sums with the root of squares.
+// 64-bit sums with the root of squares; one gradient alone (which 3).
 void convolveWith(MoxImage* a, MoxImage* d, int which) {
   static const int binomial[25] = {1, 4, 6, 4, 1, 4, 16, 24, 16, 4, 6, 24, 36, 24, 6, 4, 16, 24, 16, 4, 1, 4, 6, 4, 1};
   static const int gx[9] = {-3, 0, 3, -10, 0, 10, -3, 0, 3}, gy[9] = {-3, -10, -3, 0, 0, 0, 3, 10, 3};
   static const int big[6] = {70000, -3, 5, 9, -60000, 2};
   MoxConvKernel* k[2] = {which == 0   ? moxCreateConvKernel(5, 5, 2, 2, binomial, 8)
-                         : which == 1 ? moxCreateConvKernel(3, 3, 1, 1, gx, 1)
+                         : which != 2 ? moxCreateConvKernel(3, 3, 1, 1, gx, 1)
                                       : moxCreateConvKernel(3, 2, 0, 1, big, 17),
                          which == 1 ? moxCreateConvKernel(3, 3, 1, 1, gy, 1) : nullptr};
   moxSetBorderMode(a, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
@@ -150,13 +150,20 @@ const Golden kCases[] = {
     {"threshold 16S", k16S1, k16S1, RUN(moxThreshold(a, d, -77)), 0x0a83fc9027b585bbull},
     {"stretch interpolated and equalize 8U", k8U3, k8U3, RUN(stretchAndEqualize(a, d)), 0xeb649999ab4701ecull},
     {"convolve 8U 5x5 binomial", k8U3, k8U3, RUN(convolveWith(a, d, 0)), 0x158f9f264a1773e1ull},
+    {"convolve 8S gradient", {MOX_DEPTH_8S, 3, 0, 45, 60}, {MOX_DEPTH_8S, 3, 0, 45, 60}, RUN(convolveWith(a, d, 3)), 0xdc09b290395b8b28ull},
     {"convolve 16S two kernels root of squares", k16S1, k16S1, RUN(convolveWith(a, d, 1)), 0x479809789f5f50baull},
     {"convolve 32S sum", k32S1, k32S1, RUN(convolveWith(a, d, 2)), 0x400516ebcf1a94e3ull},
     {"blur 8U 7x5", k8U3, k8U3, RUN(moxBlur(a, d, 7, 5, 3, 1)), 0x43aff097b4ff8a13ull},
+    {"blur 8U 31x17, quotients in single precision", k8U3, k8U3, RUN(moxBlur(a, d, 31, 17, 15, 8)), 0x8b84178ae6db86f2ull},
+    {"blur 8U one channel 15x15 then 2x3", k8U1, k8U1, RUN(moxBlur(a, b, 15, 15, 7, 7), moxBlur(b, d, 2, 3, 1, 1)), 0x9262d274bed56b76ull},
     {"blur 32S 4x4", k32S1, k32S1, RUN(moxBlur(a, d, 4, 4, 0, 3)), 0xb36ce592af3c52d2ull},
     {"median 8U 3x3, 5x5, 9x9", k8U3, k8U3,
      RUN(moxMedianFilter(a, b, 3, 3, 1, 1), moxMedianFilter(b, a, 5, 5, 2, 2), moxMedianFilter(a, d, 9, 9, 4, 4)),
      0x13c037a8684783e8ull},
+    {"median 16S 7x7 then 3x3", k16S1, k16S1,
+     RUN(moxMedianFilter(a, b, 7, 7, 3, 3), moxMedianFilter(b, d, 3, 3, 1, 1)), 0x44d468cc0be60aa2ull},
+    {"median 32S 5x5", k32S1, k32S1, RUN(moxMedianFilter(a, d, 5, 5, 2, 2)), 0x9b7722e25082d217ull},
+    {"median 8U 7x7", k8U1, k8U1, RUN(moxMedianFilter(a, d, 7, 7, 3, 3)), 0x3e2acf2a59d9a2ebull},
     {"min 8U 11x9 then max 3x3", k8U3, k8U3, RUN(moxMinFilter(a, b, 11, 9, 5, 4), moxMaxFilter(b, d, 3, 3, 1, 1)),
      0xa1f7dcab83fca59full},
 };

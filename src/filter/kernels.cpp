@@ -1,9 +1,18 @@
 // Block functions of convolution, box mean, minimum, maximum and median.
 #include "filter/kernels.h"
+#include "filter/wide.h"
+#include "frame/frame.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace mox::filt {
 namespace {
@@ -64,33 +73,105 @@ u64 isqrt(u64 x) {
   return r;
 }
 
+#if defined(__SSE2__)
+// 8-bit values widened to 16-bit lanes: the low and the high eight.
+template <class T>
+inline void widen8(__m128i x, __m128i* lo, __m128i* hi) {
+  if constexpr (std::is_signed_v<T>) {
+    *lo = _mm_srai_epi16(_mm_unpacklo_epi8(x, x), 8);
+    *hi = _mm_srai_epi16(_mm_unpackhi_epi8(x, x), 8);
+  } else {
+    const __m128i zero = _mm_setzero_si128();
+    *lo = _mm_unpacklo_epi8(x, zero);
+    *hi = _mm_unpackhi_epi8(x, zero);
+  }
+}
+
+// One row of an 8-bit convolution whose products fit 16 bits, 16 values at
+// a time: the rows of two taps interleaved, each pair of products summed
+// into 32 bits by one multiply-add, the sums kept in registers. `rows` are
+// the taps' rows at the row's first value, `pairs` the two weights of each
+// pair of taps (the second 0 for an odd last tap). Starts at value `from`
+// of the row (d and n count from there); returns the number of values done,
+// a multiple of 16.
+template <class T>
+int pairedTaps(const T* const* rows, const std::int32_t* pairs, int nTaps, T* d, int n, int shift,
+               int from) {
+  const __m128i by = _mm_cvtsi32_si128(shift);
+  d -= from;
+  n += from;
+  int j = from;
+  for (; j + 16 <= n; j += 16) {
+    __m128i s0 = _mm_setzero_si128(), s1 = s0, s2 = s0, s3 = s0;
+    for (int k = 0; k < nTaps; k += 2) {
+      const __m128i w = _mm_set1_epi32(pairs[k / 2]);
+      __m128i xl, xh, yl = _mm_setzero_si128(), yh = yl;
+      widen8<T>(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k] + j)), &xl, &xh);
+      if (k + 1 < nTaps) widen8<T>(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k + 1] + j)), &yl, &yh);
+      s0 = _mm_add_epi32(s0, _mm_madd_epi16(_mm_unpacklo_epi16(xl, yl), w));
+      s1 = _mm_add_epi32(s1, _mm_madd_epi16(_mm_unpackhi_epi16(xl, yl), w));
+      s2 = _mm_add_epi32(s2, _mm_madd_epi16(_mm_unpacklo_epi16(xh, yh), w));
+      s3 = _mm_add_epi32(s3, _mm_madd_epi16(_mm_unpackhi_epi16(xh, yh), w));
+    }
+    // Shifted, then saturated to 16 bits and to the depth's range.
+    const __m128i lo = _mm_packs_epi32(_mm_sra_epi32(s0, by), _mm_sra_epi32(s1, by));
+    const __m128i hi = _mm_packs_epi32(_mm_sra_epi32(s2, by), _mm_sra_epi32(s3, by));
+    const __m128i out = std::is_signed_v<T> ? _mm_packs_epi16(lo, hi) : _mm_packus_epi16(lo, hi);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), out);
+  }
+  return j - from;
+}
+#endif
+
 struct Conv {
   // One kernel whose sums fit the accumulator A.
   template <class D, class A>
   static bool single(const Block& b, const ConvArgs& a) {
     using T = typename D::T;
-    const int n = b.w * b.cn;
-    if (!b.work->reserve(sizeof(A) * std::size_t(n))) return false;
-    A* acc = b.work->as<A>();
+    const int n = b.w * b.cn, nTaps = a.first[1] - a.first[0];
+    // The taps' rows and weight pairs, then the sums on an 8-byte boundary.
+    const std::size_t lists = ((sizeof(const T*) + sizeof(std::int32_t)) * std::size_t(nTaps) + 7) & ~std::size_t(7);
+    if (!b.work->reserve(lists + sizeof(A) * std::size_t(n))) return false;
+    const T** rows = b.work->as<const T*>();
+    auto* pairs = reinterpret_cast<std::int32_t*>(rows + nTaps);
+    A* acc = reinterpret_cast<A*>(b.work->as<char>() + lists);
+    const Tap* taps = a.taps + a.first[0];
     const int shift = a.shift[0];
     // Products of 16 bits: weights of at most 0x7FFF over the largest value.
     bool shortProducts = D::bits <= 8;
-    for (int k = a.first[0]; k < a.first[1]; ++k) {
-      const i64 v = a.taps[k].value;
+    for (int k = 0; k < nTaps; ++k) {
+      const i64 v = taps[k].value;
       shortProducts = shortProducts && (v < 0 ? -v : v) * std::max(-D::lo, D::hi) <= 0x7FFF;
     }
+    for (int k = 0; k < nTaps; k += 2) {
+      const unsigned second = k + 1 < nTaps ? static_cast<unsigned>(taps[k + 1].value) : 0u;
+      pairs[k / 2] = static_cast<std::int32_t>((second << 16) | (static_cast<unsigned>(taps[k].value) & 0xFFFFu));
+    }
+#if defined(MOX_FILTER_HAVE_WIDE)
+    const bool wide = wideVectors();
+#endif
     for (int r = 0; r < b.h; ++r) {
-      std::fill(acc, acc + n, A(0));
-      for (int k = a.first[0]; k < a.first[1]; ++k) {
-        const Tap& t = a.taps[k];
-        const T* row = srcRow<D>(b, r + t.dy) + std::ptrdiff_t(t.dx) * b.cn;
-        if (shortProducts)
-          addShortTap<T, A>(acc, row, static_cast<std::int16_t>(t.value), n);
-        else
-          addTap<T, A>(acc, row, A(t.value), n);
-      }
+      for (int k = 0; k < nTaps; ++k)
+        rows[k] = srcRow<D>(b, r + taps[k].dy) + std::ptrdiff_t(taps[k].dx) * b.cn;
       T* d = dstRow<D>(b, r);
-      for (int j = 0; j < n; ++j) d[j] = D::sat(acc[j] >> shift);
+      int done = 0;
+      if constexpr (D::bits == 8) {
+#if defined(MOX_FILTER_HAVE_WIDE)
+        if (shortProducts && wide) done = widePairedTaps(rows, pairs, nTaps, d, n, shift);
+#endif
+#if defined(__SSE2__)
+        if (shortProducts) done += pairedTaps<T>(rows, pairs, nTaps, d + done, n - done, shift, done);
+#endif
+      }
+      const int rest = n - done;
+      std::fill(acc, acc + rest, A(0));
+      for (int k = 0; k < nTaps; ++k) {
+        if (shortProducts)
+          addShortTap<T, A>(acc, rows[k] + done, static_cast<std::int16_t>(taps[k].value), rest);
+        else
+          addTap<T, A>(acc, rows[k] + done, A(taps[k].value), rest);
+      }
+      for (int j = 0; j < rest; ++j) d[done + j] = D::sat(acc[j] >> shift);
     }
     return true;
   }
@@ -235,10 +316,163 @@ class Divider {
   int shift_ = 0;
 };
 
+// Sums of 8-bit values below 2^16 divide by a 16-bit multiplier: floor(x /
+// n) = (x * m) >> k for every x <= largest when m = ceil(2^k / n) and
+// largest * (m * n - 2^k) < 2^k (the error x * e / 2^k then stays below
+// 1/n). Finds the smallest such k with m below 2^16; false when none.
+bool shortDivider(i64 n, i64 largest, unsigned* m, int* k) {
+  for (int shift = 16; shift < 32; ++shift) {
+    const i64 two = i64(1) << shift, mult = (two + n - 1) / n;
+    if (mult >= (i64(1) << 16)) return false;
+    if (largest * (mult * n - two) < two) {
+      *m = static_cast<unsigned>(mult);
+      *k = shift;
+      return true;
+    }
+  }
+  return false;
+}
+
+// Running sums over whole vectors of 16 bytes: each lane adds the lanes cn,
+// 2 cn, 4 cn, ... below it, then the last sum of its channel in the vector
+// before. The same sums as one value at a time, for cn up to the lane count;
+// used where that carry is one shuffle.
+template <class S>
+struct SumLanes {
+  using V [[gnu::vector_size(16)]] = S;
+  static constexpr int kCount = 16 / int(sizeof(S));
+
+  template <int Shift, std::size_t... I>
+  static V up(V x, std::index_sequence<I...>) {
+    return __builtin_shufflevector(x, V{}, (int(I) >= Shift ? int(I) - Shift : kCount + int(I))...);
+  }
+  template <int CN, std::size_t... I>
+  static V carry(V x, std::index_sequence<I...>) {
+    return __builtin_shufflevector(x, x, (kCount - CN + int(I) % CN)...);
+  }
+  template <int CN, int Shift = CN>
+  static V scan(V x) {
+    if constexpr (Shift >= kCount) {
+      return x;
+    } else {
+      x += up<Shift>(x, std::make_index_sequence<kCount>{});
+      return scan<CN, 2 * Shift>(x);
+    }
+  }
+  // run[j] += run[j - CN] for j from CN to n - 1, the first CN already sums.
+  template <int CN>
+  static void prefix(S* run, int n) {
+    if (n <= CN) return;
+    int j = CN;
+    if constexpr (CN <= kCount) {
+      // The first vector starts after the first sums: carry from them.
+      V prev{};
+      for (int i = 0; i < CN; ++i) prev[kCount - CN + i] = run[i];
+      for (; j + kCount <= n; j += kCount) {
+        V x;
+        std::memcpy(&x, run + j, sizeof x);
+        x = scan<CN>(x) + carry<CN>(prev, std::make_index_sequence<kCount>{});
+        std::memcpy(run + j, &x, sizeof x);
+        prev = x;
+      }
+    }
+    for (; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
+  }
+};
+
+// run[j] = the sum of the window's columns at j, from the first window's sum
+// at j < cn and the values that enter and leave: one running sum per
+// channel, on whole vectors for 16- and 32-bit sums of 1, 3 or 4 channels.
+template <int CN, class S>
+void runningSums(const S* __restrict col, S* __restrict run, int n, int nCols, int cn) {
+  if constexpr (CN > 0) cn = CN;
+  const std::ptrdiff_t far = std::ptrdiff_t(nCols) * cn;
+  for (int ch = 0; ch < cn && ch < n; ++ch) {
+    S sum = 0;
+    for (int c = 0; c < nCols; ++c) sum = static_cast<S>(sum + col[c * cn + ch]);
+    run[ch] = sum;
+  }
+  // The change from one window to the next, on whole vectors, then the sums.
+  for (int j = cn; j < n; ++j) run[j] = static_cast<S>(col[j - cn + far] - col[j - cn]);
+  if constexpr (CN > 0 && sizeof(S) <= 4 && (SumLanes<S>::kCount % CN == 0 || sizeof(S) == 4)) {
+    SumLanes<S>::template prefix<CN>(run, n);
+  } else if constexpr (CN > 0) {
+    // Other lane patterns cost more to carry than the sums: the channels'
+    // chains side by side in registers.
+    S sum[CN];
+    for (int ch = 0; ch < CN; ++ch) sum[ch] = run[ch];
+    int j = CN;
+    for (; j + CN <= n; j += CN)
+      for (int ch = 0; ch < CN; ++ch) run[j + ch] = sum[ch] = static_cast<S>(sum[ch] + run[j + ch]);
+    for (; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
+  } else {
+    for (int j = cn; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - cn]);
+  }
+}
+
+// run[j] = col[j] + col[j + k] + ... + col[j + (C - 1) k]: narrow windows
+// add their columns directly.
+template <int C, class S>
+void sumsAcross(const S* __restrict col, S* __restrict run, int n, int k) {
+  for (int j = 0; j < n; ++j) {
+    S sum = col[j];
+    for (int i = 1; i < C; ++i) sum = static_cast<S>(sum + col[j + i * k]);
+    run[j] = sum;
+  }
+}
+
+template <class S>
+void runningSums(const S* col, S* run, int n, int nCols, int cn) {
+  if (nCols == 2) return sumsAcross<2>(col, run, n, cn);
+  if (nCols == 3) return sumsAcross<3>(col, run, n, cn);
+  switch (cn) {
+    case 1:
+      return runningSums<1>(col, run, n, nCols, cn);
+    case 3:
+      return runningSums<3>(col, run, n, nCols, cn);
+    case 4:
+      return runningSums<4>(col, run, n, nCols, cn);
+    default:
+      return runningSums<0>(col, run, n, nCols, cn);
+  }
+}
+
+// d[j] = ((run[j] + half) * m >> 16) >> (k - 16) on 16-bit lanes.
+inline void divideShort(const std::uint16_t* __restrict run, std::uint8_t* __restrict d, int n,
+                        std::uint16_t half, std::uint16_t m, int k) {
+  for (int j = 0; j < n; ++j) {
+    const std::uint16_t x = static_cast<std::uint16_t>(run[j] + half);
+    const auto high = static_cast<std::uint16_t>((std::uint32_t(x) * m) >> 16);
+    d[j] = static_cast<std::uint8_t>(high >> (k - 16));
+  }
+}
+
+// d[j] = floor((run[j] + offset) / count) + lo for sums below 2^23: the
+// quotient of a product with the reciprocal in single precision, then put
+// right by the exact remainder. Every value here is an integer below 2^24,
+// exact in single precision, and the product is off by less than one, so
+// every rounding mode gives the same quotients.
+template <class T>
+void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
+                  std::int32_t count, std::int32_t lo) {
+  const float c = static_cast<float>(count), inv = 1.0f / c;
+  for (int j = 0; j < n; ++j) {
+    const float x = static_cast<float>(run[j] + offset);
+    const float q = static_cast<float>(static_cast<std::int32_t>(x * inv));
+    const float r = x - q * c;
+    const float up = r >= c ? 1.0f : 0.0f, down = r < 0.0f ? 1.0f : 0.0f;
+    d[j] = static_cast<T>(static_cast<std::int32_t>(q + up - down) + lo);
+  }
+}
+
+// How a block of sums is divided.
+enum class Quotient { kShort, kSingle, kExact };
+
 struct Blur {
-  // S holds the sums of a column and of the window.
+  // S holds the sums of a column and of the window. kShort: `m` and `k`
+  // (k from 16) divide the sums of unsigned 8-bit values in 16-bit lanes.
   template <class D, class S>
-  static bool sums(const Block& b) {
+  static bool sums(const Block& b, Quotient how, unsigned m, int k) {
     using T = typename D::T;
     const int cn = b.cn, n = b.w * cn;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
@@ -259,22 +493,15 @@ struct Blur {
       if (r > 0) {
         slide(col, srcRow<D>(b, r + nRows - 1), srcRow<D>(b, r - 1), wsn);
       }
-      for (int ch = 0; ch < cn; ++ch) {
-        S s = 0;
-        for (int c = 0; c < nCols; ++c) s = static_cast<S>(s + col[c * cn + ch]);
-        run[ch] = s;
-      }
-      // Each channel's sum slides in a register, not through memory.
-      const S* enter = col + std::ptrdiff_t(nCols - 1) * cn;
-      for (int ch = 0; ch < cn; ++ch) {
-        S sum = run[ch];
-        for (int j = ch + cn; j < n; j += cn) {
-          sum = static_cast<S>(sum + (enter[j] - col[j - cn]));
-          run[j] = sum;
-        }
-      }
+      runningSums(col, run, n, nCols, cn);
       T* d = dstRow<D>(b, r);
-      if (div.fast()) {
+      if constexpr (std::is_same_v<S, std::uint16_t>) {
+        divideShort(run, reinterpret_cast<std::uint8_t*>(d), n, static_cast<std::uint16_t>(half),
+                    static_cast<std::uint16_t>(m), k);
+      } else if (std::is_same_v<S, std::int32_t> && how == Quotient::kSingle) {
+        divideSingle(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
+                     static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
+      } else if (div.fast()) {
         divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
       } else {
         for (int j = 0; j < n; ++j) d[j] = static_cast<T>(div(i64(run[j]) + offset) + D::lo);
@@ -288,8 +515,16 @@ struct Blur {
     (void)arg;
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     const i64 largest = std::max(-D::lo, D::hi);
-    if (largest * count < (i64(1) << 31)) return sums<D, std::int32_t>(b);
-    return sums<D, i64>(b);
+    if constexpr (D::bits == 8 && !D::isSigned) {
+      unsigned m = 0;
+      int k = 0;
+      if (255 * count + count / 2 < (i64(1) << 16) && shortDivider(count, 255 * count + count / 2, &m, &k))
+        return sums<D, std::uint16_t>(b, Quotient::kShort, m, k);
+    }
+    const bool single = (D::hi - D::lo) * count + count / 2 < (i64(1) << 23);
+    if (largest * count < (i64(1) << 31))
+      return sums<D, std::int32_t>(b, single ? Quotient::kSingle : Quotient::kExact, 0, 0);
+    return sums<D, i64>(b, Quotient::kExact, 0, 0);
   }
 };
 
@@ -315,6 +550,39 @@ void pickOf(const T* __restrict a, const T* __restrict b, T* __restrict o, int n
   for (int j = 0; j < n; ++j) o[j] = pick<Max>(a[j], b[j]);
 }
 
+// d[j] = extreme of s[j], s[j + k], ..., s[j + (C - 1) k]: one pass.
+template <bool Max, int C, class T>
+void acrossFixed(const T* __restrict s, T* __restrict d, int n, int k) {
+  for (int j = 0; j < n; ++j) {
+    T m = s[j];
+    for (int i = 1; i < C; ++i) m = pick<Max>(m, s[j + i * k]);
+    d[j] = m;
+  }
+}
+
+// The same for c (1 to 6) values k apart.
+template <bool Max, class T, std::size_t... C>
+void acrossRow(const T* s, T* d, int n, int k, int c, std::index_sequence<C...>) {
+  using Fn = void (*)(const T*, T*, int, int);
+  static constexpr Fn kByCount[] = {&acrossFixed<Max, int(C) + 1, T>...};
+  kByCount[c - 1](s, d, n, k);
+}
+
+template <bool Max, class T>
+void acrossRow(const T* s, T* d, int n, int k, int c) {
+  acrossRow<Max>(s, d, n, k, c, std::make_index_sequence<6>{});
+}
+
+// The extreme of the source rows first .. first + count - 1 of a block: the
+// row itself when there is one, else written to `into`.
+template <bool Max, class D, class T = typename D::T>
+const T* downRows(const Block& b, int first, int count, T* into, int n) {
+  if (count == 1) return srcRow<D>(b, first);
+  pickOf<Max>(srcRow<D>(b, first), srcRow<D>(b, first + 1), into, n);
+  for (int c = 2; c < count; ++c) pickInto<Max>(into, srcRow<D>(b, first + c), n);
+  return into;
+}
+
 // Blocks of nCols pixels of cn channels (CN when known, else 0): g runs
 // forward from each block's start, h backward from its end.
 template <bool Max, int CN, class T>
@@ -334,6 +602,27 @@ void blockRuns(const T* __restrict s, T* __restrict g, T* __restrict h, int n, i
 // three comparisons per value whatever the size.
 constexpr int kDirect = 6;
 
+// Rows up to this many columns wide take the extremes of runs of 2, 4, 8
+// and 16 columns (whole-vector passes, at most four), then the extreme of
+// the two runs that cover the window; the running extrema take a chain of
+// comparisons along the row.
+constexpr int kDoubling = 32;
+
+// o[j] (j < n) = the extreme of s[j], s[j + cn], ..., s[j + (nCols - 1) cn]
+// through runs of doubling length in a and b (wsn values each).
+template <bool Max, class T>
+void doubledRuns(const T* s, T* a, T* b, T* __restrict o, int n, int wsn, int nCols, int cn) {
+  const T* cur = s;
+  int run = 1;
+  for (; 2 * run <= nCols; run *= 2) {
+    T* next = cur == a ? b : a;
+    // Runs of 2 run columns start where a run of `run` columns ends in reach.
+    pickOf<Max>(cur, cur + std::ptrdiff_t(run) * cn, next, wsn - (2 * run - 1) * cn);
+    cur = next;
+  }
+  pickOf<Max>(cur, cur + std::ptrdiff_t(nCols - run) * cn, o, n);
+}
+
 template <bool Max>
 struct Extreme {
   template <class D>
@@ -344,33 +633,40 @@ struct Extreme {
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
     const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
     if (nCols <= kDirect && nRows <= kDirect) {
-      // Small boxes: the extreme down each column of the window into one
-      // row, then across it; every pass runs on whole rows.
-      if (!b.work->reserve(sizeof(T) * std::size_t(wsn))) return false;
-      T* down = b.work->as<T>();
-      for (int r = 0; r < b.h; ++r) {
-        const T* first = srcRow<D>(b, r);
-        std::copy(first, first + wsn, down);
-        for (int c = 1; c < nRows; ++c) pickInto<Max>(down, srcRow<D>(b, r + c), wsn);
-        T* d = dstRow<D>(b, r);
-        std::copy(down, down + n, d);
-        for (int c = 1; c < nCols; ++c) pickInto<Max>(d, down + std::ptrdiff_t(c) * cn, n);
+      // Small boxes: two rows at a time share the extreme of the rows
+      // their windows have in common; down the columns, then across.
+      if (!b.work->reserve(sizeof(T) * 3 * std::size_t(wsn))) return false;
+      T* shared = b.work->as<T>();
+      T* down = shared + wsn;
+      for (int r = 0; r < b.h; r += 2) {
+        const T* common = nRows > 1 ? downRows<Max, D>(b, r + 1, nRows - 1, shared, wsn) : nullptr;
+        for (int k = 0; k < 2 && r + k < b.h; ++k) {
+          const T* edge = srcRow<D>(b, k ? r + nRows : r);
+          const T* col = edge;
+          if (common) {
+            pickOf<Max>(edge, common, down + std::ptrdiff_t(k) * wsn, wsn);
+            col = down + std::ptrdiff_t(k) * wsn;
+          }
+          acrossRow<Max>(col, dstRow<D>(b, r + k), n, cn, nCols);
+        }
       }
       return true;
     }
     const std::size_t rows = std::size_t(hs) * n;
-    if (!b.work->reserve(sizeof(T) * (3 * rows + 2 * std::size_t(wsn)))) return false;
+    if (!b.work->reserve(sizeof(T) * (2 * rows + 2 * std::size_t(wsn)))) return false;
     T* across = b.work->as<T>();  // the extreme of each row's nCols values
-    T* prefix = across + rows;
-    T* suffix = prefix + rows;
+    T* suffix = across + rows;
     T* g = suffix + rows;
     T* h = g + wsn;
     for (int r = 0; r < hs; ++r) {
       const T* s = srcRow<D>(b, r);
       T* o = across + std::ptrdiff_t(r) * n;
       if (nCols <= kDirect) {
-        std::copy(s, s + n, o);
-        for (int c = 1; c < nCols; ++c) pickInto<Max>(o, s + std::ptrdiff_t(c) * cn, n);
+        acrossRow<Max>(s, o, n, cn, nCols);
+        continue;
+      }
+      if (nCols <= kDoubling) {
+        doubledRuns<Max>(s, g, h, o, n, wsn, nCols, cn);
         continue;
       }
       switch (cn) {
@@ -394,14 +690,8 @@ struct Extreme {
       }
       return true;
     }
-    for (int r = 0; r < hs; ++r) {
-      const T* o = across + std::ptrdiff_t(r) * n;
-      T* p = prefix + std::ptrdiff_t(r) * n;
-      if (r % nRows == 0)
-        std::copy(o, o + n, p);
-      else
-        pickOf<Max>(p - n, o, p, n);
-    }
+    // Down the columns in blocks of nRows rows: the suffixes first, then
+    // the prefixes in place of the rows they start from.
     for (int r = hs - 1; r >= 0; --r) {
       const T* o = across + std::ptrdiff_t(r) * n;
       T* p = suffix + std::ptrdiff_t(r) * n;
@@ -410,8 +700,10 @@ struct Extreme {
       else
         pickOf<Max>(p + n, o, p, n);
     }
+    for (int r = 1; r < hs; ++r)
+      if (r % nRows != 0) pickInto<Max>(across + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r - 1) * n, n);
     for (int r = 0; r < b.h; ++r) {
-      pickOf<Max>(suffix + std::ptrdiff_t(r) * n, prefix + std::ptrdiff_t(r + nRows - 1) * n,
+      pickOf<Max>(suffix + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r + nRows - 1) * n,
                   dstRow<D>(b, r), n);
     }
     return true;
@@ -423,6 +715,31 @@ struct Extreme {
 // Windows of up to this many values take the sorting network.
 constexpr int kNetwork = 32;
 
+// The histograms of the constant-time median: 256 counts in 16 groups of
+// 16, each group with its total.
+using Group [[gnu::vector_size(32)]] = std::uint16_t;
+constexpr int kStripe = 256;  // destination columns whose column histograms are kept together
+
+// The 8-bit histograms' bin of a value: signed values shifted by half
+// the range so the bins run in order.
+template <class D>
+constexpr unsigned flipOf() {
+  return D::isSigned ? 0x80u : 0u;
+}
+template <class D>
+inline unsigned binOf(typename D::T v) {
+  return (static_cast<unsigned>(v) & 0xFFu) ^ flipOf<D>();
+}
+
+// The window's width and height and the place of its median.
+struct MedianWindow {
+  int nCols, nRows, middle;
+  explicit MedianWindow(const Window& w)
+      : nCols(w.left + w.right + 1),
+        nRows(w.top + w.bottom + 1),
+        middle(static_cast<int>((i64(nCols) * nRows - 1) / 2)) {}
+};
+
 struct Median {
   // 8-bit values: a histogram of the window slides along the row; the
   // median moves from where it was, so a step costs the window's height.
@@ -430,10 +747,9 @@ struct Median {
   static bool histogram(const Block& b) {
     using T = typename D::T;
     const int cn = b.cn;
-    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const int middle = static_cast<int>((i64(nCols) * nRows - 1) / 2);
-    constexpr unsigned flip = D::isSigned ? 0x80u : 0u;
-    auto key = [](T v) { return (static_cast<unsigned>(v) & 0xFFu) ^ flip; };
+    const auto [nCols, nRows, middle] = MedianWindow(b.win);
+    constexpr unsigned flip = flipOf<D>();
+    const auto key = binOf<D>;
     if (!b.work->reserve(sizeof(int) * 256)) return false;
     int* hist = b.work->as<int>();
     for (int r = 0; r < b.h; ++r) {
@@ -459,6 +775,70 @@ struct Median {
           while (below > middle) below -= hist[--m];
           while (below + hist[m] <= middle) below += hist[m++];
           d[std::ptrdiff_t(i) * cn + ch] = static_cast<T>(m ^ static_cast<int>(flip));
+        }
+      }
+    }
+    return true;
+  }
+
+  // 8-bit values, windows of up to 65535 values: a histogram per source
+  // column (its group totals beside it) follows the rows; along a row the
+  // window's group totals take one column in and one out per step, and
+  // only the group that holds the median brings its counts up to date,
+  // from where it was last used or anew when that is cheaper. Columns are
+  // taken in stripes so that their histograms stay in the caches.
+  template <class D>
+  static bool groups(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn;
+    const auto [nCols, nRows, middle] = MedianWindow(b.win);
+    constexpr unsigned flip = flipOf<D>();
+    const int stripe = std::min(kStripe, b.w), cols = stripe + nCols - 1;
+    if (!b.work->reserve(sizeof(Group) * (17 * std::size_t(cols) + 16))) return false;
+    Group* fine = b.work->as<Group>();
+    Group* coarse = fine + 16 * std::ptrdiff_t(cols);
+    Group* window = coarse + cols;  // the window's counts, group by group
+    const auto key = binOf<D>;
+    for (int x0 = 0; x0 < b.w; x0 += stripe) {
+      const int w = std::min(stripe, b.w - x0), ws = w + nCols - 1;
+      for (int ch = 0; ch < cn; ++ch) {
+        auto count = [&](int r, int step) {
+          const T* s = srcRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
+          for (int c = 0; c < ws; ++c) {
+            const unsigned k = key(s[std::ptrdiff_t(c) * cn]);
+            fine[16 * c + (k >> 4)][k & 15] = static_cast<std::uint16_t>(fine[16 * c + (k >> 4)][k & 15] + step);
+            coarse[c][k >> 4] = static_cast<std::uint16_t>(coarse[c][k >> 4] + step);
+          }
+        };
+        std::fill(fine, fine + 16 * std::ptrdiff_t(ws), Group{});
+        std::fill(coarse, coarse + ws, Group{});
+        for (int r = 0; r < nRows; ++r) count(r, 1);
+        for (int r = 0; r < b.h; ++r) {
+          if (r > 0) {
+            count(r - 1, -1);
+            count(r + nRows - 1, 1);
+          }
+          Group totals{};
+          for (int c = 0; c < nCols; ++c) totals += coarse[c];
+          int last[16];
+          std::fill(last, last + 16, -nCols);  // every group out of date
+          T* d = dstRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
+          for (int x = 0; x < w; ++x) {
+            if (x > 0) totals += coarse[x + nCols - 1] - coarse[x - 1];
+            int below = 0, g = 0;
+            while (below + totals[g] <= middle) below += totals[g++];
+            Group& counts = window[g];
+            if (2 * (x - last[g]) > nCols) {
+              counts = Group{};
+              for (int c = x; c < x + nCols; ++c) counts += fine[16 * c + g];
+            } else {
+              for (int p = last[g] + 1; p <= x; ++p) counts += fine[16 * (p + nCols - 1) + g] - fine[16 * (p - 1) + g];
+            }
+            last[g] = x;
+            int k = 0;
+            while (below + counts[k] <= middle) below += counts[k++];
+            d[std::ptrdiff_t(x) * cn] = static_cast<T>((16 * g + k) ^ static_cast<int>(flip));
+          }
         }
       }
     }
@@ -556,61 +936,17 @@ struct Median {
     return true;
   }
 
-  template <class T>
-  static T mn(T x, T y) { return y < x ? y : x; }
-  template <class T>
-  static T mx(T x, T y) { return y < x ? x : y; }
-
-  // Sorts the columns of three rows: low, middle and high of each.
-  template <class T>
-  static void sortColumns(const T* __restrict p, const T* __restrict q, const T* __restrict u,
-                          T* __restrict lo, T* __restrict mid, T* __restrict hi, int n) {
-    for (int j = 0; j < n; ++j) {
-      const T a = mn(p[j], q[j]), c = mx(p[j], q[j]);
-      lo[j] = mn(a, u[j]);
-      hi[j] = mx(c, u[j]);
-      mid[j] = mx(a, mn(c, u[j]));
-    }
-  }
-
-  // The median of three sorted columns k apart: the median of the largest
-  // low, the median of the middles and the smallest high.
-  template <class T>
-  static void mergeColumns(const T* __restrict lo, const T* __restrict mid, const T* __restrict hi,
-                           int k, T* __restrict d, int n) {
-    for (int j = 0; j < n; ++j) {
-      const T x = mx(mx(lo[j], lo[j + k]), lo[j + 2 * k]);
-      const T z = mn(mn(hi[j], hi[j + k]), hi[j + 2 * k]);
-      const T m0 = mn(mid[j], mid[j + k]), m1 = mx(mid[j], mid[j + k]);
-      const T y = mx(m0, mn(m1, mid[j + 2 * k]));
-      d[j] = mx(mn(x, y), mn(mx(x, y), z));
-    }
-  }
-
-  // 3x3: each column of three sorted once per row.
-  template <class D>
-  static bool square3(const Block& b) {
-    using T = typename D::T;
-    const int cn = b.cn, n = b.w * cn, wsn = (b.w + 2) * cn;
-    if (!b.work->reserve(sizeof(T) * 3 * std::size_t(wsn))) return false;
-    T* lo = b.work->as<T>();
-    T* mid = lo + wsn;
-    T* hi = mid + wsn;
-    for (int r = 0; r < b.h; ++r) {
-      sortColumns(srcRow<D>(b, r), srcRow<D>(b, r + 1), srcRow<D>(b, r + 2), lo, mid, hi, wsn);
-      mergeColumns<T>(lo, mid, hi, cn, dstRow<D>(b, r), n);
-    }
-    return true;
-  }
-
   template <class D>
   static bool run(const Block& b, const void* arg) {
-    (void)arg;
+    constexpr unsigned code = D::bits == 8    ? (D::isSigned ? MOX_DEPTH_8S : MOX_DEPTH_8U)
+                              : D::bits == 16 ? (D::isSigned ? MOX_DEPTH_16S : MOX_DEPTH_16U)
+                                              : MOX_DEPTH_32S;
+    if (const BlockFn net = medianNet(code, b.win.left + b.win.right + 1, b.win.top + b.win.bottom + 1))
+      return net(b, arg);
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
-    if (b.win.left + b.win.right == 2 && b.win.top + b.win.bottom == 2) return square3<D>(b);
     if (count <= kNetwork) return network<D>(b, static_cast<int>(count));
     if constexpr (D::bits == 8)
-      return histogram<D>(b);
+      return count < 0x10000 ? groups<D>(b) : histogram<D>(b);
     else
       return select<D>(b);
   }

@@ -44,5 +44,8 @@ BlockFn blurBlock(unsigned depth);
 BlockFn rankBlock(unsigned depth, bool max);
 // Median of the window; the lower middle value of an even count.
 BlockFn medianBlock(unsigned depth);
+// The median of small windows by comparison networks on whole vectors, with
+// the widest vectors this processor runs; null for windows it does not serve.
+BlockFn medianNet(unsigned depth, int nCols, int nRows);
 
 }  // namespace mox::filt

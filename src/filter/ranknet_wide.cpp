@@ -1,0 +1,18 @@
+// The median networks with 256-bit vectors, chosen at run time on x86-64
+// processors that have them. What the other files share is included before
+// the target switch, so only this file's own code uses the wider
+// instructions.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "filter/kernels.h"
+#include "filter/wide.h"
+
+#if defined(MOX_FILTER_HAVE_WIDE)
+#pragma GCC target("avx2")
+#define MOX_FILTER_WIDE_BODY 1
+#define MOX_FILTER_NETS wideMedianNet
+#include "filter/ranknet.h"
+#endif
