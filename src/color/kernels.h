@@ -19,6 +19,18 @@
 
 #include "color/color.h"
 
+// MOX_COLOR_WIDE_BODY marks the copy compiled for 256-bit vectors (a target
+// pragma does not announce itself to the preprocessor in C++); otherwise the
+// vectors are SSE2's 128 bits, or there are none and the loops are left to
+// the compiler.
+#if defined(MOX_COLOR_WIDE_BODY)
+#include <immintrin.h>
+#define MOX_COLOR_LANES 1
+#elif defined(__SSE2__)
+#include <emmintrin.h>
+#define MOX_COLOR_LANES 1
+#endif
+
 namespace mox::color {
 namespace {
 
@@ -528,6 +540,203 @@ void twistKernel(const View* v, const void* arg) {
   }
 }
 
+#if defined(MOX_COLOR_LANES)
+// The twist of matrices whose first three columns fit in 16 bits and whose
+// sums fit in 32, in vectors of 16-bit values: each pair of channels meets
+// its pair of entries in one multiply-and-add of 32-bit lanes (products of
+// 16-bit numbers are exact, and the sums are exact modulo 2^32, where the
+// true sum lies in int). 16-bit channels are biased by -32768 to fit, and
+// the bias times the entries joins the translation.
+//
+// The bands come out as one clamp: with t = sum >> shift (floor of the
+// sum over 2^shift, which is trunc(v) wherever v >= 0), the result is
+// off + min(max(t, lo), hi). For 0 <= offset < M: lo 0 and hi M - offset
+// (t < 0 gives the offset, t > M - offset gives M); for -(M-1) <= offset < 0:
+// lo -offset and hi M; beyond, off 0 and lo = hi = the one value painted.
+namespace lanes {
+#if defined(MOX_COLOR_WIDE_BODY)
+using V = __m256i;
+inline V load(const void* p) { return _mm256_loadu_si256(static_cast<const V*>(p)); }
+inline void store(void* p, V x) { _mm256_storeu_si256(static_cast<V*>(p), x); }
+inline V splat32(int x) { return _mm256_set1_epi32(x); }
+inline V splat16(int x) { return _mm256_set1_epi16(static_cast<short>(x)); }
+inline V zero() { return _mm256_setzero_si256(); }
+inline V low16(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
+inline V high16(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
+inline V madd(V a, V b) { return _mm256_madd_epi16(a, b); }
+inline V add32(V a, V b) { return _mm256_add_epi32(a, b); }
+inline V sra32(V a, int n) { return _mm256_sra_epi32(a, _mm_cvtsi32_si128(n)); }
+inline V pack32(V a, V b) { return _mm256_packs_epi32(a, b); }
+inline V add16(V a, V b) { return _mm256_add_epi16(a, b); }
+inline V max16(V a, V b) { return _mm256_max_epi16(a, b); }
+inline V min16(V a, V b) { return _mm256_min_epi16(a, b); }
+inline V max32(V a, V b) { return _mm256_max_epi32(a, b); }
+inline V min32(V a, V b) { return _mm256_min_epi32(a, b); }
+inline V packUnsigned32(V a, V b) { return _mm256_packus_epi32(a, b); }
+#else
+using V = __m128i;
+inline V load(const void* p) { return _mm_loadu_si128(static_cast<const V*>(p)); }
+inline void store(void* p, V x) { _mm_storeu_si128(static_cast<V*>(p), x); }
+inline V splat32(int x) { return _mm_set1_epi32(x); }
+inline V splat16(int x) { return _mm_set1_epi16(static_cast<short>(x)); }
+inline V zero() { return _mm_setzero_si128(); }
+inline V low16(V a, V b) { return _mm_unpacklo_epi16(a, b); }
+inline V high16(V a, V b) { return _mm_unpackhi_epi16(a, b); }
+inline V madd(V a, V b) { return _mm_madd_epi16(a, b); }
+inline V add32(V a, V b) { return _mm_add_epi32(a, b); }
+inline V sra32(V a, int n) { return _mm_sra_epi32(a, _mm_cvtsi32_si128(n)); }
+inline V pack32(V a, V b) { return _mm_packs_epi32(a, b); }
+inline V add16(V a, V b) { return _mm_add_epi16(a, b); }
+inline V max16(V a, V b) { return _mm_max_epi16(a, b); }
+inline V min16(V a, V b) { return _mm_min_epi16(a, b); }
+inline V max32(V a, V b) {
+  const V m = _mm_cmpgt_epi32(a, b);
+  return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
+}
+inline V min32(V a, V b) {
+  const V m = _mm_cmpgt_epi32(a, b);
+  return _mm_or_si128(_mm_and_si128(m, b), _mm_andnot_si128(m, a));
+}
+// Values 0..65535 to 16 bits, through the signed pack.
+inline V packUnsigned32(V a, V b) {
+  const V bias = _mm_set1_epi32(32768);
+  return _mm_xor_si128(_mm_packs_epi32(_mm_sub_epi32(a, bias), _mm_sub_epi32(b, bias)),
+                       _mm_set1_epi16(-32768));
+}
+#endif
+constexpr int kWidth = int(sizeof(V) / 2);  // 16-bit values a vector
+}  // namespace lanes
+
+#if defined(MOX_COLOR_WIDE_BODY)
+// The twist of a row of 8-bit pixels of three channels, 16 pixels a step,
+// without gathering them: each 128-bit lane takes eight pixels (24 bytes),
+// through two loads 8 bytes apart, and the byte shuffles place each pixel's
+// channels as 16-bit numbers straight into the pairs the multiplies want;
+// the results go back into three-byte pixels the same way. Returns the
+// pixels done (the rest is left to the blocks).
+// 16 bytes at p and 16 at p + 24.
+inline __m256i twoPieces(const std::uint8_t* p) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 24)), 1);
+}
+
+template <class F>
+inline int twistPixels3(const std::uint8_t* s, std::uint8_t* d, int width, const F& twist) {
+  constexpr char z = char(0x80);
+  const __m256i take01a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(0, z, 1, z, 3, z, 4, z, 6, z, 7, z, 9, z, 10, z));
+  const __m256i take2a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(2, z, z, z, 5, z, z, z, 8, z, z, z, 11, z, z, z));
+  const __m256i take01b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(4, z, 5, z, 7, z, 8, z, 10, z, 11, z, 13, z, 14, z));
+  const __m256i take2b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(6, z, z, z, 9, z, z, z, 12, z, z, z, 15, z, z, z));
+  // From (c0 of the eight pixels, c1 of them) and (c2, c2): output bytes
+  // 0..15, then 16..23.
+  const __m256i put01a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(0, 8, z, 1, 9, z, 2, 10, z, 3, 11, z, 4, 12, z, 5));
+  const __m256i put2a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(z, z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z));
+  const __m256i put01b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(13, z, 6, 14, z, 7, 15, z, z, z, z, z, z, z, z, z));
+  const __m256i put2b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(z, 5, z, z, 6, z, z, 7, z, z, z, z, z, z, z, z));
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const std::uint8_t* from = s + 3 * x;
+    const __m256i a = twoPieces(from), b = twoPieces(from + 8);
+    const __m256i p01[2] = {_mm256_shuffle_epi8(a, take01a), _mm256_shuffle_epi8(b, take01b)};
+    const __m256i p2[2] = {_mm256_shuffle_epi8(a, take2a), _mm256_shuffle_epi8(b, take2b)};
+    __m256i r[3];
+    twist(p01, p2, r);
+    const __m256i c01 = _mm256_packus_epi16(r[0], r[1]), c2 = _mm256_packus_epi16(r[2], r[2]);
+    const __m256i head = _mm256_or_si256(_mm256_shuffle_epi8(c01, put01a), _mm256_shuffle_epi8(c2, put2a));
+    const __m256i tail = _mm256_or_si256(_mm256_shuffle_epi8(c01, put01b), _mm256_shuffle_epi8(c2, put2b));
+    std::uint8_t* to = d + 3 * x;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(head));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 16), _mm256_castsi256_si128(tail));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 24), _mm256_extracti128_si256(head, 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 40), _mm256_extracti128_si256(tail, 1));
+  }
+  return x;
+}
+#endif
+
+template <class T>
+void twistLanes(const View* v, const void* arg) {
+  using namespace lanes;
+  const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
+  constexpr bool wide = sizeof(T) == 2;
+  constexpr int M = wide ? 65535 : 255;
+  constexpr unsigned bias = wide ? 32768u : 0u;
+  V pair[3], third[3], constant[3];
+  for (int i = 0; i < 3; ++i) {
+    const unsigned m0 = unsigned(a.d[4 * i]), m1 = unsigned(a.d[4 * i + 1]), m2 = unsigned(a.d[4 * i + 2]);
+    pair[i] = splat32(int((m0 & 0xffffu) | (m1 << 16)));
+    third[i] = splat32(int(m2 & 0xffffu));
+    constant[i] = splat32(int(unsigned(a.d[4 * i + 3]) + bias * (m0 + m1 + m2)));
+  }
+  const int offset = a.offset, shift = a.shift;
+  int off = offset, lo, hi;
+  if (offset >= M)
+    off = 0, lo = hi = M;
+  else if (offset < -(M - 1))
+    off = 0, lo = hi = 0;
+  else
+    lo = offset < 0 ? -offset : 0, hi = offset < 0 ? M : M - offset;
+  const V vOff = wide ? splat32(off) : splat16(off);
+  const V vLo = wide ? splat32(lo) : splat16(lo), vHi = wide ? splat32(hi) : splat16(hi);
+  // The three results of kWidth pixels, 16 bits each, from their channel
+  // pairs (c0, c1) and (c2, 0) in 32-bit lanes: the first and second halves
+  // of the pixels (of each 128-bit lane) apart.
+  const auto twist = [&](const V (&p01)[2], const V (&p2)[2], V (&r)[3]) {
+    for (int i = 0; i < 3; ++i) {
+      V t[2];
+      for (int h = 0; h < 2; ++h)
+        t[h] = sra32(add32(add32(madd(p01[h], pair[i]), madd(p2[h], third[i])), constant[i]), shift);
+      if constexpr (wide) {
+        for (V& x : t) x = add32(min32(max32(x, vLo), vHi), vOff);
+        r[i] = packUnsigned32(t[0], t[1]);
+      } else {
+        r[i] = add16(min16(max16(pack32(t[0], t[1]), vLo), vHi), vOff);
+      }
+    }
+  };
+  // Lanes past a block's last pixel compute on what the arrays hold.
+  alignas(32) std::int16_t c[3][kBlock] = {};
+  alignas(32) std::int16_t out[3][kBlock];
+  for (int y = 0; y < v[1].height; ++y) {
+    const Row3<const T> s = row3<const T>(v[0], y, false);
+    const Row3<T> d = row3<T>(v[1], y, false);
+    int done = 0;
+#if defined(MOX_COLOR_WIDE_BODY)
+    if constexpr (!wide)
+      if (s.step == 3 && d.step == 3 && s.c[1] == s.c[0] + 1 && s.c[2] == s.c[0] + 2 &&
+          d.c[1] == d.c[0] + 1 && d.c[2] == d.c[0] + 2)
+        done = twistPixels3(s.c[0], d.c[0], v[1].width, twist);
+#endif
+    for (int x0 = done; x0 < v[1].width; x0 += kBlock) {
+      const int n = std::min(kBlock, v[1].width - x0);
+      byLayout(s, [&](auto at) {
+        for (int j = 0; j < n; ++j)
+          for (int k = 0; k < 3; ++k) c[k][j] = static_cast<std::int16_t>(at(k, x0 + j) - bias);
+      });
+      for (int j = 0; j < n; j += kWidth) {
+        const V c0 = load(c[0] + j), c1 = load(c[1] + j), c2 = load(c[2] + j);
+        const V p01[2] = {low16(c0, c1), high16(c0, c1)}, p2[2] = {low16(c2, zero()), high16(c2, zero())};
+        V r[3];
+        twist(p01, p2, r);
+        for (int i = 0; i < 3; ++i) store(out[i] + j, r[i]);
+      }
+      byLayout(d, [&](auto at) {
+        for (int j = 0; j < n; ++j)
+          for (int k = 0; k < 3; ++k) at(k, x0 + j) = static_cast<T>(out[k][j]);
+      });
+    }
+  }
+}
+#endif
+
 // ---------------------------------------------------------------- table
 
 constexpr KernelTable makeTable() {
@@ -551,9 +760,14 @@ constexpr KernelTable makeTable() {
   t.three[2][2] = &threeToThree<ToHLS<D32>>;
   t.three[3][0] = &threeToThree<FromHLS<D8>>, t.three[3][1] = &threeToThree<FromHLS<D16>>;
   t.three[3][2] = &threeToThree<FromHLS<D32>>;
-  t.twist[0][0] = &twistKernel<U8, int, std::int16_t>, t.twist[0][1] = &twistKernel<U8, int>;
+#if defined(MOX_COLOR_LANES)
+  t.twist[0][0] = &twistLanes<U8>, t.twist[1][0] = &twistLanes<U16>;
+#else
+  t.twist[0][0] = &twistKernel<U8, int, std::int16_t>, t.twist[1][0] = &twistKernel<U16, int>;
+#endif
+  t.twist[0][1] = &twistKernel<U8, int>;
   t.twist[0][2] = &twistKernel<U8, long long>;
-  t.twist[1][0] = t.twist[1][1] = &twistKernel<U16, int>;
+  t.twist[1][1] = &twistKernel<U16, int>;
   t.twist[1][2] = &twistKernel<U16, long long>;
   return t;
 }
