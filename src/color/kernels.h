@@ -614,10 +614,66 @@ constexpr int kWidth = int(sizeof(V) / 2);  // 16-bit values a vector
 // channels as 16-bit numbers straight into the pairs the multiplies want;
 // the results go back into three-byte pixels the same way. Returns the
 // pixels done (the rest is left to the blocks).
-// 16 bytes at p and 16 at p + 24.
-inline __m256i twoPieces(const std::uint8_t* p) {
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))),
-                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 24)), 1);
+// 16 bytes at p and 16 at p + gap.
+inline __m256i twoPieces(const void* p, int gap = 24) {
+  const auto* b = static_cast<const char*>(p);
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(b))),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + gap)), 1);
+}
+
+// A byte shuffle, the same in both 128-bit lanes: byte i of the result is
+// byte m(i) of the source's lane, or 0 where m(i) is negative.
+template <class F>
+inline __m256i shuffleOf(F m) {
+  alignas(16) std::int8_t b[16];
+  for (int i = 0; i < 16; ++i) b[i] = static_cast<std::int8_t>(m(i) < 0 ? -128 : m(i));
+  return _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(b)));
+}
+
+// The same for 16-bit pixels of three channels, 16 a step, four to a lane
+// and a load: the lanes take pixels 0-3 and 8-11, then 4-7 and 12-15, so
+// that the results' lanes hold pixels 0-7 and 8-15, 48 bytes each. The
+// first and second loads of a lane (its bytes 0..15 and 8..23) give the
+// pairs (c0, c1) and (c2, -) of a pixel as whole 32-bit pieces.
+template <class F>
+inline int twistPixels3(const std::uint16_t* s, std::uint16_t* d, int width, const F& twist) {
+  const __m256i take01[2] = {shuffleOf([](int i) { return 6 * (i / 4) + i % 4; }),
+                             shuffleOf([](int i) { return 6 * (i / 4) + i % 4 - 8; })};
+  const __m256i take2[2] = {shuffleOf([](int i) { return i % 4 < 2 ? 6 * (i / 4) + 4 + i % 4 : -1; }),
+                            shuffleOf([](int i) { return i % 4 < 2 ? 6 * (i / 4) + i % 4 - 4 : -1; })};
+  const __m256i bias = _mm256_set1_epi16(-32768);
+  // Output piece q (16 bytes) takes value 8q + i / 2 of the lane's 24:
+  // channel k of pixel p from byte 2p of the results of channel k.
+  __m256i put[3][3];
+  for (int q = 0; q < 3; ++q)
+    for (int k = 0; k < 3; ++k)
+      put[q][k] = shuffleOf([q, k](int i) {
+        const int value = 8 * q + i / 2;
+        return value % 3 == k ? 2 * (value / 3) + i % 2 : -1;
+      });
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const std::uint16_t* from = s + 3 * x;
+    __m256i p01[2], p2[2];
+    for (int g = 0; g < 2; ++g) {
+      const __m256i a = twoPieces(from + 12 * g, 48), b = twoPieces(from + 12 * g + 4, 48);
+      p01[g] = _mm256_xor_si256(
+          _mm256_blend_epi32(_mm256_shuffle_epi8(a, take01[0]), _mm256_shuffle_epi8(b, take01[1]), 0x88), bias);
+      p2[g] = _mm256_xor_si256(
+          _mm256_blend_epi32(_mm256_shuffle_epi8(a, take2[0]), _mm256_shuffle_epi8(b, take2[1]), 0xcc), bias);
+    }
+    __m256i r[3];
+    twist(p01, p2, r);
+    std::uint16_t* to = d + 3 * x;
+    for (int q = 0; q < 3; ++q) {
+      const __m256i piece = _mm256_or_si256(
+          _mm256_or_si256(_mm256_shuffle_epi8(r[0], put[q][0]), _mm256_shuffle_epi8(r[1], put[q][1])),
+          _mm256_shuffle_epi8(r[2], put[q][2]));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 8 * q), _mm256_castsi256_si128(piece));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 24 + 8 * q), _mm256_extracti128_si256(piece, 1));
+    }
+  }
+  return x;
 }
 
 template <class F>
@@ -710,10 +766,9 @@ void twistLanes(const View* v, const void* arg) {
     const Row3<T> d = row3<T>(v[1], y, false);
     int done = 0;
 #if defined(MOX_COLOR_WIDE_BODY)
-    if constexpr (!wide)
-      if (s.step == 3 && d.step == 3 && s.c[1] == s.c[0] + 1 && s.c[2] == s.c[0] + 2 &&
-          d.c[1] == d.c[0] + 1 && d.c[2] == d.c[0] + 2)
-        done = twistPixels3(s.c[0], d.c[0], v[1].width, twist);
+    if (s.step == 3 && d.step == 3 && s.c[1] == s.c[0] + 1 && s.c[2] == s.c[0] + 2 &&
+        d.c[1] == d.c[0] + 1 && d.c[2] == d.c[0] + 2)
+      done = twistPixels3(s.c[0], d.c[0], v[1].width, twist);
 #endif
     for (int x0 = done; x0 < v[1].width; x0 += kBlock) {
       const int n = std::min(kBlock, v[1].width - x0);
