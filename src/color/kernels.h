@@ -13,6 +13,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -83,6 +84,14 @@ Row3<T> row1(const View& v, int y) {
 inline int pick(bool c, int a, int b) {
   const int m = -int(c);
   return (a & m) | (b & ~m);
+}
+
+// The same for doubles, through their bits: a ?: between two doubles stays
+// a branch (the compiler will not compute a floating-point value that a
+// branch would have skipped), which keeps its loop out of vector code.
+inline double choose(bool c, double a, double b) {
+  const std::uint64_t m = std::uint64_t(0) - std::uint64_t(c);
+  return std::bit_cast<double>((std::bit_cast<std::uint64_t>(a) & m) | (std::bit_cast<std::uint64_t>(b) & ~m));
 }
 
 // Calls f with the step as a compile-time constant for the usual steps (one
@@ -287,10 +296,30 @@ struct FromHSV {
       const int d = 2 * h, sec = (d * 1093) >> 16, f = d - 60 * sec, sv = (s * v) >> 8;
       const int p = v - sv, q = v - ((f * sv * 34) >> 11), t = v - (((60 - f) * sv * 34) >> 11);
       sector(sec, v, p, q, t, r, g, b);
+    } else if constexpr (D::M == D16::M) {
+      doubles16(h, s, v, r, g, b);
     } else {
       doubles(h, s, v, r, g, b);
     }
     grey(s, v, r, g, b);
+  }
+  // The doubles below at 16 bits, where every value stays well inside int
+  // (hues up to 65535 give sectors up to 1092, results 0..65535): plain
+  // conversions truncate as chop does, and selections take the place of
+  // the branches, so that a block's loop becomes vector code.
+  static void doubles16(int h, int s, int v, int& r, int& g, int& b) {
+    constexpr double M = D::M, k = 1.5259021896696422e-05;
+    const double x = double(h) * 0.016666666666666666;
+    const int whole = static_cast<int>(x);
+    const bool full = h == 360;
+    const int sec = pick(full, 0, whole);
+    const double fraction = x - double(whole);
+    const double f = choose(full, 0.0, fraction);
+    const double S = s, V = v;
+    const int p = static_cast<T>(static_cast<int>((M - S) * V * k));
+    const int q = static_cast<T>(static_cast<int>((M - f * S) * V * k));
+    const int t = static_cast<T>(static_cast<int>((M - (1 - f) * S) * V * k));
+    sector(sec, v, p, q, t, r, g, b);
   }
   static void doubles(int h, int s, int v, int& r, int& g, int& b) {
     constexpr double M = D::M;
@@ -323,6 +352,15 @@ inline double rampDouble(double h, double m1, double m2) {
   return m1;
 }
 
+// The same without branches, for hues whose results stay inside int.
+inline double rampSelect(double h, double m1, double m2) {
+  const double above = h + 360.0, below = h - 360.0;
+  h = choose(h < 0, above, choose(h > 360, below, h));
+  const double up = m1 + (m2 - m1) * h * 0.0166666667;
+  const double down = m1 + (m2 - m1) * (240 - h) * 0.0166666667;
+  return choose(h < 60, up, choose(h < 180, m2, choose(h < 240, down, m1)));
+}
+
 inline int rampInt(int x, int m1, int m2) {
   const int up = m1 + (((m2 - m1) * 137 * x) >> 13);
   const int down = m1 + (((m2 - m1) * 137 * (240 - x)) >> 13);
@@ -340,6 +378,16 @@ struct FromHLS {
       r = rampInt(pick(d < 241, d + 120, d - 240), m1, m2);
       g = rampInt(d, m1, m2);
       b = rampInt(pick(d < 120, d + 240, d - 120), m1, m2);
+    } else if constexpr (D::M == D16::M) {
+      // Every value lies in 0..65535 (m1 >= 0, m2 <= M), so plain
+      // conversions truncate as chop does.
+      constexpr double M = D::M;
+      const double L = l, S = s, H = h, ls = L * S / M;
+      const double low = L + ls, high = L + S - ls;
+      const double m2 = choose(l < 32768, low, high), m1 = 2 * L - m2;
+      r = static_cast<T>(static_cast<int>(rampSelect(H + 120, m1, m2)));
+      g = static_cast<T>(static_cast<int>(rampSelect(H, m1, m2)));
+      b = static_cast<T>(static_cast<int>(rampSelect(H - 120, m1, m2)));
     } else {
       constexpr double M = D::M;
       constexpr i64 half = (i64(D::M) + 1) / 2;
