@@ -27,9 +27,13 @@
 #if defined(MOX_COLOR_WIDE_BODY)
 #include <immintrin.h>
 #define MOX_COLOR_LANES 1
+#define MOX_COLOR_V(op) _mm256_##op
+#define MOX_COLOR_SI(op) _mm256_##op##_si256
 #elif defined(__SSE2__)
 #include <emmintrin.h>
 #define MOX_COLOR_LANES 1
+#define MOX_COLOR_V(op) _mm_##op
+#define MOX_COLOR_SI(op) _mm_##op##_si128
 #endif
 
 namespace mox::color {
@@ -602,41 +606,26 @@ void twistKernel(const View* v, const void* arg) {
 // (t < 0 gives the offset, t > M - offset gives M); for -(M-1) <= offset < 0:
 // lo -offset and hi M; beyond, off 0 and lo = hi = the one value painted.
 namespace lanes {
+using V = decltype(MOX_COLOR_SI(setzero)());
+inline V load(const void* p) { return MOX_COLOR_SI(loadu)(static_cast<const V*>(p)); }
+inline void store(void* p, V x) { MOX_COLOR_SI(storeu)(static_cast<V*>(p), x); }
+inline V splat32(int x) { return MOX_COLOR_V(set1_epi32)(x); }
+inline V splat16(int x) { return MOX_COLOR_V(set1_epi16)(static_cast<short>(x)); }
+inline V zero() { return MOX_COLOR_SI(setzero)(); }
+inline V low16(V a, V b) { return MOX_COLOR_V(unpacklo_epi16)(a, b); }
+inline V high16(V a, V b) { return MOX_COLOR_V(unpackhi_epi16)(a, b); }
+inline V madd(V a, V b) { return MOX_COLOR_V(madd_epi16)(a, b); }
+inline V add32(V a, V b) { return MOX_COLOR_V(add_epi32)(a, b); }
+inline V sra32(V a, int n) { return MOX_COLOR_V(sra_epi32)(a, _mm_cvtsi32_si128(n)); }
+inline V pack32(V a, V b) { return MOX_COLOR_V(packs_epi32)(a, b); }
+inline V add16(V a, V b) { return MOX_COLOR_V(add_epi16)(a, b); }
+inline V max16(V a, V b) { return MOX_COLOR_V(max_epi16)(a, b); }
+inline V min16(V a, V b) { return MOX_COLOR_V(min_epi16)(a, b); }
 #if defined(MOX_COLOR_WIDE_BODY)
-using V = __m256i;
-inline V load(const void* p) { return _mm256_loadu_si256(static_cast<const V*>(p)); }
-inline void store(void* p, V x) { _mm256_storeu_si256(static_cast<V*>(p), x); }
-inline V splat32(int x) { return _mm256_set1_epi32(x); }
-inline V splat16(int x) { return _mm256_set1_epi16(static_cast<short>(x)); }
-inline V zero() { return _mm256_setzero_si256(); }
-inline V low16(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
-inline V high16(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
-inline V madd(V a, V b) { return _mm256_madd_epi16(a, b); }
-inline V add32(V a, V b) { return _mm256_add_epi32(a, b); }
-inline V sra32(V a, int n) { return _mm256_sra_epi32(a, _mm_cvtsi32_si128(n)); }
-inline V pack32(V a, V b) { return _mm256_packs_epi32(a, b); }
-inline V add16(V a, V b) { return _mm256_add_epi16(a, b); }
-inline V max16(V a, V b) { return _mm256_max_epi16(a, b); }
-inline V min16(V a, V b) { return _mm256_min_epi16(a, b); }
 inline V max32(V a, V b) { return _mm256_max_epi32(a, b); }
 inline V min32(V a, V b) { return _mm256_min_epi32(a, b); }
 inline V packUnsigned32(V a, V b) { return _mm256_packus_epi32(a, b); }
 #else
-using V = __m128i;
-inline V load(const void* p) { return _mm_loadu_si128(static_cast<const V*>(p)); }
-inline void store(void* p, V x) { _mm_storeu_si128(static_cast<V*>(p), x); }
-inline V splat32(int x) { return _mm_set1_epi32(x); }
-inline V splat16(int x) { return _mm_set1_epi16(static_cast<short>(x)); }
-inline V zero() { return _mm_setzero_si128(); }
-inline V low16(V a, V b) { return _mm_unpacklo_epi16(a, b); }
-inline V high16(V a, V b) { return _mm_unpackhi_epi16(a, b); }
-inline V madd(V a, V b) { return _mm_madd_epi16(a, b); }
-inline V add32(V a, V b) { return _mm_add_epi32(a, b); }
-inline V sra32(V a, int n) { return _mm_sra_epi32(a, _mm_cvtsi32_si128(n)); }
-inline V pack32(V a, V b) { return _mm_packs_epi32(a, b); }
-inline V add16(V a, V b) { return _mm_add_epi16(a, b); }
-inline V max16(V a, V b) { return _mm_max_epi16(a, b); }
-inline V min16(V a, V b) { return _mm_min_epi16(a, b); }
 inline V max32(V a, V b) {
   const V m = _mm_cmpgt_epi32(a, b);
   return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
@@ -877,3 +866,6 @@ constexpr KernelTable makeTable() {
 
 }  // namespace
 }  // namespace mox::color
+
+#undef MOX_COLOR_V
+#undef MOX_COLOR_SI
