@@ -134,6 +134,7 @@ const Golden kCases[] = {
     {"color twist 8U, 16-bit entries", k8U3, k8U3, RUN(smallTwist(a, d, -13)), 0xaa629865d72014bdull},
     {"color twist 8U 4 channels, 16-bit entries", k8U4, k8U4, RUN(smallTwist(a, d, 21)), 0xccb41ac616d1b452ull},
     {"color twist 16U, 16-bit entries", k16U3, k16U3, RUN(smallTwist(a, d, 517)), 0xccfc80e31b92701dull},
+    {"color twist 16U planes, 16-bit entries", k16U3P, k16U3P, RUN(smallTwist(a, d, -3000)), 0x6604437d11061759ull},
     {"zoom linear 8U 7/3 x 5/2", k8U3, zoomed8U, RUN(moxZoom(a, d, 7, 3, 5, 2, MOX_INTER_LINEAR, nullptr)), 0x2b6c885e49db4c64ull},
     {"zoom cubic 16S planes 9/4", k16S3P, zoomed16S, RUN(moxZoom(a, d, 9, 4, 9, 4, MOX_INTER_CUBIC, nullptr)), 0xb430486bbd0b18fbull},
     {"zoom cubic 32S 7/3 x 3/2", k32S1, zoomed32S, RUN(moxZoom(a, d, 7, 3, 3, 2, MOX_INTER_CUBIC, nullptr)), 0x98f1da889044616aull},
