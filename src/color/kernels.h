@@ -779,6 +779,9 @@ void twistLanes(const View* v, const void* arg) {
     lo = offset < 0 ? -offset : 0, hi = offset < 0 ? M : M - offset;
   const V vOff = wide ? splat32(off) : splat16(off);
   const V vLo = wide ? splat32(lo) : splat16(lo), vHi = wide ? splat32(hi) : splat16(hi);
+#if defined(MOX_COLOR_WIDE_BODY)
+  const V vOff16 = splat16(off), vLo16 = splat16(lo), vHi16 = splat16(hi);
+#endif
   // The three results of kWidth pixels, 16 bits each, from their channel
   // pairs (c0, c1) and (c2, 0) in 32-bit lanes: the first and second halves
   // of the pixels (of each 128-bit lane) apart.
@@ -788,8 +791,14 @@ void twistLanes(const View* v, const void* arg) {
       for (int h = 0; h < 2; ++h)
         t[h] = sra32(add32(add32(madd(p01[h], pair[i]), madd(p2[h], third[i])), constant[i]), shift);
       if constexpr (wide) {
+#if defined(MOX_COLOR_WIDE_BODY)
+        // The unsigned pack cuts to 0..65535, inside which lo and hi lie.
+        r[i] = _mm256_add_epi16(
+            _mm256_min_epu16(_mm256_max_epu16(_mm256_packus_epi32(t[0], t[1]), vLo16), vHi16), vOff16);
+#else
         for (V& x : t) x = add32(min32(max32(x, vLo), vHi), vOff);
         r[i] = packUnsigned32(t[0], t[1]);
+#endif
       } else {
         r[i] = add16(min16(max16(pack32(t[0], t[1]), vLo), vHi), vOff);
       }
