@@ -55,6 +55,14 @@ void twist(const MoxImage* a, MoxImage* d, unsigned depth) {
   moxDeleteColorTwist(t);
 }
 
+// A twist whose entries fit in 16 bits (the multiply-and-add lanes).
+void smallTwist(const MoxImage* a, MoxImage* d, int offset) {
+  const int m[16] = {301, -77, 45, 1003, -29, 250, 61, -517, 99, 130, -180, 40000, 0, 0, 0, 0};
+  MoxColorTwist* t = moxCreateColorTwist(m, 8);
+  moxApplyColorTwist(a, d, t, offset, nullptr);
+  moxDeleteColorTwist(t);
+}
+
 // Convolutions on the three accumulator paths: 16-bit products, 32-bit and
 // 64-bit sums with the root of squares; one gradient alone (which 3).
 void convolveWith(MoxImage* a, MoxImage* d, int which) {
@@ -123,6 +131,10 @@ const Golden kCases[] = {
      0x06cf144b0b464320ull},
     {"color twist 8U", k8U3, k8U3, RUN(twist(a, d, MOX_DEPTH_8U)), 0xe8e74efcd29ff35full},
     {"color twist 16U planes", k16U3P, k16U3P, RUN(twist(a, d, MOX_DEPTH_16U)), 0x9786f767caf0a429ull},
+    {"color twist 8U, 16-bit entries", k8U3, k8U3, RUN(smallTwist(a, d, -13)), 0xaa629865d72014bdull},
+    {"color twist 8U 4 channels, 16-bit entries", k8U4, k8U4, RUN(smallTwist(a, d, 21)), 0xccb41ac616d1b452ull},
+    {"color twist 16U, 16-bit entries", k16U3, k16U3, RUN(smallTwist(a, d, 517)), 0xccfc80e31b92701dull},
+    {"color twist 16U planes, 16-bit entries", k16U3P, k16U3P, RUN(smallTwist(a, d, -3000)), 0x6604437d11061759ull},
     {"zoom linear 8U 7/3 x 5/2", k8U3, zoomed8U, RUN(moxZoom(a, d, 7, 3, 5, 2, MOX_INTER_LINEAR, nullptr)), 0x2b6c885e49db4c64ull},
     {"zoom cubic 16S planes 9/4", k16S3P, zoomed16S, RUN(moxZoom(a, d, 9, 4, 9, 4, MOX_INTER_CUBIC, nullptr)), 0xb430486bbd0b18fbull},
     {"zoom cubic 32S 7/3 x 3/2", k32S1, zoomed32S, RUN(moxZoom(a, d, 7, 3, 3, 2, MOX_INTER_CUBIC, nullptr)), 0x98f1da889044616aull},

@@ -92,6 +92,40 @@ TEST(ColorTwist, MatchesTheMatrixOverTheSourceRoiOnEveryDepthAndLayout) {
       }
 }
 
+// Long rows with matrices of 16-bit entries (whose rows run many pixels a
+// step): every pixel against the formula, with rows that do not end on a
+// whole step, on both depths and the usual layouts.
+TEST(ColorTwist, LongRowsOfSmallEntriesMatchTheMatrix) {
+  Capture capture;
+  std::mt19937 rng(11);
+  const int offsets[] = {0, 9, -3, 200, -250, 255, -255, 65535, -65535, 40000, -40000};
+  const struct { int order, channels; } layouts[] = {{0, 3}, {0, 4}, {1, 3}};
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
+    for (const auto& l : layouts)
+      for (int offset : offsets) {
+        const int scale = int(rng() % 16);
+        const ll M = depth == MOX_DEPTH_8U ? 255 : 65535;
+        // The largest entries that keep every sum within 32 bits.
+        const ll top = std::min<ll>(32767, 0x7ffffffe / (4 * M));
+        Matrix m{};
+        for (int i = 0; i < 12; ++i) m[i] = int(ll(rng() % (2 * top + 1)) - top);
+        for (int i : {0, 5, 10}) m[i] = int(std::min<ll>(top, ll(1) << scale));  // near the identity
+        m[3] = int(ll(rng() % 2001) - 1000) << std::min(scale, 8);
+        TwistPtr t(m, scale);
+        const Shape sh{depth, l.channels, l.order, 3, 307};
+        Image s(sh, 7), d(sh, 8), want(sh, 8);
+        moxApplyColorTwist(s, d, t.t, offset, nullptr);
+        ASSERT_EQ(moxGetErrStatus(), MOX_StsNoError);
+        for (int y = 0; y < 3; ++y)
+          for (int x = 0; x < 307; ++x) {
+            const ll c[3] = {get(s, x, y, 0), get(s, x, y, 1), get(s, x, y, 2)};
+            for (int i = 0; i < 3; ++i) set(want, x, y, i, twisted(m, scale, offset, depth, c, i));
+          }
+        EXPECT_EQ(d.bytes(), want.bytes()) << "depth " << depth << " order " << l.order << " channels "
+                                           << l.channels << " offset " << offset << " scale " << scale;
+      }
+}
+
 // One colour value of 0 and a translation of t / 2^scale: the result of the
 // band rules at their edges.
 TEST(ColorTwist, OffsetBandsAndTheirEdges) {

@@ -13,11 +13,28 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
 #include "color/color.h"
+
+// MOX_COLOR_WIDE_BODY marks the copy compiled for 256-bit vectors (a target
+// pragma does not announce itself to the preprocessor in C++); otherwise the
+// vectors are SSE2's 128 bits, or there are none and the loops are left to
+// the compiler.
+#if defined(MOX_COLOR_WIDE_BODY)
+#include <immintrin.h>
+#define MOX_COLOR_LANES 1
+#define MOX_COLOR_V(op) _mm256_##op
+#define MOX_COLOR_SI(op) _mm256_##op##_si256
+#elif defined(__SSE2__)
+#include <emmintrin.h>
+#define MOX_COLOR_LANES 1
+#define MOX_COLOR_V(op) _mm_##op
+#define MOX_COLOR_SI(op) _mm_##op##_si128
+#endif
 
 namespace mox::color {
 namespace {
@@ -71,6 +88,14 @@ Row3<T> row1(const View& v, int y) {
 inline int pick(bool c, int a, int b) {
   const int m = -int(c);
   return (a & m) | (b & ~m);
+}
+
+// The same for doubles, through their bits: a ?: between two doubles stays
+// a branch (the compiler will not compute a floating-point value that a
+// branch would have skipped), which keeps its loop out of vector code.
+inline double choose(bool c, double a, double b) {
+  const std::uint64_t m = std::uint64_t(0) - std::uint64_t(c);
+  return std::bit_cast<double>((std::bit_cast<std::uint64_t>(a) & m) | (std::bit_cast<std::uint64_t>(b) & ~m));
 }
 
 // Calls f with the step as a compile-time constant for the usual steps (one
@@ -275,10 +300,30 @@ struct FromHSV {
       const int d = 2 * h, sec = (d * 1093) >> 16, f = d - 60 * sec, sv = (s * v) >> 8;
       const int p = v - sv, q = v - ((f * sv * 34) >> 11), t = v - (((60 - f) * sv * 34) >> 11);
       sector(sec, v, p, q, t, r, g, b);
+    } else if constexpr (D::M == D16::M) {
+      doubles16(h, s, v, r, g, b);
     } else {
       doubles(h, s, v, r, g, b);
     }
     grey(s, v, r, g, b);
+  }
+  // The doubles below at 16 bits, where every value stays well inside int
+  // (hues up to 65535 give sectors up to 1092, results 0..65535): plain
+  // conversions truncate as chop does, and selections take the place of
+  // the branches, so that a block's loop becomes vector code.
+  static void doubles16(int h, int s, int v, int& r, int& g, int& b) {
+    constexpr double M = D::M, k = 1.5259021896696422e-05;
+    const double x = double(h) * 0.016666666666666666;
+    const int whole = static_cast<int>(x);
+    const bool full = h == 360;
+    const int sec = pick(full, 0, whole);
+    const double fraction = x - double(whole);
+    const double f = choose(full, 0.0, fraction);
+    const double S = s, V = v;
+    const int p = static_cast<T>(static_cast<int>((M - S) * V * k));
+    const int q = static_cast<T>(static_cast<int>((M - f * S) * V * k));
+    const int t = static_cast<T>(static_cast<int>((M - (1 - f) * S) * V * k));
+    sector(sec, v, p, q, t, r, g, b);
   }
   static void doubles(int h, int s, int v, int& r, int& g, int& b) {
     constexpr double M = D::M;
@@ -311,6 +356,15 @@ inline double rampDouble(double h, double m1, double m2) {
   return m1;
 }
 
+// The same without branches, for hues whose results stay inside int.
+inline double rampSelect(double h, double m1, double m2) {
+  const double above = h + 360.0, below = h - 360.0;
+  h = choose(h < 0, above, choose(h > 360, below, h));
+  const double up = m1 + (m2 - m1) * h * 0.0166666667;
+  const double down = m1 + (m2 - m1) * (240 - h) * 0.0166666667;
+  return choose(h < 60, up, choose(h < 180, m2, choose(h < 240, down, m1)));
+}
+
 inline int rampInt(int x, int m1, int m2) {
   const int up = m1 + (((m2 - m1) * 137 * x) >> 13);
   const int down = m1 + (((m2 - m1) * 137 * (240 - x)) >> 13);
@@ -328,6 +382,16 @@ struct FromHLS {
       r = rampInt(pick(d < 241, d + 120, d - 240), m1, m2);
       g = rampInt(d, m1, m2);
       b = rampInt(pick(d < 120, d + 240, d - 120), m1, m2);
+    } else if constexpr (D::M == D16::M) {
+      // Every value lies in 0..65535 (m1 >= 0, m2 <= M), so plain
+      // conversions truncate as chop does.
+      constexpr double M = D::M;
+      const double L = l, S = s, H = h, ls = L * S / M;
+      const double low = L + ls, high = L + S - ls;
+      const double m2 = choose(l < 32768, low, high), m1 = 2 * L - m2;
+      r = static_cast<T>(static_cast<int>(rampSelect(H + 120, m1, m2)));
+      g = static_cast<T>(static_cast<int>(rampSelect(H, m1, m2)));
+      b = static_cast<T>(static_cast<int>(rampSelect(H - 120, m1, m2)));
     } else {
       constexpr double M = D::M;
       constexpr i64 half = (i64(D::M) + 1) / 2;
@@ -528,6 +592,252 @@ void twistKernel(const View* v, const void* arg) {
   }
 }
 
+#if defined(MOX_COLOR_LANES)
+// The twist of matrices whose first three columns fit in 16 bits and whose
+// sums fit in 32, in vectors of 16-bit values: each pair of channels meets
+// its pair of entries in one multiply-and-add of 32-bit lanes (products of
+// 16-bit numbers are exact, and the sums are exact modulo 2^32, where the
+// true sum lies in int). 16-bit channels are biased by -32768 to fit, and
+// the bias times the entries joins the translation.
+//
+// The bands come out as one clamp: with t = sum >> shift (floor of the
+// sum over 2^shift, which is trunc(v) wherever v >= 0), the result is
+// off + min(max(t, lo), hi). For 0 <= offset < M: lo 0 and hi M - offset
+// (t < 0 gives the offset, t > M - offset gives M); for -(M-1) <= offset < 0:
+// lo -offset and hi M; beyond, off 0 and lo = hi = the one value painted.
+namespace lanes {
+using V = decltype(MOX_COLOR_SI(setzero)());
+inline V load(const void* p) { return MOX_COLOR_SI(loadu)(static_cast<const V*>(p)); }
+inline void store(void* p, V x) { MOX_COLOR_SI(storeu)(static_cast<V*>(p), x); }
+inline V splat32(int x) { return MOX_COLOR_V(set1_epi32)(x); }
+inline V splat16(int x) { return MOX_COLOR_V(set1_epi16)(static_cast<short>(x)); }
+inline V zero() { return MOX_COLOR_SI(setzero)(); }
+inline V low16(V a, V b) { return MOX_COLOR_V(unpacklo_epi16)(a, b); }
+inline V high16(V a, V b) { return MOX_COLOR_V(unpackhi_epi16)(a, b); }
+inline V madd(V a, V b) { return MOX_COLOR_V(madd_epi16)(a, b); }
+inline V add32(V a, V b) { return MOX_COLOR_V(add_epi32)(a, b); }
+inline V sra32(V a, int n) { return MOX_COLOR_V(sra_epi32)(a, _mm_cvtsi32_si128(n)); }
+inline V pack32(V a, V b) { return MOX_COLOR_V(packs_epi32)(a, b); }
+inline V add16(V a, V b) { return MOX_COLOR_V(add_epi16)(a, b); }
+inline V max16(V a, V b) { return MOX_COLOR_V(max_epi16)(a, b); }
+inline V min16(V a, V b) { return MOX_COLOR_V(min_epi16)(a, b); }
+#if defined(MOX_COLOR_WIDE_BODY)
+inline V max32(V a, V b) { return _mm256_max_epi32(a, b); }
+inline V min32(V a, V b) { return _mm256_min_epi32(a, b); }
+inline V packUnsigned32(V a, V b) { return _mm256_packus_epi32(a, b); }
+#else
+inline V max32(V a, V b) {
+  const V m = _mm_cmpgt_epi32(a, b);
+  return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
+}
+inline V min32(V a, V b) {
+  const V m = _mm_cmpgt_epi32(a, b);
+  return _mm_or_si128(_mm_and_si128(m, b), _mm_andnot_si128(m, a));
+}
+// Values 0..65535 to 16 bits, through the signed pack.
+inline V packUnsigned32(V a, V b) {
+  const V bias = _mm_set1_epi32(32768);
+  return _mm_xor_si128(_mm_packs_epi32(_mm_sub_epi32(a, bias), _mm_sub_epi32(b, bias)),
+                       _mm_set1_epi16(-32768));
+}
+#endif
+constexpr int kWidth = int(sizeof(V) / 2);  // 16-bit values a vector
+}  // namespace lanes
+
+#if defined(MOX_COLOR_WIDE_BODY)
+// The twist of a row of 8-bit pixels of three channels, 16 pixels a step,
+// without gathering them: each 128-bit lane takes eight pixels (24 bytes),
+// through two loads 8 bytes apart, and the byte shuffles place each pixel's
+// channels as 16-bit numbers straight into the pairs the multiplies want;
+// the results go back into three-byte pixels the same way. Returns the
+// pixels done (the rest is left to the blocks).
+// 16 bytes at p and 16 at p + gap.
+inline __m256i twoPieces(const void* p, int gap = 24) {
+  const auto* b = static_cast<const char*>(p);
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(b))),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + gap)), 1);
+}
+
+// A byte shuffle, the same in both 128-bit lanes: byte i of the result is
+// byte m(i) of the source's lane, or 0 where m(i) is negative.
+template <class F>
+inline __m256i shuffleOf(F m) {
+  alignas(16) std::int8_t b[16];
+  for (int i = 0; i < 16; ++i) b[i] = static_cast<std::int8_t>(m(i) < 0 ? -128 : m(i));
+  return _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(b)));
+}
+
+// The same for 16-bit pixels of three channels, 16 a step, four to a lane
+// and a load: the lanes take pixels 0-3 and 8-11, then 4-7 and 12-15, so
+// that the results' lanes hold pixels 0-7 and 8-15, 48 bytes each. The
+// first and second loads of a lane (its bytes 0..15 and 8..23) give the
+// pairs (c0, c1) and (c2, -) of a pixel as whole 32-bit pieces.
+template <class F>
+inline int twistPixels3(const std::uint16_t* s, std::uint16_t* d, int width, const F& twist) {
+  const __m256i take01[2] = {shuffleOf([](int i) { return 6 * (i / 4) + i % 4; }),
+                             shuffleOf([](int i) { return 6 * (i / 4) + i % 4 - 8; })};
+  const __m256i take2[2] = {shuffleOf([](int i) { return i % 4 < 2 ? 6 * (i / 4) + 4 + i % 4 : -1; }),
+                            shuffleOf([](int i) { return i % 4 < 2 ? 6 * (i / 4) + i % 4 - 4 : -1; })};
+  const __m256i bias = _mm256_set1_epi16(-32768);
+  // Output piece q (16 bytes) takes value 8q + i / 2 of the lane's 24:
+  // channel k of pixel p from byte 2p of the results of channel k.
+  __m256i put[3][3];
+  for (int q = 0; q < 3; ++q)
+    for (int k = 0; k < 3; ++k)
+      put[q][k] = shuffleOf([q, k](int i) {
+        const int value = 8 * q + i / 2;
+        return value % 3 == k ? 2 * (value / 3) + i % 2 : -1;
+      });
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const std::uint16_t* from = s + 3 * x;
+    __m256i p01[2], p2[2];
+    for (int g = 0; g < 2; ++g) {
+      const __m256i a = twoPieces(from + 12 * g, 48), b = twoPieces(from + 12 * g + 4, 48);
+      p01[g] = _mm256_xor_si256(
+          _mm256_blend_epi32(_mm256_shuffle_epi8(a, take01[0]), _mm256_shuffle_epi8(b, take01[1]), 0x88), bias);
+      p2[g] = _mm256_xor_si256(
+          _mm256_blend_epi32(_mm256_shuffle_epi8(a, take2[0]), _mm256_shuffle_epi8(b, take2[1]), 0xcc), bias);
+    }
+    __m256i r[3];
+    twist(p01, p2, r);
+    std::uint16_t* to = d + 3 * x;
+    for (int q = 0; q < 3; ++q) {
+      const __m256i piece = _mm256_or_si256(
+          _mm256_or_si256(_mm256_shuffle_epi8(r[0], put[q][0]), _mm256_shuffle_epi8(r[1], put[q][1])),
+          _mm256_shuffle_epi8(r[2], put[q][2]));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 8 * q), _mm256_castsi256_si128(piece));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 24 + 8 * q), _mm256_extracti128_si256(piece, 1));
+    }
+  }
+  return x;
+}
+
+template <class F>
+inline int twistPixels3(const std::uint8_t* s, std::uint8_t* d, int width, const F& twist) {
+  constexpr char z = char(0x80);
+  const __m256i take01a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(0, z, 1, z, 3, z, 4, z, 6, z, 7, z, 9, z, 10, z));
+  const __m256i take2a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(2, z, z, z, 5, z, z, z, 8, z, z, z, 11, z, z, z));
+  const __m256i take01b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(4, z, 5, z, 7, z, 8, z, 10, z, 11, z, 13, z, 14, z));
+  const __m256i take2b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(6, z, z, z, 9, z, z, z, 12, z, z, z, 15, z, z, z));
+  // From (c0 of the eight pixels, c1 of them) and (c2, c2): output bytes
+  // 0..15, then 16..23.
+  const __m256i put01a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(0, 8, z, 1, 9, z, 2, 10, z, 3, 11, z, 4, 12, z, 5));
+  const __m256i put2a = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(z, z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z));
+  const __m256i put01b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(13, z, 6, 14, z, 7, 15, z, z, z, z, z, z, z, z, z));
+  const __m256i put2b = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(z, 5, z, z, 6, z, z, 7, z, z, z, z, z, z, z, z));
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const std::uint8_t* from = s + 3 * x;
+    const __m256i a = twoPieces(from), b = twoPieces(from + 8);
+    const __m256i p01[2] = {_mm256_shuffle_epi8(a, take01a), _mm256_shuffle_epi8(b, take01b)};
+    const __m256i p2[2] = {_mm256_shuffle_epi8(a, take2a), _mm256_shuffle_epi8(b, take2b)};
+    __m256i r[3];
+    twist(p01, p2, r);
+    const __m256i c01 = _mm256_packus_epi16(r[0], r[1]), c2 = _mm256_packus_epi16(r[2], r[2]);
+    const __m256i head = _mm256_or_si256(_mm256_shuffle_epi8(c01, put01a), _mm256_shuffle_epi8(c2, put2a));
+    const __m256i tail = _mm256_or_si256(_mm256_shuffle_epi8(c01, put01b), _mm256_shuffle_epi8(c2, put2b));
+    std::uint8_t* to = d + 3 * x;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(head));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 16), _mm256_castsi256_si128(tail));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 24), _mm256_extracti128_si256(head, 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 40), _mm256_extracti128_si256(tail, 1));
+  }
+  return x;
+}
+#endif
+
+template <class T>
+void twistLanes(const View* v, const void* arg) {
+  using namespace lanes;
+  const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
+  constexpr bool wide = sizeof(T) == 2;
+  constexpr int M = wide ? 65535 : 255;
+  constexpr unsigned bias = wide ? 32768u : 0u;
+  V pair[3], third[3], constant[3];
+  for (int i = 0; i < 3; ++i) {
+    const unsigned m0 = unsigned(a.d[4 * i]), m1 = unsigned(a.d[4 * i + 1]), m2 = unsigned(a.d[4 * i + 2]);
+    pair[i] = splat32(int((m0 & 0xffffu) | (m1 << 16)));
+    third[i] = splat32(int(m2 & 0xffffu));
+    constant[i] = splat32(int(unsigned(a.d[4 * i + 3]) + bias * (m0 + m1 + m2)));
+  }
+  const int offset = a.offset, shift = a.shift;
+  int off = offset, lo, hi;
+  if (offset >= M)
+    off = 0, lo = hi = M;
+  else if (offset < -(M - 1))
+    off = 0, lo = hi = 0;
+  else
+    lo = offset < 0 ? -offset : 0, hi = offset < 0 ? M : M - offset;
+  const V vOff = wide ? splat32(off) : splat16(off);
+  const V vLo = wide ? splat32(lo) : splat16(lo), vHi = wide ? splat32(hi) : splat16(hi);
+#if defined(MOX_COLOR_WIDE_BODY)
+  const V vOff16 = splat16(off), vLo16 = splat16(lo), vHi16 = splat16(hi);
+#endif
+  // The three results of kWidth pixels, 16 bits each, from their channel
+  // pairs (c0, c1) and (c2, 0) in 32-bit lanes: the first and second halves
+  // of the pixels (of each 128-bit lane) apart.
+  const auto twist = [&](const V (&p01)[2], const V (&p2)[2], V (&r)[3]) {
+    for (int i = 0; i < 3; ++i) {
+      V t[2];
+      for (int h = 0; h < 2; ++h)
+        t[h] = sra32(add32(add32(madd(p01[h], pair[i]), madd(p2[h], third[i])), constant[i]), shift);
+      if constexpr (wide) {
+#if defined(MOX_COLOR_WIDE_BODY)
+        // The unsigned pack cuts to 0..65535, inside which lo and hi lie.
+        r[i] = _mm256_add_epi16(
+            _mm256_min_epu16(_mm256_max_epu16(_mm256_packus_epi32(t[0], t[1]), vLo16), vHi16), vOff16);
+#else
+        for (V& x : t) x = add32(min32(max32(x, vLo), vHi), vOff);
+        r[i] = packUnsigned32(t[0], t[1]);
+#endif
+      } else {
+        r[i] = add16(min16(max16(pack32(t[0], t[1]), vLo), vHi), vOff);
+      }
+    }
+  };
+  // Lanes past a block's last pixel compute on what the arrays hold.
+  alignas(32) std::int16_t c[3][kBlock] = {};
+  alignas(32) std::int16_t out[3][kBlock];
+  for (int y = 0; y < v[1].height; ++y) {
+    const Row3<const T> s = row3<const T>(v[0], y, false);
+    const Row3<T> d = row3<T>(v[1], y, false);
+    int done = 0;
+#if defined(MOX_COLOR_WIDE_BODY)
+    if (s.step == 3 && d.step == 3 && s.c[1] == s.c[0] + 1 && s.c[2] == s.c[0] + 2 &&
+        d.c[1] == d.c[0] + 1 && d.c[2] == d.c[0] + 2)
+      done = twistPixels3(s.c[0], d.c[0], v[1].width, twist);
+#endif
+    for (int x0 = done; x0 < v[1].width; x0 += kBlock) {
+      const int n = std::min(kBlock, v[1].width - x0);
+      byLayout(s, [&](auto at) {
+        for (int j = 0; j < n; ++j)
+          for (int k = 0; k < 3; ++k) c[k][j] = static_cast<std::int16_t>(at(k, x0 + j) - bias);
+      });
+      for (int j = 0; j < n; j += kWidth) {
+        const V c0 = load(c[0] + j), c1 = load(c[1] + j), c2 = load(c[2] + j);
+        const V p01[2] = {low16(c0, c1), high16(c0, c1)}, p2[2] = {low16(c2, zero()), high16(c2, zero())};
+        V r[3];
+        twist(p01, p2, r);
+        for (int i = 0; i < 3; ++i) store(out[i] + j, r[i]);
+      }
+      byLayout(d, [&](auto at) {
+        for (int j = 0; j < n; ++j)
+          for (int k = 0; k < 3; ++k) at(k, x0 + j) = static_cast<T>(out[k][j]);
+      });
+    }
+  }
+}
+#endif
+
 // ---------------------------------------------------------------- table
 
 constexpr KernelTable makeTable() {
@@ -551,12 +861,20 @@ constexpr KernelTable makeTable() {
   t.three[2][2] = &threeToThree<ToHLS<D32>>;
   t.three[3][0] = &threeToThree<FromHLS<D8>>, t.three[3][1] = &threeToThree<FromHLS<D16>>;
   t.three[3][2] = &threeToThree<FromHLS<D32>>;
-  t.twist[0][0] = &twistKernel<U8, int, std::int16_t>, t.twist[0][1] = &twistKernel<U8, int>;
+#if defined(MOX_COLOR_LANES)
+  t.twist[0][0] = &twistLanes<U8>, t.twist[1][0] = &twistLanes<U16>;
+#else
+  t.twist[0][0] = &twistKernel<U8, int, std::int16_t>, t.twist[1][0] = &twistKernel<U16, int>;
+#endif
+  t.twist[0][1] = &twistKernel<U8, int>;
   t.twist[0][2] = &twistKernel<U8, long long>;
-  t.twist[1][0] = t.twist[1][1] = &twistKernel<U16, int>;
+  t.twist[1][1] = &twistKernel<U16, int>;
   t.twist[1][2] = &twistKernel<U16, long long>;
   return t;
 }
 
 }  // namespace
 }  // namespace mox::color
+
+#undef MOX_COLOR_V
+#undef MOX_COLOR_SI

@@ -54,6 +54,10 @@ bool convert(const Front& f, const MoxImage* src, MoxImage* dst, const int* mapp
   if (badHeader(src, Site{"moxReduceBits", "moxcolor", f.header[0]}) ||
       badHeader(dst, Site{"moxReduceBits", "moxcolor", f.header[1]}))
     return false;
+  // The two data checks below never fire: the header checks above have
+  // already refused a null image (its own fault) and an image with neither
+  // pixels nor tiles (the fault of data and tiles both null). They stay
+  // as the data check's own word on these cases.
   if (!src || !dst) {
     report(Site{f.func, "owncolor", 1107}, "null_image_pointer");
     return false;

@@ -11,6 +11,7 @@
 
 #if defined(MOX_COLOR_HAVE_WIDE)
 #pragma GCC target("avx2")
+#define MOX_COLOR_WIDE_BODY 1
 #include "color/kernels.h"
 
 namespace mox::color {
