@@ -213,6 +213,22 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Packed rows of three-byte and one-byte pixels reversed sixteen, five and
+// one pixel at a time (and 32 bytes at a time): every width around those
+// steps, each row ending where the vector loops hand over to the rest.
+TEST(Mirror, PackedRowsOfEveryWidthAroundTheVectorSteps) {
+  Capture capture;
+  for (int channels : {1, 3})
+    for (int w = 1; w <= 70; ++w)
+      for (int axis : {1, -1}) {
+        Image s({MOX_DEPTH_8U, channels, 0, 3, w}, w), d({MOX_DEPTH_8U, channels, 0, 3, w}, 7);
+        const auto want = referenceMirror(s, d, axis);
+        moxMirror(s, d, axis);
+        EXPECT_EQ(pixels(d), want) << "channels " << channels << " width " << w << " axis " << axis;
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
 // Pins the references: a 3x2 image mirrored, a quarter turn about the
 // centre of a 3x3 image, and a 45-degree turn about the centre of a square
 // that leaves its corners 0.

@@ -14,12 +14,35 @@
 namespace mox::geom {
 
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
-  // Five pixels a step: sixteen bytes loaded from the five's first byte
+  // Sixteen pixels a step: the 48 bytes as three loads a, b, c; each stored
+  // sixteen bytes gathers from two of them (a window across b and c, and one
+  // across a and b, for the middle sixteen).
+  const __m128i c0 = _mm_setr_epi8(13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 1, 2, 3, -1);
+  const __m128i b0 = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 14);
+  const __m128i x1 = _mm_setr_epi8(14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 1, 2, 3, -1, -1);
+  const __m128i y1 = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, 1);
+  const __m128i a2 = _mm_setr_epi8(-1, 12, 13, 14, 9, 10, 11, 6, 7, 8, 3, 4, 5, 0, 1, 2);
+  const __m128i b2 = _mm_setr_epi8(1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+  int i = 0;
+  for (; i + 16 <= w; i += 16) {
+    const std::uint8_t* p = s + 3 * std::ptrdiff_t(i);
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+    const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
+    std::uint8_t* q = d + 3 * std::ptrdiff_t(w - 16 - i);
+    const __m128i bc = _mm_alignr_epi8(c, b, 1), ab = _mm_alignr_epi8(b, a, 15);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(q),
+                     _mm_or_si128(_mm_shuffle_epi8(c, c0), _mm_shuffle_epi8(b, b0)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(q + 16),
+                     _mm_or_si128(_mm_shuffle_epi8(bc, x1), _mm_shuffle_epi8(ab, y1)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(q + 32),
+                     _mm_or_si128(_mm_shuffle_epi8(a, a2), _mm_shuffle_epi8(b, b2)));
+  }
+  // The rest five pixels a step: sixteen bytes loaded from the five's first byte
   // (one byte of the pixel after them too), stored as one byte that the next
   // step overwrites followed by the five in reverse order (the loop stops
   // while a pixel is still to come).
   const __m128i order = _mm_setr_epi8(0, 12, 13, 14, 9, 10, 11, 6, 7, 8, 3, 4, 5, 0, 1, 2);
-  int i = 0;
   for (; i + 6 <= w; i += 5) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 3 * i));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * (w - 5 - i) - 1),
