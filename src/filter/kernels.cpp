@@ -440,7 +440,20 @@ void runningSums(const C* col, S* run, int n, int nCols, int cn) {
 // d[j] = ((run[j] + half) * m >> 16) >> (k - 16) on 16-bit lanes.
 inline void divideShort(const std::uint16_t* __restrict run, std::uint8_t* __restrict d, int n,
                         std::uint16_t half, std::uint16_t m, int k) {
-  for (int j = 0; j < n; ++j) {
+  int j = 0;
+#if defined(__SSE2__)
+  // The high halves of the products in one multiply, 16 values a time.
+  const __m128i vHalf = _mm_set1_epi16(static_cast<short>(half)), vM = _mm_set1_epi16(static_cast<short>(m));
+  const __m128i vK = _mm_cvtsi32_si128(k - 16);
+  for (; j + 16 <= n; j += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(run + j));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(run + j + 8));
+    const __m128i qa = _mm_srl_epi16(_mm_mulhi_epu16(_mm_add_epi16(a, vHalf), vM), vK);
+    const __m128i qb = _mm_srl_epi16(_mm_mulhi_epu16(_mm_add_epi16(b, vHalf), vM), vK);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), _mm_packus_epi16(qa, qb));
+  }
+#endif
+  for (; j < n; ++j) {
     const std::uint16_t x = static_cast<std::uint16_t>(run[j] + half);
     const auto high = static_cast<std::uint16_t>((std::uint32_t(x) * m) >> 16);
     d[j] = static_cast<std::uint8_t>(high >> (k - 16));
