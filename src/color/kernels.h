@@ -679,15 +679,20 @@ inline int twistPixels3(const std::uint16_t* s, std::uint16_t* d, int width, con
   const __m256i take2[2] = {shuffleOf([](int i) { return i % 4 < 2 ? 6 * (i / 4) + 4 + i % 4 : -1; }),
                             shuffleOf([](int i) { return i % 4 < 2 ? 6 * (i / 4) + i % 4 - 4 : -1; })};
   const __m256i bias = _mm256_set1_epi16(-32768);
-  // Output piece q (16 bytes) takes value 8q + i / 2 of the lane's 24:
-  // channel k of pixel p from byte 2p of the results of channel k.
-  __m256i put[3][3];
-  for (int q = 0; q < 3; ++q)
-    for (int k = 0; k < 3; ++k)
-      put[q][k] = shuffleOf([q, k](int i) {
-        const int value = 8 * q + i / 2;
-        return value % 3 == k ? 2 * (value / 3) + i % 2 : -1;
-      });
+  // Output piece q (16 bytes) holds values 8q .. 8q + 7 of the lane's 24,
+  // value v being channel v % 3 of pixel v / 3. One shuffle a channel puts
+  // each pixel in the slot it takes in its piece (slot v % 8), so that the
+  // pieces are blends of the three shuffled channels: channel k fills the
+  // slots s of piece q with (8q + s) % 3 == k, and those slots are not
+  // shared between the pixels that land in the same one.
+  __m256i put[3];
+  for (int k = 0; k < 3; ++k)
+    put[k] = shuffleOf([k](int i) {
+      const int slot = i / 2;
+      for (int q = 0; q < 3; ++q)
+        if ((8 * q + slot) % 3 == k) return 2 * ((8 * q + slot) / 3) + i % 2;
+      return -1;
+    });
   int x = 0;
   for (; x + 16 <= width; x += 16) {
     const std::uint16_t* from = s + 3 * x;
@@ -702,12 +707,16 @@ inline int twistPixels3(const std::uint16_t* s, std::uint16_t* d, int width, con
     __m256i r[3];
     twist(p01, p2, r);
     std::uint16_t* to = d + 3 * x;
+    const __m256i c0 = _mm256_shuffle_epi8(r[0], put[0]), c1 = _mm256_shuffle_epi8(r[1], put[1]),
+                  c2 = _mm256_shuffle_epi8(r[2], put[2]);
+    // Slot s of piece q is channel (8q + s) % 3: masks by s, bit s set
+    // where the later operand is taken.
+    const __m256i piece[3] = {_mm256_blend_epi16(_mm256_blend_epi16(c0, c1, 0x92), c2, 0x24),
+                              _mm256_blend_epi16(_mm256_blend_epi16(c0, c1, 0x24), c2, 0x49),
+                              _mm256_blend_epi16(_mm256_blend_epi16(c0, c1, 0x49), c2, 0x92)};
     for (int q = 0; q < 3; ++q) {
-      const __m256i piece = _mm256_or_si256(
-          _mm256_or_si256(_mm256_shuffle_epi8(r[0], put[q][0]), _mm256_shuffle_epi8(r[1], put[q][1])),
-          _mm256_shuffle_epi8(r[2], put[q][2]));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 8 * q), _mm256_castsi256_si128(piece));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 24 + 8 * q), _mm256_extracti128_si256(piece, 1));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 8 * q), _mm256_castsi256_si128(piece[q]));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 24 + 8 * q), _mm256_extracti128_si256(piece[q], 1));
     }
   }
   return x;
