@@ -27,42 +27,53 @@ unsigned expectedAt(const MoxImage* im, int x, int y, int c, Edge edge) {
 
 TEST(SourceReader, TiledEqualsPlainAcrossTilesAndEdges) {
   const int W = 37, H = 29;
-  const int rects[][4] = {{-3, -2, 20, 15}, {5, 7, 30, 4},   {W - 4, H - 3, 10, 9},
-                          {W + 5, -20, 6, 4}, {9, 9, 10, 10}, {-100, -70, 7, 5},
-                          {0, 0, W, H},       {-1, -1, W + 2, H + 2}};
+  // Near, across and far from the image; the wide ones span many periods.
+  const int rects[][4] = {{-3, -2, 20, 15}, {5, 7, 30, 4},      {W - 4, H - 3, 10, 9},
+                          {W + 5, -20, 6, 4}, {9, 9, 10, 10},   {-100, -70, 7, 5},
+                          {0, 0, W, H},       {-1, -1, W + 2, H + 2}, {-260, -3, 600, 5},
+                          {W + 90, 4, 170, 2}, {-500, H + 61, 130, 3}};
+  // Border modes of top, bottom, left and right (99: not a mode, so the
+  // next valid side takes over, for the left side the right one's mode).
+  const int C = MOX_BORDER_CONSTANT, Rp = MOX_BORDER_REPLICATE, Rf = MOX_BORDER_REFLECT,
+            Wr = MOX_BORDER_WRAP;
+  const int modeSets[][4] = {{Rf, Wr, C, Rp}, {Wr, Rp, Rf, C}, {Rp, Rf, Wr, Rf}, {C, C, Rp, Wr},
+                             {Rf, Rf, 99, Wr}, {Wr, Wr, 99, C}};
   for (unsigned depth : kDepths)
     for (int order : {0, 1}) {
       if (depth == MOX_DEPTH_1U && order == 1) continue;
       const int ch = depth == MOX_DEPTH_1U ? 1 : 3;
       const unsigned mask = bitsOf(depth) == 32 ? ~0u : (1u << bitsOf(depth)) - 1;
       Image im({depth, ch, order, H, W}, depth * 3 + order);
-      moxSetBorderMode(im, MOX_BORDER_REFLECT, MOX_SIDE_TOP, 0);
-      moxSetBorderMode(im, MOX_BORDER_WRAP, MOX_SIDE_BOTTOM, 0);
-      moxSetBorderMode(im, MOX_BORDER_CONSTANT, MOX_SIDE_LEFT, 0x7F5A);
-      moxSetBorderMode(im, MOX_BORDER_REPLICATE, MOX_SIDE_RIGHT, 0);
-      for (int tile : {8, 24}) {
-        Tiled tiled(im, tile, tile);
-        std::copy(im->borderMode, im->borderMode + 4, tiled->borderMode);
-        std::copy(im->borderConst, im->borderConst + 4, tiled->borderConst);
-        for (Edge edge : {Edge::kModes, Edge::kClamp}) {
-          Capture capture;
-          SourceReader plain(im, edge, kSites), viaTiles(tiled, edge, kSites);
-          for (const auto& r : rects) {
-            View a, b;
-            ASSERT_TRUE(plain.read(r[0], r[1], r[2], r[3], &a) && viaTiles.read(r[0], r[1], r[2], r[3], &b));
-            ASSERT_EQ(std::tie(a.width, a.height, b.width, b.height), std::tie(r[2], r[3], r[2], r[3]));
-            for (int y = 0; y < r[3]; ++y)
-              for (int x = 0; x < r[2]; ++x)
-                for (int c = 1; c <= ch; ++c) {
-                  const unsigned want = expectedAt(im, r[0] + x, r[1] + y, c, edge);
-                  ASSERT_EQ(mox::viewValue(a, x, y, c), want & mask)
-                      << depth << " " << r[0] + x << "," << r[1] + y;
-                  ASSERT_EQ(mox::viewValue(b, x, y, c), mox::viewValue(a, x, y, c));
-                }
+      for (const auto& modes : modeSets) {
+        for (int side = 0; side < 4; ++side) {
+          im->borderMode[side] = modes[side];
+          im->borderConst[side] = 0x7F5A + side * 0x1111;
+        }
+        for (int tile : {8, 24}) {
+          Tiled tiled(im, tile, tile);
+          std::copy(im->borderMode, im->borderMode + 4, tiled->borderMode);
+          std::copy(im->borderConst, im->borderConst + 4, tiled->borderConst);
+          for (Edge edge : {Edge::kModes, Edge::kClamp}) {
+            if (edge == Edge::kClamp && &modes != &modeSets[0]) continue;
+            Capture capture;
+            SourceReader plain(im, edge, kSites), viaTiles(tiled, edge, kSites);
+            for (const auto& r : rects) {
+              View a, b;
+              ASSERT_TRUE(plain.read(r[0], r[1], r[2], r[3], &a) && viaTiles.read(r[0], r[1], r[2], r[3], &b));
+              ASSERT_EQ(std::tie(a.width, a.height, b.width, b.height), std::tie(r[2], r[3], r[2], r[3]));
+              for (int y = 0; y < r[3]; ++y)
+                for (int x = 0; x < r[2]; ++x)
+                  for (int c = 1; c <= ch; ++c) {
+                    const unsigned want = expectedAt(im, r[0] + x, r[1] + y, c, edge);
+                    ASSERT_EQ(mox::viewValue(a, x, y, c), want & mask)
+                        << depth << " " << r[0] + x << "," << r[1] + y << " modes " << (&modes - modeSets);
+                    ASSERT_EQ(mox::viewValue(b, x, y, c), mox::viewValue(a, x, y, c));
+                  }
+            }
+            EXPECT_TRUE(reports().empty());
+            EXPECT_FALSE(tiled.badIndex);
+            EXPECT_EQ(tiled->tileInfo->tileData, nullptr);  // every tile given back
           }
-          EXPECT_TRUE(reports().empty());
-          EXPECT_FALSE(tiled.badIndex);
-          EXPECT_EQ(tiled->tileInfo->tileData, nullptr);  // every tile given back
         }
       }
     }

@@ -198,19 +198,29 @@ int ownClassifyPoint(const MoxImage* image, int x, int y) {
   return code + (x < 0 ? 4 : x >= image->width ? 8 : 0);
 }
 
-int borderSource(const MoxImage* im, int x, int y, Edge edge, BorderSource* out) {
-  *out = {false, 0, x, y};
-  const int code = ownClassifyPoint(im, x, y);
+int mapBorderCoord(int mode, i64 c, int n) {
+  return mode < 0 ? static_cast<int>(c) : mapCoord(mode, c, n);
+}
+
+int borderRule(const MoxImage* im, int code, Edge edge, BorderRule* out) {
+  *out = {false, 0, -1, -1};
   if (code == 0 || code == 3 || code == 7) return kBorderOk;
   if (edge == Edge::kClamp) {
-    out->x = mapCoord(MOX_BORDER_REPLICATE, x, im->width);
-    out->y = mapCoord(MOX_BORDER_REPLICATE, y, im->height);
+    out->modeX = out->modeY = MOX_BORDER_REPLICATE;
     return kBorderOk;
   }
+  // A side's mode maps x only (a left or right fallback) or both coordinates.
+  auto apply = [&](int s, bool onlyX) {
+    const int mode = im->borderMode[s];
+    if (mode == MOX_BORDER_CONSTANT)
+      *out = {true, static_cast<unsigned>(im->borderConst[s]), -1, -1};
+    else
+      out->modeX = mode, out->modeY = onlyX ? -1 : mode;
+  };
   // Top and bottom govern their corners too.
   const int side = code & 1 ? kTop : code & 2 ? kBottom : code & 4 ? kLeft : kRight;
   if (validMode(im->borderMode[side])) {
-    applySide(im, side, false, x, y, out);
+    apply(side, false);
     return kBorderOk;
   }
   // The sides after the governing one, in the order left, right, bottom.
@@ -219,10 +229,23 @@ int borderSource(const MoxImage* im, int x, int y, Edge edge, BorderSource* out)
   for (int k = 0; k < kCount[side]; ++k) {
     const int s = kNext[side][k];
     if (!validMode(im->borderMode[s])) continue;
-    applySide(im, s, s != kBottom, x, y, out);
+    apply(s, s != kBottom);
     break;
   }
-  return out->constant || inside(im, out->x, out->y) ? kBorderOk : kBorderBadMode;
+  // A coordinate outside the image that no mode maps stays outside.
+  const bool lost = ((code & 12) && out->modeX < 0) || ((code & 3) && out->modeY < 0);
+  return out->constant || !lost ? kBorderOk : kBorderBadMode;
+}
+
+int borderSource(const MoxImage* im, int x, int y, Edge edge, BorderSource* out) {
+  BorderRule rule;
+  const int status = borderRule(im, ownClassifyPoint(im, x, y), edge, &rule);
+  *out = {rule.constant, rule.value, x, y};
+  if (!rule.constant) {
+    out->x = mapBorderCoord(rule.modeX, x, im->width);
+    out->y = mapBorderCoord(rule.modeY, y, im->height);
+  }
+  return status;
 }
 
 int ownGetPixel(const MoxImage* image, int x, int y, int channel, unsigned* value) {

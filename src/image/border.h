@@ -41,6 +41,18 @@ enum class Edge {
 // Resolves any position by the policy. Returns kBorderOk or kBorderBadMode.
 int borderSource(const MoxImage* image, int x, int y, Edge edge, BorderSource* out);
 
+// What every position of one position code reads: the constant, or the
+// pixel (mapBorderCoord(modeX, x, width), mapBorderCoord(modeY, y, height)).
+// A mode of -1 leaves its coordinate as it is. Returns kBorderOk or
+// kBorderBadMode, as borderSource does for each position of the code.
+struct BorderRule {
+  bool constant;
+  unsigned value;
+  int modeX, modeY;
+};
+int borderRule(const MoxImage* image, int code, Edge edge, BorderRule* out);
+int mapBorderCoord(int mode, long long c, int n);
+
 // Reflect and wrap of a coordinate over a size n, in constant time.
 int reflectCoord(long long c, int n);
 int wrapCoord(long long c, int n);

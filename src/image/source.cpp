@@ -36,10 +36,6 @@ void copyRect(const View& from, const View& to) {
                   from.data + p * from.planeStep + std::ptrdiff_t(y) * from.widthStep, bytes);
 }
 
-void copyPixel(const View& from, i64 fx, i64 fy, const View& to, i64 tx, i64 ty) {
-  for (int c = 1; c <= from.nChannels; ++c) setViewValue(to, tx, ty, c, viewValue(from, fx, fy, c));
-}
-
 }  // namespace
 
 SourceReader::SourceReader(const MoxImage* image, Edge edge, const SourceSites& sites)
@@ -116,42 +112,107 @@ bool SourceReader::copyInside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0,
   return true;
 }
 
+// Every outside position of a row segment shares its position code, and so
+// one rule: a constant, or the pixel (fx(c), sy) with sy fixed for the row
+// and fx reflect, wrap or replicate, which repeat with a period of 2n, n and
+// 1 columns and map the image's own columns onto themselves. A segment is
+// therefore filled outward from the image: a column comes from the source
+// until a whole period lies behind it, then whole runs are copied from one
+// or more periods back, doubling each time. The work is the block's size
+// plus at most a period per segment, however far the block lies from the
+// image.
 bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0, i64 ix1,
                                i64 iy1) {
   const MoxImage* im = image_;
-  const bool any = ix0 < ix1 && iy0 < iy1;
+  const i64 x1 = x + block.width;
   const View whole = im->tileInfo ? View{} : blockView(im, im->imageData, im->widthStep,
                                                        i64(im->widthStep) * im->height, 0, 0, 0,
                                                        0, im->width, im->height);
+  auto cols = [&](i64 c, i64 r, i64 n) {
+    return blockView(im, block.data, block.widthStep, block.planeStep, x, y, c, r, n, 1);
+  };
+  auto inBlock = [&](i64 sx, i64 sy) { return sx >= ix0 && sx < ix1 && sy >= iy0 && sy < iy1; };
+  // n pixels of source row sy from column sx into the block at (c, r).
+  auto run = [&](i64 sx, i64 sy, i64 n, i64 c, i64 r) {
+    if (inBlock(sx, sy) && inBlock(sx + n - 1, sy)) {
+      copyRect(cols(sx, sy, n), cols(c, r, n));
+      return true;
+    }
+    if (!im->tileInfo) {
+      copyRect(blockView(im, whole.data, whole.widthStep, whole.planeStep, 0, 0, sx, sy, n, 1),
+               cols(c, r, n));
+      return true;
+    }
+    const i64 tw = im->tileInfo->width;
+    for (i64 from = sx, to; from < sx + n; from = to) {
+      View tile;
+      int ox, oy;
+      if (!fetch(static_cast<int>(from), static_cast<int>(sy), &tile, &ox, &oy)) return false;
+      to = std::min(sx + n, i64(ox) + tw);
+      copyRect(blockView(im, tile.data, tile.widthStep, tile.planeStep, ox, oy, from, sy, to - from,
+                         1),
+               cols(c + (from - sx), r, to - from));
+    }
+    return true;
+  };
+  auto badMode = [&](int code) {
+    const int side = code & 1 ? 0 : code & 2 ? 1 : code & 4 ? 2 : 3;
+    char message[160];
+    std::snprintf(message, sizeof message,
+                  "(%s->borderMode[%d] < MOX_BORDER_CONSTANT || %s->borderMode[%d] > "
+                  "MOX_BORDER_WRAP)",
+                  sites_.name, side, sites_.name, side);
+    report(Site{sites_.func, sites_.file, sites_.borderLine}, message);
+    return false;
+  };
+  // The columns [m0, m1) lie over the image, [x, m0) left and [m1, x1) right of it.
+  const i64 m0 = std::clamp<i64>(0, x, x1), m1 = std::clamp<i64>(im->width, x, x1);
   for (i64 r = y; r < y + block.height; ++r) {
-    const bool rowInside = any && r >= iy0 && r < iy1;
-    for (i64 c = x; c < x + block.width; ++c) {
-      if (rowInside && c == ix0) c = ix1;  // the inside part is there already
-      if (c >= x + block.width) break;
-      BorderSource src;
-      if (borderSource(im, static_cast<int>(c), static_cast<int>(r), edge_, &src)) {
-        const int code = ownClassifyPoint(im, static_cast<int>(c), static_cast<int>(r));
-        const int side = code & 1 ? 0 : code & 2 ? 1 : code & 4 ? 2 : 3;
-        char message[160];
-        std::snprintf(message, sizeof message,
-                      "(%s->borderMode[%d] < MOX_BORDER_CONSTANT || %s->borderMode[%d] > "
-                      "MOX_BORDER_WRAP)",
-                      sites_.name, side, sites_.name, side);
-        report(Site{sites_.func, sites_.file, sites_.borderLine}, message);
-        return false;
-      }
-      if (src.constant) {
+    const int v = r < 0 ? 1 : r >= im->height ? 2 : 0;
+    struct Segment {
+      i64 from, to;
+      int code;
+      BorderRule rule;
+    } seg[3] = {{x, m0, v + 4, {}}, {m0, m1, v, {}}, {m1, x1, v + 8, {}}};
+    for (Segment& s : seg)
+      if (s.from < s.to && borderRule(im, s.code, edge_, &s.rule)) return badMode(s.code);
+    for (int k : {1, 2, 0}) {  // over the image first: the sides copy from it
+      const Segment& s = seg[k];
+      if (s.from >= s.to || (k == 1 && v == 0)) continue;  // the inside is there already
+      const BorderRule& rule = s.rule;
+      if (rule.constant) {
         for (int ch = 1; ch <= block.nChannels; ++ch)
-          setViewValue(block, c - x, r - y, ch, src.value);
-      } else if (any && src.x >= ix0 && src.x < ix1 && src.y >= iy0 && src.y < iy1) {
-        copyPixel(block, src.x - x, src.y - y, block, c - x, r - y);
-      } else if (!im->tileInfo) {
-        copyPixel(whole, src.x, src.y, block, c - x, r - y);
-      } else {
-        View tile;
-        int ox, oy;
-        if (!fetch(src.x, src.y, &tile, &ox, &oy)) return false;
-        copyPixel(tile, src.x - ox, src.y - oy, block, c - x, r - y);
+          setViewValue(block, s.from - x, r - y, ch, rule.value);
+        for (i64 c = s.from + 1, n; c < s.to; c += n) {
+          n = std::min(s.to - c, c - s.from);
+          copyRect(cols(s.from, r, n), cols(c, r, n));
+        }
+        continue;
+      }
+      const i64 sy = mapBorderCoord(rule.modeY, r, im->height);
+      if (k == 1) {
+        if (!run(s.from, sy, s.to - s.from, s.from, r)) return false;
+        continue;
+      }
+      const i64 period = rule.modeX == MOX_BORDER_REPLICATE ? 1
+                         : rule.modeX == MOX_BORDER_REFLECT ? 2 * i64(im->width)
+                                                            : im->width;
+      // The columns between this one and the image hold their (fx(c), sy)
+      // already, and so do the image's own columns in the block (for
+      // replication only the edge column: fx repeats on one side only).
+      const i64 over = m0 >= m1 ? 0 : period == 1 ? 1 : m1 - m0;
+      for (i64 done = 0; done < s.to - s.from;) {
+        const i64 rest = s.to - s.from - done;
+        const i64 behind = done + over;
+        const i64 back = behind / period * period;
+        const i64 n = back ? std::min(rest, back) : 1;
+        // The next n columns, nearest the image first.
+        const i64 c = k == 2 ? s.from + done : s.to - done - n;
+        if (back)
+          copyRect(cols(k == 2 ? c - back : c + back, r, n), cols(c, r, n));
+        else if (!run(mapBorderCoord(rule.modeX, c, im->width), sy, 1, c, r))
+          return false;
+        done += n;
       }
     }
   }
