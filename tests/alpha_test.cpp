@@ -130,6 +130,43 @@ TEST(Composite, EveryTypeAgainstTheFormulas) {
   EXPECT_TRUE(reports().empty());
 }
 
+// OVER of four-channel 8-bit pixels with the alpha last runs four pixels at
+// a time, the rest of a row one by one: rows of every length around that
+// against the formulas, with every pair of edge alphas, straight and
+// premultiplied colours (also brighter than their alpha), with and without
+// the division.
+TEST(Composite, OverFourPixelsAtATime) {
+  Capture capture;
+  const ll alphas[] = {0, 1, 2, 127, 128, 254, 255};
+  constexpr int kPairs = 7 * 7;
+  for (int width : {1, 3, 4, 5, 7, 9, 17})
+    for (int premul : {0, 1})
+      for (int divide : {0, 1}) {
+        const int height = (kPairs + width - 1) / width + 1;
+        Image a({MOX_DEPTH_8U, 4, 0, height, width}, 11), b({MOX_DEPTH_8U, 4, 0, height, width}, 12),
+            d({MOX_DEPTH_8U, 4, 0, height, width}, 13);
+        a->alphaChannel = b->alphaChannel = d->alphaChannel = 4;
+        std::vector<ll> want(size_t(width) * height * 4);
+        for (int i = 0; i < width * height; ++i) {
+          const int x = i % width, y = i / width;
+          const ll alA = alphas[i % 7], alB = alphas[i / 7 % 7];
+          set(a, x, y, 3, alA), set(b, x, y, 3, alB);
+          const ll out = combine(MOX_COMPOSITE_OVER, alA, alB, alA, alB, 255);
+          for (int c = 0; c < 3; ++c) {
+            ll ca = get(a, x, y, c), cb = get(b, x, y, c);
+            if (!premul) ca = ca * alA / 255, cb = cb * alB / 255;
+            ll v = combine(MOX_COMPOSITE_OVER, ca, cb, alA, alB, 255);
+            if (divide) v = out ? std::min(255LL, (v * 255 + out / 2) / out) : 0;
+            want[size_t(i) * 4 + c] = v;
+          }
+          want[size_t(i) * 4 + 3] = out;
+        }
+        moxAlphaComposite(a, b, d, MOX_COMPOSITE_OVER, nullptr, nullptr, nullptr, premul, divide);
+        EXPECT_EQ(pixels(d), want) << width << " " << premul << divide;
+      }
+  EXPECT_TRUE(reports().empty());
+}
+
 // Products over the common rectangle of ROIs of different sizes, where a
 // channel of interest on the destination takes each source's own, in both
 // orders; every operation through tiles gives the plain run's bits; a

@@ -5,6 +5,7 @@
 // files for and from the independent reader and writer.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -275,6 +276,22 @@ TEST_F(DibPhotographs, PaletteChoicesAndDithers) {
       EXPECT_EQ(toDib(photo, 8, w, h, dither, how).bytes, d.bytes);
     }
   EXPECT_LT(errorOf[MOX_PALCONV_MEDCUT], errorOf[MOX_PALCONV_NONE]);
+}
+
+// A picture and the same picture twice over get the same chosen palette and
+// indexes: the colour counts of a few pixels and of many are gathered in
+// different ways, which must agree.
+TEST_F(DibWrite, ChosenPaletteOfFewPixelsAsOfMany) {
+  Image once({MOX_DEPTH_8U, 3, 0, 60, 60}, 7), twice({MOX_DEPTH_8U, 3, 0, 120, 60});
+  for (int y = 0; y < 120; ++y)
+    std::memcpy(twice->imageData + y * twice->widthStep, once->imageData + (y % 60) * once->widthStep, 180);
+  for (int how : {MOX_PALCONV_POPULATE, MOX_PALCONV_MEDCUT}) {
+    const Dib a = toDib(once, 8, 60, 60, MOX_DITHER_NONE, how), b = toDib(twice, 8, 60, 120, MOX_DITHER_NONE, how);
+    const std::size_t rows = 60 * 60;  // 60-byte rows need no padding
+    ASSERT_EQ(a.bytes.size(), 40 + 1024 + rows);
+    EXPECT_TRUE(std::equal(a.bytes.begin() + 40, a.bytes.end(), b.bytes.begin() + 40)) << how;
+    EXPECT_TRUE(std::equal(a.bytes.begin() + 1064, a.bytes.end(), b.bytes.begin() + 1064 + rows)) << how;
+  }
 }
 
 // What moxConvertToDIB checks, with nothing written; the lines of the image

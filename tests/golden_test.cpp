@@ -121,6 +121,8 @@ const Golden kCases[] = {
     {"convert 16S planes to 8U pixels", k16S3P, k8U3, RUN(moxConvert(a, d)), 0x66712eb564a2cb1full},
     {"8-bit bitmaps: median cut with FS, 3-3-2 cube with STUCKEY", k8U3, k8U3, RUN(paletteRoundTrip(a, d)),
      0xa625ef99d9b1a988ull},
+    {"8-bit bitmaps of more pixels (colours counted in a table)", zoomed8U, zoomed8U, RUN(paletteRoundTrip(a, d)),
+     0x8b9bd934a4f6716cull},
     {"rgb to hsv 16U", k16U3, k16U3, RUN(moxRGB2HSV(a, d, nullptr)), 0x3f6214817646aeaeull},
     {"rgb to hls 32S", k32S3, k32S3, RUN(moxRGB2HLS(a, d, nullptr)), 0xb3fc95efbf5142cfull},
     {"hsv to rgb 16U", k16U3, k16U3, RUN(AS("HSV"), moxHSV2RGB(a, d, nullptr)), 0x04fd16fd90018d1dull},

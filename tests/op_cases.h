@@ -170,6 +170,23 @@ inline std::vector<ll> expected(const std::vector<MoxImage*>& images, const std:
   return out;
 }
 
+// The same for a source and destination of one layout, as the
+// destination's bytes (for images too large for a vector of every value):
+// f over the values of the destination's clipped ROI, channel of interest
+// or all, at the same places of the source; padding and the rest as they
+// were.
+inline std::vector<char> expectedBytes(const MoxImage* s, const MoxImage* d, const std::function<ll(ll)>& f) {
+  std::vector<char> out(d->imageData, d->imageData + d->imageSize);
+  const Rect r = clippedRoi(d);
+  const int work = d->roi && d->roi->coi ? 1 : valueChannels(d);
+  for (int y = r.y; y < r.y + r.h; ++y)
+    for (int x = r.x; x < r.x + r.w; ++x)
+      for (int k = 0; k < work; ++k)
+        store(d->depth, spot(d, out.data(), d->widthStep, d->height, x, y, channelOf(d, k)),
+              f(get(s, x, y, channelOf(d, k))));
+  return out;
+}
+
 // The destination's pixels after case c on a, b into d (plain images).
 inline std::vector<ll> expected(const OpCase& c, MoxImage* a, MoxImage* b, MoxImage* d, Rect limit = kEverywhere) {
   std::vector<MoxImage*> images = {a, b, d};

@@ -97,6 +97,16 @@ ll mapped(const Table& t, ll v) {
   return t.value[size_t(b)] + floorDiv((v - t.key[size_t(b)]) * t.factor[size_t(b)] + 32768, 65536);
 }
 
+// What equalization maps each bin of t to, from the bins' counts n.
+std::vector<ll> equalizedBins(const Table& t, const std::vector<ll>& n) {
+  const ll total = std::accumulate(n.begin(), n.end(), 0LL), span = ll(t.key.back()) - 1 - t.key[0];
+  std::vector<ll> out;
+  ll below = 0;
+  for (ll k : n)  // (span * below + total / 2) / total without overflow in the test
+    below += k, out.push_back(t.key[0] + ll(total ? std::floor(((long double)span * below + total / 2) / total) : 0));
+  return out;
+}
+
 }  // namespace
 
 // Counts against a direct count; equalization against the formula, plain
@@ -115,10 +125,7 @@ TEST(Histo, CountsEqualizationAndMaps) {
         const Table& tc = h.t[c];
         const auto n = directCount(a, tc, int(c));
         EXPECT_EQ(tc.counts(), n) << p.name << " " << std::hex << depth;
-        const ll total = std::accumulate(n.begin(), n.end(), 0LL), span = ll(tc.key.back()) - 1 - tc.key[0];
-        ll below = 0;
-        for (ll k : n)  // (span * below + total / 2) / total without overflow in the test
-          below += k, outs[c].push_back(tc.key[0] + ll(total ? std::floor(((long double)span * below + total / 2) / total) : 0));
+        outs[c] = equalizedBins(tc, n);
       }
       int k = 0;
       const auto want = expected({a, b}, [&](const ll* v) {
@@ -160,6 +167,51 @@ TEST(Histo, CountsEqualizationAndMaps) {
   l = &all.lut;
   moxComputeHisto(r, &l);
   EXPECT_EQ(all.counts(), directCount(r, all, 0));
+  EXPECT_TRUE(reports().empty());
+}
+
+// 8-bit maps of a million values and more look up two bytes at a time (and
+// from 8 MB on store past the caches): against a per-value reference on a
+// whole image, ROIs off every alignment, three channels mapped alike, and
+// tiled images, which give the plain result.
+TEST(Histo, ByteMapsOfMillionsOfValues) {
+  Capture capture;
+  enum { kLookup, kInter, kEqualize };
+  const struct { const char* name; int channels, height, width; int roi[5]; } cases[] = {
+      {"whole", 1, 1024, 1024, {}},
+      {"roi", 1, 1030, 1037, {0, 3, 1, 1025, 1031}},
+      {"alike", 3, 600, 601, {0, 1, 2, 590, 593}},
+      {"large", 1, 3000, 3001, {0, 1, 2, 2990, 2999}},
+  };
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S})
+    for (const auto& k : cases)
+      for (int op : {kLookup, kInter, kEqualize}) {
+        if (op == kEqualize && k.channels > 1) continue;  // its tables differ by channel
+        if (k.height > 2000 && op != kLookup) continue;
+        SCOPED_TRACE(std::string(k.name) + " " + std::to_string(op) + " " + std::to_string(depth));
+        const Shape shape{depth, k.channels, 0, k.height, k.width};
+        const int* roi = k.roi[3] ? k.roi : nullptr;
+        Image s(shape, 3, roi), d(shape, 4, roi), out(shape, 4, roi);
+        std::vector<int> values, factors;
+        for (int i = 0; i < 6; ++i) values.push_back(i * 37 - 50), factors.push_back(i % 2 ? -40000 : 300000);
+        const auto keys = keysFor(depth, 0);
+        Table plain(keys, op == kInter ? MOX_LUT_INTER : MOX_LUT_LOOKUP, values, factors), tiled = plain;
+        tiled.lut = {plain.lut.num, tiled.key.data(), tiled.value.data(), tiled.factor.data(), plain.lut.interpolateType};
+        std::vector<ll> bins;
+        if (op == kEqualize) bins = equalizedBins(plain, directCount(s, plain, 0));
+        const auto want = expectedBytes(s, d, [&](ll v) {
+          const int b = plain.bin(v);
+          return op == kEqualize ? (b < 0 ? v : clampTo(depth, bins[size_t(b)])) : clampTo(depth, mapped(plain, v));
+        });
+        Tiled ts(s, 64, 32), td(d, 64, 32);
+        MoxLUT *a[3] = {&plain.lut, &plain.lut, &plain.lut}, *b[3] = {&tiled.lut, &tiled.lut, &tiled.lut};
+        if (op == kEqualize) moxHistoEqualize(s, d, a), moxHistoEqualize(ts, td, b);
+        else moxContrastStretch(s, d, a), moxContrastStretch(ts, td, b);
+        td.gather(out);
+        EXPECT_TRUE(d.bytes() == want);
+        EXPECT_TRUE(out.bytes() == want);
+        if (op == kEqualize) { EXPECT_EQ(tiled.value, plain.value); }
+      }
   EXPECT_TRUE(reports().empty());
 }
 

@@ -70,6 +70,37 @@ TEST(Threshold, LayoutsTilesAndInPlace) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Destinations of 8 MB of values and more are written past the caches,
+// in every value size, with rows padded beyond their pixels. Through a ROI
+// (which also starts the rows off a 16-byte boundary) the padding stays as
+// it was; without one the block is one run, padding included.
+TEST(Threshold, LargePaddedDestinations) {
+  Capture capture;
+  const struct { unsigned depth; int channels, height, width, pad, threshold; int roi[5]; } cases[] = {
+      {MOX_DEPTH_8U, 1, 3000, 2999, 13, 100, {0, 1, 0, 3000, 2998}},
+      {MOX_DEPTH_8U, 1, 3000, 2999, 13, 100, {}},
+      {MOX_DEPTH_8S, 3, 3000, 1001, 7, -3, {0, 1, 0, 2999, 997}},
+      {MOX_DEPTH_16U, 1, 2000, 2101, 3, 40000, {0, 1, 1, 1999, 2100}},
+      {MOX_DEPTH_16U, 1, 2000, 2101, 3, 40000, {}},
+      {MOX_DEPTH_16S, 2, 1500, 1501, 5, 0, {0, 3, 1, 1490, 1490}},
+      {MOX_DEPTH_32S, 1, 1500, 1499, 1, -5, {0, 1, 1, 1499, 1497}},
+  };
+  for (const auto& k : cases) {
+    // Images allocated wider, then narrowed: their rows keep the wider step.
+    const Shape wide{k.depth, k.channels, 0, k.height, k.width + k.pad};
+    const bool flat = !k.roi[3];
+    Image s(wide, 8, flat ? nullptr : k.roi), d(wide, 9, flat ? nullptr : k.roi);
+    s->width = d->width = flat ? k.width + k.pad : k.width;
+    ASSERT_GE(d->imageSize, 8 << 20);
+    const auto want = expectedBytes(s, d, [&](ll v) { return thresholded(k.depth, v, k.threshold); });
+    s->width = d->width = k.width;
+    moxThreshold(s, d, k.threshold);
+    EXPECT_TRUE(d.bytes() == want) << std::hex << k.depth << (flat ? " flat" : "");
+    s->width = d->width = k.width + k.pad;  // (as allocated, for the release)
+  }
+  EXPECT_TRUE(reports().empty());
+}
+
 TEST(ThresholdChecks, EveryCheckReportsItsTextAndLine) {
   Capture capture;
   const struct { void (*spoil)(Image& s, Image& d); const char* text; int line; } cases[] = {

@@ -42,6 +42,7 @@ TARGETS = [
     (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", FLOOR, 1.2),
     (r"Threshold|MultiplySScale|MultiplyScale|PreMultiplyAlpha", r"8U_(2048|4096)x.*", "opencv", 1.0),
     (r"ComputeHisto|ContrastStretch|HistoEqualize|Norm.*", r"8U_(2048|4096)x.*", "opencv", 1.0),
+    (r"AlphaComposite.*", r"8U_(2048|4096)x.*", "vips", 1.0),
 ]
 
 NAME = re.compile(r"^BM_([A-Za-z0-9]+)_([A-Za-z0-9]+)/(.+?)(?:_((?:tiled|threads)\d+))?"

@@ -322,6 +322,44 @@ int medianCut(std::vector<Cell>& cells, int count, std::uint8_t* out) {
   return int(boxes.size());
 }
 
+// The cells the pixels fall in, by their numbers, with counts and sums. A
+// few pixels are sorted by cell (each as its cell number and the three low
+// bits of its values, which give the pixel back); many are counted in a
+// table of every cell, which only pays for itself then.
+std::vector<Cell> usedCells(const std::uint8_t* bgr, long long pixels) {
+  std::vector<Cell> used;
+  if (pixels < kCells / 8) {
+    std::vector<std::uint32_t> keys(static_cast<std::size_t>(pixels));
+    for (long long i = 0; i < pixels; ++i) {
+      const std::uint8_t* p = bgr + 3 * i;
+      keys[std::size_t(i)] =
+          std::uint32_t(cellOf(p)) << 9 | (p[2] & 7u) << 6 | (p[1] & 7u) << 3 | (p[0] & 7u);
+    }
+    std::sort(keys.begin(), keys.end());
+    for (const std::uint32_t key : keys) {
+      const int cell = int(key >> 9);
+      if (used.empty() || used.back().index != cell) used.push_back(Cell{0, {0, 0, 0}, cell});
+      Cell& c = used.back();
+      ++c.count;
+      c.sum[0] += (cell & 31) << 3 | (key & 7);
+      c.sum[1] += (cell >> 5 & 31) << 3 | (key >> 3 & 7);
+      c.sum[2] += (cell >> 10) << 3 | (key >> 6 & 7);
+    }
+    return used;
+  }
+  std::vector<Cell> all(kCells, Cell{0, {0, 0, 0}, 0});
+  for (int i = 0; i < kCells; ++i) all[i].index = i;
+  for (long long i = 0; i < pixels; ++i) {
+    const std::uint8_t* p = bgr + 3 * i;
+    Cell& c = all[cellOf(p)];
+    ++c.count;
+    for (int k = 0; k < 3; ++k) c.sum[k] += p[k];
+  }
+  for (const Cell& c : all)
+    if (c.count) used.push_back(c);
+  return used;
+}
+
 }  // namespace
 
 void fixedPalette(Palette kind, int count, std::uint8_t* out) {
@@ -338,22 +376,12 @@ void fixedPalette(Palette kind, int count, std::uint8_t* out) {
 
 int buildPalette(const std::uint8_t* bgr, long long pixels, int count, int how,
                  std::uint8_t* out) {
-  std::vector<Cell> all;
+  std::vector<Cell> used;
   try {
-    all.assign(kCells, Cell{0, {0, 0, 0}, 0});
+    used = usedCells(bgr, pixels);
   } catch (const std::bad_alloc&) {
     return -1;
   }
-  for (int i = 0; i < kCells; ++i) all[i].index = i;
-  for (long long i = 0; i < pixels; ++i) {
-    const std::uint8_t* p = bgr + 3 * i;
-    Cell& c = all[cellOf(p)];
-    ++c.count;
-    for (int k = 0; k < 3; ++k) c.sum[k] += p[k];
-  }
-  std::vector<Cell> used;
-  for (const Cell& c : all)
-    if (c.count) used.push_back(c);
   std::memset(out, 0, std::size_t(count) * 4);
   if (how == MOX_PALCONV_MEDCUT) {
     return medianCut(used, count, out);
