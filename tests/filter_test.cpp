@@ -107,6 +107,38 @@ TEST(Filter, BoxFiltersMatchTheirWindows) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Windows reaching many times the image's size past its edges, on every
+// depth and border setting: sides just short of, at and past three times
+// the image's width or height (where the extrema stop looking), and far
+// beyond, plain and from 3x3 tiles.
+TEST(Filter, WindowsFarPastTheImageMatchTheirWindows) {
+  Capture capture;
+  for (unsigned depth : kDepths)
+    for (int modes = 0; modes < kModeCases; ++modes) {
+      Image src({depth, depth == MOX_DEPTH_1U ? 1 : 2, 0, 4, 5}, 3 * depth + modes);
+      setModes(src, modes);
+      const std::string what = "far depth " + std::to_string(depth) + " modes " + std::to_string(modes);
+      expectBoxes(src, {{15, 1, 14, 0}, {16, 1, 15, 0}, {17, 2, 0, 1}, {1, 12, 0, 11}, {2, 13, 1, 12},
+                        {1, 14, 0, 0}, {61, 47, 30, 20}, {300, 1, 150, 0}, {1, 300, 0, 299}},
+                    what);
+      // Several 8x8 tiles under a window far taller than the image.
+      const Shape sh{depth, src->nChannels, 0, 11, 13};
+      Image big(sh, 7 * depth + modes);
+      setModes(big, modes);
+      for (const BoxOp& op : kBoxOps) {
+        if (op.call == moxMedianFilter || op.call == moxBlur) continue;
+        Image want(sh, 5), dst(sh, 5), got(sh, 5);
+        op.call(big, want, 7, 1000, 3, 400);
+        Tiled ts(big, 8, 8), td(dst, 8, 8);
+        setModes(ts, modes);
+        op.call(ts, td, 7, 1000, 3, 400);
+        td.gather(got);
+        EXPECT_EQ(got.bytes(), want.bytes()) << what << " tiled " << op.name;
+      }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
 // Rows wider than several vectors, of every channel count and an odd
 // width, so the vector paths (small medians, small extrema, box sums) run
 // whole vectors and a short tail on every depth.
@@ -398,12 +430,19 @@ TEST(Filter, EveryCheckReportsItsTextAndLineAndWritesNothing) {
   // A window too large for any source block.
   Image s({MOX_DEPTH_8U, 1, 0, 6, 7}, 1), d({MOX_DEPTH_8U, 1, 0, 6, 7}, 2);
   const auto before = d.bytes();
-  moxMaxFilter(s, d, 0x7FFFFFFF, 1, 0x7FFFFFFE, 0);
-  moxErode(s, d, 0x7FFFFFFF);  // as many steps as the image is large: fine
+  moxBlur(s, d, 0x7FFFFFFF, 1, 0x7FFFFFFE, 0);
   ASSERT_EQ(reports().size(), 1u);
   EXPECT_EQ(std::make_tuple(reports()[0].status, reports()[0].line, reports()[0].message),
-            std::make_tuple(int(MOX_StsOutOfMemory), 516, std::string("Out of memory")));
-  EXPECT_NE(d.bytes(), before);  // the erosion ran
+            std::make_tuple(int(MOX_StsOutOfMemory), 316, std::string("Out of memory")));
+  EXPECT_EQ(d.bytes(), before);
+  // The extrema of such a window see no more than a window of three
+  // image widths each way: they run.
+  Image cut({MOX_DEPTH_8U, 1, 0, 6, 7}, 2);
+  moxMaxFilter(s, d, 0x7FFFFFFF, 1, 0x7FFFFFFE, 0);
+  moxMaxFilter(s, cut, 21, 1, 20, 0);
+  EXPECT_EQ(d.bytes(), cut.bytes());
+  moxErode(s, d, 0x7FFFFFFF);  // as many steps as the image is large: fine
+  EXPECT_EQ(reports().size(), 1u);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Convolution kernels, convolution, separable convolution, box mean and the
 // minimum, maximum and median filters.
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -185,15 +186,30 @@ struct BoxOp {
   mox::OpTable table;
   SourceLines source;
   BlockFn (*pick)(unsigned depth);
+  bool extreme;  // the result depends only on the set of values the window covers
 };
+
+// Beyond each edge of an image of n columns (rows) the border modes repeat
+// every 2n columns (rows): reflection has that period, wrapping and
+// replication repeat within it, a constant trivially. A window side that
+// reaches 3n - 1 past its pixel therefore covers a whole period beyond the
+// edge for every pixel of the image, and reaching further adds no value
+// the window has not seen. Minimum and maximum take their window cut there,
+// so their work stays bounded by the image, however large the window.
+Window cutToPeriods(Window w, int width, int height) {
+  const int across = static_cast<int>(std::min<i64>(3 * i64(width) - 1, INT_MAX));
+  const int down = static_cast<int>(std::min<i64>(3 * i64(height) - 1, INT_MAX));
+  return Window{std::min(w.left, across), std::min(w.top, down), std::min(w.right, across),
+                std::min(w.bottom, down)};
+}
 
 BlockFn pickMin(unsigned depth) { return rankBlock(depth, false); }
 BlockFn pickMax(unsigned depth) { return rankBlock(depth, true); }
 
-constexpr BoxOp kBlur{neighTable("moxBlur", kFile, 300), sourceLines(300), &blurBlock};
-constexpr BoxOp kMin{neighTable("moxMinFilter", kFile, 400), sourceLines(400), &pickMin};
-constexpr BoxOp kMax{neighTable("moxMaxFilter", kFile, 500), sourceLines(500), &pickMax};
-constexpr BoxOp kMedian{neighTable("moxMedianFilter", kFile, 600), sourceLines(600), &medianBlock};
+constexpr BoxOp kBlur{neighTable("moxBlur", kFile, 300), sourceLines(300), &blurBlock, false};
+constexpr BoxOp kMin{neighTable("moxMinFilter", kFile, 400), sourceLines(400), &pickMin, true};
+constexpr BoxOp kMax{neighTable("moxMaxFilter", kFile, 500), sourceLines(500), &pickMax, true};
+constexpr BoxOp kMedian{neighTable("moxMedianFilter", kFile, 600), sourceLines(600), &medianBlock, false};
 
 void boxFilter(const BoxOp& op, const MoxImage* src, MoxImage* dst, int nCols, int nRows,
                int anchorX, int anchorY) {
@@ -205,7 +221,8 @@ void boxFilter(const BoxOp& op, const MoxImage* src, MoxImage* dst, int nCols, i
   if (nRows <= 0) return fail(1, "(nRows <= 0)");
   if (anchorX < 0 || anchorX >= nCols) return fail(2, "(anchorX < 0 || anchorX >= nCols)");
   if (anchorY < 0 || anchorY >= nRows) return fail(3, "(anchorY < 0 || anchorY >= nRows)");
-  const Window win{anchorX, anchorY, nCols - 1 - anchorX, nRows - 1 - anchorY};
+  Window win{anchorX, anchorY, nCols - 1 - anchorX, nRows - 1 - anchorY};
+  if (op.extreme) win = cutToPeriods(win, src->width, src->height);
   run(t, op.source, src, dst, win, op.pick(dst->depth), nullptr);
 }
 
