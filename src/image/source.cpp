@@ -167,19 +167,27 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
   };
   // The columns [m0, m1) lie over the image, [x, m0) left and [m1, x1) right of it.
   const i64 m0 = std::clamp<i64>(0, x, x1), m1 = std::clamp<i64>(im->width, x, x1);
-  for (i64 r = y; r < y + block.height; ++r) {
+  struct Span {
+    i64 from, to;
+  } const seg[3] = {{x, m0}, {m0, m1}, {m1, x1}};
+  // The rules of the rows above (1), beside (0) and below (2) the image,
+  // segment by segment, found once; the first row that meets a position
+  // no rule serves reports it, from the top and left to right.
+  BorderRule rules[3][3] = {};
+  const i64 y1 = y + block.height;
+  for (int v : {1, 0, 2}) {
+    if (v == 1 ? y >= 0 : v == 2 ? y1 <= im->height : y >= im->height || y1 <= 0) continue;
+    for (int k = 0; k < 3; ++k) {
+      const int code = v + (k == 0 ? 4 : k == 2 ? 8 : 0);
+      if (seg[k].from < seg[k].to && borderRule(im, code, edge_, &rules[v][k])) return badMode(code);
+    }
+  }
+  for (i64 r = y; r < y1; ++r) {
     const int v = r < 0 ? 1 : r >= im->height ? 2 : 0;
-    struct Segment {
-      i64 from, to;
-      int code;
-      BorderRule rule;
-    } seg[3] = {{x, m0, v + 4, {}}, {m0, m1, v, {}}, {m1, x1, v + 8, {}}};
-    for (Segment& s : seg)
-      if (s.from < s.to && borderRule(im, s.code, edge_, &s.rule)) return badMode(s.code);
     for (int k : {1, 2, 0}) {  // over the image first: the sides copy from it
-      const Segment& s = seg[k];
+      const Span& s = seg[k];
       if (s.from >= s.to || (k == 1 && v == 0)) continue;  // the inside is there already
-      const BorderRule& rule = s.rule;
+      const BorderRule& rule = rules[v][k];
       if (rule.constant) {
         for (int ch = 1; ch <= block.nChannels; ++ch)
           setViewValue(block, s.from - x, r - y, ch, rule.value);
