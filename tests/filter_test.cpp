@@ -170,8 +170,9 @@ TEST(Filter, MediansOfManyValuesMatchTheirWindows) {
 // A window of 70001 x 70001 over one pixel, different constants on each
 // side: whole rows of the top and bottom constants, then the middle row
 // (left constant, the pixel, right constant). The middle place lies on the
-// last left value, the pixel or the first right value as the anchor moves.
-TEST(Filter, MediansOfBillionsOfValuesCountEveryOne) {
+// last left value, the pixel or the first right value as the anchor moves;
+// the mean's sum is far beyond 32 bits.
+TEST(Filter, WindowsOfBillionsOfValuesCountEveryOne) {
   Capture capture;
   for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U, MOX_DEPTH_32S}) {
     Image src({depth, 1, 0, 1, 1}, 1);
@@ -182,6 +183,11 @@ TEST(Filter, MediansOfBillionsOfValuesCountEveryOne) {
       Image dst({depth, 1, 0, 1, 1}, 5);
       moxMedianFilter(src, dst, 70001, 70001, anchorX, 35000);
       EXPECT_EQ(at(dst, 0, 0, 1), want) << depth << " anchor " << anchorX;
+      // The mean of the same values, rounded half up.
+      const ll rows = 35000LL * 70001, count = 70001LL * 70001;
+      const ll sum = 10 * rows + 200 * rows + 50LL * anchorX + 100 + 150LL * (70000 - anchorX);
+      moxBlur(src, dst, 70001, 70001, anchorX, 35000);
+      EXPECT_EQ(at(dst, 0, 0, 1), (sum + count / 2) / count) << depth << " anchor " << anchorX;
     }
   }
   EXPECT_TRUE(reports().empty());

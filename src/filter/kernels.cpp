@@ -524,9 +524,60 @@ struct Blur {
     return true;
   }
 
+  // A folded block: the weighted sum across of every held row for every
+  // destination column (of the values above the depth's lowest, so every
+  // sum is positive), split by the window's width into a quotient and a
+  // remainder, so that their weighted sums down the window stay within 64
+  // bits however many values it holds. With S = nCols * Q + M the rounded
+  // mean is floor((S + half) / (nCols * nRows)) = floor((Q + floor((M +
+  // half) / nCols)) / nRows).
+  template <class D>
+  static bool folded(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn, n = b.w * cn, xs = b.fx.size, ys = b.fy.size;
+    const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
+    const std::size_t rows = std::size_t(ys) * std::size_t(n);
+    if (!b.work->reserve(sizeof(i64) * (2 * rows + 2 * std::size_t(n) + std::size_t(xs)))) return false;
+    i64* whole = b.work->as<i64>();  // per held row and destination value
+    i64* part = whole + rows;
+    i64* q = part + rows;  // the window's sums of both
+    i64* m = q + n;
+    i64* wx = m + n;
+    for (int f = 0; f < xs; ++f) wx[f] = b.fx.weight(0, nCols - 1, f);
+    for (int g = 0; g < ys; ++g) {
+      const T* s = srcRow<D>(b, g);
+      for (int ch = 0; ch < cn; ++ch) {
+        i64 sum = 0;
+        for (int f = 0; f < xs; ++f) sum += wx[f] * (i64(s[std::ptrdiff_t(f) * cn + ch]) - D::lo);
+        for (int x = 0; x < b.w; ++x) {
+          if (x > 0)
+            sum += i64(s[std::ptrdiff_t(b.fx.at(x - 1 + nCols)) * cn + ch]) - s[std::ptrdiff_t(b.fx.at(x - 1)) * cn + ch];
+          const std::ptrdiff_t at = std::ptrdiff_t(g) * n + std::ptrdiff_t(x) * cn + ch;
+          whole[at] = sum / nCols;
+          part[at] = sum % nCols;
+        }
+      }
+    }
+    const i64 half = nCols * nRows / 2;
+    for (int r = 0; r < b.h; ++r) {
+      std::fill(q, q + n, i64(0));
+      std::fill(m, m + n, half);
+      for (int g = 0; g < ys; ++g) {
+        const i64 k = b.fy.weight(r, r + nRows - 1, g);
+        if (!k) continue;
+        addTap<i64, i64>(q, whole + std::ptrdiff_t(g) * n, k, n);
+        addTap<i64, i64>(m, part + std::ptrdiff_t(g) * n, k, n);
+      }
+      T* d = dstRow<D>(b, r);
+      for (int j = 0; j < n; ++j) d[j] = static_cast<T>((q[j] + m[j] / nCols) / nRows + D::lo);
+    }
+    return true;
+  }
+
   template <class D>
   static bool run(const Block& b, const void* arg) {
     (void)arg;
+    if (b.fx.period || b.fy.period) return folded<D>(b);
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     const i64 largest = std::max(-D::lo, D::hi);
     if constexpr (D::bits == 8 && !D::isSigned) {

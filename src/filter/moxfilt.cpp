@@ -207,7 +207,7 @@ Window cutToPeriods(Window w, int width, int height) {
 BlockFn pickMin(unsigned depth) { return rankBlock(depth, false); }
 BlockFn pickMax(unsigned depth) { return rankBlock(depth, true); }
 
-constexpr BoxOp kBlur{neighTable("moxBlur", kFile, 300), sourceLines(300), &blurBlock, false, false};
+constexpr BoxOp kBlur{neighTable("moxBlur", kFile, 300), sourceLines(300), &blurBlock, false, true};
 constexpr BoxOp kMin{neighTable("moxMinFilter", kFile, 400), sourceLines(400), &pickMin, true, false};
 constexpr BoxOp kMax{neighTable("moxMaxFilter", kFile, 500), sourceLines(500), &pickMax, true, false};
 constexpr BoxOp kMedian{neighTable("moxMedianFilter", kFile, 600), sourceLines(600), &medianBlock, false, true};
