@@ -158,6 +158,15 @@ TEST(Filter, MediansOfManyValuesMatchTheirWindows) {
                  median(src, box), "depth " + std::to_string(depth) + " modes " + std::to_string(modes));
     }
   }
+  // Tall, thin windows over a wide image weigh few of the folded block's
+  // values.
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S})
+    for (const Box& b : {Box{1, 61, 0, 30}, Box{3, 40, 1, 2}, Box{2, 50, 0, 49}}) {
+      Image src({depth, 2, 0, 4, 150}, 3 * depth), dst({depth, 2, 0, 4, 150}, 5);
+      setModes(src, 4);
+      expectEach(src, dst, [&](MoxImage* d) { moxMedianFilter(src, d, b.nCols, b.nRows, b.anchorX, b.anchorY); },
+                 median(src, b), "thin depth " + std::to_string(depth) + " box " + std::to_string(b.nRows));
+    }
   const Box inside{300, 220, 150, 110};
   Image src({MOX_DEPTH_8U, 1, 0, 60, 100}, 4), dst({MOX_DEPTH_8U, 1, 0, 60, 100}, 5);
   src.roi(0, 47, 29, 3, 4), dst.roi(0, 47, 29, 3, 4);

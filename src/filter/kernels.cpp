@@ -983,33 +983,110 @@ struct Median {
     return true;
   }
 
-  // Wider values of a folded block: each held value with its weight in the
-  // window, the middle place found among them.
+  // Wider values of a folded block whose windows weigh few of its values:
+  // each value of the window with its weight, the middle place found among
+  // them.
   template <class D>
-  static bool weighted(const Block& b) {
+  static bool gathered(const Block& b) {
     using T = typename D::T;
     const int cn = b.cn, xs = b.fx.size, ys = b.fy.size;
-    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+    const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
     const u64 middle = (u64(nCols) * u64(nRows) - 1) / 2;
-    const std::size_t entries = sizeof(Weighted<T>) * std::size_t(xs) * std::size_t(ys);
+    // The columns a window weighs: all of a folded row, else its own.
+    const int span = b.fx.period ? xs : static_cast<int>(nCols);
+    const std::size_t entries = sizeof(Weighted<T>) * std::size_t(span) * std::size_t(std::min<i64>(nRows, ys));
     if (!b.work->reserve(entries + sizeof(u64) * (std::size_t(xs) + std::size_t(ys)))) return false;
     auto* values = b.work->as<Weighted<T>>();
     u64* wx = reinterpret_cast<u64*>(b.work->as<char>() + entries);
     u64* wy = wx + xs;
+    for (int f = 0; f < xs; ++f) wx[f] = static_cast<u64>(b.fx.weight(0, nCols - 1, f));
     for (int r = 0; r < b.h; ++r) {
-      for (int f = 0; f < ys; ++f) wy[f] = static_cast<u64>(b.fy.weight(r, r + i64(nRows) - 1, f));
+      for (int g = 0; g < ys; ++g) wy[g] = static_cast<u64>(b.fy.weight(r, r + nRows - 1, g));
       T* d = dstRow<D>(b, r);
-      for (int i = 0; i < b.w; ++i) {
-        for (int f = 0; f < xs; ++f) wx[f] = static_cast<u64>(b.fx.weight(i, i + i64(nCols) - 1, f));
+      for (int x = 0; x < b.w; ++x) {
+        if (x > 0) --wx[b.fx.at(x - 1)], ++wx[b.fx.at(x - 1 + nCols)];
+        const int first = b.fx.period ? 0 : x;
         for (int ch = 0; ch < cn; ++ch) {
           Weighted<T>* v = values;
-          for (int fr = 0; fr < ys; ++fr) {
-            if (!wy[fr]) continue;
-            const T* s = srcRow<D>(b, fr) + ch;
-            for (int fc = 0; fc < xs; ++fc)
-              if (wx[fc]) *v++ = Weighted<T>{s[std::ptrdiff_t(fc) * cn], wx[fc] * wy[fr]};
+          for (int g = 0; g < ys; ++g) {
+            if (!wy[g]) continue;
+            const T* s = srcRow<D>(b, g) + ch;
+            for (int f = first; f < first + span; ++f)
+              if (wx[f]) *v++ = Weighted<T>{s[std::ptrdiff_t(f) * cn], wx[f] * wy[g]};
           }
-          d[std::ptrdiff_t(i) * cn + ch] = weightedSelect(values, static_cast<int>(v - values), middle);
+          d[std::ptrdiff_t(x) * cn + ch] = weightedSelect(values, static_cast<int>(v - values), middle);
+        }
+      }
+      // Back to the first window's column weights.
+      for (int x = b.w - 1; x > 0; --x) ++wx[b.fx.at(x - 1)], --wx[b.fx.at(x - 1 + nCols)];
+    }
+    return true;
+  }
+
+  // Wider values of a folded block: the block's values ranked once; along
+  // a row the window's weight on each rank takes one held column out and
+  // one in per step, and the middle place is found through the totals of
+  // runs of 64 ranks.
+  template <class D>
+  static bool weighted(const Block& b) {
+    using T = typename D::T;
+    constexpr int kRun = 64;
+    const int cn = b.cn, xs = b.fx.size, ys = b.fy.size;
+    const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
+    const u64 middle = (u64(nCols) * u64(nRows) - 1) / 2;
+    const std::size_t held = std::size_t(xs) * std::size_t(ys), runs = held / kRun + 1;
+    // Weights first, then ranks, then the values, each on its own boundary.
+    const std::size_t wide = sizeof(u64) * (held + runs + std::size_t(xs) + std::size_t(ys));
+    const std::size_t ranked = wide + sizeof(std::uint32_t) * held + sizeof(int) * std::size_t(ys);
+    if (!b.work->reserve(ranked + sizeof(T) * held + sizeof(u64))) return false;
+    u64* hist = b.work->as<u64>();  // the window's weight on each rank
+    u64* totals = hist + held;     // and on each run of ranks
+    u64* wx = totals + runs;        // the weights of the held columns in a row's first window
+    u64* wy = wx + xs;              // and of the held rows in the row's windows
+    auto* rank = reinterpret_cast<std::uint32_t*>(b.work->as<char>() + wide);
+    int* live = reinterpret_cast<int*>(rank + held);  // the rows of weight
+    T* levels = reinterpret_cast<T*>(b.work->as<char>() + ((ranked + sizeof(u64) - 1) & ~(sizeof(u64) - 1)));
+    for (int f = 0; f < xs; ++f) wx[f] = static_cast<u64>(b.fx.weight(0, nCols - 1, f));
+    for (int ch = 0; ch < cn; ++ch) {
+      for (int g = 0; g < ys; ++g)
+        for (int f = 0; f < xs; ++f) levels[std::size_t(g) * xs + f] = srcRow<D>(b, g)[std::ptrdiff_t(f) * cn + ch];
+      std::sort(levels, levels + held);
+      const std::size_t nLevels = std::size_t(std::unique(levels, levels + held) - levels);
+      for (int g = 0; g < ys; ++g)
+        for (int f = 0; f < xs; ++f)
+          rank[std::size_t(g) * xs + f] = static_cast<std::uint32_t>(
+              std::lower_bound(levels, levels + nLevels, srcRow<D>(b, g)[std::ptrdiff_t(f) * cn + ch]) - levels);
+      auto add = [&](std::size_t k, u64 w) {
+        hist[k] += w;
+        totals[k / kRun] += w;
+      };
+      for (int r = 0; r < b.h; ++r) {
+        int nLive = 0;
+        for (int g = 0; g < ys; ++g)
+          if ((wy[g] = static_cast<u64>(b.fy.weight(r, r + nRows - 1, g)))) live[nLive++] = g;
+        std::fill(hist, hist + nLevels, u64(0));
+        std::fill(totals, totals + nLevels / kRun + 1, u64(0));
+        for (int l = 0; l < nLive; ++l) {
+          const std::uint32_t* k = rank + std::size_t(live[l]) * xs;
+          for (int f = 0; f < xs; ++f)
+            if (wx[f]) add(k[f], wx[f] * wy[live[l]]);
+        }
+        T* d = dstRow<D>(b, r) + ch;
+        for (int x = 0; x < b.w; ++x) {
+          if (x > 0) {
+            const int out = b.fx.at(x - 1), in = b.fx.at(x - 1 + nCols);
+            for (int l = 0; in != out && l < nLive; ++l) {
+              const std::uint32_t* k = rank + std::size_t(live[l]) * xs;
+              add(k[out], u64(0) - wy[live[l]]);
+              add(k[in], wy[live[l]]);
+            }
+          }
+          u64 below = 0;
+          std::size_t c = 0;
+          while (below + totals[c] <= middle) below += totals[c++];
+          std::size_t k = c * kRun;
+          while (below + hist[k] <= middle) below += hist[k++];
+          d[std::ptrdiff_t(x) * cn] = levels[k];
         }
       }
     }
@@ -1088,10 +1165,14 @@ struct Median {
                                               : MOX_DEPTH_32S;
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     if (b.fx.period || b.fy.period) {
-      if constexpr (D::bits == 8)
+      if constexpr (D::bits == 8) {
         return groups<D, true>(b, count);
-      else
-        return weighted<D>(b);
+      } else {
+        // Ranking the block pays when a window weighs many of its values.
+        const i64 weighs = std::min<i64>(b.fx.size, b.win.left + i64(b.win.right) + 1) *
+                           std::min<i64>(b.fy.size, b.win.top + i64(b.win.bottom) + 1);
+        return i64(b.fx.size) * b.fy.size <= 16 * weighs ? weighted<D>(b) : gathered<D>(b);
+      }
     }
     if (const BlockFn net = medianNet(code, b.win.left + b.win.right + 1, b.win.top + b.win.bottom + 1))
       return net(b, arg);
