@@ -20,6 +20,12 @@ namespace {
 using i64 = long long;
 using u64 = unsigned long long;
 
+// The working memory of a block function: `bytes` counted in 64 bits,
+// refused when more than an address reaches.
+bool reserveWork(const Block& b, u64 bytes) {
+  return bytes <= u64(PTRDIFF_MAX) && b.work->reserve(static_cast<std::size_t>(bytes));
+}
+
 template <class D>
 const typename D::T* srcRow(const Block& b, int r) {
   return static_cast<const typename D::T*>(b.src[r]);
@@ -536,8 +542,8 @@ struct Blur {
     using T = typename D::T;
     const int cn = b.cn, n = b.w * cn, xs = b.fx.size, ys = b.fy.size;
     const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
-    const std::size_t rows = std::size_t(ys) * std::size_t(n);
-    if (!b.work->reserve(sizeof(i64) * (2 * rows + 2 * std::size_t(n) + std::size_t(xs)))) return false;
+    const u64 rows = u64(ys) * u64(n);
+    if (!reserveWork(b, sizeof(i64) * (2 * rows + 2 * u64(n) + u64(xs)))) return false;
     i64* whole = b.work->as<i64>();  // per held row and destination value
     i64* part = whole + rows;
     i64* q = part + rows;  // the window's sums of both
@@ -869,12 +875,12 @@ struct Median {
     // Folded columns are held once for the whole row.
     const int stripe = Folded && b.fx.period ? b.w : std::min(kStripe, b.w);
     const int cols = Folded && b.fx.period ? b.fx.size : stripe + nCols - 1;
-    const std::size_t histBytes = sizeof(Group) * (17 * std::size_t(cols) + 16);
-    if (!b.work->reserve(histBytes + (Folded ? 2 * sizeof(C) * std::size_t(cols) : 0))) return false;
+    const u64 histBytes = sizeof(Group) * (17 * u64(cols) + 16);
+    if (!reserveWork(b, histBytes + (Folded ? 2 * sizeof(C) * u64(cols) : 0))) return false;
     Group* fine = b.work->as<Group>();
     Group* coarse = fine + 16 * std::ptrdiff_t(cols);
     Group* window = coarse + cols;  // the window's counts, group by group
-    C* start = reinterpret_cast<C*>(b.work->as<char>() + histBytes);  // the weights of a row's first window
+    C* start = reinterpret_cast<C*>(b.work->as<char>() + std::ptrdiff_t(histBytes));  // the weights of a row's first window
     C* now = start + cols;                                              // and of the window at hand
     const auto key = binOf<D>;
     auto rowAt = [&](i64 r) { return Folded ? b.fy.at(r) : static_cast<int>(r); };
@@ -963,10 +969,10 @@ struct Median {
     using T = typename D::T;
     const int cn = b.cn;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const std::size_t count = std::size_t(nCols) * nRows;
-    if (!b.work->reserve(sizeof(T) * count)) return false;
+    const u64 count = u64(nCols) * u64(nRows);
+    if (!reserveWork(b, sizeof(T) * count)) return false;
     T* values = b.work->as<T>();
-    T* middle = values + (count - 1) / 2;
+    T* middle = values + std::ptrdiff_t((count - 1) / 2);
     for (int r = 0; r < b.h; ++r) {
       T* d = dstRow<D>(b, r);
       for (int i = 0; i < b.w; ++i)
@@ -976,7 +982,7 @@ struct Median {
             const T* s = srcRow<D>(b, r + c) + std::ptrdiff_t(i) * cn + ch;
             for (int k = 0; k < nCols; ++k) *v++ = s[std::ptrdiff_t(k) * cn];
           }
-          std::nth_element(values, middle, values + count);
+          std::nth_element(values, middle, values + std::ptrdiff_t(count));
           d[std::ptrdiff_t(i) * cn + ch] = *middle;
         }
     }
@@ -994,10 +1000,10 @@ struct Median {
     const u64 middle = (u64(nCols) * u64(nRows) - 1) / 2;
     // The columns a window weighs: all of a folded row, else its own.
     const int span = b.fx.period ? xs : static_cast<int>(nCols);
-    const std::size_t entries = sizeof(Weighted<T>) * std::size_t(span) * std::size_t(std::min<i64>(nRows, ys));
-    if (!b.work->reserve(entries + sizeof(u64) * (std::size_t(xs) + std::size_t(ys)))) return false;
+    const u64 entries = sizeof(Weighted<T>) * u64(span) * u64(std::min<i64>(nRows, ys));
+    if (!reserveWork(b, entries + sizeof(u64) * (u64(xs) + u64(ys)))) return false;
     auto* values = b.work->as<Weighted<T>>();
-    u64* wx = reinterpret_cast<u64*>(b.work->as<char>() + entries);
+    u64* wx = reinterpret_cast<u64*>(b.work->as<char>() + std::ptrdiff_t(entries));
     u64* wy = wx + xs;
     for (int f = 0; f < xs; ++f) wx[f] = static_cast<u64>(b.fx.weight(0, nCols - 1, f));
     for (int r = 0; r < b.h; ++r) {
@@ -1034,11 +1040,15 @@ struct Median {
     const int cn = b.cn, xs = b.fx.size, ys = b.fy.size;
     const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
     const u64 middle = (u64(nCols) * u64(nRows) - 1) / 2;
-    const std::size_t held = std::size_t(xs) * std::size_t(ys), runs = held / kRun + 1;
+    // Ranks are counted in 32 bits.
+    const u64 held64 = u64(xs) * u64(ys);
+    if (held64 > 0xFFFFFFFFull || !reserveWork(b, held64 * (2 * sizeof(u64) + sizeof(std::uint32_t) + sizeof(T)) +
+                                                      sizeof(u64) * (u64(xs) + 2 * u64(ys) + 2)))
+      return false;
+    const std::size_t held = static_cast<std::size_t>(held64), runs = held / kRun + 1;
     // Weights first, then ranks, then the values, each on its own boundary.
     const std::size_t wide = sizeof(u64) * (held + runs + std::size_t(xs) + std::size_t(ys));
     const std::size_t ranked = wide + sizeof(std::uint32_t) * held + sizeof(int) * std::size_t(ys);
-    if (!b.work->reserve(ranked + sizeof(T) * held + sizeof(u64))) return false;
     u64* hist = b.work->as<u64>();  // the window's weight on each rank
     u64* totals = hist + held;     // and on each run of ranks
     u64* wx = totals + runs;        // the weights of the held columns in a row's first window
