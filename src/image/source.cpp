@@ -14,6 +14,16 @@ namespace {
 
 using i64 = long long;
 
+// n bytes; the margins of a filter are a pixel or two of each row, where a
+// call to the library's copy costs more than the copy.
+inline void copyBytes(char* d, const char* s, std::size_t n) {
+  if (n <= 16) {
+    for (std::size_t i = 0; i < n; ++i) d[i] = s[i];
+  } else {
+    std::memcpy(d, s, n);
+  }
+}
+
 // Copies every channel of a rectangle between two views of the same shape.
 void copyRect(const View& from, const View& to) {
   const unsigned bits = depthBits(from.depth);
@@ -32,8 +42,8 @@ void copyRect(const View& from, const View& to) {
       std::size_t(from.width) * (bits / 8) * static_cast<std::size_t>(plane ? 1 : from.nChannels);
   for (int p = 0; p < (plane ? from.nChannels : 1); ++p)
     for (int y = 0; y < from.height; ++y)
-      std::memcpy(to.data + p * to.planeStep + std::ptrdiff_t(y) * to.widthStep,
-                  from.data + p * from.planeStep + std::ptrdiff_t(y) * from.widthStep, bytes);
+      copyBytes(to.data + p * to.planeStep + std::ptrdiff_t(y) * to.widthStep,
+                from.data + p * from.planeStep + std::ptrdiff_t(y) * from.widthStep, bytes);
 }
 
 }  // namespace
@@ -145,7 +155,7 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
     const char* s = from.data + (fr - fy0) * from.widthStep + (fc - fx0) * pix;
     char* d = block.data + (r - y) * block.widthStep + (c - x) * pix;
     for (int p = 0; p < planes; ++p)
-      std::memcpy(d + p * block.planeStep, s + p * from.planeStep, static_cast<std::size_t>(n * pix));
+      copyBytes(d + p * block.planeStep, s + p * from.planeStep, static_cast<std::size_t>(n * pix));
   };
   auto inBlock = [&](i64 sx, i64 sy) { return sx >= ix0 && sx < ix1 && sy >= iy0 && sy < iy1; };
   // n pixels of source row sy from column sx into the block at (c, r).
