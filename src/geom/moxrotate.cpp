@@ -156,7 +156,8 @@ void positions(const Plan& p, int i, int j0, int n, RowPositions& r) {
   const long long x0 = static_cast<long long>(p.src.x) + j0;
   int j = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
-  if (mox::wideVectors()) {
+  // (Sizes float holds exactly.)
+  if (mox::wideVectors() && p.srcWidth <= (1 << 24) && p.srcHeight <= (1 << 24)) {
     const mox::geom::RowMap m{p.cosA,    p.sinA,     a, b, p.xShift, p.yShift, static_cast<int>(x0),
                               p.srcWidth, p.srcHeight};
     j = mox::geom::positionsWide(m, n, r.xs, r.ys, r.ix, r.iy);

@@ -156,7 +156,7 @@ void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done)
 // xs = c * x - a + xShift and ys = s * x + b + yShift in single precision for
 // x = x0 + j, and their indices (-1 at or below -1e-7, the size from the
 // end of the image on, else trunc(position + 1e-7)); returns how many it
-// did (a multiple of eight).
+// did (a multiple of eight). Sizes up to 2^24.
 struct RowMap {
   float c, s, a, b, xShift, yShift;
   int x0, width, height;

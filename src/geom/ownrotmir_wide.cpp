@@ -196,15 +196,18 @@ using Newton4 = NewtonLanes<true>;
 
 namespace {
 
-// Indices of eight positions, in two halves of four doubles.
-inline __m256i indices8(__m256 p, __m256d size) {
-  auto half = [&](__m128 h) {
-    const __m256d q = _mm256_cvtps_pd(h);
-    const __m256d negative = _mm256_cmp_pd(q, _mm256_set1_pd(-1e-7), _CMP_LE_OQ);
-    const __m256d r = _mm256_min_pd(_mm256_add_pd(q, _mm256_set1_pd(1e-7)), size);
-    return _mm256_cvttpd_epi32(_mm256_blendv_pd(r, _mm256_set1_pd(-1.0), negative));
-  };
-  return _mm256_setr_m128i(half(_mm256_castps256_ps128(p)), half(_mm256_extractf128_ps(p, 1)));
+// Indices of eight positions: -1 at or below -1e-7, else the position plus
+// 1e-7 truncated, at most size. In single precision that is the position
+// truncated (clamped to size first), except that -1e-7 becomes the
+// largest float not above it and 1 - 2^-24, the only float within 1e-7
+// under an integer, goes up to 1 (checked for every float from -5 to twice
+// the size, for sizes up to 2^24, which float holds exactly).
+inline __m256i indices8(__m256 p, int size) {
+  const __m256 negative = _mm256_cmp_ps(p, _mm256_set1_ps(-0x1.ad7f2ap-24f), _CMP_LE_OQ);
+  const __m256 under = _mm256_cmp_ps(p, _mm256_set1_ps(0x1.fffffep-1f), _CMP_EQ_OQ);
+  __m256i i = _mm256_cvttps_epi32(_mm256_min_ps(p, _mm256_set1_ps(static_cast<float>(size))));
+  i = _mm256_min_epi32(_mm256_sub_epi32(i, _mm256_castps_si256(under)), _mm256_set1_epi32(size));
+  return _mm256_blendv_epi8(i, _mm256_set1_epi32(-1), _mm256_castps_si256(negative));
 }
 
 }  // namespace
@@ -213,7 +216,6 @@ int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy
   const __m256 c = _mm256_set1_ps(m.c), s = _mm256_set1_ps(m.s), a = _mm256_set1_ps(m.a);
   const __m256 b = _mm256_set1_ps(m.b), xShift = _mm256_set1_ps(m.xShift);
   const __m256 yShift = _mm256_set1_ps(m.yShift);
-  const __m256d width = _mm256_set1_pd(m.width), height = _mm256_set1_pd(m.height);
   __m256i x = _mm256_add_epi32(_mm256_set1_epi32(m.x0), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
   int j = 0;
   for (; j + 8 <= n; j += 8, x = _mm256_add_epi32(x, _mm256_set1_epi32(8))) {
@@ -222,8 +224,8 @@ int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy
     const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(s, fx), b), yShift);
     _mm256_storeu_ps(xs + j, u);
     _mm256_storeu_ps(ys + j, v);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ix + j), indices8(u, width));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(iy + j), indices8(v, height));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ix + j), indices8(u, m.width));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(iy + j), indices8(v, m.height));
   }
   return j;
 }
