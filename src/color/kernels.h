@@ -857,25 +857,25 @@ void twistLanes(const View* v, const void* arg) {
   for (int i = 0; i < 3; ++i) {
     long long bound = std::llabs(a.d[4 * i + 3]), entries = 0;
     for (int q = 0; q < 3; ++q) bound += std::llabs(a.d[4 * i + q]) * M, entries += a.d[4 * i + q];
-    if (folded) folded = bound + (std::llabs(offset) << shift) <= 0x7ffffffe;
+    if (folded) folded = bound + std::llabs(offset) * (1ll << shift) <= 0x7ffffffe;
     constant[i] = a.d[4 * i + 3] + bias * entries;
   }
   // Each translation as a 32-bit number (sums are exact modulo 2^32), and
   // whether all three are -32768 times a 16-bit one.
   bool carried = folded;
   LaneTwist k;
+  std::int32_t carry[3];
   for (int i = 0; i < 3; ++i) {
-    const long long full = constant[i] + (folded ? static_cast<long long>(offset) << shift : 0);
+    const long long full = constant[i] + (folded ? offset * (1ll << shift) : 0);
     const std::int32_t low = static_cast<std::int32_t>(static_cast<std::uint32_t>(full));
-    const std::int32_t carry = -(low / 32768);
-    carried = carried && low % 32768 == 0 && carry >= -32768 && carry <= 32767;
+    carry[i] = -(low / 32768);
+    carried = carried && low % 32768 == 0 && carry[i] >= -32768 && carry[i] <= 32767;
     k.constant[i] = splat32(low);
-    constant[i] = carry;
   }
   for (int i = 0; i < 3; ++i) {
     const unsigned m0 = unsigned(a.d[4 * i]), m1 = unsigned(a.d[4 * i + 1]), m2 = unsigned(a.d[4 * i + 2]);
     k.pair[i] = splat32(int((m0 & 0xffffu) | (m1 << 16)));
-    const unsigned high = carried ? unsigned(constant[i]) << 16 : 0u;
+    const unsigned high = carried ? unsigned(carry[i]) << 16 : 0u;
     k.third[i] = splat32(int((m2 & 0xffffu) | high));
   }
   k.shift = shift;
