@@ -55,9 +55,11 @@ void twist(const MoxImage* a, MoxImage* d, unsigned depth) {
   moxDeleteColorTwist(t);
 }
 
-// A twist whose entries fit in 16 bits (the multiply-and-add lanes).
-void smallTwist(const MoxImage* a, MoxImage* d, int offset) {
-  const int m[16] = {301, -77, 45, 1003, -29, 250, 61, -517, 99, 130, -180, 40000, 0, 0, 0, 0};
+// A twist whose entries fit in 16 bits (the multiply-and-add lanes); the
+// round one has translations of whole 32768s.
+void smallTwist(const MoxImage* a, MoxImage* d, int offset, bool round = false) {
+  const int m[16] = {301, -77, 45, round ? -65536 : 1003, -29, 250, 61, round ? 32768 : -517,
+                     99, 130, -180, round ? 0 : 40000, 0, 0, 0, 0};
   MoxColorTwist* t = moxCreateColorTwist(m, 8);
   moxApplyColorTwist(a, d, t, offset, nullptr);
   moxDeleteColorTwist(t);
@@ -137,6 +139,7 @@ const Golden kCases[] = {
     {"color twist 8U 4 channels, 16-bit entries", k8U4, k8U4, RUN(smallTwist(a, d, 21)), 0xccb41ac616d1b452ull},
     {"color twist 16U, 16-bit entries", k16U3, k16U3, RUN(smallTwist(a, d, 517)), 0xccfc80e31b92701dull},
     {"color twist 16U planes, 16-bit entries", k16U3P, k16U3P, RUN(smallTwist(a, d, -3000)), 0x6604437d11061759ull},
+    {"color twist 16U, round translations", k16U3, k16U3, RUN(smallTwist(a, d, 0, true)), 0x878555d4060a182dull},
     {"zoom linear 8U 7/3 x 5/2", k8U3, zoomed8U, RUN(moxZoom(a, d, 7, 3, 5, 2, MOX_INTER_LINEAR, nullptr)), 0x2b6c885e49db4c64ull},
     {"zoom cubic 16S planes 9/4", k16S3P, zoomed16S, RUN(moxZoom(a, d, 9, 4, 9, 4, MOX_INTER_CUBIC, nullptr)), 0xb430486bbd0b18fbull},
     {"zoom cubic 32S 7/3 x 3/2", k32S1, zoomed32S, RUN(moxZoom(a, d, 7, 3, 3, 2, MOX_INTER_CUBIC, nullptr)), 0x98f1da889044616aull},

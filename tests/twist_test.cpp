@@ -100,17 +100,24 @@ TEST(ColorTwist, LongRowsOfSmallEntriesMatchTheMatrix) {
   std::mt19937 rng(11);
   const int offsets[] = {0, 9, -3, 200, -250, 255, -255, 65535, -65535, 40000, -40000};
   const struct { int order, channels; } layouts[] = {{0, 3}, {0, 4}, {1, 3}};
+  // Entries as large as the sums allow, or small ones whose sums leave room
+  // for the offset, with any translation or with multiples of 32768.
+  enum { kLarge, kSmall, kRound };
   for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U})
     for (const auto& l : layouts)
-      for (int offset : offsets) {
-        const int scale = int(rng() % 16);
+      for (int offset : offsets)
+        for (int kind : {kLarge, kSmall, kRound}) {
+        const int scale = kind == kLarge ? int(rng() % 16) : kind == kSmall ? int(rng() % 12) : 9 + int(rng() % 3);
         const ll M = depth == MOX_DEPTH_8U ? 255 : 65535;
         // The largest entries that keep every sum within 32 bits.
-        const ll top = std::min<ll>(32767, 0x7ffffffe / (4 * M));
+        const ll top = kind == kLarge ? std::min<ll>(32767, 0x7ffffffe / (4 * M)) : ll(2) << scale;
         Matrix m{};
         for (int i = 0; i < 12; ++i) m[i] = int(ll(rng() % (2 * top + 1)) - top);
         for (int i : {0, 5, 10}) m[i] = int(std::min<ll>(top, ll(1) << scale));  // near the identity
         m[3] = int(ll(rng() % 2001) - 1000) << std::min(scale, 8);
+        for (int i : {3, 7, 11})
+          if (kind == kRound) m[i] = int(ll(rng() % 9) - 4) * 32768;
+          else if (kind == kSmall) m[i] = int(ll(rng() % 2001) - 1000) << std::min(scale, 8);
         TwistPtr t(m, scale);
         const Shape sh{depth, l.channels, l.order, 3, 307};
         Image s(sh, 7), d(sh, 8), want(sh, 8);
@@ -122,7 +129,8 @@ TEST(ColorTwist, LongRowsOfSmallEntriesMatchTheMatrix) {
             for (int i = 0; i < 3; ++i) set(want, x, y, i, twisted(m, scale, offset, depth, c, i));
           }
         EXPECT_EQ(d.bytes(), want.bytes()) << "depth " << depth << " order " << l.order << " channels "
-                                           << l.channels << " offset " << offset << " scale " << scale;
+                                           << l.channels << " offset " << offset << " scale " << scale
+                                           << " kind " << kind;
       }
 }
 

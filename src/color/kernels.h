@@ -16,6 +16,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <type_traits>
 
 #include "color/color.h"
@@ -621,24 +622,24 @@ inline V pack32(V a, V b) { return MOX_COLOR_V(packs_epi32)(a, b); }
 inline V add16(V a, V b) { return MOX_COLOR_V(add_epi16)(a, b); }
 inline V max16(V a, V b) { return MOX_COLOR_V(max_epi16)(a, b); }
 inline V min16(V a, V b) { return MOX_COLOR_V(min_epi16)(a, b); }
+// 32-bit values to 16 bits, cut to 0..65535 and, with Band, to lo..hi
+// inside that (given by bound16).
 #if defined(MOX_COLOR_WIDE_BODY)
-inline V max32(V a, V b) { return _mm256_max_epi32(a, b); }
-inline V min32(V a, V b) { return _mm256_min_epi32(a, b); }
-inline V packUnsigned32(V a, V b) { return _mm256_packus_epi32(a, b); }
+inline V bound16(int x) { return splat16(x); }
+template <bool Band>
+inline V packUnsigned32(V a, V b, V lo, V hi) {
+  const V r = _mm256_packus_epi32(a, b);
+  return Band ? _mm256_min_epu16(_mm256_max_epu16(r, lo), hi) : r;
+}
 #else
-inline V max32(V a, V b) {
-  const V m = _mm_cmpgt_epi32(a, b);
-  return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
-}
-inline V min32(V a, V b) {
-  const V m = _mm_cmpgt_epi32(a, b);
-  return _mm_or_si128(_mm_and_si128(m, b), _mm_andnot_si128(m, a));
-}
-// Values 0..65535 to 16 bits, through the signed pack.
-inline V packUnsigned32(V a, V b) {
+// Through the signed pack, on values biased by -32768 until the end.
+inline V bound16(int x) { return splat16(x ^ 0x8000); }
+template <bool Band>
+inline V packUnsigned32(V a, V b, V lo, V hi) {
   const V bias = _mm_set1_epi32(32768);
-  return _mm_xor_si128(_mm_packs_epi32(_mm_sub_epi32(a, bias), _mm_sub_epi32(b, bias)),
-                       _mm_set1_epi16(-32768));
+  V r = _mm_packs_epi32(_mm_sub_epi32(a, bias), _mm_sub_epi32(b, bias));
+  if (Band) r = _mm_min_epi16(_mm_max_epi16(r, lo), hi);
+  return _mm_xor_si128(r, _mm_set1_epi16(-32768));
 }
 #endif
 constexpr int kWidth = int(sizeof(V) / 2);  // 16-bit values a vector
@@ -764,55 +765,50 @@ inline int twistPixels3(const std::uint8_t* s, std::uint8_t* d, int width, const
 }
 #endif
 
-template <class T>
-void twistLanes(const View* v, const void* arg) {
+// The vectors of one call: entries, translations and the band.
+struct LaneTwist {
+  lanes::V pair[3], third[3], constant[3];
+  lanes::V lo, hi, off;
+  int shift;
+};
+
+// How the sums of a 16-bit twist become results. Folded: the offset is
+// part of the translation, since (S + offset 2^shift) >> shift is
+// t + offset exactly, so the results come straight out of the sums; the
+// unsigned pack's cut to 0..65535 is then the whole band of offset 0, and
+// other offsets add one more clamp to lowOut..highOut (a negative offset
+// lowers the top, a positive one raises the bottom). Carried: the
+// translation is a multiple of 32768 small enough to ride in the multiply
+// of (c2, -32768), and no addition is left. Without Folded the result is
+// off + clamp(t, lo, hi) as above.
+enum : int { kFolded = 1, kBand = 2, kCarried = 4 };
+
+template <class T, int Form>
+void twistRows(const View* v, const LaneTwist& k) {
   using namespace lanes;
-  const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
   constexpr bool wide = sizeof(T) == 2;
-  constexpr int M = wide ? 65535 : 255;
   constexpr unsigned bias = wide ? 32768u : 0u;
-  V pair[3], third[3], constant[3];
-  for (int i = 0; i < 3; ++i) {
-    const unsigned m0 = unsigned(a.d[4 * i]), m1 = unsigned(a.d[4 * i + 1]), m2 = unsigned(a.d[4 * i + 2]);
-    pair[i] = splat32(int((m0 & 0xffffu) | (m1 << 16)));
-    third[i] = splat32(int(m2 & 0xffffu));
-    constant[i] = splat32(int(unsigned(a.d[4 * i + 3]) + bias * (m0 + m1 + m2)));
-  }
-  const int offset = a.offset, shift = a.shift;
-  int off = offset, lo, hi;
-  if (offset >= M)
-    off = 0, lo = hi = M;
-  else if (offset < -(M - 1))
-    off = 0, lo = hi = 0;
-  else
-    lo = offset < 0 ? -offset : 0, hi = offset < 0 ? M : M - offset;
-  const V vOff = wide ? splat32(off) : splat16(off);
-  const V vLo = wide ? splat32(lo) : splat16(lo), vHi = wide ? splat32(hi) : splat16(hi);
-#if defined(MOX_COLOR_WIDE_BODY)
-  const V vOff16 = splat16(off), vLo16 = splat16(lo), vHi16 = splat16(hi);
-#endif
   // The three results of kWidth pixels, 16 bits each, from their channel
-  // pairs (c0, c1) and (c2, 0) in 32-bit lanes: the first and second halves
-  // of the pixels (of each 128-bit lane) apart.
-  const auto twist = [&](const V (&p01)[2], const V (&p2)[2], V (&r)[3]) {
+  // pairs (c0, c1) and (c2, x) in 32-bit lanes, x being -32768 at 16 bits
+  // and 0 at 8: the first and second halves of the pixels (of each 128-bit
+  // lane) apart.
+  const auto twist = [&k](const V (&p01)[2], const V (&p2)[2], V (&r)[3]) {
     for (int i = 0; i < 3; ++i) {
       V t[2];
-      for (int h = 0; h < 2; ++h)
-        t[h] = sra32(add32(add32(madd(p01[h], pair[i]), madd(p2[h], third[i])), constant[i]), shift);
-      if constexpr (wide) {
-#if defined(MOX_COLOR_WIDE_BODY)
-        // The unsigned pack cuts to 0..65535, inside which lo and hi lie.
-        r[i] = _mm256_add_epi16(
-            _mm256_min_epu16(_mm256_max_epu16(_mm256_packus_epi32(t[0], t[1]), vLo16), vHi16), vOff16);
-#else
-        for (V& x : t) x = add32(min32(max32(x, vLo), vHi), vOff);
-        r[i] = packUnsigned32(t[0], t[1]);
-#endif
-      } else {
-        r[i] = add16(min16(max16(pack32(t[0], t[1]), vLo), vHi), vOff);
+      for (int h = 0; h < 2; ++h) {
+        V sum = add32(madd(p01[h], k.pair[i]), madd(p2[h], k.third[i]));
+        if constexpr (!(Form & kCarried)) sum = add32(sum, k.constant[i]);
+        t[h] = sra32(sum, k.shift);
       }
+      if constexpr (!wide)
+        r[i] = add16(min16(max16(pack32(t[0], t[1]), k.lo), k.hi), k.off);
+      else if constexpr ((Form & kFolded) != 0)
+        r[i] = packUnsigned32<(Form & kBand) != 0>(t[0], t[1], k.lo, k.hi);
+      else
+        r[i] = add16(packUnsigned32<true>(t[0], t[1], k.lo, k.hi), k.off);
     }
   };
+  const V x = wide ? splat16(-32768) : zero();
   // Lanes past a block's last pixel compute on what the arrays hold.
   alignas(32) std::int16_t c[3][kBlock] = {};
   alignas(32) std::int16_t out[3][kBlock];
@@ -829,21 +825,76 @@ void twistLanes(const View* v, const void* arg) {
       const int n = std::min(kBlock, v[1].width - x0);
       byLayout(s, [&](auto at) {
         for (int j = 0; j < n; ++j)
-          for (int k = 0; k < 3; ++k) c[k][j] = static_cast<std::int16_t>(at(k, x0 + j) - bias);
+          for (int q = 0; q < 3; ++q) c[q][j] = static_cast<std::int16_t>(at(q, x0 + j) - bias);
       });
       for (int j = 0; j < n; j += kWidth) {
         const V c0 = load(c[0] + j), c1 = load(c[1] + j), c2 = load(c[2] + j);
-        const V p01[2] = {low16(c0, c1), high16(c0, c1)}, p2[2] = {low16(c2, zero()), high16(c2, zero())};
+        const V p01[2] = {low16(c0, c1), high16(c0, c1)}, p2[2] = {low16(c2, x), high16(c2, x)};
         V r[3];
         twist(p01, p2, r);
         for (int i = 0; i < 3; ++i) store(out[i] + j, r[i]);
       }
       byLayout(d, [&](auto at) {
         for (int j = 0; j < n; ++j)
-          for (int k = 0; k < 3; ++k) at(k, x0 + j) = static_cast<T>(out[k][j]);
+          for (int q = 0; q < 3; ++q) at(q, x0 + j) = static_cast<T>(out[q][j]);
       });
     }
   }
+}
+
+template <class T>
+void twistLanes(const View* v, const void* arg) {
+  using namespace lanes;
+  const TwistArgs& a = *static_cast<const TwistArgs*>(arg);
+  constexpr bool wide = sizeof(T) == 2;
+  constexpr int M = wide ? 65535 : 255;
+  constexpr long long bias = wide ? 32768 : 0;
+  const int offset = a.offset, shift = a.shift;
+  const bool ordinary = offset > -M && offset < M;
+  // The offset joins the translations when every sum with it stays in int.
+  bool folded = wide && ordinary;
+  long long constant[3];
+  for (int i = 0; i < 3; ++i) {
+    long long bound = std::llabs(a.d[4 * i + 3]), entries = 0;
+    for (int q = 0; q < 3; ++q) bound += std::llabs(a.d[4 * i + q]) * M, entries += a.d[4 * i + q];
+    if (folded) folded = bound + std::llabs(offset) * (1ll << shift) <= 0x7ffffffe;
+    constant[i] = a.d[4 * i + 3] + bias * entries;
+  }
+  // Each translation as a 32-bit number (sums are exact modulo 2^32), and
+  // whether all three are -32768 times a 16-bit one.
+  bool carried = folded;
+  LaneTwist k;
+  std::int32_t carry[3];
+  for (int i = 0; i < 3; ++i) {
+    const long long full = constant[i] + (folded ? offset * (1ll << shift) : 0);
+    const std::int32_t low = static_cast<std::int32_t>(static_cast<std::uint32_t>(full));
+    carry[i] = -(low / 32768);
+    carried = carried && low % 32768 == 0 && carry[i] >= -32768 && carry[i] <= 32767;
+    k.constant[i] = splat32(low);
+  }
+  for (int i = 0; i < 3; ++i) {
+    const unsigned m0 = unsigned(a.d[4 * i]), m1 = unsigned(a.d[4 * i + 1]), m2 = unsigned(a.d[4 * i + 2]);
+    k.pair[i] = splat32(int((m0 & 0xffffu) | (m1 << 16)));
+    const unsigned high = carried ? unsigned(carry[i]) << 16 : 0u;
+    k.third[i] = splat32(int((m2 & 0xffffu) | high));
+  }
+  k.shift = shift;
+  int off = offset, lo, hi;
+  if (folded)
+    off = 0, lo = a.lowOut, hi = a.highOut;
+  else if (!ordinary)
+    off = 0, lo = hi = offset >= M ? M : 0;
+  else
+    lo = offset < 0 ? -offset : 0, hi = offset < 0 ? M : M - offset;
+  k.off = splat16(off);
+  k.lo = wide ? bound16(lo) : splat16(lo);
+  k.hi = wide ? bound16(hi) : splat16(hi);
+  if (!folded)
+    twistRows<T, 0>(v, k);
+  else if (offset == 0)
+    carried ? twistRows<T, kFolded | kCarried>(v, k) : twistRows<T, kFolded>(v, k);
+  else
+    carried ? twistRows<T, kFolded | kBand | kCarried>(v, k) : twistRows<T, kFolded | kBand>(v, k);
 }
 #endif
 

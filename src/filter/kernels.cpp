@@ -649,16 +649,6 @@ void acrossRow(const T* s, T* d, int n, int k, int c) {
   acrossRow<Max>(s, d, n, k, c, std::make_index_sequence<6>{});
 }
 
-// The extreme of the source rows first .. first + count - 1 of a block: the
-// row itself when there is one, else written to `into`.
-template <bool Max, class D, class T = typename D::T>
-const T* downRows(const Block& b, int first, int count, T* into, int n) {
-  if (count == 1) return srcRow<D>(b, first);
-  pickOf<Max>(srcRow<D>(b, first), srcRow<D>(b, first + 1), into, n);
-  for (int c = 2; c < count; ++c) pickInto<Max>(into, srcRow<D>(b, first + c), n);
-  return into;
-}
-
 // Blocks of nCols pixels of cn channels (CN when known, else 0): g runs
 // forward from each block's start, h backward from its end.
 template <bool Max, int CN, class T>
@@ -709,23 +699,11 @@ struct Extreme {
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
     const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
     if (nCols <= kDirect && nRows <= kDirect) {
-      // Small boxes: two rows at a time share the extreme of the rows
-      // their windows have in common; down the columns, then across.
-      if (!b.work->reserve(sizeof(T) * 3 * std::size_t(wsn))) return false;
-      T* shared = b.work->as<T>();
-      T* down = shared + wsn;
-      for (int r = 0; r < b.h; r += 2) {
-        const T* common = nRows > 1 ? downRows<Max, D>(b, r + 1, nRows - 1, shared, wsn) : nullptr;
-        for (int k = 0; k < 2 && r + k < b.h; ++k) {
-          const T* edge = srcRow<D>(b, k ? r + nRows : r);
-          const T* col = edge;
-          if (common) {
-            pickOf<Max>(edge, common, down + std::ptrdiff_t(k) * wsn, wsn);
-            col = down + std::ptrdiff_t(k) * wsn;
-          }
-          acrossRow<Max>(col, dstRow<D>(b, r + k), n, cn, nCols);
-        }
-      }
+      // Small boxes: two rows at a time in one pass (see extreme.h).
+      const BoxRowsFn rows = boxRows(Max, int(sizeof(T)), D::isSigned, nCols, nRows);
+      for (int r = 0; r < b.h; r += 2)
+        rows(b.src + r, dstRow<D>(b, r), r + 1 < b.h ? dstRow<D>(b, r + 1) : nullptr, n, cn, nCols,
+             nRows);
       return true;
     }
     const std::size_t rows = std::size_t(hs) * n;

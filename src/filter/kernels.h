@@ -48,4 +48,14 @@ BlockFn medianBlock(unsigned depth);
 // the widest vectors this processor runs; null for windows it does not serve.
 BlockFn medianNet(unsigned depth, int nCols, int nRows);
 
+// The minimum (max false) or maximum of boxes of up to 6 x 6 for two
+// destination rows: d0 from source rows src[0 .. nRows - 1], d1 (unless
+// null) from src[1 .. nRows]; n values of cn interleaved channels, value j
+// over columns j, j + cn, ... j + (nCols - 1) cn. Values of `bytes` bytes,
+// signed or not (4 bytes: signed); the function serves the box size given.
+// With the widest vectors this processor runs.
+using BoxRowsFn = void (*)(const void* const* src, void* d0, void* d1, int n, int cn, int nCols,
+                           int nRows);
+BoxRowsFn boxRows(bool max, int bytes, bool isSigned, int nCols, int nRows);
+
 }  // namespace mox::filt

@@ -173,40 +173,48 @@ bool medianNet(const Block& b, const void*) {
   if (!b.work->reserve(sizeof(T) * stride * nRows)) return false;
   T* sorted = b.work->as<T>();
   for (int i = 0; i < nRows; ++i) std::memset(sorted + stride * i + wsn, 0, sizeof(T) * 2 * L);
+  // A row goes in stretches of kStretch values, each sorting the columns
+  // its windows reach and merging at once, so the rows, the sorted columns
+  // and the results stay in the first-level cache however wide the row.
+  constexpr int kStretch = 64 * L;
   for (int r = 0; r < b.h; ++r) {
     const T* rows[nRows];
     for (int i = 0; i < nRows; ++i) rows[i] = static_cast<const T*>(b.src[r + i]);
-    for (int j = 0; j < wsn; j += L) {
-      const int len = wsn - j < L ? wsn - j : L;
-      V v[N::kBlock];
-      for (int i = 0; i < nRows; ++i) {
-        if (len == L) {
-          v[i] = load<V>(rows[i] + j);
-        } else {
-          V part{};
-          std::memcpy(&part, rows[i] + j, sizeof(T) * std::size_t(len));
-          v[i] = part;
+    T* d = static_cast<T*>(b.dst[r]);
+    for (int j0 = 0; j0 < n; j0 += kStretch) {
+      const int j1 = n - j0 < kStretch ? n : j0 + kStretch;
+      const int reach = j1 + (nCols - 1) * cn < wsn ? j1 + (nCols - 1) * cn : wsn;
+      for (int j = j0; j < reach; j += L) {
+        const int len = wsn - j < L ? wsn - j : L;
+        V v[N::kBlock];
+        for (int i = 0; i < nRows; ++i) {
+          if (len == L) {
+            v[i] = load<V>(rows[i] + j);
+          } else {
+            V part{};
+            std::memcpy(&part, rows[i] + j, sizeof(T) * std::size_t(len));
+            v[i] = part;
+          }
+        }
+        runPlan<N::kSort>(v);
+        // Whole vectors leave through copies, so the network stays in registers.
+        for (int i = 0; i < nRows; ++i) {
+          const V out = v[N::kSort.out[i]];
+          std::memcpy(sorted + stride * i + j, &out, sizeof(V));
         }
       }
-      runPlan<N::kSort>(v);
-      // Whole vectors leave through copies, so the network stays in registers.
-      for (int i = 0; i < nRows; ++i) {
-        const V out = v[N::kSort.out[i]];
-        std::memcpy(sorted + stride * i + j, &out, sizeof(V));
+      for (int j = j0; j < j1; j += L) {
+        V v[N::kBlock * nCols];
+        for (int c = 0; c < nCols; ++c)
+          for (int i = 0; i < nRows; ++i)
+            v[c * N::kBlock + i] = load<V>(sorted + stride * i + j + std::ptrdiff_t(c) * cn);
+        runPlan<N::kMerge>(v);
+        const V out = v[N::kMerge.out[N::kMiddle]];
+        if (n - j >= L)
+          std::memcpy(d + j, &out, sizeof(V));
+        else
+          std::memcpy(d + j, &out, sizeof(T) * std::size_t(n - j));
       }
-    }
-    T* d = static_cast<T*>(b.dst[r]);
-    for (int j = 0; j < n; j += L) {
-      V v[N::kBlock * nCols];
-      for (int c = 0; c < nCols; ++c)
-        for (int i = 0; i < nRows; ++i)
-          v[c * N::kBlock + i] = load<V>(sorted + stride * i + j + std::ptrdiff_t(c) * cn);
-      runPlan<N::kMerge>(v);
-      const V out = v[N::kMerge.out[N::kMiddle]];
-      if (n - j >= L)
-        std::memcpy(d + j, &out, sizeof(V));
-      else
-        std::memcpy(d + j, &out, sizeof(T) * std::size_t(n - j));
     }
   }
   return true;

@@ -187,6 +187,14 @@ void Zoom<D>::interpolate(const Piece& p, const Source& s, const mox::geom::Laye
     const i64 sy = y_.index(r, &ty);
     T* out = mox::geom::rowOf<T>(p.dst, r - p.dy0, layer.dstChannel);
     T* target = line ? line : out;
+    double ty1;
+    if (taps == 2 && !line && r + 1 < p.dy1 && y_.index(r + 1, &ty1) == sy) {
+      // The next row lies between the same source rows: both in one pass.
+      loops.linearY2(buffered(sy), buffered(sy + 1), ty, ty1, out,
+                     mox::geom::rowOf<T>(p.dst, r + 1 - p.dy0, layer.dstChannel), n, lo, hi);
+      ++r;
+      continue;
+    }
     if (taps == 2) {
       loops.linearY(buffered(sy), buffered(sy + 1), ty, target, n, lo, hi);
     } else {

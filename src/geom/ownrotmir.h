@@ -152,11 +152,15 @@ struct ByteSamples {
 // cleared for the others. Only on processors with 256-bit vectors.
 template <int K>
 void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+// The same for nearest neighbour: each pixel's sample inside the view (with
+// the bytes after it to the end of a 32-bit word in its row).
+template <int K>
+void nearestBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 // Rotated positions of a run of a destination row, eight at a time:
 // xs = c * x - a + xShift and ys = s * x + b + yShift in single precision for
 // x = x0 + j, and their indices (-1 at or below -1e-7, the size from the
 // end of the image on, else trunc(position + 1e-7)); returns how many it
-// did (a multiple of eight).
+// did (a multiple of eight). Sizes up to 2^24.
 struct RowMap {
   float c, s, a, b, xShift, yShift;
   int x0, width, height;

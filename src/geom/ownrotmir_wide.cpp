@@ -84,14 +84,25 @@ inline __m128i bytesOf(__m256d lo, __m256d hi) {
 // samples as floats, along x and then y in single precision, the result
 // plus the tolerance in double precision, clamped to 0..255 and truncated;
 // the eight results as bytes in the low half.
+//
+// For a single-precision v the tolerance decides nothing but at one value:
+// below 2 the floats lie 2^-23 or closer, but the only float within 1e-7
+// under an integer is 1 - 2^-24, which becomes 1; below every larger integer
+// the floats lie at least 2^-23 apart, and around 0 and 255 truncation and
+// the packs' saturation give the clamped value. So v is truncated in single
+// precision and that one value mended, without going through doubles.
 inline __m128i linear8(__m256i a32, __m256i b32, __m256i e32, __m256i f32, __m256 tx, __m256 ty) {
   const __m256 a = _mm256_cvtepi32_ps(a32), b = _mm256_cvtepi32_ps(b32);
   const __m256 e = _mm256_cvtepi32_ps(e32), f = _mm256_cvtepi32_ps(f32);
   const __m256 r0 = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), tx));
   const __m256 r1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(f, e), tx));
   const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), ty));
-  return bytesOf(_mm256_cvtps_pd(_mm256_castps256_ps128(v)),
-                 _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
+  const __m256 justUnderOne = _mm256_set1_ps(0x1.fffffep-1f);
+  const __m256i whole = _mm256_sub_epi32(
+      _mm256_cvttps_epi32(v), _mm256_castps_si256(_mm256_cmp_ps(v, justUnderOne, _CMP_EQ_OQ)));
+  const __m128i words =
+      _mm_packs_epi32(_mm256_castsi256_si128(whole), _mm256_extracti128_si256(whole, 1));
+  return _mm_packus_epi16(words, words);
 }
 
 // Channel c's samples (a: the pixel's, b: the next pixel's) of eight
@@ -185,15 +196,18 @@ using Newton4 = NewtonLanes<true>;
 
 namespace {
 
-// Indices of eight positions, in two halves of four doubles.
-inline __m256i indices8(__m256 p, __m256d size) {
-  auto half = [&](__m128 h) {
-    const __m256d q = _mm256_cvtps_pd(h);
-    const __m256d negative = _mm256_cmp_pd(q, _mm256_set1_pd(-1e-7), _CMP_LE_OQ);
-    const __m256d r = _mm256_min_pd(_mm256_add_pd(q, _mm256_set1_pd(1e-7)), size);
-    return _mm256_cvttpd_epi32(_mm256_blendv_pd(r, _mm256_set1_pd(-1.0), negative));
-  };
-  return _mm256_setr_m128i(half(_mm256_castps256_ps128(p)), half(_mm256_extractf128_ps(p, 1)));
+// Indices of eight positions: -1 at or below -1e-7, else the position plus
+// 1e-7 truncated, at most size. In single precision that is the position
+// truncated (clamped to size first), except that -1e-7 becomes the
+// largest float not above it and 1 - 2^-24, the only float within 1e-7
+// under an integer, goes up to 1 (checked for every float from -5 to twice
+// the size, for sizes up to 2^24, which float holds exactly).
+inline __m256i indices8(__m256 p, int size) {
+  const __m256 negative = _mm256_cmp_ps(p, _mm256_set1_ps(-0x1.ad7f2ap-24f), _CMP_LE_OQ);
+  const __m256 under = _mm256_cmp_ps(p, _mm256_set1_ps(0x1.fffffep-1f), _CMP_EQ_OQ);
+  __m256i i = _mm256_cvttps_epi32(_mm256_min_ps(p, _mm256_set1_ps(static_cast<float>(size))));
+  i = _mm256_min_epi32(_mm256_sub_epi32(i, _mm256_castps_si256(under)), _mm256_set1_epi32(size));
+  return _mm256_blendv_epi8(i, _mm256_set1_epi32(-1), _mm256_castps_si256(negative));
 }
 
 }  // namespace
@@ -202,7 +216,6 @@ int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy
   const __m256 c = _mm256_set1_ps(m.c), s = _mm256_set1_ps(m.s), a = _mm256_set1_ps(m.a);
   const __m256 b = _mm256_set1_ps(m.b), xShift = _mm256_set1_ps(m.xShift);
   const __m256 yShift = _mm256_set1_ps(m.yShift);
-  const __m256d width = _mm256_set1_pd(m.width), height = _mm256_set1_pd(m.height);
   __m256i x = _mm256_add_epi32(_mm256_set1_epi32(m.x0), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
   int j = 0;
   for (; j + 8 <= n; j += 8, x = _mm256_add_epi32(x, _mm256_set1_epi32(8))) {
@@ -211,8 +224,8 @@ int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy
     const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(s, fx), b), yShift);
     _mm256_storeu_ps(xs + j, u);
     _mm256_storeu_ps(ys + j, v);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ix + j), indices8(u, width));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(iy + j), indices8(v, height));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ix + j), indices8(u, m.width));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(iy + j), indices8(v, m.height));
   }
   return j;
 }
@@ -387,6 +400,47 @@ void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done)
   }
 }
 
+template <int K>
+void nearestBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
+  // Each pixel's K bytes are gathered as one 32-bit word from its first
+  // byte, so the word's other bytes (three for one-byte pixels, one for
+  // three-byte ones) must lie in the row too: groups near the row's end go
+  // pixel by pixel.
+  constexpr int kAfter = K == 1 ? 3 : 1;
+  const __m256i step = _mm256_set1_epi32(static_cast<int>(s.step));
+  const char z = -1;
+  // The low K bytes of each word, packed at the start of each 128-bit half.
+  const __m256i pack =
+      K == 1 ? _mm256_setr_epi8(0, 4, 8, 12, z, z, z, z, z, z, z, z, z, z, z, z, 0, 4, 8, 12, z, z,
+                                z, z, z, z, z, z, z, z, z, z)
+             : _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, z, z, z, z, 0, 1, 2, 4, 5, 6,
+                                8, 9, 10, 12, 13, 14, z, z, z, z);
+  for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
+    Group q;
+    done[g] = inside(s, j, {0, 0}, {kAfter, 0}, &q);
+    if (!done[g]) continue;
+    // Offsets fit 32 bits: they lie in the view's block.
+    const __m256i cx = _mm256_load_si256(reinterpret_cast<const __m256i*>(q.at));
+    const __m256i cy = _mm256_load_si256(reinterpret_cast<const __m256i*>(q.down));
+    const __m256i offset = _mm256_add_epi32(_mm256_mullo_epi32(cy, step),
+                                            K == 1 ? cx : _mm256_add_epi32(_mm256_add_epi32(cx, cx), cx));
+    const __m256i words =
+        _mm256_shuffle_epi8(_mm256_i32gather_epi32(reinterpret_cast<const int*>(s.data), offset, 1), pack);
+    const __m128i lo = _mm256_castsi256_si128(words), hi = _mm256_extracti128_si256(words, 1);
+    std::uint8_t* o = out + K * j;
+    if constexpr (K == 1) {
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi32(lo, hi));
+    } else {
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(o), lo);
+      const int loTail = _mm_extract_epi32(lo, 2), hiTail = _mm_extract_epi32(hi, 2);
+      std::memcpy(o + 8, &loTail, 4);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 12), hi);
+      std::memcpy(o + 20, &hiTail, 4);
+    }
+  }
+}
+
+template void nearestBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 template void linearBytesWide<1>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 template void linearBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 

@@ -19,6 +19,9 @@ struct ZoomLoops {
   void (*cubicX)(const float* src, const int* off, int next, const float* w, float* out, int n);
   void (*linearY)(const float* r0, const float* r1, double t, T* out, int n, double lo,
                   double hi);
+  // Two destination rows between the same buffered rows, at t0 and t1.
+  void (*linearY2)(const float* r0, const float* r1, double t0, double t1, T* out0, T* out1, int n,
+                   double lo, double hi);
   void (*cubicY)(const float* const* rows, const double* c, T* out, int n, double lo, double hi);
 };
 

@@ -14,6 +14,16 @@ namespace {
 
 using i64 = long long;
 
+// n bytes; the margins of a filter are a pixel or two of each row, where a
+// call to the library's copy costs more than the copy.
+inline void copyBytes(char* d, const char* s, std::size_t n) {
+  if (n <= 16) {
+    for (std::size_t i = 0; i < n; ++i) d[i] = s[i];
+  } else {
+    std::memcpy(d, s, n);
+  }
+}
+
 // Copies every channel of a rectangle between two views of the same shape.
 void copyRect(const View& from, const View& to) {
   const unsigned bits = depthBits(from.depth);
@@ -32,8 +42,8 @@ void copyRect(const View& from, const View& to) {
       std::size_t(from.width) * (bits / 8) * static_cast<std::size_t>(plane ? 1 : from.nChannels);
   for (int p = 0; p < (plane ? from.nChannels : 1); ++p)
     for (int y = 0; y < from.height; ++y)
-      std::memcpy(to.data + p * to.planeStep + std::ptrdiff_t(y) * to.widthStep,
-                  from.data + p * from.planeStep + std::ptrdiff_t(y) * from.widthStep, bytes);
+      copyBytes(to.data + p * to.planeStep + std::ptrdiff_t(y) * to.widthStep,
+                from.data + p * from.planeStep + std::ptrdiff_t(y) * from.widthStep, bytes);
 }
 
 }  // namespace
@@ -131,16 +141,31 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
   auto cols = [&](i64 c, i64 r, i64 n) {
     return blockView(im, block.data, block.widthStep, block.planeStep, x, y, c, r, n, 1);
   };
+  // n pixels from (fc, fr) of a view whose first pixel is (fx0, fy0) to
+  // (c, r) of the block; byte depths straight, without views per run.
+  const unsigned bits = depthBits(im->depth);
+  const int planes = im->dataOrder == 1 ? im->nChannels : 1;
+  const i64 pix = bits < 8 ? 0 : i64(bits / 8) * (im->dataOrder == 1 ? 1 : im->nChannels);
+  auto move = [&](const View& from, i64 fx0, i64 fy0, i64 fc, i64 fr, i64 c, i64 r, i64 n) {
+    if (!pix) {
+      copyRect(blockView(im, from.data, from.widthStep, from.planeStep, fx0, fy0, fc, fr, n, 1),
+               cols(c, r, n));
+      return;
+    }
+    const char* s = from.data + (fr - fy0) * from.widthStep + (fc - fx0) * pix;
+    char* d = block.data + (r - y) * block.widthStep + (c - x) * pix;
+    for (int p = 0; p < planes; ++p)
+      copyBytes(d + p * block.planeStep, s + p * from.planeStep, static_cast<std::size_t>(n * pix));
+  };
   auto inBlock = [&](i64 sx, i64 sy) { return sx >= ix0 && sx < ix1 && sy >= iy0 && sy < iy1; };
   // n pixels of source row sy from column sx into the block at (c, r).
   auto run = [&](i64 sx, i64 sy, i64 n, i64 c, i64 r) {
     if (inBlock(sx, sy) && inBlock(sx + n - 1, sy)) {
-      copyRect(cols(sx, sy, n), cols(c, r, n));
+      move(block, x, y, sx, sy, c, r, n);
       return true;
     }
     if (!im->tileInfo) {
-      copyRect(blockView(im, whole.data, whole.widthStep, whole.planeStep, 0, 0, sx, sy, n, 1),
-               cols(c, r, n));
+      move(whole, 0, 0, sx, sy, c, r, n);
       return true;
     }
     const i64 tw = im->tileInfo->width;
@@ -149,9 +174,7 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
       int ox, oy;
       if (!fetch(static_cast<int>(from), static_cast<int>(sy), &tile, &ox, &oy)) return false;
       to = std::min(sx + n, i64(ox) + tw);
-      copyRect(blockView(im, tile.data, tile.widthStep, tile.planeStep, ox, oy, from, sy, to - from,
-                         1),
-               cols(c + (from - sx), r, to - from));
+      move(tile, ox, oy, from, sy, c + (from - sx), r, to - from);
     }
     return true;
   };
@@ -193,7 +216,7 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
           setViewValue(block, s.from - x, r - y, ch, rule.value);
         for (i64 c = s.from + 1, n; c < s.to; c += n) {
           n = std::min(s.to - c, c - s.from);
-          copyRect(cols(s.from, r, n), cols(c, r, n));
+          move(block, x, y, s.from, r, c, r, n);
         }
         continue;
       }
@@ -212,12 +235,12 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
       for (i64 done = 0; done < s.to - s.from;) {
         const i64 rest = s.to - s.from - done;
         const i64 behind = done + over;
-        const i64 back = behind / period * period;
+        const i64 back = period == 1 ? behind : behind / period * period;
         const i64 n = back ? std::min(rest, back) : 1;
         // The next n columns, nearest the image first.
         const i64 c = k == 2 ? s.from + done : s.to - done - n;
         if (back)
-          copyRect(cols(k == 2 ? c - back : c + back, r, n), cols(c, r, n));
+          move(block, x, y, k == 2 ? c - back : c + back, r, c, r, n);
         else if (!run(mapBorderCoord(rule.modeX, c, im->width), sy, 1, c, r))
           return false;
         done += n;

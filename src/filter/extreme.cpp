@@ -1,0 +1,18 @@
+// The small-box extremes with the build's own vectors, and the choice of
+// the width for this processor.
+#include "filter/wide.h"
+#include "frame/frame.h"
+
+#define MOX_FILTER_BOXES baseBoxRows
+#include "filter/extreme.h"
+
+namespace mox::filt {
+
+BoxRowsFn boxRows(bool max, int bytes, bool isSigned, int nCols, int nRows) {
+#if defined(MOX_FILTER_HAVE_WIDE)
+  if (wideVectors()) return wideBoxRows(max, bytes, isSigned, nCols, nRows);
+#endif
+  return baseBoxRows(max, bytes, isSigned, nCols, nRows);
+}
+
+}  // namespace mox::filt
