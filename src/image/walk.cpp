@@ -122,6 +122,15 @@ void joinRows(View* views, int n) {
   }
 }
 
+// The last byte of a view of whole-byte values in pixel order; null for
+// other views.
+const char* lastByte(const View& v) {
+  const unsigned bits = depthBits(v.depth);
+  if (bits < 8 || v.dataOrder != 0 || v.width <= 0 || v.height <= 0) return nullptr;
+  const std::ptrdiff_t rowBytes = std::ptrdiff_t(v.width) * v.nChannels * (bits >> 3);
+  return v.data + std::ptrdiff_t(v.height - 1) * v.widthStep + rowBytes - 1;
+}
+
 class Walker {
  public:
   Walker(const WalkPlan& plan, const WalkImage* images, int n)
@@ -143,6 +152,21 @@ class Walker {
   bool releaseAll();
   // Runs on one piece whose destination starts at (x, y).
   bool runPiece(View* views, const void* arg, i64 x, i64 y) {
+    if (large_) {
+      // A large destination is stored past the caches whole lines at a
+      // time, but the lines at the two ends of a piece, which it shares with
+      // its neighbours, go through the cache: such a store waits for its
+      // line to be read in and holds up every store behind it. Asking for
+      // both lines first lets those reads overlap the piece's work (64x64
+      // tiles of 8-bit values off a line boundary took 1.5 times as long
+      // without).
+      // The prefetch is written here, not in a helper: a helper holding
+      // only prefetches counts as free of effects and its calls are dropped.
+      if (const char* last = lastByte(views[n_ - 1])) {
+        __builtin_prefetch(views[n_ - 1].data, 1);
+        __builtin_prefetch(last, 1);
+      }
+    }
     if (piece_)
       return piece_(views[n_ - 1], static_cast<int>(x), static_cast<int>(y),
                     const_cast<void*>(arg));
