@@ -30,9 +30,14 @@ bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOr
   const long long channels = dataOrder == 0 ? nChannels : 1;
   const long long planes = dataOrder == 0 ? 1 : nChannels;
   if (a <= 0) return false;
-  // Each product is checked before the next, so that none leaves 64 bits.
-  if (channels != 0 && std::llabs(pixelBits) > (1LL << 62) / std::llabs(channels)) return false;
-  const long long step = ((pixelBits * channels + a - 1) & -a) >> 3;
+  // Each product is checked before the next, so that none leaves 64 bits
+  // (by the overflow flag, not a division: every call of every operation on
+  // a tiled image passes here).
+  long long rowBits = 0;
+  if (__builtin_mul_overflow(pixelBits, channels, &rowBits) || rowBits > (1LL << 62) ||
+      rowBits < -(1LL << 62))
+    return false;
+  const long long step = ((rowBits + a - 1) & -a) >> 3;
   if (step > INT_MAX || step < INT_MIN) return false;
   const long long rows = step * height;
   if (rows > INT_MAX || rows < INT_MIN) return false;
@@ -46,8 +51,9 @@ bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOr
 long long pixelRowBytes(long long width, unsigned bits, long long channels) {
   if (width <= 0 || bits == 0 || channels <= 0) return -1;
   const long long pixelBits = channels * bits;  // at most 2^31 x 32
-  if (width > 8LL * INT_MAX / pixelBits) return -1;
-  return (width * pixelBits + 7) / 8;
+  long long rowBits = 0;
+  if (__builtin_mul_overflow(width, pixelBits, &rowBits) || rowBits > 8LL * INT_MAX) return -1;
+  return (rowBits + 7) / 8;
 }
 
 unsigned creationFaults(const MoxImage* image) {
