@@ -24,8 +24,10 @@ struct Part {
   int heldX, heldY;
 };
 
-// The ROI rectangle clipped to the image; empty sizes become 0.
-void clipped(const MoxImage* im, i64& x, i64& y, i64& w, i64& h) {
+// The ROI rectangle clipped to the image; empty sizes become 0. Always
+// inline: it runs for every image of every call, and a copy out of line
+// made a one-tile call 8 ns slower.
+[[gnu::always_inline]] inline void clipped(const MoxImage* im, i64& x, i64& y, i64& w, i64& h) {
   x = 0, y = 0, w = im->width, h = im->height;
   if (const MoxROI* roi = im->roi) {
     x = std::max(roi->xOffset, 0);
