@@ -1,8 +1,11 @@
 // The point operations against references on every depth and layout, their
 // checks, the ROI/tile walk, and the vector blocks of each width against the
 // rules' own per-value arithmetic.
+#include <algorithm>
+#include <cstdint>
 #include <optional>
 #include <tuple>
+#include <vector>
 
 #include "arith/arith.h"
 #include "frame/frame.h"
@@ -227,6 +230,64 @@ TEST(Walk, TiledRunsEqualPlainRuns) {
   const int far[2] = {100, 100};
   compareTiled(opNamed("moxAdd"), MOX_DEPTH_8U, 1, 0, {{{8, 8}, {0, 0}, {0, 0}}}, far);
   EXPECT_TRUE(reports().empty());
+}
+
+// The tiles of a large image, 64 x 64 8-bit values each, in one block that
+// starts `shift` bytes past a cache line, so every tile's first and last
+// line are shared with its neighbours.
+struct LargeTiles {
+  static constexpr int kSide = 64, kAcross = 64, kDown = 33;  // 4096 x 2112: past kLargeBytes
+  LargeTiles(int shift, unsigned char seed) : block(kAcross * kDown * 4096 + 128) {
+    start = (64 - reinterpret_cast<std::uintptr_t>(block.data()) % 64) % 64 + std::size_t(shift);
+    for (std::size_t i = start; i < block.size(); ++i) block[i] = static_cast<char>((i - start) * 7 + seed);
+    info = moxCreateTileInfo(&serve, 0, kSide, kSide);
+    image = moxCreateImageHeader(1, 0, MOX_DEPTH_8U, "GRAY", "GRAY", 0, 0, 4, kDown * kSide, kAcross * kSide,
+                                 nullptr, this, info);
+  }
+  ~LargeTiles() { moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_ROI | MOX_FREE_TILEINFO); }
+  char* tile(int tx, int ty) { return block.data() + start + std::size_t(ty * kAcross + tx) * 4096; }
+  int pixel(int x, int y) {
+    return static_cast<unsigned char>(tile(x / kSide, y / kSide)[(y % kSide) * kSide + x % kSide]);
+  }
+  static void MOX_CALL serve(const MoxImage* im, int x, int y, int mode) {
+    im->tileInfo->tileData =
+        mode == MOX_RELEASE_TILE ? nullptr : static_cast<LargeTiles*>(im->imageId)->tile(x, y);
+  }
+  std::vector<char> block;
+  std::size_t start;
+  MoxTileInfo* info;
+  MoxImage* image;
+};
+
+// A large destination is stored past the caches, each tile's end lines
+// through the cache: whole tiles and tiles cut by a ROI (still past
+// kLargeBytes), at several offsets from a line, give what the rule gives and
+// leave the bytes beside the ROI as they were.
+TEST(Walk, LargeTiledDestinationsOffLineBoundaries) {
+  Capture capture;
+  constexpr int kW = LargeTiles::kAcross * LargeTiles::kSide, kH = LargeTiles::kDown * LargeTiles::kSide;
+  for (const int shift : {0, 16, 40}) {
+    for (const bool cut : {false, true}) {
+      LargeTiles s(shift, 3), d(64 - shift, 5);
+      const int w = cut ? 4066 : kW, h = cut ? 2064 : kH;
+      const int sx = cut ? 13 : 0, sy = cut ? 7 : 0, dx = cut ? 29 : 0, dy = cut ? 40 : 0;
+      if (cut) {
+        s.image->roi = moxCreateROI(0, sx, sy, h, w);
+        d.image->roi = moxCreateROI(0, dx, dy, h, w);
+      }
+      LargeTiles before(64 - shift, 5);
+      moxAddS(s.image, d.image, 100, nullptr);
+      EXPECT_TRUE(reports().empty());
+      int wrong = 0;
+      for (int y = 0; y < kH; ++y)
+        for (int x = 0; x < kW; ++x) {
+          const bool inside = x >= dx && x < dx + w && y >= dy && y < dy + h;
+          const int want = inside ? std::min(s.pixel(x - dx + sx, y - dy + sy) + 100, 255) : before.pixel(x, y);
+          wrong += d.pixel(x, y) != want;
+        }
+      EXPECT_EQ(wrong, 0) << "shift " << shift << " cut " << cut;
+    }
+  }
 }
 
 TEST(Walk, TileRequestChecks) {

@@ -4,6 +4,7 @@
 #include "frame/frame.h"
 
 #define MOX_FILTER_BOXES baseBoxRows
+#define MOX_FILTER_LARGE baseLargeBoxes
 #include "filter/extreme.h"
 
 namespace mox::filt {
@@ -13,6 +14,13 @@ BoxRowsFn boxRows(bool max, int bytes, bool isSigned, int nCols, int nRows) {
   if (wideVectors()) return wideBoxRows(max, bytes, isSigned, nCols, nRows);
 #endif
   return baseBoxRows(max, bytes, isSigned, nCols, nRows);
+}
+
+BlockFn largeBoxes(bool max, int bytes, bool isSigned) {
+#if defined(MOX_FILTER_HAVE_WIDE)
+  if (wideVectors()) return wideLargeBoxes(max, bytes, isSigned);
+#endif
+  return baseLargeBoxes(max, bytes, isSigned);
 }
 
 }  // namespace mox::filt

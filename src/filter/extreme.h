@@ -1,8 +1,9 @@
-// Minimum and maximum of small boxes (up to 6 x 6) in one pass: for two
+// Minimum and maximum. Small boxes (up to 6 x 6) go in one pass: for two
 // destination rows at a time, each run of values takes the extreme down
 // the rows the two windows share, then with each window's own edge row,
 // then across the window's columns, all on whole vectors of values without
-// writing anything between the steps.
+// writing anything between the steps. Larger boxes go across the rows,
+// then down the columns, in passes over the block.
 //
 // Included once per vector width (extreme.cpp with the build's own
 // vectors, extreme_wide.cpp for 256-bit vectors chosen at run time);
@@ -12,11 +13,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "filter/kernels.h"
 
 #if !defined(MOX_FILTER_BOXES)
 #error "define MOX_FILTER_BOXES to the name of the table"
+#endif
+#if !defined(MOX_FILTER_LARGE)
+#error "define MOX_FILTER_LARGE to the name of the large-box table"
 #endif
 #if !defined(MOX_FILTER_BOX_BYTES)
 #define MOX_FILTER_BOX_BYTES 16
@@ -26,7 +31,7 @@ namespace mox::filt {
 namespace {
 
 template <bool Max, class T>
-inline T extremeOf(T a, T b) {
+inline T pick(T a, T b) {
   if constexpr (Max)
     return a < b ? b : a;
   else
@@ -72,18 +77,18 @@ void boxRows(const void* const* src, void* dst0, void* dst1, int n, int cn, int 
       for (int c = 0; c < nCols; ++c) {
         const std::ptrdiff_t off = j + std::ptrdiff_t(c) * cn;
         V common = loadVec(rows[1] + off);
-        for (int r = 2; r < nRows; ++r) common = extremeOf<Max>(common, loadVec(rows[r] + off));
-        const V e0 = extremeOf<Max>(common, loadVec(rows[0] + off));
-        const V e1 = extremeOf<Max>(common, loadVec(last + off));
-        a0 = c ? extremeOf<Max>(a0, e0) : e0;
-        a1 = c ? extremeOf<Max>(a1, e1) : e1;
+        for (int r = 2; r < nRows; ++r) common = pick<Max>(common, loadVec(rows[r] + off));
+        const V e0 = pick<Max>(common, loadVec(rows[0] + off));
+        const V e1 = pick<Max>(common, loadVec(last + off));
+        a0 = c ? pick<Max>(a0, e0) : e0;
+        a1 = c ? pick<Max>(a1, e1) : e1;
       }
     } else {
       a0 = loadVec(rows[0] + j), a1 = loadVec(last + j);
       for (int c = 1; c < nCols; ++c) {
         const std::ptrdiff_t off = j + std::ptrdiff_t(c) * cn;
-        a0 = extremeOf<Max>(a0, loadVec(rows[0] + off));
-        a1 = extremeOf<Max>(a1, loadVec(last + off));
+        a0 = pick<Max>(a0, loadVec(rows[0] + off));
+        a1 = pick<Max>(a1, loadVec(last + off));
       }
     }
     storeVec(d0 + j, a0);
@@ -103,13 +108,149 @@ void boxRows(const void* const* src, void* dst0, void* dst1, int n, int cn, int 
     T m0 = rows[0][j0], m1 = last[j0];
     for (int c = 0; c < nCols; ++c) {
       const std::ptrdiff_t at = j0 + std::ptrdiff_t(c) * cn;
-      for (int r = 0; r < nRows; ++r) m0 = extremeOf<Max>(m0, rows[r][at]);
+      for (int r = 0; r < nRows; ++r) m0 = pick<Max>(m0, rows[r][at]);
       if (d1)
-        for (int r = 1; r <= nRows; ++r) m1 = extremeOf<Max>(m1, rows[r][at]);
+        for (int r = 1; r <= nRows; ++r) m1 = pick<Max>(m1, rows[r][at]);
     }
     d0[j0] = m0;
     if (d1) d1[j0] = m1;
   }
+}
+
+// o[j] = extreme of o[j] and t[j].
+template <bool Max, class T>
+void pickInto(T* __restrict o, const T* __restrict t, int n) {
+  for (int j = 0; j < n; ++j) o[j] = pick<Max>(o[j], t[j]);
+}
+
+// o[j] = extreme of a[j] and b[j].
+template <bool Max, class T>
+void pickOf(const T* __restrict a, const T* __restrict b, T* __restrict o, int n) {
+  for (int j = 0; j < n; ++j) o[j] = pick<Max>(a[j], b[j]);
+}
+
+// d[j] = extreme of s[j], s[j + k], ..., s[j + (C - 1) k]: one pass.
+template <bool Max, int C, class T>
+void acrossFixed(const T* __restrict s, T* __restrict d, int n, int k) {
+  for (int j = 0; j < n; ++j) {
+    T m = s[j];
+    for (int i = 1; i < C; ++i) m = pick<Max>(m, s[j + i * k]);
+    d[j] = m;
+  }
+}
+
+// The same for c (1 to 6) values k apart.
+template <bool Max, class T, std::size_t... C>
+void acrossRow(const T* s, T* d, int n, int k, int c, std::index_sequence<C...>) {
+  using Fn = void (*)(const T*, T*, int, int);
+  static constexpr Fn kByCount[] = {&acrossFixed<Max, int(C) + 1, T>...};
+  kByCount[c - 1](s, d, n, k);
+}
+
+template <bool Max, class T>
+void acrossRow(const T* s, T* d, int n, int k, int c) {
+  acrossRow<Max>(s, d, n, k, c, std::make_index_sequence<6>{});
+}
+
+// Blocks of nCols pixels of cn channels (CN when known, else 0): g runs
+// forward from each block's start, h backward from its end.
+template <bool Max, int CN, class T>
+void blockRuns(const T* __restrict s, T* __restrict g, T* __restrict h, int n, int nCols, int cn) {
+  if constexpr (CN > 0) cn = CN;
+  for (int b0 = 0; b0 < n; b0 += nCols * cn) {
+    const int b1 = std::min(b0 + nCols * cn, n);
+    for (int j = b0; j < b0 + cn; ++j) g[j] = s[j];
+    for (int j = b0 + cn; j < b1; ++j) g[j] = pick<Max>(g[j - cn], s[j]);
+    for (int j = b1 - cn; j < b1; ++j) h[j] = s[j];
+    for (int j = b1 - cn - 1; j >= b0; --j) h[j] = pick<Max>(h[j + cn], s[j]);
+  }
+}
+
+// Rows up to this many columns wide take the extremes of runs of 2, 4, 8
+// and 16 columns (whole-vector passes, at most four), then the extreme of
+// the two runs that cover the window; the running extrema take a chain of
+// comparisons along the row.
+constexpr int kDoubling = 32;
+
+// o[j] (j < n) = the extreme of s[j], s[j + cn], ..., s[j + (nCols - 1) cn]
+// through runs of doubling length in a and b (wsn values each).
+template <bool Max, class T>
+void doubledRuns(const T* s, T* a, T* b, T* __restrict o, int n, int wsn, int nCols, int cn) {
+  const T* cur = s;
+  int run = 1;
+  for (; 2 * run <= nCols; run *= 2) {
+    T* next = cur == a ? b : a;
+    // Runs of 2 run columns start where a run of `run` columns ends in reach.
+    pickOf<Max>(cur, cur + std::ptrdiff_t(run) * cn, next, wsn - (2 * run - 1) * cn);
+    cur = next;
+  }
+  pickOf<Max>(cur, cur + std::ptrdiff_t(nCols - run) * cn, o, n);
+}
+
+// Larger boxes: the extreme across each source row (directly, by runs of
+// doubling length, or by the running extrema of blocks), then down the
+// columns (directly, or by the suffixes and prefixes of blocks of nRows
+// rows).
+template <bool Max, class T>
+bool largeBox(const Block& b, const void*) {
+  const int cn = b.cn, n = b.w * cn;
+  const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+  const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
+  const std::size_t rows = std::size_t(hs) * n;
+  if (!b.work->reserve(sizeof(T) * (2 * rows + 2 * std::size_t(wsn)))) return false;
+  T* across = b.work->as<T>();  // the extreme of each row's nCols values
+  T* suffix = across + rows;
+  T* g = suffix + rows;
+  T* h = g + wsn;
+  for (int r = 0; r < hs; ++r) {
+    const T* s = static_cast<const T*>(b.src[r]);
+    T* o = across + std::ptrdiff_t(r) * n;
+    if (nCols <= kSmallBox) {
+      acrossRow<Max>(s, o, n, cn, nCols);
+      continue;
+    }
+    if (nCols <= kDoubling) {
+      doubledRuns<Max>(s, g, h, o, n, wsn, nCols, cn);
+      continue;
+    }
+    switch (cn) {
+      case 1:
+        blockRuns<Max, 1>(s, g, h, wsn, nCols, 1);
+        break;
+      case 3:
+        blockRuns<Max, 3>(s, g, h, wsn, nCols, 3);
+        break;
+      default:
+        blockRuns<Max, 0>(s, g, h, wsn, nCols, cn);
+    }
+    pickOf<Max>(h, g + std::ptrdiff_t(nCols - 1) * cn, o, n);
+  }
+  if (nRows <= kSmallBox) {
+    for (int r = 0; r < b.h; ++r) {
+      T* d = static_cast<T*>(b.dst[r]);
+      const T* o = across + std::ptrdiff_t(r) * n;
+      std::copy(o, o + n, d);
+      for (int c = 1; c < nRows; ++c) pickInto<Max>(d, o + std::ptrdiff_t(c) * n, n);
+    }
+    return true;
+  }
+  // Down the columns in blocks of nRows rows: the suffixes first, then
+  // the prefixes in place of the rows they start from.
+  for (int r = hs - 1; r >= 0; --r) {
+    const T* o = across + std::ptrdiff_t(r) * n;
+    T* p = suffix + std::ptrdiff_t(r) * n;
+    if (r % nRows == nRows - 1 || r == hs - 1)
+      std::copy(o, o + n, p);
+    else
+      pickOf<Max>(p + n, o, p, n);
+  }
+  for (int r = 1; r < hs; ++r)
+    if (r % nRows != 0) pickInto<Max>(across + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r - 1) * n, n);
+  for (int r = 0; r < b.h; ++r) {
+    pickOf<Max>(suffix + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r + nRows - 1) * n,
+                static_cast<T*>(b.dst[r]), n);
+  }
+  return true;
 }
 
 template <bool Max, int C, int R>
@@ -124,12 +265,28 @@ BoxRowsFn boxRowsOf(int bytes, bool isSigned) {
   }
 }
 
+template <bool Max>
+BlockFn largeOf(int bytes, bool isSigned) {
+  switch (bytes) {
+    case 1:
+      return isSigned ? &largeBox<Max, std::int8_t> : &largeBox<Max, std::uint8_t>;
+    case 2:
+      return isSigned ? &largeBox<Max, std::int16_t> : &largeBox<Max, std::uint16_t>;
+    default:
+      return &largeBox<Max, std::int32_t>;
+  }
+}
+
 }  // namespace
 
 BoxRowsFn MOX_FILTER_BOXES(bool max, int bytes, bool isSigned, int nCols, int nRows) {
   if (nCols == 3 && nRows == 3)
     return max ? boxRowsOf<true, 3, 3>(bytes, isSigned) : boxRowsOf<false, 3, 3>(bytes, isSigned);
   return max ? boxRowsOf<true, 0, 0>(bytes, isSigned) : boxRowsOf<false, 0, 0>(bytes, isSigned);
+}
+
+BlockFn MOX_FILTER_LARGE(bool max, int bytes, bool isSigned) {
+  return max ? largeOf<true>(bytes, isSigned) : largeOf<false>(bytes, isSigned);
 }
 
 }  // namespace mox::filt

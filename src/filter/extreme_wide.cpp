@@ -12,6 +12,7 @@
 #if defined(MOX_FILTER_HAVE_WIDE)
 #pragma GCC target("avx2")
 #define MOX_FILTER_BOXES wideBoxRows
+#define MOX_FILTER_LARGE wideLargeBoxes
 #define MOX_FILTER_BOX_BYTES 32
 #include "filter/extreme.h"
 #endif

@@ -606,161 +606,21 @@ struct Blur {
 
 // ---------------------------------------------------------------- min, max
 
-template <bool Max, class T>
-inline T pick(T a, T b) {
-  if constexpr (Max)
-    return a < b ? b : a;
-  else
-    return b < a ? b : a;
-}
-
-// o[j] = extreme of o[j] and t[j].
-template <bool Max, class T>
-void pickInto(T* __restrict o, const T* __restrict t, int n) {
-  for (int j = 0; j < n; ++j) o[j] = pick<Max>(o[j], t[j]);
-}
-
-// o[j] = extreme of a[j] and b[j].
-template <bool Max, class T>
-void pickOf(const T* __restrict a, const T* __restrict b, T* __restrict o, int n) {
-  for (int j = 0; j < n; ++j) o[j] = pick<Max>(a[j], b[j]);
-}
-
-// d[j] = extreme of s[j], s[j + k], ..., s[j + (C - 1) k]: one pass.
-template <bool Max, int C, class T>
-void acrossFixed(const T* __restrict s, T* __restrict d, int n, int k) {
-  for (int j = 0; j < n; ++j) {
-    T m = s[j];
-    for (int i = 1; i < C; ++i) m = pick<Max>(m, s[j + i * k]);
-    d[j] = m;
-  }
-}
-
-// The same for c (1 to 6) values k apart.
-template <bool Max, class T, std::size_t... C>
-void acrossRow(const T* s, T* d, int n, int k, int c, std::index_sequence<C...>) {
-  using Fn = void (*)(const T*, T*, int, int);
-  static constexpr Fn kByCount[] = {&acrossFixed<Max, int(C) + 1, T>...};
-  kByCount[c - 1](s, d, n, k);
-}
-
-template <bool Max, class T>
-void acrossRow(const T* s, T* d, int n, int k, int c) {
-  acrossRow<Max>(s, d, n, k, c, std::make_index_sequence<6>{});
-}
-
-// Blocks of nCols pixels of cn channels (CN when known, else 0): g runs
-// forward from each block's start, h backward from its end.
-template <bool Max, int CN, class T>
-void blockRuns(const T* __restrict s, T* __restrict g, T* __restrict h, int n, int nCols, int cn) {
-  if constexpr (CN > 0) cn = CN;
-  for (int b0 = 0; b0 < n; b0 += nCols * cn) {
-    const int b1 = std::min(b0 + nCols * cn, n);
-    for (int j = b0; j < b0 + cn; ++j) g[j] = s[j];
-    for (int j = b0 + cn; j < b1; ++j) g[j] = pick<Max>(g[j - cn], s[j]);
-    for (int j = b1 - cn; j < b1; ++j) h[j] = s[j];
-    for (int j = b1 - cn - 1; j >= b0; --j) h[j] = pick<Max>(h[j + cn], s[j]);
-  }
-}
-
-// Boxes up to this size take the extreme of their values directly; larger
-// ones take the running extrema of blocks (a prefix and a suffix per block),
-// three comparisons per value whatever the size.
-constexpr int kDirect = 6;
-
-// Rows up to this many columns wide take the extremes of runs of 2, 4, 8
-// and 16 columns (whole-vector passes, at most four), then the extreme of
-// the two runs that cover the window; the running extrema take a chain of
-// comparisons along the row.
-constexpr int kDoubling = 32;
-
-// o[j] (j < n) = the extreme of s[j], s[j + cn], ..., s[j + (nCols - 1) cn]
-// through runs of doubling length in a and b (wsn values each).
-template <bool Max, class T>
-void doubledRuns(const T* s, T* a, T* b, T* __restrict o, int n, int wsn, int nCols, int cn) {
-  const T* cur = s;
-  int run = 1;
-  for (; 2 * run <= nCols; run *= 2) {
-    T* next = cur == a ? b : a;
-    // Runs of 2 run columns start where a run of `run` columns ends in reach.
-    pickOf<Max>(cur, cur + std::ptrdiff_t(run) * cn, next, wsn - (2 * run - 1) * cn);
-    cur = next;
-  }
-  pickOf<Max>(cur, cur + std::ptrdiff_t(nCols - run) * cn, o, n);
-}
-
 template <bool Max>
 struct Extreme {
   template <class D>
-  static bool run(const Block& b, const void* arg) {
-    (void)arg;
+  static bool run(const Block& b, const void*) {
     using T = typename D::T;
-    const int cn = b.cn, n = b.w * cn;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
-    if (nCols <= kDirect && nRows <= kDirect) {
+    if (nCols <= kSmallBox && nRows <= kSmallBox) {
       // Small boxes: two rows at a time in one pass (see extreme.h).
       const BoxRowsFn rows = boxRows(Max, int(sizeof(T)), D::isSigned, nCols, nRows);
       for (int r = 0; r < b.h; r += 2)
-        rows(b.src + r, dstRow<D>(b, r), r + 1 < b.h ? dstRow<D>(b, r + 1) : nullptr, n, cn, nCols,
-             nRows);
+        rows(b.src + r, dstRow<D>(b, r), r + 1 < b.h ? dstRow<D>(b, r + 1) : nullptr, b.w * b.cn,
+             b.cn, nCols, nRows);
       return true;
     }
-    const std::size_t rows = std::size_t(hs) * n;
-    if (!b.work->reserve(sizeof(T) * (2 * rows + 2 * std::size_t(wsn)))) return false;
-    T* across = b.work->as<T>();  // the extreme of each row's nCols values
-    T* suffix = across + rows;
-    T* g = suffix + rows;
-    T* h = g + wsn;
-    for (int r = 0; r < hs; ++r) {
-      const T* s = srcRow<D>(b, r);
-      T* o = across + std::ptrdiff_t(r) * n;
-      if (nCols <= kDirect) {
-        acrossRow<Max>(s, o, n, cn, nCols);
-        continue;
-      }
-      if (nCols <= kDoubling) {
-        doubledRuns<Max>(s, g, h, o, n, wsn, nCols, cn);
-        continue;
-      }
-      switch (cn) {
-        case 1:
-          blockRuns<Max, 1>(s, g, h, wsn, nCols, 1);
-          break;
-        case 3:
-          blockRuns<Max, 3>(s, g, h, wsn, nCols, 3);
-          break;
-        default:
-          blockRuns<Max, 0>(s, g, h, wsn, nCols, cn);
-      }
-      pickOf<Max>(h, g + std::ptrdiff_t(nCols - 1) * cn, o, n);
-    }
-    if (nRows <= kDirect) {
-      for (int r = 0; r < b.h; ++r) {
-        T* d = dstRow<D>(b, r);
-        const T* o = across + std::ptrdiff_t(r) * n;
-        std::copy(o, o + n, d);
-        for (int c = 1; c < nRows; ++c) pickInto<Max>(d, o + std::ptrdiff_t(c) * n, n);
-      }
-      return true;
-    }
-    // Down the columns in blocks of nRows rows: the suffixes first, then
-    // the prefixes in place of the rows they start from.
-    for (int r = hs - 1; r >= 0; --r) {
-      const T* o = across + std::ptrdiff_t(r) * n;
-      T* p = suffix + std::ptrdiff_t(r) * n;
-      if (r % nRows == nRows - 1 || r == hs - 1)
-        std::copy(o, o + n, p);
-      else
-        pickOf<Max>(p + n, o, p, n);
-    }
-    for (int r = 1; r < hs; ++r)
-      if (r % nRows != 0) pickInto<Max>(across + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r - 1) * n, n);
-    for (int r = 0; r < b.h; ++r) {
-      pickOf<Max>(suffix + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r + nRows - 1) * n,
-                  dstRow<D>(b, r), n);
-    }
-    return true;
+    return largeBoxes(Max, int(sizeof(T)), D::isSigned)(b, nullptr);
   }
 };
 

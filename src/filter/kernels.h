@@ -57,5 +57,10 @@ BlockFn medianNet(unsigned depth, int nCols, int nRows);
 using BoxRowsFn = void (*)(const void* const* src, void* d0, void* d1, int n, int cn, int nCols,
                            int nRows);
 BoxRowsFn boxRows(bool max, int bytes, bool isSigned, int nCols, int nRows);
+// Boxes up to this size in both directions take boxRows.
+constexpr int kSmallBox = 6;
+// The block function of the minimum (max false) or maximum of larger
+// boxes, for values as boxRows takes them.
+BlockFn largeBoxes(bool max, int bytes, bool isSigned);
 
 }  // namespace mox::filt

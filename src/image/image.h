@@ -2,6 +2,8 @@
 // the creation check and the report sites every operation shares.
 #pragma once
 
+#include <climits>
+
 #include "moxpx.h"
 
 namespace mox {
@@ -12,9 +14,33 @@ inline bool isSigned(unsigned depth) { return (depth & MOX_DEPTH_SIGN) != 0; }
 bool isValidDepth(unsigned depth);
 
 // The row step and block size of the layout rule. Returns false when either
-// does not fit in a signed 32-bit number; then nothing is written.
-bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOrder, int align,
-                int* widthStep, int* imageSize);
+// does not fit in a signed 32-bit number; then nothing is written. Inline:
+// every call on a tiled image asks it for each image, in the checks and in
+// the walk.
+inline bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOrder,
+                       int align, int* widthStep, int* imageSize) {
+  const long long bits = depthBits(depth);
+  const long long a = static_cast<long long>(align) * 8;
+  const long long pixelBits = 1LL * width * bits;  // at most 2^36 in size
+  const long long channels = dataOrder == 0 ? nChannels : 1;
+  const long long planes = dataOrder == 0 ? 1 : nChannels;
+  if (a <= 0) return false;
+  // Each product is checked before the next, so that none leaves 64 bits
+  // (by the overflow flag: a division would cost more than the rest).
+  long long rowBits = 0;
+  if (__builtin_mul_overflow(pixelBits, channels, &rowBits) || rowBits > (1LL << 62) ||
+      rowBits < -(1LL << 62))
+    return false;
+  const long long step = ((rowBits + a - 1) & -a) >> 3;
+  if (step > INT_MAX || step < INT_MIN) return false;
+  const long long rows = step * height;
+  if (rows > INT_MAX || rows < INT_MIN) return false;
+  const long long size = rows * planes;
+  if (size > INT_MAX || size < INT_MIN) return false;
+  *widthStep = static_cast<int>(step);
+  *imageSize = static_cast<int>(size);
+  return true;
+}
 
 // Bytes of `width` pixels of `channels` values of `bits` bits each, rounded
 // up to whole bytes; -1 when they pass INT_MAX (or a count is not positive),

@@ -22,32 +22,12 @@ bool isValidDepth(unsigned depth) {
   }
 }
 
-bool layoutSize(int width, int height, unsigned depth, int nChannels, int dataOrder, int align,
-                int* widthStep, int* imageSize) {
-  const long long bits = depthBits(depth);
-  const long long a = static_cast<long long>(align) * 8;
-  const long long pixelBits = 1LL * width * bits;  // at most 2^36 in size
-  const long long channels = dataOrder == 0 ? nChannels : 1;
-  const long long planes = dataOrder == 0 ? 1 : nChannels;
-  if (a <= 0) return false;
-  // Each product is checked before the next, so that none leaves 64 bits.
-  if (channels != 0 && std::llabs(pixelBits) > (1LL << 62) / std::llabs(channels)) return false;
-  const long long step = ((pixelBits * channels + a - 1) & -a) >> 3;
-  if (step > INT_MAX || step < INT_MIN) return false;
-  const long long rows = step * height;
-  if (rows > INT_MAX || rows < INT_MIN) return false;
-  const long long size = rows * planes;
-  if (size > INT_MAX || size < INT_MIN) return false;
-  *widthStep = static_cast<int>(step);
-  *imageSize = static_cast<int>(size);
-  return true;
-}
-
 long long pixelRowBytes(long long width, unsigned bits, long long channels) {
   if (width <= 0 || bits == 0 || channels <= 0) return -1;
   const long long pixelBits = channels * bits;  // at most 2^31 x 32
-  if (width > 8LL * INT_MAX / pixelBits) return -1;
-  return (width * pixelBits + 7) / 8;
+  long long rowBits = 0;
+  if (__builtin_mul_overflow(width, pixelBits, &rowBits) || rowBits > 8LL * INT_MAX) return -1;
+  return (rowBits + 7) / 8;
 }
 
 unsigned creationFaults(const MoxImage* image) {

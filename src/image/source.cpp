@@ -58,7 +58,18 @@ SourceReader::SourceReader(const MoxImage* image, Edge edge, const SourceSites& 
   }
 }
 
-SourceReader::~SourceReader() { std::free(scratch_); }
+// One copy of the plan that fills a block's outside: n pixels to column c
+// of a row, from column `from` of the same block row, or of the source row
+// the row maps to, or the constant into one pixel.
+struct SourceReader::Copy {
+  enum Kind : unsigned char { kFromBlock, kFromSource, kConstant } kind;
+  long long from, c, n;
+};
+
+SourceReader::~SourceReader() {
+  std::free(scratch_);
+  std::free(plan_);
+}
 
 bool SourceReader::fail(int status, int line) {
   const Site at{sites_.func, sites_.file, line};
@@ -205,24 +216,39 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
       if (seg[k].from < seg[k].to && borderRule(im, code, edge_, &rules[v][k])) return badMode(code);
     }
   }
-  for (i64 r = y; r < y1; ++r) {
-    const int v = r < 0 ? 1 : r >= im->height ? 2 : 0;
+  // What fills each segment is the same for every row of a class but for
+  // the source row: the copies are planned once, then run row by row. A
+  // segment takes at most a period of single columns (and no more than it
+  // is wide) and 64 doublings.
+  const i64 most = 9 * (std::min<i64>(2 * i64(im->width), block.width) + 66);
+  if (most > planCapacity_) {
+    void* grown = std::realloc(plan_, static_cast<std::size_t>(most) * sizeof(Copy));
+    if (!grown) return fail(kBorderOk, sites_.memoryLine);
+    plan_ = static_cast<Copy*>(grown);
+    planCapacity_ = most;
+  }
+  Copy* const plan = plan_;
+  std::size_t size = 0;
+  auto add = [&](Copy::Kind kind, i64 from, i64 c, i64 n) { plan[size++] = Copy{kind, from, c, n}; };
+  std::size_t first[3][4] = {};  // segment k of class v: plan[first[v][k]] up to the next segment's
+  for (int v : {1, 0, 2}) {
+    const bool rows = !(v == 1 ? y >= 0 : v == 2 ? y1 <= im->height : y >= im->height || y1 <= 0);
     for (int k : {1, 2, 0}) {  // over the image first: the sides copy from it
+      first[v][k] = size;
+      if (!rows) continue;
       const Span& s = seg[k];
       if (s.from >= s.to || (k == 1 && v == 0)) continue;  // the inside is there already
       const BorderRule& rule = rules[v][k];
       if (rule.constant) {
-        for (int ch = 1; ch <= block.nChannels; ++ch)
-          setViewValue(block, s.from - x, r - y, ch, rule.value);
+        add(Copy::kConstant, 0, s.from, 1);
         for (i64 c = s.from + 1, n; c < s.to; c += n) {
           n = std::min(s.to - c, c - s.from);
-          move(block, x, y, s.from, r, c, r, n);
+          add(Copy::kFromBlock, s.from, c, n);
         }
         continue;
       }
-      const i64 sy = mapBorderCoord(rule.modeY, r, im->height);
       if (k == 1) {
-        if (!run(s.from, sy, s.to - s.from, s.from, r)) return false;
+        add(Copy::kFromSource, s.from, s.from, s.to - s.from);
         continue;
       }
       const i64 period = rule.modeX == MOX_BORDER_REPLICATE ? 1
@@ -240,11 +266,52 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
         // The next n columns, nearest the image first.
         const i64 c = k == 2 ? s.from + done : s.to - done - n;
         if (back)
-          move(block, x, y, k == 2 ? c - back : c + back, r, c, r, n);
-        else if (!run(mapBorderCoord(rule.modeX, c, im->width), sy, 1, c, r))
-          return false;
+          add(Copy::kFromBlock, k == 2 ? c - back : c + back, c, n);
+        else
+          add(Copy::kFromSource, mapBorderCoord(rule.modeX, c, im->width), c, 1);
         done += n;
       }
+    }
+    first[v][3] = size;
+  }
+  // One copy on the rows [ra, rb) of a class.
+  auto apply = [&](const Copy& op, const BorderRule& rule, i64 ra, i64 rb) {
+    if (op.kind == Copy::kFromBlock && pix) {
+      // Within the block's rows: a tight loop down the rows.
+      const std::size_t bytes = static_cast<std::size_t>(op.n * pix);
+      char* d = block.data + (ra - y) * block.widthStep + (op.c - x) * pix;
+      const char* from = block.data + (ra - y) * block.widthStep + (op.from - x) * pix;
+      for (i64 r = ra; r < rb; ++r, d += block.widthStep, from += block.widthStep)
+        for (int p = 0; p < planes; ++p)
+          copyBytes(d + p * block.planeStep, from + p * block.planeStep, bytes);
+      return true;
+    }
+    for (i64 r = ra; r < rb; ++r) {
+      if (op.kind == Copy::kFromBlock) {
+        move(block, x, y, op.from, r, op.c, r, op.n);
+      } else if (op.kind == Copy::kFromSource) {
+        if (!run(op.from, mapBorderCoord(rule.modeY, r, im->height), op.n, op.c, r)) return false;
+      } else {
+        for (int ch = 1; ch <= block.nChannels; ++ch)
+          setViewValue(block, op.c - x, r - y, ch, rule.value);
+      }
+    }
+    return true;
+  };
+  // A plain image's rows go copy by copy, each down all rows of a class; a
+  // tiled one's row by row, so that tiles are asked for from the top.
+  const bool byCopy = !im->tileInfo;
+  for (int v : {1, 0, 2}) {
+    const i64 ra = v == 1 ? y : std::clamp<i64>(v == 0 ? 0 : im->height, y, y1);
+    const i64 rb = v == 2 ? y1 : std::clamp<i64>(v == 0 ? im->height : 0, y, y1);
+    for (i64 r0 = ra; r0 < rb; ++r0) {
+      const i64 r1 = byCopy ? rb : r0 + 1;
+      for (int k : {1, 2, 0}) {
+        const std::size_t end = k == 1 ? first[v][2] : k == 2 ? first[v][0] : first[v][3];
+        for (std::size_t i = first[v][k]; i < end; ++i)
+          if (!apply(plan[i], rules[v][k], r0, r1)) return false;
+      }
+      r0 = r1 - 1;
     }
   }
   return true;

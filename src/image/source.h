@@ -77,6 +77,10 @@ class SourceReader {
   int heldX_ = 0, heldY_ = 0;
   char* scratch_ = nullptr;
   long long capacity_ = 0;
+  // The copies that fill a block's outside, kept between reads.
+  struct Copy;
+  Copy* plan_ = nullptr;
+  long long planCapacity_ = 0;
 };
 
 }  // namespace mox
