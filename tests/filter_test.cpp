@@ -118,15 +118,17 @@ TEST(Filter, WindowsFarPastTheImageMatchTheirWindows) {
       Image src({depth, depth == MOX_DEPTH_1U ? 1 : 2, 0, 4, 5}, 3 * depth + modes);
       setModes(src, modes);
       const std::string what = "far depth " + std::to_string(depth) + " modes " + std::to_string(modes);
+      // Windows that overreach a period (twice the image) on one side, the
+      // other or both, of odd and even counts.
       expectBoxes(src, {{15, 1, 14, 0}, {16, 1, 15, 0}, {17, 2, 0, 1}, {1, 12, 0, 11}, {2, 13, 1, 12},
-                        {1, 14, 0, 0}, {61, 47, 30, 20}, {300, 1, 150, 0}, {1, 300, 0, 299}},
+                        {1, 14, 0, 0}, {61, 47, 30, 20}, {62, 48, 40, 3}, {16, 30, 2, 27}, {300, 1, 150, 0},
+                        {1, 300, 0, 299}},
                     what);
       // Several 8x8 tiles under a window far taller than the image.
       const Shape sh{depth, src->nChannels, 0, 11, 13};
       Image big(sh, 7 * depth + modes);
       setModes(big, modes);
       for (const BoxOp& op : kBoxOps) {
-        if (op.call == moxMedianFilter || op.call == moxBlur) continue;
         Image want(sh, 5), dst(sh, 5), got(sh, 5);
         op.call(big, want, 7, 1000, 3, 400);
         Tiled ts(big, 8, 8), td(dst, 8, 8);
@@ -136,6 +138,67 @@ TEST(Filter, WindowsFarPastTheImageMatchTheirWindows) {
         EXPECT_EQ(got.bytes(), want.bytes()) << what << " tiled " << op.name;
       }
     }
+  EXPECT_TRUE(reports().empty());
+}
+
+// Medians of 65536 values and more: folded past a tiny image, and inside
+// a larger one (a ROI keeps the reference short).
+TEST(Filter, MediansOfManyValuesMatchTheirWindows) {
+  Capture capture;
+  const Box box{300, 230, 140, 100};
+  const auto median = [](const MoxImage* src, const Box& b) {
+    return [src, b](int x, int y, int c) { return kBoxOps[3].reduce(window(src, x, y, c, b)); };
+  };
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U, MOX_DEPTH_32S}) {
+    for (int modes = 0; modes < kModeCases; ++modes) {
+      Image src({depth, 1, 0, 3, 4}, 9 * depth + modes);
+      setModes(src, modes);
+      Image dst({depth, 1, 0, 3, 4}, 5);
+      expectEach(src, dst, [&](MoxImage* d) { moxMedianFilter(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
+                 median(src, box), "depth " + std::to_string(depth) + " modes " + std::to_string(modes));
+    }
+  }
+  // Tall, thin windows over a wide image weigh few of the folded block's
+  // values.
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U, MOX_DEPTH_16S, MOX_DEPTH_32S})
+    for (const Box& b : {Box{1, 61, 0, 30}, Box{3, 40, 1, 2}, Box{2, 50, 0, 49}}) {
+      Image src({depth, 2, 0, 4, 150}, 3 * depth), dst({depth, 2, 0, 4, 150}, 5);
+      setModes(src, 4);
+      expectEach(src, dst, [&](MoxImage* d) { moxMedianFilter(src, d, b.nCols, b.nRows, b.anchorX, b.anchorY); },
+                 median(src, b), "thin depth " + std::to_string(depth) + " box " + std::to_string(b.nRows));
+    }
+  const Box inside{300, 220, 150, 110};
+  Image src({MOX_DEPTH_8U, 1, 0, 60, 100}, 4), dst({MOX_DEPTH_8U, 1, 0, 60, 100}, 5);
+  src.roi(0, 47, 29, 3, 4), dst.roi(0, 47, 29, 3, 4);
+  moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+  expectEach(src, dst, [&](MoxImage* d) { moxMedianFilter(src, d, inside.nCols, inside.nRows, inside.anchorX, inside.anchorY); },
+             median(src, inside), "inside");
+  EXPECT_TRUE(reports().empty());
+}
+
+// A window of 70001 x 70001 over one pixel, different constants on each
+// side: whole rows of the top and bottom constants, then the middle row
+// (left constant, the pixel, right constant). The middle place lies on the
+// last left value, the pixel or the first right value as the anchor moves;
+// the mean's sum is far beyond 32 bits.
+TEST(Filter, WindowsOfBillionsOfValuesCountEveryOne) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16U, MOX_DEPTH_32S}) {
+    Image src({depth, 1, 0, 1, 1}, 1);
+    set(src, 0, 0, 0, 100);
+    const int sides[][2] = {{MOX_SIDE_TOP, 10}, {MOX_SIDE_LEFT, 50}, {MOX_SIDE_RIGHT, 150}, {MOX_SIDE_BOTTOM, 200}};
+    for (const auto& side : sides) moxSetBorderMode(src, MOX_BORDER_CONSTANT, side[0], side[1]);
+    for (const auto& [anchorX, want] : {std::pair{35001, 50}, {35000, 100}, {34999, 150}}) {
+      Image dst({depth, 1, 0, 1, 1}, 5);
+      moxMedianFilter(src, dst, 70001, 70001, anchorX, 35000);
+      EXPECT_EQ(at(dst, 0, 0, 1), want) << depth << " anchor " << anchorX;
+      // The mean of the same values, rounded half up.
+      const ll rows = 35000LL * 70001, count = 70001LL * 70001;
+      const ll sum = 10 * rows + 200 * rows + 50LL * anchorX + 100 + 150LL * (70000 - anchorX);
+      moxBlur(src, dst, 70001, 70001, anchorX, 35000);
+      EXPECT_EQ(at(dst, 0, 0, 1), (sum + count / 2) / count) << depth << " anchor " << anchorX;
+    }
+  }
   EXPECT_TRUE(reports().empty());
 }
 

@@ -181,6 +181,10 @@ const Golden kCases[] = {
      RUN(moxMedianFilter(a, b, 7, 7, 3, 3), moxMedianFilter(b, d, 3, 3, 1, 1)), 0x44d468cc0be60aa2ull},
     {"median 32S 5x5", k32S1, k32S1, RUN(moxMedianFilter(a, d, 5, 5, 2, 2)), 0x9b7722e25082d217ull},
     {"median 8U 7x7", k8U1, k8U1, RUN(moxMedianFilter(a, d, 7, 7, 3, 3)), 0x3e2acf2a59d9a2ebull},
+    {"median 8U 401x300 folded past the image", k8U3, k8U3, RUN(moxMedianFilter(a, d, 401, 300, 350, 20)), 0xb0b4083eb9962957ull},
+    {"median 16S 400x301 folded past the image", k16S1, k16S1, RUN(moxMedianFilter(a, d, 400, 301, 30, 290)), 0x6df0de0551480325ull},
+    {"median 32S 1x250, folded rows, few values weighed", k32S1, k32S1, RUN(moxMedianFilter(a, d, 1, 250, 0, 100)), 0x6e431751526de325ull},
+    {"blur 32S 500x400 folded past the image", k32S1, k32S1, RUN(moxBlur(a, d, 500, 400, 250, 10)), 0xf5e49fc508638725ull},
     {"min 8U 11x9 then max 3x3", k8U3, k8U3, RUN(moxMinFilter(a, b, 11, 9, 5, 4), moxMaxFilter(b, d, 3, 3, 1, 1)),
      0xa1f7dcab83fca59full},
 };

@@ -20,6 +20,12 @@ namespace {
 using i64 = long long;
 using u64 = unsigned long long;
 
+// The working memory of a block function: `bytes` counted in 64 bits,
+// refused when more than an address reaches.
+bool reserveWork(const Block& b, u64 bytes) {
+  return bytes <= u64(PTRDIFF_MAX) && b.work->reserve(static_cast<std::size_t>(bytes));
+}
+
 template <class D>
 const typename D::T* srcRow(const Block& b, int r) {
   return static_cast<const typename D::T*>(b.src[r]);
@@ -524,9 +530,60 @@ struct Blur {
     return true;
   }
 
+  // A folded block: the weighted sum across of every held row for every
+  // destination column (of the values above the depth's lowest, so every
+  // sum is positive), split by the window's width into a quotient and a
+  // remainder, so that their weighted sums down the window stay within 64
+  // bits however many values it holds. With S = nCols * Q + M the rounded
+  // mean is floor((S + half) / (nCols * nRows)) = floor((Q + floor((M +
+  // half) / nCols)) / nRows).
+  template <class D>
+  static bool folded(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn, n = b.w * cn, xs = b.fx.size, ys = b.fy.size;
+    const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
+    const u64 rows = u64(ys) * u64(n);
+    if (!reserveWork(b, sizeof(i64) * (2 * rows + 2 * u64(n) + u64(xs)))) return false;
+    i64* whole = b.work->as<i64>();  // per held row and destination value
+    i64* part = whole + rows;
+    i64* q = part + rows;  // the window's sums of both
+    i64* m = q + n;
+    i64* wx = m + n;
+    for (int f = 0; f < xs; ++f) wx[f] = b.fx.weight(0, nCols - 1, f);
+    for (int g = 0; g < ys; ++g) {
+      const T* s = srcRow<D>(b, g);
+      for (int ch = 0; ch < cn; ++ch) {
+        i64 sum = 0;
+        for (int f = 0; f < xs; ++f) sum += wx[f] * (i64(s[std::ptrdiff_t(f) * cn + ch]) - D::lo);
+        for (int x = 0; x < b.w; ++x) {
+          if (x > 0)
+            sum += i64(s[std::ptrdiff_t(b.fx.at(x - 1 + nCols)) * cn + ch]) - s[std::ptrdiff_t(b.fx.at(x - 1)) * cn + ch];
+          const std::ptrdiff_t at = std::ptrdiff_t(g) * n + std::ptrdiff_t(x) * cn + ch;
+          whole[at] = sum / nCols;
+          part[at] = sum % nCols;
+        }
+      }
+    }
+    const i64 half = nCols * nRows / 2;
+    for (int r = 0; r < b.h; ++r) {
+      std::fill(q, q + n, i64(0));
+      std::fill(m, m + n, half);
+      for (int g = 0; g < ys; ++g) {
+        const i64 k = b.fy.weight(r, r + nRows - 1, g);
+        if (!k) continue;
+        addTap<i64, i64>(q, whole + std::ptrdiff_t(g) * n, k, n);
+        addTap<i64, i64>(m, part + std::ptrdiff_t(g) * n, k, n);
+      }
+      T* d = dstRow<D>(b, r);
+      for (int j = 0; j < n; ++j) d[j] = static_cast<T>((q[j] + m[j] / nCols) / nRows + D::lo);
+    }
+    return true;
+  }
+
   template <class D>
   static bool run(const Block& b, const void* arg) {
     (void)arg;
+    if (b.fx.period || b.fy.period) return folded<D>(b);
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     const i64 largest = std::max(-D::lo, D::hi);
     if constexpr (D::bits == 8 && !D::isSigned) {
@@ -572,9 +629,14 @@ struct Extreme {
 // Windows of up to this many values take the sorting network.
 constexpr int kNetwork = 32;
 
-// The histograms of the constant-time median: 256 counts in 16 groups of
-// 16, each group with its total.
-using Group [[gnu::vector_size(32)]] = std::uint16_t;
+// The histograms of the constant-time median: 256 counts of C in 16 groups
+// of 16, each group with its total.
+template <class C>
+struct Counts {
+  typedef C Group __attribute__((vector_size(16 * sizeof(C))));
+  // The window's running counts.
+  using Sum = std::conditional_t<sizeof(C) == 2, int, i64>;
+};
 constexpr int kStripe = 256;  // destination columns whose column histograms are kept together
 
 // The 8-bit histograms' bin of a value: signed values shifted by half
@@ -588,112 +650,141 @@ inline unsigned binOf(typename D::T v) {
   return (static_cast<unsigned>(v) & 0xFFu) ^ flipOf<D>();
 }
 
-// The window's width and height and the place of its median.
-struct MedianWindow {
-  int nCols, nRows, middle;
-  explicit MedianWindow(const Window& w)
-      : nCols(w.left + w.right + 1),
-        nRows(w.top + w.bottom + 1),
-        middle(static_cast<int>((i64(nCols) * nRows - 1) / 2)) {}
+// A value and how many times the window holds it.
+template <class T>
+struct Weighted {
+  T value;
+  u64 weight;
 };
 
-struct Median {
-  // 8-bit values: a histogram of the window slides along the row; the
-  // median moves from where it was, so a step costs the window's height.
-  template <class D>
-  static bool histogram(const Block& b) {
-    using T = typename D::T;
-    const int cn = b.cn;
-    const auto [nCols, nRows, middle] = MedianWindow(b.win);
-    constexpr unsigned flip = flipOf<D>();
-    const auto key = binOf<D>;
-    if (!b.work->reserve(sizeof(int) * 256)) return false;
-    int* hist = b.work->as<int>();
-    for (int r = 0; r < b.h; ++r) {
-      T* d = dstRow<D>(b, r);
-      for (int ch = 0; ch < cn; ++ch) {
-        std::fill(hist, hist + 256, 0);
-        for (int c = 0; c < nRows; ++c) {
-          const T* s = srcRow<D>(b, r + c) + ch;
-          for (int i = 0; i < nCols; ++i) ++hist[key(s[std::ptrdiff_t(i) * cn])];
-        }
-        int m = 0, below = 0;
-        while (below + hist[m] <= middle) below += hist[m++];
-        d[ch] = static_cast<T>(m ^ static_cast<int>(flip));
-        for (int i = 1; i < b.w; ++i) {
-          const std::ptrdiff_t out = std::ptrdiff_t(i - 1) * cn + ch, in = out + std::ptrdiff_t(nCols) * cn;
-          for (int c = 0; c < nRows; ++c) {
-            const T* s = srcRow<D>(b, r + c);
-            const int ko = static_cast<int>(key(s[out])), ki = static_cast<int>(key(s[in]));
-            --hist[ko];
-            ++hist[ki];
-            below += (ki < m) - (ko < m);
-          }
-          while (below > middle) below -= hist[--m];
-          while (below + hist[m] <= middle) below += hist[m++];
-          d[std::ptrdiff_t(i) * cn + ch] = static_cast<T>(m ^ static_cast<int>(flip));
-        }
+// The value at place k (from 0) of the values e[0 .. n - 1] taken each as
+// often as its weight says (k below their total): the part that holds place
+// k is split around a value picked in it until that value holds it.
+template <class T>
+T weightedSelect(Weighted<T>* e, int n, u64 k) {
+  std::uint32_t seed = 0x2545F491u;  // a fixed sequence of picks: the same work on every build
+  int lo = 0, hi = n;
+  while (hi - lo > 1) {
+    seed = seed * 1664525u + 1013904223u;
+    const T pivot = e[lo + static_cast<int>((u64(seed) * u64(hi - lo)) >> 32)].value;
+    // [lo, less) below the pivot, [less, i) equal, [more, hi) above.
+    int less = lo, i = lo, more = hi;
+    u64 below = 0, equal = 0;
+    while (i < more) {
+      if (e[i].value < pivot) {
+        below += e[i].weight;
+        std::swap(e[i++], e[less++]);
+      } else if (pivot < e[i].value) {
+        std::swap(e[i], e[--more]);
+      } else {
+        equal += e[i++].weight;
       }
     }
-    return true;
+    if (k < below) {
+      hi = less;
+    } else if (k < below + equal) {
+      return pivot;
+    } else {
+      k -= below + equal;
+      lo = more;
+    }
   }
+  return e[lo].value;
+}
 
-  // 8-bit values, windows of up to 65535 values: a histogram per source
-  // column (its group totals beside it) follows the rows; along a row the
-  // window's group totals take one column in and one out per step, and
-  // only the group that holds the median brings its counts up to date,
-  // from where it was last used or anew when that is cheaper. Columns are
-  // taken in stripes so that their histograms stay in the caches.
-  template <class D>
+struct Median {
+  // 8-bit values: a histogram per source column (its group totals beside
+  // it) follows the rows; along a row the window's group totals take one
+  // column in and one out per step, and only the group that holds the
+  // median brings its counts up to date, from where it was last used or
+  // anew when that is cheaper. Columns are taken in stripes so that their
+  // histograms stay in the caches. C counts the window's values. A folded
+  // block (Folded) takes its rows and columns at their held places and
+  // starts each window with the weights of its held positions.
+  template <class D, class C, bool Folded>
   static bool groups(const Block& b) {
     using T = typename D::T;
+    using Group = typename Counts<C>::Group;
+    using Sum = typename Counts<C>::Sum;
     const int cn = b.cn;
-    const auto [nCols, nRows, middle] = MedianWindow(b.win);
+    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
+    const Sum middle = static_cast<Sum>((i64(nCols) * nRows - 1) / 2);
     constexpr unsigned flip = flipOf<D>();
-    const int stripe = std::min(kStripe, b.w), cols = stripe + nCols - 1;
-    if (!b.work->reserve(sizeof(Group) * (17 * std::size_t(cols) + 16))) return false;
+    // Folded columns are held once for the whole row.
+    const int stripe = Folded && b.fx.period ? b.w : std::min(kStripe, b.w);
+    const int cols = Folded && b.fx.period ? b.fx.size : stripe + nCols - 1;
+    const u64 histBytes = sizeof(Group) * (17 * u64(cols) + 16);
+    if (!reserveWork(b, histBytes + (Folded ? 2 * sizeof(C) * u64(cols) : 0))) return false;
     Group* fine = b.work->as<Group>();
     Group* coarse = fine + 16 * std::ptrdiff_t(cols);
     Group* window = coarse + cols;  // the window's counts, group by group
+    C* start = reinterpret_cast<C*>(b.work->as<char>() + std::ptrdiff_t(histBytes));  // the weights of a row's first window
+    C* now = start + cols;                                              // and of the window at hand
     const auto key = binOf<D>;
+    auto rowAt = [&](i64 r) { return Folded ? b.fy.at(r) : static_cast<int>(r); };
     for (int x0 = 0; x0 < b.w; x0 += stripe) {
-      const int w = std::min(stripe, b.w - x0), ws = w + nCols - 1;
+      const int w = std::min(stripe, b.w - x0), ws = Folded && b.fx.period ? cols : w + nCols - 1;
+      // The held column of column u of the stripe's unfolded columns.
+      auto colAt = [&](i64 u) { return Folded ? b.fx.at(x0 + u) - x0 : static_cast<int>(u); };
+      // Recounting a group anew costs the columns a window may weigh.
+      const int reach = Folded ? ws : nCols;
+      if constexpr (Folded)
+        for (int f = 0; f < ws; ++f) start[f] = static_cast<C>(b.fx.weight(x0, x0 + i64(nCols) - 1, x0 + f));
       for (int ch = 0; ch < cn; ++ch) {
-        auto count = [&](int r, int step) {
+        auto count = [&](int r, C step) {
           const T* s = srcRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
           for (int c = 0; c < ws; ++c) {
             const unsigned k = key(s[std::ptrdiff_t(c) * cn]);
-            fine[16 * c + (k >> 4)][k & 15] = static_cast<std::uint16_t>(fine[16 * c + (k >> 4)][k & 15] + step);
-            coarse[c][k >> 4] = static_cast<std::uint16_t>(coarse[c][k >> 4] + step);
+            fine[16 * c + (k >> 4)][k & 15] = static_cast<C>(fine[16 * c + (k >> 4)][k & 15] + step);
+            coarse[c][k >> 4] = static_cast<C>(coarse[c][k >> 4] + step);
           }
         };
         std::fill(fine, fine + 16 * std::ptrdiff_t(ws), Group{});
         std::fill(coarse, coarse + ws, Group{});
-        for (int r = 0; r < nRows; ++r) count(r, 1);
+        if constexpr (Folded) {
+          for (int r = 0; r < b.fy.size; ++r)
+            if (const C k = static_cast<C>(b.fy.weight(0, nRows - 1, r))) count(r, k);
+        } else {
+          for (int r = 0; r < nRows; ++r) count(r, 1);
+        }
         for (int r = 0; r < b.h; ++r) {
           if (r > 0) {
-            count(r - 1, -1);
-            count(r + nRows - 1, 1);
+            count(rowAt(r - 1), static_cast<C>(-1));
+            count(rowAt(i64(r) + nRows - 1), 1);
           }
           Group totals{};
-          for (int c = 0; c < nCols; ++c) totals += coarse[c];
+          if constexpr (Folded) {
+            std::copy(start, start + ws, now);
+            for (int c = 0; c < ws; ++c) totals += coarse[c] * now[c];
+          } else {
+            for (int c = 0; c < nCols; ++c) totals += coarse[c];
+          }
           int last[16];
-          std::fill(last, last + 16, -nCols);  // every group out of date
+          std::fill(last, last + 16, -reach);  // every group out of date
           T* d = dstRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
           for (int x = 0; x < w; ++x) {
-            if (x > 0) totals += coarse[x + nCols - 1] - coarse[x - 1];
-            int below = 0, g = 0;
-            while (below + totals[g] <= middle) below += totals[g++];
+            if (x > 0) {
+              const int in = colAt(i64(x) + nCols - 1), out = colAt(x - 1);
+              totals += coarse[in] - coarse[out];
+              if constexpr (Folded) ++now[in], --now[out];
+            }
+            Sum below = 0;
+            int g = 0;
+            while (below + static_cast<Sum>(totals[g]) <= middle) below += static_cast<Sum>(totals[g++]);
             Group& counts = window[g];
-            if (2 * (x - last[g]) > nCols) {
+            if (2 * (x - last[g]) > reach) {
               counts = Group{};
-              for (int c = x; c < x + nCols; ++c) counts += fine[16 * c + g];
+              if constexpr (Folded)
+                for (int c = 0; c < ws; ++c) counts += fine[16 * c + g] * now[c];
+              else
+                for (int c = x; c < x + nCols; ++c) counts += fine[16 * c + g];
             } else {
-              for (int p = last[g] + 1; p <= x; ++p) counts += fine[16 * (p + nCols - 1) + g] - fine[16 * (p - 1) + g];
+              for (int p = last[g] + 1; p <= x; ++p)
+                counts += fine[16 * colAt(i64(p) + nCols - 1) + g] - fine[16 * colAt(p - 1) + g];
             }
             last[g] = x;
             int k = 0;
-            while (below + counts[k] <= middle) below += counts[k++];
+            while (below + static_cast<Sum>(counts[k]) <= middle) below += static_cast<Sum>(counts[k++]);
             d[std::ptrdiff_t(x) * cn] = static_cast<T>((16 * g + k) ^ static_cast<int>(flip));
           }
         }
@@ -702,16 +793,24 @@ struct Median {
     return true;
   }
 
+  // 8-bit values: the counts as wide as the window's values need.
+  template <class D, bool Folded>
+  static bool groups(const Block& b, i64 count) {
+    if (count < 0x10000) return groups<D, std::uint16_t, Folded>(b);
+    if (count <= 0xFFFFFFFFLL) return groups<D, std::uint32_t, Folded>(b);
+    return groups<D, u64, Folded>(b);
+  }
+
   // Wider values: the window's values, partly ordered around the middle.
   template <class D>
   static bool select(const Block& b) {
     using T = typename D::T;
     const int cn = b.cn;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const std::size_t count = std::size_t(nCols) * nRows;
-    if (!b.work->reserve(sizeof(T) * count)) return false;
+    const u64 count = u64(nCols) * u64(nRows);
+    if (!reserveWork(b, sizeof(T) * count)) return false;
     T* values = b.work->as<T>();
-    T* middle = values + (count - 1) / 2;
+    T* middle = values + std::ptrdiff_t((count - 1) / 2);
     for (int r = 0; r < b.h; ++r) {
       T* d = dstRow<D>(b, r);
       for (int i = 0; i < b.w; ++i)
@@ -721,9 +820,123 @@ struct Median {
             const T* s = srcRow<D>(b, r + c) + std::ptrdiff_t(i) * cn + ch;
             for (int k = 0; k < nCols; ++k) *v++ = s[std::ptrdiff_t(k) * cn];
           }
-          std::nth_element(values, middle, values + count);
+          std::nth_element(values, middle, values + std::ptrdiff_t(count));
           d[std::ptrdiff_t(i) * cn + ch] = *middle;
         }
+    }
+    return true;
+  }
+
+  // Wider values of a folded block whose windows weigh few of its values:
+  // each value of the window with its weight, the middle place found among
+  // them.
+  template <class D>
+  static bool gathered(const Block& b) {
+    using T = typename D::T;
+    const int cn = b.cn, xs = b.fx.size, ys = b.fy.size;
+    const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
+    const u64 middle = (u64(nCols) * u64(nRows) - 1) / 2;
+    // The columns a window weighs: all of a folded row, else its own.
+    const int span = b.fx.period ? xs : static_cast<int>(nCols);
+    const u64 entries = sizeof(Weighted<T>) * u64(span) * u64(std::min<i64>(nRows, ys));
+    if (!reserveWork(b, entries + sizeof(u64) * (u64(xs) + u64(ys)))) return false;
+    auto* values = b.work->as<Weighted<T>>();
+    u64* wx = reinterpret_cast<u64*>(b.work->as<char>() + std::ptrdiff_t(entries));
+    u64* wy = wx + xs;
+    for (int f = 0; f < xs; ++f) wx[f] = static_cast<u64>(b.fx.weight(0, nCols - 1, f));
+    for (int r = 0; r < b.h; ++r) {
+      for (int g = 0; g < ys; ++g) wy[g] = static_cast<u64>(b.fy.weight(r, r + nRows - 1, g));
+      T* d = dstRow<D>(b, r);
+      for (int x = 0; x < b.w; ++x) {
+        if (x > 0) --wx[b.fx.at(x - 1)], ++wx[b.fx.at(x - 1 + nCols)];
+        const int first = b.fx.period ? 0 : x;
+        for (int ch = 0; ch < cn; ++ch) {
+          Weighted<T>* v = values;
+          for (int g = 0; g < ys; ++g) {
+            if (!wy[g]) continue;
+            const T* s = srcRow<D>(b, g) + ch;
+            for (int f = first; f < first + span; ++f)
+              if (wx[f]) *v++ = Weighted<T>{s[std::ptrdiff_t(f) * cn], wx[f] * wy[g]};
+          }
+          d[std::ptrdiff_t(x) * cn + ch] = weightedSelect(values, static_cast<int>(v - values), middle);
+        }
+      }
+      // Back to the first window's column weights.
+      for (int x = b.w - 1; x > 0; --x) ++wx[b.fx.at(x - 1)], --wx[b.fx.at(x - 1 + nCols)];
+    }
+    return true;
+  }
+
+  // Wider values of a folded block: the block's values ranked once; along
+  // a row the window's weight on each rank takes one held column out and
+  // one in per step, and the middle place is found through the totals of
+  // runs of 64 ranks.
+  template <class D>
+  static bool weighted(const Block& b) {
+    using T = typename D::T;
+    constexpr int kRun = 64;
+    const int cn = b.cn, xs = b.fx.size, ys = b.fy.size;
+    const i64 nCols = i64(b.win.left) + b.win.right + 1, nRows = i64(b.win.top) + b.win.bottom + 1;
+    const u64 middle = (u64(nCols) * u64(nRows) - 1) / 2;
+    // Ranks are counted in 32 bits.
+    const u64 held64 = u64(xs) * u64(ys);
+    if (held64 > 0xFFFFFFFFull || !reserveWork(b, held64 * (2 * sizeof(u64) + sizeof(std::uint32_t) + sizeof(T)) +
+                                                      sizeof(u64) * (u64(xs) + 2 * u64(ys) + 2)))
+      return false;
+    const std::size_t held = static_cast<std::size_t>(held64), runs = held / kRun + 1;
+    // Weights first, then ranks, then the values, each on its own boundary.
+    const std::size_t wide = sizeof(u64) * (held + runs + std::size_t(xs) + std::size_t(ys));
+    const std::size_t ranked = wide + sizeof(std::uint32_t) * held + sizeof(int) * std::size_t(ys);
+    u64* hist = b.work->as<u64>();  // the window's weight on each rank
+    u64* totals = hist + held;     // and on each run of ranks
+    u64* wx = totals + runs;        // the weights of the held columns in a row's first window
+    u64* wy = wx + xs;              // and of the held rows in the row's windows
+    auto* rank = reinterpret_cast<std::uint32_t*>(b.work->as<char>() + wide);
+    int* live = reinterpret_cast<int*>(rank + held);  // the rows of weight
+    T* levels = reinterpret_cast<T*>(b.work->as<char>() + ((ranked + sizeof(u64) - 1) & ~(sizeof(u64) - 1)));
+    for (int f = 0; f < xs; ++f) wx[f] = static_cast<u64>(b.fx.weight(0, nCols - 1, f));
+    for (int ch = 0; ch < cn; ++ch) {
+      for (int g = 0; g < ys; ++g)
+        for (int f = 0; f < xs; ++f) levels[std::size_t(g) * xs + f] = srcRow<D>(b, g)[std::ptrdiff_t(f) * cn + ch];
+      std::sort(levels, levels + held);
+      const std::size_t nLevels = std::size_t(std::unique(levels, levels + held) - levels);
+      for (int g = 0; g < ys; ++g)
+        for (int f = 0; f < xs; ++f)
+          rank[std::size_t(g) * xs + f] = static_cast<std::uint32_t>(
+              std::lower_bound(levels, levels + nLevels, srcRow<D>(b, g)[std::ptrdiff_t(f) * cn + ch]) - levels);
+      auto add = [&](std::size_t k, u64 w) {
+        hist[k] += w;
+        totals[k / kRun] += w;
+      };
+      for (int r = 0; r < b.h; ++r) {
+        int nLive = 0;
+        for (int g = 0; g < ys; ++g)
+          if ((wy[g] = static_cast<u64>(b.fy.weight(r, r + nRows - 1, g)))) live[nLive++] = g;
+        std::fill(hist, hist + nLevels, u64(0));
+        std::fill(totals, totals + nLevels / kRun + 1, u64(0));
+        for (int l = 0; l < nLive; ++l) {
+          const std::uint32_t* k = rank + std::size_t(live[l]) * xs;
+          for (int f = 0; f < xs; ++f)
+            if (wx[f]) add(k[f], wx[f] * wy[live[l]]);
+        }
+        T* d = dstRow<D>(b, r) + ch;
+        for (int x = 0; x < b.w; ++x) {
+          if (x > 0) {
+            const int out = b.fx.at(x - 1), in = b.fx.at(x - 1 + nCols);
+            for (int l = 0; in != out && l < nLive; ++l) {
+              const std::uint32_t* k = rank + std::size_t(live[l]) * xs;
+              add(k[out], u64(0) - wy[live[l]]);
+              add(k[in], wy[live[l]]);
+            }
+          }
+          u64 below = 0;
+          std::size_t c = 0;
+          while (below + totals[c] <= middle) below += totals[c++];
+          std::size_t k = c * kRun;
+          while (below + hist[k] <= middle) below += hist[k++];
+          d[std::ptrdiff_t(x) * cn] = levels[k];
+        }
+      }
     }
     return true;
   }
@@ -798,12 +1011,22 @@ struct Median {
     constexpr unsigned code = D::bits == 8    ? (D::isSigned ? MOX_DEPTH_8S : MOX_DEPTH_8U)
                               : D::bits == 16 ? (D::isSigned ? MOX_DEPTH_16S : MOX_DEPTH_16U)
                                               : MOX_DEPTH_32S;
+    const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
+    if (b.fx.period || b.fy.period) {
+      if constexpr (D::bits == 8) {
+        return groups<D, true>(b, count);
+      } else {
+        // Ranking the block pays when a window weighs many of its values.
+        const i64 weighs = std::min<i64>(b.fx.size, b.win.left + i64(b.win.right) + 1) *
+                           std::min<i64>(b.fy.size, b.win.top + i64(b.win.bottom) + 1);
+        return i64(b.fx.size) * b.fy.size <= 16 * weighs ? weighted<D>(b) : gathered<D>(b);
+      }
+    }
     if (const BlockFn net = medianNet(code, b.win.left + b.win.right + 1, b.win.top + b.win.bottom + 1))
       return net(b, arg);
-    const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     if (count <= kNetwork) return network<D>(b, static_cast<int>(count));
     if constexpr (D::bits == 8)
-      return count < 0x10000 ? groups<D>(b) : histogram<D>(b);
+      return groups<D, false>(b, count);
     else
       return select<D>(b);
   }

@@ -92,18 +92,33 @@ struct Job {
   int srcWidth, srcHeight;
   i64 dx0, dy0, sx0, sy0, width, height;
   Window win;
+  bool fold;
   BlockFn fn;
   const void* arg;
   Scratch srcRows, dstRows, pointers, dstPointers, work;
 };
 
+// The axis of a block whose unfolded positions run from image coordinate c0
+// to c1 over an image n long: folded on a side where it reaches more than
+// a period past the image (when the operation folds).
+Fold foldAxis(bool fold, i64 c0, i64 c1, int n) {
+  const i64 period = 2 * i64(n);
+  const bool near = fold && c0 < -period, far = fold && c1 > n - 1 + period;
+  const i64 f0 = near ? -period : c0, f1 = far ? n - 1 + period : c1;
+  return Fold{c0 - f0, static_cast<int>(f1 - f0 + 1), near || far ? static_cast<int>(period) : 0, near, far};
+}
+
 // One destination rectangle whose first pixel lies over source pixel (sx, sy).
 bool runBlock(Job& job, const View& dv, int sx, int sy) {
   const Window& win = job.win;
   const int w = dv.width, h = dv.height;
-  const int ws = w + win.left + win.right, hs = h + win.top + win.bottom;
+  const Fold fx = foldAxis(job.fold, i64(sx) - win.left, i64(sx) + w - 1 + win.right, job.srcWidth);
+  const Fold fy = foldAxis(job.fold, i64(sy) - win.top, i64(sy) + h - 1 + win.bottom, job.srcHeight);
+  const int ws = fx.size, hs = fy.size;
   View sv;
-  if (!job.reader->read(sx - win.left, sy - win.top, ws, hs, &sv)) return false;
+  if (!job.reader->read(static_cast<int>(sx - win.left - fx.shift), static_cast<int>(sy - win.top - fy.shift),
+                        ws, hs, &sv))
+    return false;
   int cn = 1, dcn = 1;
   laneOf(sv, 0, &cn);
   const bool bit = depthBits(dv.depth) == 1;
@@ -136,7 +151,7 @@ bool runBlock(Job& job, const View& dv, int sx, int sy) {
     for (int r = 0; r < h; ++r)
       dstPtr[r] = dstDirect ? dl.data + std::ptrdiff_t(r) * dv.widthStep
                             : job.dstRows.as<char>() + dstRowBytes * r;
-    if (!job.fn(Block{srcPtr, dstPtr, w, h, cn, win, &job.work}, job.arg)) {
+    if (!job.fn(Block{srcPtr, dstPtr, w, h, cn, win, &job.work, fx, fy}, job.arg)) {
       outOfMemory(*job.table, job.lines->memory);
       return false;
     }
@@ -284,7 +299,7 @@ bool copyWhole(const OpTable& t, const SourceLines& lines, const MoxImage* src, 
 }
 
 bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxImage* dst,
-         const Window& win, BlockFn fn, const void* arg) {
+         const Window& win, BlockFn fn, const void* arg, bool fold) {
   PlainCopy copy;
   const MoxImage* s = src;
   if (mayAlias(src, dst)) {
@@ -293,7 +308,7 @@ bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxIma
   }
   SourceReader reader(s, Edge::kModes, sitesOf(t, lines));
   Job job{&t, &lines, &reader, s->tileInfo == nullptr, s->width, s->height, 0, 0, 0, 0, 0, 0,
-          win, fn, arg, {}, {}, {}, {}, {}};
+          win, fold, fn, arg, {}, {}, {}, {}, {}};
   i64 sw, sh, dw, dh;
   clipped(s, &job.sx0, &job.sy0, &sw, &sh);
   clipped(dst, &job.dx0, &job.dy0, &dw, &dh);

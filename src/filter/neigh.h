@@ -18,6 +18,7 @@
 // first copied, so every result reads the original pixels.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 
@@ -34,12 +35,53 @@ struct Window {
 
 class Scratch;
 
+// One axis of a source block, folded or not. Beyond each edge of an image of
+// n columns (rows) the border modes repeat every 2n columns (rows), so a
+// window that reaches more than that period past an edge sees there only
+// values it also sees within the first period. A folded block holds the
+// image and one period beyond each edge that a window overreaches; every
+// position of the unfolded block (0 to w + left + right - 1 for columns,
+// its rows likewise) lands on the held position `at` it repeats, and a
+// window counts each held position as often as `weight` says.
+struct Fold {
+  long long shift;  // the held index of unfolded position 0
+  int size;         // positions held
+  int period;       // 0: not folded
+  bool near, far;   // folded before, after the image
+
+  // The held index of unfolded position u.
+  int at(long long u) const {
+    long long f = u + shift;
+    if (f < 0)
+      f += (-f + period - 1) / period * period;
+    else if (f >= size)
+      f -= ((f - size) / period + 1) * period;
+    return static_cast<int>(f);
+  }
+  // How many positions of the unfolded range [lo, hi] land on held index f.
+  long long weight(long long lo, long long hi, int f) const {
+    const long long u = f - shift;
+    if (near && f < period) return repeats(u - hi, u - lo);
+    if (far && f >= size - period) return repeats(lo - u, hi - u);
+    return lo <= u && u <= hi;
+  }
+
+ private:
+  // The number of k >= 0 with a <= k * period <= b.
+  long long repeats(long long a, long long b) const {
+    if (b < 0) return 0;
+    const long long first = a <= 0 ? 0 : (a + period - 1) / period;
+    return std::max(0LL, b / period - first + 1);
+  }
+};
+
 struct Block {
-  const void* const* src;  // h + top + bottom rows
+  const void* const* src;  // fy.size rows (h + top + bottom unless folded)
   void* const* dst;        // h rows
   int w, h, cn;
   Window win;
   Scratch* work;  // the block function's own working memory
+  Fold fx, fy;    // columns, rows; a block function that does not fold sees none
 };
 
 // Returns false when its working memory cannot be had.
@@ -87,9 +129,11 @@ class PlainCopy {
 
 // Runs fn (the block function of the destination's depth; for 1-bit images
 // the 8-bit one, on values 0 and 1) over the common rectangle of the images'
-// ROIs. The images have passed their checks. Returns false after a report.
+// ROIs. The images have passed their checks. With `fold`, fn takes folded
+// blocks (see Fold) where a window reaches more than a period past an edge.
+// Returns false after a report.
 bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxImage* dst,
-         const Window& win, BlockFn fn, const void* arg);
+         const Window& win, BlockFn fn, const void* arg, bool fold = false);
 
 // Reports "Out of memory" at the line.
 void outOfMemory(const OpTable& t, int line);
