@@ -221,9 +221,13 @@ WideDone runWide([[maybe_unused]] int interpolate, [[maybe_unused]] const Source
       const mox::geom::ByteSamples b{s.view.data + so, s.view.widthStep, s.x0, s.y0,
                                      s.view.width, s.view.height, r.xs, r.ys, r.ix, r.iy};
       auto* bytes = reinterpret_cast<std::uint8_t*>(out);
-      if (interpolate == MOX_INTER_NN)
-        mox::geom::nearestBytesWide<K>(b, n, bytes, w.done);
-      else if (interpolate == MOX_INTER_LINEAR)
+      if (interpolate == MOX_INTER_NN) {
+        // Single bytes gathered in vectors are no faster than one by one.
+        if constexpr (K == 3)
+          mox::geom::nearestBytes3Wide(b, n, bytes, w.done);
+        else
+          return w;
+      } else if (interpolate == MOX_INTER_LINEAR)
         mox::geom::linearBytesWide<K>(b, n, bytes, w.done);
       else
         mox::geom::cubicBytesWide<K>(b, n, bytes, w.done);
@@ -243,9 +247,7 @@ void nearestRun(const Plan& p, const Source& s, std::ptrdiff_t so, int ss, T* ou
   const std::ptrdiff_t base = so - std::ptrdiff_t(s.y0) * s.view.widthStep;
   const std::ptrdiff_t step = s.view.widthStep;
   const unsigned w = static_cast<unsigned>(p.srcWidth), h = static_cast<unsigned>(p.srcHeight);
-  // Three-byte pixels gather faster in vectors; single bytes do not.
-  WideDone wide{};
-  if constexpr (K == 3) wide = runWide<T, K>(MOX_INTER_NN, s, so, ss, out, ds, n, r);
+  const WideDone wide = runWide<T, K>(MOX_INTER_NN, s, so, ss, out, ds, n, r);
   for (int j = 0; j < n; ++j, out += ds) {
     if (wide(j)) {  // the whole group of eight
       j += 7, out += 7 * ds;

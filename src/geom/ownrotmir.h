@@ -152,10 +152,9 @@ struct ByteSamples {
 // cleared for the others. Only on processors with 256-bit vectors.
 template <int K>
 void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
-// The same for nearest neighbour: each pixel's sample inside the view (with
-// the bytes after it to the end of a 32-bit word in its row).
-template <int K>
-void nearestBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
+// The same for nearest neighbour on three-byte pixels: each pixel's sample
+// inside the view, with the next pixel of its row (its 32-bit word).
+void nearestBytes3Wide(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 // Rotated positions of a run of a destination row, eight at a time:
 // xs = c * x - a + xShift and ys = s * x + b + yShift in single precision for
 // x = x0 + j, and their indices (-1 at or below -1e-7, the size from the

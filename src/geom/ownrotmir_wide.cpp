@@ -400,47 +400,36 @@ void linearBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done)
   }
 }
 
-template <int K>
-void nearestBytesWide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
-  // Each pixel's K bytes are gathered as one 32-bit word from its first
-  // byte, so the word's other bytes (three for one-byte pixels, one for
-  // three-byte ones) must lie in the row too: groups near the row's end go
-  // pixel by pixel.
-  constexpr int kAfter = K == 1 ? 3 : 1;
+void nearestBytes3Wide(const ByteSamples& s, int n, std::uint8_t* out, bool* done) {
+  // Each pixel's three bytes are gathered as one 32-bit word from its first
+  // byte, so the word's fourth byte (the next pixel's first) must lie in
+  // the row too: groups at the row's end go pixel by pixel.
   const __m256i step = _mm256_set1_epi32(static_cast<int>(s.step));
   const char z = -1;
-  // The low K bytes of each word, packed at the start of each 128-bit half.
-  const __m256i pack =
-      K == 1 ? _mm256_setr_epi8(0, 4, 8, 12, z, z, z, z, z, z, z, z, z, z, z, z, 0, 4, 8, 12, z, z,
-                                z, z, z, z, z, z, z, z, z, z)
-             : _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, z, z, z, z, 0, 1, 2, 4, 5, 6,
-                                8, 9, 10, 12, 13, 14, z, z, z, z);
+  // The low three bytes of each word, packed at the start of each 128-bit half.
+  const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, z, z, z, z, 0, 1, 2,
+                                        4, 5, 6, 8, 9, 10, 12, 13, 14, z, z, z, z);
   for (int j = 0, g = 0; j + 8 <= n; j += 8, ++g) {
     Group q;
-    done[g] = inside(s, j, {0, 0}, {kAfter, 0}, &q);
+    done[g] = inside(s, j, {0, 0}, {1, 0}, &q);
     if (!done[g]) continue;
     // Offsets fit 32 bits: they lie in the view's block.
     const __m256i cx = _mm256_load_si256(reinterpret_cast<const __m256i*>(q.at));
     const __m256i cy = _mm256_load_si256(reinterpret_cast<const __m256i*>(q.down));
-    const __m256i offset = _mm256_add_epi32(_mm256_mullo_epi32(cy, step),
-                                            K == 1 ? cx : _mm256_add_epi32(_mm256_add_epi32(cx, cx), cx));
+    const __m256i offset =
+        _mm256_add_epi32(_mm256_mullo_epi32(cy, step), _mm256_add_epi32(_mm256_add_epi32(cx, cx), cx));
     const __m256i words =
         _mm256_shuffle_epi8(_mm256_i32gather_epi32(reinterpret_cast<const int*>(s.data), offset, 1), pack);
     const __m128i lo = _mm256_castsi256_si128(words), hi = _mm256_extracti128_si256(words, 1);
-    std::uint8_t* o = out + K * j;
-    if constexpr (K == 1) {
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi32(lo, hi));
-    } else {
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(o), lo);
-      const int loTail = _mm_extract_epi32(lo, 2), hiTail = _mm_extract_epi32(hi, 2);
-      std::memcpy(o + 8, &loTail, 4);
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 12), hi);
-      std::memcpy(o + 20, &hiTail, 4);
-    }
+    std::uint8_t* o = out + 3 * j;
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(o), lo);
+    const int loTail = _mm_extract_epi32(lo, 2), hiTail = _mm_extract_epi32(hi, 2);
+    std::memcpy(o + 8, &loTail, 4);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 12), hi);
+    std::memcpy(o + 20, &hiTail, 4);
   }
 }
 
-template void nearestBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 template void linearBytesWide<1>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 template void linearBytesWide<3>(const ByteSamples& s, int n, std::uint8_t* out, bool* done);
 
