@@ -84,6 +84,49 @@ TEST(SourceReader, TiledEqualsPlainAcrossTilesAndEdges) {
   EXPECT_EQ(std::tie(v.data, v.widthStep), std::make_tuple(im->imageData + 3 * im->widthStep + 2 * 2 * 2, im->widthStep));
 }
 
+// A rectangle inside one tile is shown where it lies, and its tile stays
+// held until the next read or finish(); others are read as by read().
+TEST(SourceReader, ReadsInsideOneTileInPlace) {
+  Capture capture;
+  Image im({MOX_DEPTH_8U, 3, 0, 20, 20}, 4);
+  Tiled tiled(im, 8, 8);
+  SourceReader reader(tiled, Edge::kModes, kSites);
+  const struct { int rect[4]; bool inPlace; int calls; } steps[] = {
+      {{9, 10, 5, 4}, true, 1},    // tile (1, 1): asked for, kept
+      {{10, 9, 6, 7}, true, 1},    // the same tile: no new request
+      {{6, 6, 4, 4}, false, 10},   // across four tiles: copied, all given back
+      {{16, 16, 4, 4}, true, 11},  // the corner tile, cut short by the image
+      {{-1, 17, 3, 2}, false, 14}, // beyond the image: copied
+      {{1, 1, 2, 2}, true, 15},
+  };
+  for (const auto& k : steps) {
+    View v;
+    const int* r = k.rect;
+    ASSERT_TRUE(reader.readInPlace(r[0], r[1], r[2], r[3], &v));
+    EXPECT_EQ(tiled->tileInfo->tileData != nullptr, k.inPlace) << r[0] << "," << r[1];
+    if (k.inPlace) {
+      const char* tile = tiled->tileInfo->tileData;
+      EXPECT_EQ(v.data, tile + (r[1] % 8) * v.widthStep + (r[0] % 8) * 3);
+    }
+    EXPECT_EQ(static_cast<int>(tiled.calls.size()), k.calls) << r[0] << "," << r[1];
+    for (int y = 0; y < r[3]; ++y)
+      for (int x = 0; x < r[2]; ++x)
+        for (int c = 1; c <= 3; ++c) ASSERT_EQ(mox::viewValue(v, x, y, c), expectedAt(im, r[0] + x, r[1] + y, c, Edge::kModes));
+  }
+  EXPECT_TRUE(reader.finish());
+  EXPECT_EQ(tiled->tileInfo->tileData, nullptr);
+  EXPECT_EQ(tiled.calls.back().mode, MOX_RELEASE_TILE);
+  EXPECT_TRUE(reports().empty());
+  // A tile kept after its release is reported by finish(), at the release line.
+  Tiled keeping(im, 8, 8);
+  keeping.keepOnRelease = 0;
+  SourceReader second(keeping, Edge::kModes, kSites);
+  View v;
+  ASSERT_TRUE(second.readInPlace(2, 2, 3, 3, &v));
+  EXPECT_FALSE(second.finish());
+  expectReport("moxTest", "(srcImage->tileInfo->tileData != ((void*)(0)))", 12, "moxtest");
+}
+
 TEST(SourceReader, ReportsAtTheOperationsSites) {
   Image im({MOX_DEPTH_8U, 1, 0, 16, 16}, 1);
   View v;

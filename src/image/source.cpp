@@ -100,7 +100,7 @@ bool SourceReader::fetch(int sx, int sy, View* tile, int* ox, int* oy) {
 
 bool SourceReader::release() {
   if (!held_) return true;
-  held_ = false;
+  held_ = kept_ = false;
   image_->tileInfo->callBack(image_, heldX_, heldY_, MOX_RELEASE_TILE);
   return !image_->tileInfo->tileData || fail(kBorderKept, sites_.releaseLine);
 }
@@ -286,6 +286,16 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
           copyBytes(d + p * block.planeStep, from + p * block.planeStep, bytes);
       return true;
     }
+    if (op.kind == Copy::kFromSource && pix && !im->tileInfo && ra >= 0 && rb <= im->height) {
+      // Rows of a plain image beside it: the same columns of the same rows.
+      const std::size_t bytes = static_cast<std::size_t>(op.n * pix);
+      char* d = block.data + (ra - y) * block.widthStep + (op.c - x) * pix;
+      const char* from = whole.data + ra * whole.widthStep + op.from * pix;
+      for (i64 r = ra; r < rb; ++r, d += block.widthStep, from += whole.widthStep)
+        for (int p = 0; p < planes; ++p)
+          copyBytes(d + p * block.planeStep, from + p * whole.planeStep, bytes);
+      return true;
+    }
     for (i64 r = ra; r < rb; ++r) {
       if (op.kind == Copy::kFromBlock) {
         move(block, x, y, op.from, r, op.c, r, op.n);
@@ -299,9 +309,13 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
     return true;
   };
   // A plain image's rows go copy by copy, each down all rows of a class; a
-  // tiled one's row by row, so that tiles are asked for from the top.
-  const bool byCopy = !im->tileInfo;
+  // tiled one's row by row where they read the source, so that tiles are
+  // asked for from the top.
   for (int v : {1, 0, 2}) {
+    if (first[v][1] == first[v][3]) continue;  // nothing of this class lies outside
+    bool byCopy = true;
+    for (std::size_t i = first[v][1]; i < first[v][3]; ++i)
+      byCopy &= !im->tileInfo || plan[i].kind != Copy::kFromSource;
     const i64 ra = v == 1 ? y : std::clamp<i64>(v == 0 ? 0 : im->height, y, y1);
     const i64 rb = v == 2 ? y1 : std::clamp<i64>(v == 0 ? im->height : 0, y, y1);
     for (i64 r0 = ra; r0 < rb; ++r0) {
@@ -313,6 +327,29 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
       }
       r0 = r1 - 1;
     }
+  }
+  return true;
+}
+
+bool SourceReader::readInPlace(int x, int y, int w, int h, View* out) {
+  const MoxTileInfo* t = image_->tileInfo;
+  if (!t || w <= 0 || h <= 0 || x < 0 || y < 0 || i64(x) + w > image_->width ||
+      i64(y) + h > image_->height || x / t->width != (i64(x) + w - 1) / t->width ||
+      y / t->height != (i64(y) + h - 1) / t->height)
+    return read(x, y, w, h, out);
+  View tile;
+  int ox, oy;
+  if (!fetch(x, y, &tile, &ox, &oy)) return false;
+  *out = blockView(image_, t->tileData, tileStep_, tileStep_ * t->height, ox, oy, x, y, w, h);
+  kept_ = true;
+  return true;
+}
+
+bool SourceReader::finish(bool check) {
+  if (check) return release();
+  if (held_ && kept_) {
+    held_ = kept_ = false;
+    image_->tileInfo->callBack(image_, heldX_, heldY_, MOX_RELEASE_TILE);
   }
   return true;
 }

@@ -60,6 +60,16 @@ class SourceReader {
   // coordinates (any, also outside the image). False after a report.
   bool read(int x, int y, int w, int h, View* out);
 
+  // As read(), but a rectangle inside one tile of a tiled image is shown
+  // where it lies in the tile, which stays held until the next read or
+  // finish(): no copy for the pieces of a walk that fall within a tile.
+  bool readInPlace(int x, int y, int w, int h, View* out);
+
+  // Releases a tile that readInPlace() left held. With `check`, a release
+  // that leaves tileData set is reported (false); without, the tile is
+  // only handed back (after a failure that has been reported already).
+  bool finish(bool check = true);
+
  private:
   bool fillOutside(const View& block, long long x, long long y, long long ix0, long long iy0,
                    long long ix1, long long iy1);
@@ -74,6 +84,7 @@ class SourceReader {
   SourceSites sites_;
   long long tileStep_ = 0;
   bool held_ = false;
+  bool kept_ = false;  // the held tile was shown in place
   int heldX_ = 0, heldY_ = 0;
   char* scratch_ = nullptr;
   long long capacity_ = 0;
