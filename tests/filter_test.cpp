@@ -394,6 +394,10 @@ TEST(Filter, TiledAndInPlaceEqualPlain) {
         EXPECT_EQ(got.bytes(), want.bytes()) << what << " tiled " << tile;
         EXPECT_EQ(td->tileInfo->tileData, nullptr);
         EXPECT_FALSE(ts.badIndex || td.badIndex);
+        // Every source tile asked for is given back, also one read in place.
+        EXPECT_EQ(ts->tileInfo->tileData, nullptr);
+        EXPECT_EQ(std::count_if(ts.calls.begin(), ts.calls.end(), [](const Tiled::Call& c) { return c.mode == MOX_RELEASE_TILE; }) * 2,
+                  static_cast<long>(ts.calls.size())) << what;
       }
       // In place: the source is its own destination (same ROI).
       Tiled tiledSelf(src, 8, 8);

@@ -224,7 +224,7 @@ void boxFilter(const BoxOp& op, const MoxImage* src, MoxImage* dst, int nCols, i
   if (anchorY < 0 || anchorY >= nRows) return fail(3, "(anchorY < 0 || anchorY >= nRows)");
   Window win{anchorX, anchorY, nCols - 1 - anchorX, nRows - 1 - anchorY};
   if (op.extreme) win = cutToPeriods(win, src->width, src->height);
-  run(t, op.source, src, dst, win, op.pick(dst->depth), nullptr, op.fold);
+  run(t, op.source, src, dst, win, op.pick(dst->depth), nullptr, op.fold, op.extreme);
 }
 
 }  // namespace

@@ -88,11 +88,12 @@ struct Job {
   const OpTable* table;
   const SourceLines* lines;
   SourceReader* reader;
-  bool plainSource;
+  const MoxTileInfo* tiles;  // the source's, or null
   int srcWidth, srcHeight;
   i64 dx0, dy0, sx0, sy0, width, height;
   Window win;
   bool fold;
+  bool turns;  // the operation may take its blocks turned on their side
   BlockFn fn;
   const void* arg;
   Scratch srcRows, dstRows, pointers, dstPointers, work;
@@ -116,7 +117,7 @@ bool runBlock(Job& job, const View& dv, int sx, int sy) {
   const Fold fy = foldAxis(job.fold, i64(sy) - win.top, i64(sy) + h - 1 + win.bottom, job.srcHeight);
   const int ws = fx.size, hs = fy.size;
   View sv;
-  if (!job.reader->read(static_cast<int>(sx - win.left - fx.shift), static_cast<int>(sy - win.top - fy.shift),
+  if (!job.reader->readInPlace(static_cast<int>(sx - win.left - fx.shift), static_cast<int>(sy - win.top - fy.shift),
                         ws, hs, &sv))
     return false;
   int cn = 1, dcn = 1;
@@ -167,6 +168,105 @@ bool runBlock(Job& job, const View& dv, int sx, int sy) {
   return true;
 }
 
+// Turns a rectangle of n columns (N when known, else 0) and `rows` rows of
+// pixels of `pix` bytes (P when known, else 0) on its side: column i of
+// `from` becomes row i of `to`, rows `toStep` bytes apart.
+template <int P, int N>
+void turnPixels(const View& from, int n, int rows, int pix, char* to, std::ptrdiff_t toStep) {
+  if constexpr (P > 0) pix = P;
+  if constexpr (N > 0) n = N;
+  const char* s = from.data;
+  for (int r = 0; r < rows; ++r, s += from.widthStep, to += pix)
+    for (int i = 0; i < n; ++i) std::memcpy(to + i * toStep, s + std::ptrdiff_t(i) * pix, static_cast<std::size_t>(pix));
+}
+
+template <int P>
+void turnOf(const View& from, int n, int rows, int pix, char* to, std::ptrdiff_t toStep) {
+  switch (n) {
+    case 1:
+      return turnPixels<P, 1>(from, 1, rows, pix, to, toStep);
+    case 2:
+      return turnPixels<P, 2>(from, 2, rows, pix, to, toStep);
+    case 3:
+      return turnPixels<P, 3>(from, 3, rows, pix, to, toStep);
+    default:
+      return turnPixels<P, 0>(from, n, rows, pix, to, toStep);
+  }
+}
+
+void turn(const View& from, int n, int rows, int pix, char* to, std::ptrdiff_t toStep) {
+  switch (pix) {
+    case 1:
+      return turnOf<1>(from, n, rows, 1, to, toStep);
+    case 3:
+      return turnOf<3>(from, n, rows, 3, to, toStep);
+    default:
+      return turnOf<0>(from, n, rows, pix, to, toStep);
+  }
+}
+
+// The end of the stretch of one axis that starts at c and reads in one
+// piece, up to `end`: a tile (`tile` long) of an image n long, with what
+// lies beyond the image on either side, which the reader then fills from
+// the pixels it holds.
+i64 stretchEnd(i64 c, i64 end, int tile, int n) {
+  const i64 stop = c < 0 ? std::min<i64>(tile, n) : std::min<i64>(n, (c / tile + 1) * tile);
+  return stop >= n ? end : std::min(end, stop);
+}
+
+// A narrow, tall destination rectangle (the side margins of a piece) for an
+// operation that gives the same values whichever way its window runs: the
+// source block is gathered turned on its side (from the source where it
+// lies, tile by tile; through the reader's copies beyond the image), so
+// the block function takes a few long rows instead of many short ones,
+// and the result is turned back.
+bool runTurned(Job& job, const View& dv, int sx, int sy) {
+  const Window& win = job.win;
+  const int w = dv.width, h = dv.height;
+  const int ws = w + win.left + win.right, hs = h + win.top + win.bottom;
+  const int cn = dv.nChannels, pix = static_cast<int>(depthBits(dv.depth) / 8) * cn;
+  const unsigned long long in = 1ull * ws * hs * pix, out = 1ull * w * h * pix;
+  if (in + out > static_cast<unsigned long long>(PTRDIFF_MAX) ||
+      !job.srcRows.reserve(static_cast<std::size_t>(in + out)) || !job.pointers.reserve(sizeof(void*) * std::size_t(ws)) ||
+      !job.dstPointers.reserve(sizeof(void*) * std::size_t(w))) {
+    outOfMemory(*job.table, job.lines->memory);
+    return false;
+  }
+  char* turned = job.srcRows.as<char>();
+  char* result = turned + static_cast<std::ptrdiff_t>(in);
+  const std::ptrdiff_t inStep = std::ptrdiff_t(hs) * pix, outStep = std::ptrdiff_t(h) * pix;
+  const int tw = job.tiles ? job.tiles->width : job.srcWidth;
+  const int th = job.tiles ? job.tiles->height : job.srcHeight;
+  const i64 x0 = i64(sx) - win.left, y0 = i64(sy) - win.top;
+  for (i64 cx = x0, nx; cx < x0 + ws; cx = nx) {
+    nx = stretchEnd(cx, x0 + ws, tw, job.srcWidth);
+    for (i64 cy = y0, ny; cy < y0 + hs; cy = ny) {
+      ny = stretchEnd(cy, y0 + hs, th, job.srcHeight);
+      View v;
+      if (!job.reader->readInPlace(static_cast<int>(cx), static_cast<int>(cy), static_cast<int>(nx - cx),
+                                   static_cast<int>(ny - cy), &v))
+        return false;
+      turn(v, static_cast<int>(nx - cx), static_cast<int>(ny - cy), pix,
+           turned + (cx - x0) * inStep + (cy - y0) * pix, inStep);
+    }
+  }
+  const void** srcPtr = job.pointers.as<const void*>();
+  void** dstPtr = job.dstPointers.as<void*>();
+  for (int c = 0; c < ws; ++c) srcPtr[c] = turned + c * inStep;
+  for (int c = 0; c < w; ++c) dstPtr[c] = result + c * outStep;
+  const Window across{win.top, win.left, win.bottom, win.right};
+  const Fold fx = foldAxis(false, 0, hs - 1, hs), fy = foldAxis(false, 0, ws - 1, ws);
+  if (!job.fn(Block{srcPtr, dstPtr, h, w, cn, across, &job.work, fx, fy}, job.arg)) {
+    outOfMemory(*job.table, job.lines->memory);
+    return false;
+  }
+  View back{};
+  back.data = result;
+  back.widthStep = static_cast<int>(outStep);
+  turn(back, h, w, pix, dv.data, dv.widthStep);
+  return true;
+}
+
 // Cuts [0, n) at a and b (clamped, ordered).
 void cuts(i64 a, i64 b, int n, int* out) {
   out[0] = 0;
@@ -182,29 +282,48 @@ bool piece(const View& dst, int x, int y, void* arg) {
   if (w <= 0 || h <= 0) return true;
   const int sx = static_cast<int>(x - job.dx0 + job.sx0), sy = static_cast<int>(y - job.dy0 + job.sy0);
   const Window& win = job.win;
-  // On a plain source the columns and rows whose windows lie inside the
-  // image are read in place; only the margins are copied.
+  // The columns and rows whose windows lie inside the source pixels held
+  // in one block (a plain image, or the source tile under the middle of
+  // the piece) are read where they lie; only the margins are copied.
+  i64 ax0 = 0, ay0 = 0, ax1 = job.srcWidth, ay1 = job.srcHeight;
+  if (const MoxTileInfo* t = job.tiles) {
+    ax0 = std::clamp<i64>(i64(sx) + w / 2, 0, job.srcWidth - 1) / t->width * t->width;
+    ay0 = std::clamp<i64>(i64(sy) + h / 2, 0, job.srcHeight - 1) / t->height * t->height;
+    ax1 = std::min<i64>(ax0 + t->width, job.srcWidth);
+    ay1 = std::min<i64>(ay0 + t->height, job.srcHeight);
+  }
   int cols[4], rows[4];
-  if (job.plainSource) {
-    cuts(i64(win.left) - sx, i64(job.srcWidth) - win.right - sx, w, cols);
-    cuts(i64(win.top) - sy, i64(job.srcHeight) - win.bottom - sy, h, rows);
-  } else {
+  cuts(ax0 + win.left - sx, ax1 - win.right - sx, w, cols);
+  cuts(ay0 + win.top - sy, ay1 - win.bottom - sy, h, rows);
+  // Margins cut from a tiled source pay only when they are turned (each
+  // then takes a few calls of the block function, not one per row), and
+  // only when the tile holds most of the piece's windows; else the whole
+  // piece is copied.
+  if (job.tiles && (!job.turns || 2 * i64(cols[2] - cols[1]) * (rows[2] - rows[1]) < i64(w) * h)) {
     cuts(0, w, w, cols);
     cuts(0, h, h, rows);
   }
-  const i64 rowBytes = (i64(w) + win.left + win.right) * dst.nChannels *
-                       std::max<i64>(depthBits(dst.depth) / 8, 1);
-  const int chunk = static_cast<int>(std::min<i64>(
-      h, std::max<i64>({8, 4 * (i64(win.top) + win.bottom), (i64(256) << 10) / std::max<i64>(rowBytes, 1)})));
-  for (int rs = 0; rs < 3; ++rs)
+  // Rows in runs of about 256 KiB of source, so that a block's rows stay
+  // in the caches while the kernel reads them; each run's margins follow
+  // its middle while its rows are still there.
+  const i64 rowBytes = (i64(w) + win.left + win.right) * dst.nChannels * std::max<i64>(depthBits(dst.depth) / 8, 1);
+  const int chunk = static_cast<int>(
+      std::min<i64>(h, std::max<i64>({8, 4 * (i64(win.top) + win.bottom), (i64(256) << 10) / rowBytes})));
+  for (int rs : {1, 0, 2}) {
+    // The margin rows above and below go whole, in one block each.
+    const bool wide = rs != 1 && cols[1] < cols[2];
     for (int r0 = rows[rs]; r0 < rows[rs + 1]; r0 += chunk) {
       const int rh = std::min(chunk, rows[rs + 1] - r0);
-      for (int cs = 0; cs < 3; ++cs) {
-        const int cw = cols[cs + 1] - cols[cs];
+      for (int cs : {1, 0, 2}) {
+        if (wide && cs != 1) continue;
+        const int c0 = wide ? 0 : cols[cs], cw = wide ? w : cols[cs + 1] - c0;
         if (cw <= 0) continue;
-        if (!runBlock(job, subView(dst, cols[cs], r0, cw, rh), sx + cols[cs], sy + r0)) return false;
+        const View part = subView(dst, c0, r0, cw, rh);
+        const bool turned = job.turns && !wide && cs != 1 && cw < rh;
+        if (!(turned ? runTurned : runBlock)(job, part, sx + c0, sy + r0)) return false;
       }
     }
+  }
   return true;
 }
 
@@ -225,6 +344,13 @@ bool bordersServe(SourceReader& reader, const MoxImage* s, const Job& job, const
           !reader.read(static_cast<int>(xs[i]), static_cast<int>(ys[j]), 1, 1, &v))
         return false;
   return true;
+}
+
+// Images whose rows a turned block can take: whole pixels of bytes, all
+// channels of a pixel-order image or a single channel.
+bool turnable(const MoxImage* im) {
+  const int coi = im->roi ? im->roi->coi : 0;
+  return depthBits(im->depth) >= 8 && (im->nChannels == 1 || (im->dataOrder == 0 && coi == 0));
 }
 
 SourceSites sitesOf(const OpTable& t, const SourceLines& lines) {
@@ -299,7 +425,7 @@ bool copyWhole(const OpTable& t, const SourceLines& lines, const MoxImage* src, 
 }
 
 bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxImage* dst,
-         const Window& win, BlockFn fn, const void* arg, bool fold) {
+         const Window& win, BlockFn fn, const void* arg, bool fold, bool turns) {
   PlainCopy copy;
   const MoxImage* s = src;
   if (mayAlias(src, dst)) {
@@ -307,8 +433,8 @@ bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxIma
     s = copy.get();
   }
   SourceReader reader(s, Edge::kModes, sitesOf(t, lines));
-  Job job{&t, &lines, &reader, s->tileInfo == nullptr, s->width, s->height, 0, 0, 0, 0, 0, 0,
-          win, fold, fn, arg, {}, {}, {}, {}, {}};
+  Job job{&t, &lines, &reader, s->tileInfo, s->width, s->height, 0, 0, 0, 0, 0, 0,
+          win, fold, turns && !fold && turnable(s) && turnable(dst), fn, arg, {}, {}, {}, {}, {}};
   i64 sw, sh, dw, dh;
   clipped(s, &job.sx0, &job.sy0, &sw, &sh);
   clipped(dst, &job.dx0, &job.dy0, &dw, &dh);
@@ -323,7 +449,11 @@ bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxIma
   }
   if (job.width > 0 && job.height > 0 && !bordersServe(reader, s, job, win)) return false;
   const WalkPlan plan{t.func, t.file, &t.walk, false};
-  return walkDestination(plan, {dst, "dstImage", true}, nullptr, &piece, &job);
+  if (!walkDestination(plan, {dst, "dstImage", true}, nullptr, &piece, &job)) {
+    reader.finish(false);
+    return false;
+  }
+  return reader.finish();
 }
 
 }  // namespace mox::filt

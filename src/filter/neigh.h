@@ -131,9 +131,11 @@ class PlainCopy {
 // the 8-bit one, on values 0 and 1) over the common rectangle of the images'
 // ROIs. The images have passed their checks. With `fold`, fn takes folded
 // blocks (see Fold) where a window reaches more than a period past an edge.
-// Returns false after a report.
+// With `turns`, fn gives the same values on a block turned on its side
+// (columns as rows, the window turned with it), which the driver uses for
+// the narrow margins of a piece. Returns false after a report.
 bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxImage* dst,
-         const Window& win, BlockFn fn, const void* arg, bool fold = false);
+         const Window& win, BlockFn fn, const void* arg, bool fold = false, bool turns = false);
 
 // Reports "Out of memory" at the line.
 void outOfMemory(const OpTable& t, int line);

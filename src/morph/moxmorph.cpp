@@ -57,7 +57,7 @@ void morph(const MorphOp& op, const MoxImage* src, MoxImage* dst, int nIteration
   const bool uniform = oneRule(src);
   if (op.halves == 1 && uniform) {
     const int r = radiusOf(src, nIterations);
-    run(t, op.source, src, dst, Window{r, r, r, r}, rankBlock(dst->depth, op.firstMax), nullptr);
+    run(t, op.source, src, dst, Window{r, r, r, r}, rankBlock(dst->depth, op.firstMax), nullptr, false, true);
     return;
   }
   // Step images: whole images of the source's channel of interest. A plain
@@ -83,7 +83,7 @@ void morph(const MorphOp& op, const MoxImage* src, MoxImage* dst, int nIteration
     for (int s = 0; s < steps; ++s) {
       if (half == op.halves - 1 && s == steps - 1) {
         cur->roi = &rect;
-        run(t, op.source, cur, dst, Window{r, r, r, r}, fn, nullptr);
+        run(t, op.source, cur, dst, Window{r, r, r, r}, fn, nullptr, false, true);
         return;
       }
       if (settled) continue;
@@ -91,7 +91,7 @@ void morph(const MorphOp& op, const MoxImage* src, MoxImage* dst, int nIteration
       if (!spare.get()->imageData && !spare.make(src)) return outOfMemory(t, op.source.memory);
       MoxImage* next = spare.get();
       next->roi = &whole;
-      if (!run(t, op.source, cur, next, Window{r, r, r, r}, fn, nullptr)) return;
+      if (!run(t, op.source, cur, next, Window{r, r, r, r}, fn, nullptr, false, true)) return;
       // Two step images of one layout: a step that changed nothing ends the half.
       settled = !uniform && cur != &inPlace &&
                 std::memcmp(cur->imageData, next->imageData, static_cast<std::size_t>(cur->imageSize)) == 0;
