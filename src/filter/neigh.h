@@ -14,6 +14,12 @@
 // straight; others (a channel of interest, 1-bit rows, which arrive as one
 // byte per value) are gathered into scratch rows and scattered back.
 //
+// A piece is cut where its windows leave the source pixels held in one
+// block (a plain image, or the source tile under the piece): the middle is
+// read where it lies, the margins through the reader's copies. The side
+// margins of operations whose windows may turn (minimum and maximum) are
+// handed turned on their side, a few long rows instead of many short ones.
+//
 // A source that shares its pixels with the destination (in-place calls) is
 // first copied, so every result reads the original pixels.
 #pragma once
