@@ -384,7 +384,8 @@ bool SourceReader::read(int x, int y, int w, int h, View* out) {
   }
   View block = blockView(im, scratch_, step, step * h, x, y, x, y, w, h);
   if (ix0 < ix1 && iy0 < iy1 && !copyInside(block, x, y, ix0, iy0, ix1, iy1)) return false;
-  if (!fillOutside(block, x, y, ix0, iy0, ix1, iy1) || !release()) return false;
+  const bool inside = ix0 == x && iy0 == y && ix1 == i64(x) + w && iy1 == i64(y) + h;
+  if ((!inside && !fillOutside(block, x, y, ix0, iy0, ix1, iy1)) || !release()) return false;
   *out = block;
   return true;
 }
