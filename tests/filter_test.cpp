@@ -375,6 +375,9 @@ TEST(Filter, TiledAndInPlaceEqualPlain) {
       {MOX_DEPTH_8U, 3, 0, {2, 1, 1, 20, 25}, {3, 0, 2, 20, 25}},
       {MOX_DEPTH_32S, 2, 1, {2, 0, 0, 23, 29}, {1, 0, 0, 23, 29}},
       {MOX_DEPTH_1U, 1, 0, {0, 3, 5, 17, 21}, {}},
+      // Pieces that straddle the source tiles, one channel and all three.
+      {MOX_DEPTH_16U, 1, 0, {0, 3, 2, 15, 20}, {0, 5, 6, 17, 19}},
+      {MOX_DEPTH_8S, 3, 0, {0, 1, 4, 19, 22}, {0, 3, 0, 20, 23}},
   };
   for (const auto& [name, op] : ops)
     for (const auto& l : layouts) {
