@@ -36,10 +36,22 @@ struct SepArgs {
   Acc acc;  // k64, or 32 bits when every sum fits
 };
 
+// The box mean of a plain block: how its sums are divided.
+struct MeanArgs {
+  bool single;  // 32-bit sums below 2^23, divided in single precision
+  unsigned m;   // 16-bit sums: the multiplier,
+  int k;        // and the shift (from 16) of the quotient
+};
+
 BlockFn convBlock(unsigned depth);
 BlockFn sepBlock(unsigned depth);
 // Mean of the window, rounded half up.
 BlockFn blurBlock(unsigned depth);
+// The box mean of plain blocks (arg: MeanArgs) whose window sums take
+// sumBytes bytes and column sums colBytes (2 only for unsigned 8-bit
+// values), with the widest vectors this processor runs; null for a
+// combination it does not serve.
+BlockFn boxMeans(unsigned depth, int sumBytes, int colBytes);
 // Minimum (max false) or maximum of the window.
 BlockFn rankBlock(unsigned depth, bool max);
 // Median of the window; the lower middle value of an even count.
