@@ -98,24 +98,45 @@ struct SumLanes {
       return scan<CN, 2 * Shift>(x);
     }
   }
-  // run[j] += run[j - CN] for j from CN to n - 1, the first CN already sums.
+  // The carry into the vector after the first CN sums of run.
   template <int CN>
-  static void prefix(S* run, int n) {
+  static V first(const S* run) {
+    V prev{};
+    for (int i = 0; i < CN; ++i) prev[kCount - CN + i] = run[i];
+    return prev;
+  }
+  // The sums of the vector at p, after the vector whose sums are prev.
+  template <int CN>
+  static V step(S* p, V prev) {
+    V x;
+    std::memcpy(&x, p, sizeof x);
+    x = scan<CN>(x) + carry<CN>(prev, std::make_index_sequence<kCount>{});
+    std::memcpy(p, &x, sizeof x);
+    return x;
+  }
+  // run[j] += run[j - CN] for j from CN to n - 1, the first CN already
+  // sums; and likewise on `other` (null, or n values of their own). Each
+  // vector waits for the carry of the one before, so two runs side by side
+  // keep the processor busy while it waits.
+  template <int CN>
+  static void prefix(S* run, int n, S* other = nullptr) {
     if (n <= CN) return;
     int j = CN;
     if constexpr (CN <= kCount) {
-      // The first vector starts after the first sums: carry from them.
-      V prev{};
-      for (int i = 0; i < CN; ++i) prev[kCount - CN + i] = run[i];
-      for (; j + kCount <= n; j += kCount) {
-        V x;
-        std::memcpy(&x, run + j, sizeof x);
-        x = scan<CN>(x) + carry<CN>(prev, std::make_index_sequence<kCount>{});
-        std::memcpy(run + j, &x, sizeof x);
-        prev = x;
+      V prev = first<CN>(run);
+      if (other) {
+        V next = first<CN>(other);
+        for (; j + kCount <= n; j += kCount) {
+          prev = step<CN>(run + j, prev);
+          next = step<CN>(other + j, next);
+        }
+      } else {
+        for (; j + kCount <= n; j += kCount) prev = step<CN>(run + j, prev);
       }
     }
-    for (; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
+    for (int i = j; i < n; ++i) run[i] = static_cast<S>(run[i] + run[i - CN]);
+    if (other)
+      for (int i = j; i < n; ++i) other[i] = static_cast<S>(other[i] + other[i - CN]);
   }
 };
 
@@ -134,7 +155,16 @@ void runningSums(const C* __restrict col, S* __restrict run, int n, int nCols, i
   // The change from one window to the next, on whole vectors, then the sums.
   for (int j = cn; j < n; ++j) run[j] = static_cast<S>(S(col[j - cn + far]) - S(col[j - cn]));
   if constexpr (CN > 0 && sizeof(S) <= 4 && (SumLanes<S>::kCount % CN == 0 || sizeof(S) == 4)) {
-    SumLanes<S>::template prefix<CN>(run, n);
+    // Long rows run as two halves, the second from its own first sums.
+    const int half = n / 2;
+    if (half < 4 * SumLanes<S>::kCount) return SumLanes<S>::template prefix<CN>(run, n);
+    for (int ch = 0; ch < CN; ++ch) {
+      S sum = 0;
+      for (int c = 0; c < nCols; ++c) sum = static_cast<S>(sum + col[half + c * CN + ch]);
+      run[half + ch] = sum;
+    }
+    SumLanes<S>::template prefix<CN>(run, half, run + half);
+    for (int j = 2 * half; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
   } else if constexpr (CN > 0) {
     // Other lane patterns cost more to carry than the sums: the channels'
     // chains side by side in registers.
@@ -219,6 +249,20 @@ inline void divideShort(const std::uint16_t* __restrict run, std::uint8_t* __res
 // right by the exact remainder. Every value here is an integer below 2^24,
 // exact in single precision, and the product is off by less than one, so
 // every rounding mode gives the same quotients.
+// The same for sums below 2^20 (x = run[j] + offset, x + 1/2 < 2^20), with
+// no correction: (x + 1/2) / count lies at least 1 / (2 count) from every
+// integer, farther than the product of x + 1/2 with the rounded reciprocal
+// strays from it (less than (x + 1/2) 2^-22 / count, in every rounding
+// mode). 2x + 1 and the halved reciprocal give the same product.
+template <class T>
+void divideQuick(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
+                 std::int32_t count, std::int32_t lo) {
+  const float inv = 0.5f * (1.0f / static_cast<float>(count));
+  const std::int32_t odd = 2 * offset + 1;
+  for (int j = 0; j < n; ++j)
+    d[j] = static_cast<T>(static_cast<std::int32_t>(static_cast<float>(2 * run[j] + odd) * inv) + lo);
+}
+
 template <class T>
 void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
                   std::int32_t count, std::int32_t lo) {
@@ -250,6 +294,7 @@ bool sums(const Block& b, const void* arg) {
   // x = sum + half - lo * count lies in [0, (hi - lo) * count + half].
   const Divider div(count, (D::hi - D::lo) * count + half + 1);
   const i64 offset = half - D::lo * count;
+  const bool quick = (D::hi - D::lo) * count + half < (i64(1) << 20);
   std::fill(col, col + wsn, C(0));
   for (int c = 0; c < nRows; ++c) {
     const T* s = srcRow(c);
@@ -264,6 +309,9 @@ bool sums(const Block& b, const void* arg) {
     if constexpr (std::is_same_v<S, std::uint16_t>) {
       divideShort(run, reinterpret_cast<std::uint8_t*>(d), n, static_cast<std::uint16_t>(half),
                   static_cast<std::uint16_t>(a.m), a.k);
+    } else if (std::is_same_v<S, std::int32_t> && quick) {
+      divideQuick(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
+                  static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
     } else if (std::is_same_v<S, std::int32_t> && a.single) {
       divideSingle(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
                    static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
