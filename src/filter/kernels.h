@@ -3,9 +3,18 @@
 // 8-bit functions (the driver hands them values 0 and 1).
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 #include "filter/neigh.h"
 
 namespace mox::filt {
+
+// The working memory of a block function: `bytes` counted in 64 bits,
+// refused when more than an address reaches.
+inline bool reserveWork(const Block& b, unsigned long long bytes) {
+  return bytes <= static_cast<unsigned long long>(PTRDIFF_MAX) && b.work->reserve(static_cast<std::size_t>(bytes));
+}
 
 // One non-zero weight of a kernel at its place in the operation's window.
 struct Tap {
@@ -59,6 +68,10 @@ BlockFn medianBlock(unsigned depth);
 // The median of small windows by comparison networks on whole vectors, with
 // the widest vectors this processor runs; null for windows it does not serve.
 BlockFn medianNet(unsigned depth, int nCols, int nRows);
+// The median of 8-bit windows of `count` values by histograms (arg: none),
+// folded blocks or not, with the widest vectors this processor runs; null
+// for other depths.
+BlockFn medianHistograms(unsigned depth, long long count, bool folded);
 
 // The minimum (max false) or maximum of boxes of up to 6 x 6 for two
 // destination rows: d0 from source rows src[0 .. nRows - 1], d1 (unless
