@@ -154,7 +154,11 @@ void runningSums(const C* __restrict col, S* __restrict run, int n, int nCols, i
   }
   // The change from one window to the next, on whole vectors, then the sums.
   for (int j = cn; j < n; ++j) run[j] = static_cast<S>(S(col[j - cn + far]) - S(col[j - cn]));
-  if constexpr (CN > 0 && sizeof(S) <= 4 && (SumLanes<S>::kCount % CN == 0 || sizeof(S) == 4)) {
+  // 16-bit lanes of three channels carry through a byte shuffle that only
+  // the wide vectors have in one step.
+  constexpr bool lanes = CN > 0 && sizeof(S) <= 4 &&
+                         (SumLanes<S>::kCount % (CN > 0 ? CN : 1) == 0 || sizeof(S) == 4 || MOX_FILTER_MEAN_BYTES == 32);
+  if constexpr (lanes) {
     // Long rows run as two halves, the second from its own first sums.
     const int half = n / 2;
     if (half < 4 * SumLanes<S>::kCount) return SumLanes<S>::template prefix<CN>(run, n);
