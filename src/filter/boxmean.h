@@ -33,8 +33,6 @@ namespace {
 using i64 = long long;
 using u64 = unsigned long long;
 
-// floor(x / n) for x >= 0 below a bound fixed at set-up, by a multiply and
-// a shift that are exact for every such x; wider sums divide.
 // col[j] += in[j] - out[j].
 template <class S, class T>
 void slide(S* __restrict col, const T* __restrict in, const T* __restrict out, int n) {
@@ -49,6 +47,8 @@ void divideAll(const S* __restrict run, T* __restrict d, int n, long long offset
     d[j] = static_cast<T>(static_cast<long long>((static_cast<unsigned long long>(run[j] + offset) * m) >> shift) + lo);
 }
 
+// floor(x / n) for x >= 0 below a bound fixed at set-up, by a multiply and
+// a shift that are exact for every such x; wider sums divide.
 class Divider {
  public:
   Divider(i64 n, i64 bound) : n_(n) {
