@@ -309,7 +309,7 @@ MOX_API MoxImage* MOX_CALL moxCreateImageHeader(int nChannels, int alphaChannel,
     unsigned int depth, const char* colorModel, const char* channelSeq, int dataOrder,
     int origin, int align, int height, int width, MoxROI* roi, void* imageId,
     MoxTileInfo* tileInfo);
-/* Allocates the pixel block; fillValue -1 leaves it unfilled. */
+/* Allocates the pixel block (64 KB or more: on a page); fillValue -1 leaves it unfilled. */
 MOX_API void MOX_CALL moxAllocateImage(MoxImage* image, int fillValue);
 /* Releases the pixel block of a header. */
 MOX_API void MOX_CALL moxDeallocateImage(MoxImage* image);

@@ -236,6 +236,24 @@ TEST(Filter, LargeEightBitMediansAcrossStripes) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Means of large boxes divide sums of every size the quotient paths take:
+// below 2^16, below 2^20 (64 x 64 is the last 8-bit box there), and above.
+TEST(Filter, LargeBoxMeansMatchTheirWindows) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U})
+    for (int ch : {1, 3}) {
+      Image src({depth, ch, 0, 4, 150}, 3 * depth + ch);
+      moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+      for (const Box& box : {Box{15, 15, 7, 7}, Box{31, 31, 15, 15}, Box{64, 64, 30, 33}, Box{65, 64, 64, 0}}) {
+        Image dst({depth, ch, 0, 4, 150}, 4);
+        expectEach(src, dst, [&](MoxImage* d) { moxBlur(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
+                   [&](int x, int y, int c) { return kBoxOps[0].reduce(window(src, x, y, c, box)); },
+                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " box " + std::to_string(box.nCols));
+      }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
 struct Kernel { Box box; std::vector<int> values; int shift; };
 
 ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {

@@ -66,14 +66,17 @@ TEST(Records, AllocationFillPatterns) {
       {MOX_DEPTH_1U, 3, 0xFFFFFFFFu}, {MOX_DEPTH_1U, 2, 0u}, {MOX_DEPTH_8U, 0x1234, 0x34343434u},
       {MOX_DEPTH_8S, -2, 0xFEFEFEFEu}, {MOX_DEPTH_16U, 0x1234, 0x12341234u},
       {MOX_DEPTH_16S, 0x7FFF8001, 0x80018001u}, {MOX_DEPTH_32S, -2, 0xFFFFFFFEu}};
-  for (const auto& c : cases) {
-    MoxImage* image = header(1, 0, c.depth, 0, 0, 4, 3, 7);
-    moxAllocateImage(image, c.fill);
-    std::vector<std::uint32_t> words(size_t(image->imageSize) / 4);
-    std::memcpy(words.data(), image->imageData, size_t(image->imageSize));
-    EXPECT_EQ(words, std::vector<std::uint32_t>(words.size(), c.word)) << "depth " << c.depth;
-    moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA);
-  }
+  // A small block, and a large one (which starts on a page), filled to its end.
+  for (const int height : {3, 1000})
+    for (const auto& c : cases) {
+      MoxImage* image = header(1, 0, c.depth, 0, 0, 8, height, height > 3 ? 777 : 7);
+      moxAllocateImage(image, c.fill);
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(image->imageData) % (height > 3 ? 4096 : 8), 0u);
+      std::vector<std::uint32_t> words(size_t(image->imageSize) / 4);
+      std::memcpy(words.data(), image->imageData, size_t(image->imageSize));
+      EXPECT_EQ(words, std::vector<std::uint32_t>(words.size(), c.word)) << "depth " << c.depth;
+      moxDeallocate(image, MOX_FREE_HEADER | MOX_FREE_DATA);
+    }
 }
 
 TEST(Records, AllocationRefusesABadHeaderAndReleaseFollowsTheFlags) {

@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "image_helpers.h"
+#include "transform/fftengine.h"
 #include "transform/fftplan.h"
 
 using namespace testimg;
@@ -264,11 +265,15 @@ TEST(Fft2D, ThreadsTransformAtOnce) {
     for (int i = 0; i < 20; ++i)
       *ok &= moxRealFft2D(*src, spectrum, flags | MOX_FFT_SAVE, nullptr) == 0 && spectrum.bytes() == want->bytes();
     moxRealFft2D(nullptr, nullptr, MOX_FFT_FREE, nullptr);
+    moxDCT2D(*src, spectrum, MOX_DCT_FORWARD | MOX_DCT_SAVE);  // the cosine engine, left unfreed
   };
+  const int engines = mox::fft::liveEngines();
   bool okA = true, okB = true;
   std::thread ta(work, &a, &wantA, MOX_FFT_FORWARD, &okA), tb(work, &b, &wantB, MOX_FFT_INVERSE, &okB);
   ta.join(), tb.join();
   EXPECT_TRUE(okA && okB);
+  // An ended thread leaves no engine behind.
+  EXPECT_EQ(mox::fft::liveEngines(), engines);
 }
 
 // Round half away from zero, then saturate: the rule every kernel table

@@ -20,12 +20,6 @@ namespace {
 using i64 = long long;
 using u64 = unsigned long long;
 
-// The working memory of a block function: `bytes` counted in 64 bits,
-// refused when more than an address reaches.
-bool reserveWork(const Block& b, u64 bytes) {
-  return bytes <= u64(PTRDIFF_MAX) && b.work->reserve(static_cast<std::size_t>(bytes));
-}
-
 template <class D>
 const typename D::T* srcRow(const Block& b, int r) {
   return static_cast<const typename D::T*>(b.src[r]);
@@ -53,6 +47,13 @@ BlockFn byDepth(unsigned depth) {
     default:
       return nullptr;
   }
+}
+
+// The depth code of D.
+template <class D>
+constexpr unsigned depthOf() {
+  return D::bits == 8 ? (D::isSigned ? MOX_DEPTH_8S : MOX_DEPTH_8U)
+                      : D::bits == 16 ? (D::isSigned ? MOX_DEPTH_16S : MOX_DEPTH_16U) : MOX_DEPTH_32S;
 }
 
 // Adds value * row to acc over n values.
@@ -283,45 +284,6 @@ struct Sep {
 
 // ---------------------------------------------------------------- box mean
 
-// floor(x / n) for x >= 0 below a bound fixed at set-up, by a multiply and
-// a shift that are exact for every such x; wider sums divide.
-// col[j] += in[j] - out[j].
-template <class S, class T>
-void slide(S* __restrict col, const T* __restrict in, const T* __restrict out, int n) {
-  for (int j = 0; j < n; ++j) col[j] = static_cast<S>(col[j] + (S(in[j]) - S(out[j])));
-}
-
-// d[j] = ((run[j] + offset) * m >> shift) + lo: the exact quotients.
-template <class T, class S>
-void divideAll(const S* __restrict run, T* __restrict d, int n, long long offset,
-               unsigned long long m, int shift, long long lo) {
-  for (int j = 0; j < n; ++j)
-    d[j] = static_cast<T>(static_cast<long long>((static_cast<unsigned long long>(run[j] + offset) * m) >> shift) + lo);
-}
-
-class Divider {
- public:
-  Divider(i64 n, i64 bound) : n_(n) {
-    if (bound >= (i64(1) << 31)) return;
-    int shift = 0;
-    while ((u64(1) << shift) < u64(bound) * u64(n)) ++shift;
-    shift_ = shift;
-    multiplier_ = ((u64(1) << shift) + u64(n) - 1) / u64(n);
-  }
-  i64 operator()(i64 x) const {
-    if (multiplier_) return static_cast<i64>((u64(x) * multiplier_) >> shift_);
-    return x / n_;
-  }
-  bool fast() const { return multiplier_ != 0; }
-  u64 multiplier() const { return multiplier_; }
-  int shift() const { return shift_; }
-
- private:
-  i64 n_;
-  u64 multiplier_ = 0;
-  int shift_ = 0;
-};
-
 // Sums of 8-bit values below 2^16 divide by a 16-bit multiplier: floor(x /
 // n) = (x * m) >> k for every x <= largest when m = ceil(2^k / n) and
 // largest * (m * n - 2^k) < 2^k (the error x * e / 2^k then stays below
@@ -339,197 +301,7 @@ bool shortDivider(i64 n, i64 largest, unsigned* m, int* k) {
   return false;
 }
 
-// Running sums over whole vectors of 16 bytes: each lane adds the lanes cn,
-// 2 cn, 4 cn, ... below it, then the last sum of its channel in the vector
-// before. The same sums as one value at a time, for cn up to the lane count;
-// used where that carry is one shuffle.
-template <class S>
-struct SumLanes {
-  using V [[gnu::vector_size(16)]] = S;
-  static constexpr int kCount = 16 / int(sizeof(S));
-
-  template <int Shift, std::size_t... I>
-  static V up(V x, std::index_sequence<I...>) {
-    return __builtin_shufflevector(x, V{}, (int(I) >= Shift ? int(I) - Shift : kCount + int(I))...);
-  }
-  template <int CN, std::size_t... I>
-  static V carry(V x, std::index_sequence<I...>) {
-    return __builtin_shufflevector(x, x, (kCount - CN + int(I) % CN)...);
-  }
-  template <int CN, int Shift = CN>
-  static V scan(V x) {
-    if constexpr (Shift >= kCount) {
-      return x;
-    } else {
-      x += up<Shift>(x, std::make_index_sequence<kCount>{});
-      return scan<CN, 2 * Shift>(x);
-    }
-  }
-  // run[j] += run[j - CN] for j from CN to n - 1, the first CN already sums.
-  template <int CN>
-  static void prefix(S* run, int n) {
-    if (n <= CN) return;
-    int j = CN;
-    if constexpr (CN <= kCount) {
-      // The first vector starts after the first sums: carry from them.
-      V prev{};
-      for (int i = 0; i < CN; ++i) prev[kCount - CN + i] = run[i];
-      for (; j + kCount <= n; j += kCount) {
-        V x;
-        std::memcpy(&x, run + j, sizeof x);
-        x = scan<CN>(x) + carry<CN>(prev, std::make_index_sequence<kCount>{});
-        std::memcpy(run + j, &x, sizeof x);
-        prev = x;
-      }
-    }
-    for (; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
-  }
-};
-
-// run[j] = the sum of the window's columns at j, from the first window's sum
-// at j < cn and the values that enter and leave: one running sum per
-// channel, on whole vectors for 16- and 32-bit sums of 1, 3 or 4 channels.
-template <int CN, class C, class S>
-void runningSums(const C* __restrict col, S* __restrict run, int n, int nCols, int cn) {
-  if constexpr (CN > 0) cn = CN;
-  const std::ptrdiff_t far = std::ptrdiff_t(nCols) * cn;
-  for (int ch = 0; ch < cn && ch < n; ++ch) {
-    S sum = 0;
-    for (int c = 0; c < nCols; ++c) sum = static_cast<S>(sum + col[c * cn + ch]);
-    run[ch] = sum;
-  }
-  // The change from one window to the next, on whole vectors, then the sums.
-  for (int j = cn; j < n; ++j) run[j] = static_cast<S>(S(col[j - cn + far]) - S(col[j - cn]));
-  if constexpr (CN > 0 && sizeof(S) <= 4 && (SumLanes<S>::kCount % CN == 0 || sizeof(S) == 4)) {
-    SumLanes<S>::template prefix<CN>(run, n);
-  } else if constexpr (CN > 0) {
-    // Other lane patterns cost more to carry than the sums: the channels'
-    // chains side by side in registers.
-    S sum[CN];
-    for (int ch = 0; ch < CN; ++ch) sum[ch] = run[ch];
-    int j = CN;
-    for (; j + CN <= n; j += CN)
-      for (int ch = 0; ch < CN; ++ch) run[j + ch] = sum[ch] = static_cast<S>(sum[ch] + run[j + ch]);
-    for (; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - CN]);
-  } else {
-    for (int j = cn; j < n; ++j) run[j] = static_cast<S>(run[j] + run[j - cn]);
-  }
-}
-
-// run[j] = col[j] + col[j + k] + ... + col[j + (C - 1) k]: narrow windows
-// add their columns directly.
-template <int K, class C, class S>
-void sumsAcross(const C* __restrict col, S* __restrict run, int n, int k) {
-  for (int j = 0; j < n; ++j) {
-    S sum = col[j];
-    for (int i = 1; i < K; ++i) sum = static_cast<S>(sum + col[j + i * k]);
-    run[j] = sum;
-  }
-}
-
-template <class C, class S>
-void runningSums(const C* col, S* run, int n, int nCols, int cn) {
-  if (nCols == 2) return sumsAcross<2>(col, run, n, cn);
-  if (nCols == 3) return sumsAcross<3>(col, run, n, cn);
-  switch (cn) {
-    case 1:
-      return runningSums<1>(col, run, n, nCols, cn);
-    case 3:
-      return runningSums<3>(col, run, n, nCols, cn);
-    case 4:
-      return runningSums<4>(col, run, n, nCols, cn);
-    default:
-      return runningSums<0>(col, run, n, nCols, cn);
-  }
-}
-
-// d[j] = ((run[j] + half) * m >> 16) >> (k - 16) on 16-bit lanes.
-inline void divideShort(const std::uint16_t* __restrict run, std::uint8_t* __restrict d, int n,
-                        std::uint16_t half, std::uint16_t m, int k) {
-  int j = 0;
-#if defined(__SSE2__)
-  // The high halves of the products in one multiply, 16 values a time.
-  const __m128i vHalf = _mm_set1_epi16(static_cast<short>(half)), vM = _mm_set1_epi16(static_cast<short>(m));
-  const __m128i vK = _mm_cvtsi32_si128(k - 16);
-  for (; j + 16 <= n; j += 16) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(run + j));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(run + j + 8));
-    const __m128i qa = _mm_srl_epi16(_mm_mulhi_epu16(_mm_add_epi16(a, vHalf), vM), vK);
-    const __m128i qb = _mm_srl_epi16(_mm_mulhi_epu16(_mm_add_epi16(b, vHalf), vM), vK);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + j), _mm_packus_epi16(qa, qb));
-  }
-#endif
-  for (; j < n; ++j) {
-    const std::uint16_t x = static_cast<std::uint16_t>(run[j] + half);
-    const auto high = static_cast<std::uint16_t>((std::uint32_t(x) * m) >> 16);
-    d[j] = static_cast<std::uint8_t>(high >> (k - 16));
-  }
-}
-
-// d[j] = floor((run[j] + offset) / count) + lo for sums below 2^23: the
-// quotient of a product with the reciprocal in single precision, then put
-// right by the exact remainder. Every value here is an integer below 2^24,
-// exact in single precision, and the product is off by less than one, so
-// every rounding mode gives the same quotients.
-template <class T>
-void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
-                  std::int32_t count, std::int32_t lo) {
-  const float c = static_cast<float>(count), inv = 1.0f / c;
-  for (int j = 0; j < n; ++j) {
-    const float x = static_cast<float>(run[j] + offset);
-    const float q = static_cast<float>(static_cast<std::int32_t>(x * inv));
-    const float r = x - q * c;
-    const float up = r >= c ? 1.0f : 0.0f, down = r < 0.0f ? 1.0f : 0.0f;
-    d[j] = static_cast<T>(static_cast<std::int32_t>(q + up - down) + lo);
-  }
-}
-
-// How a block of sums is divided.
-enum class Quotient { kShort, kSingle, kExact };
-
 struct Blur {
-  // C holds the sums of a column, S those of the window (C no wider than
-  // S). kShort: `m` and `k` (k from 16) divide the sums of unsigned 8-bit
-  // values in 16-bit lanes.
-  template <class D, class S, class C = S>
-  static bool sums(const Block& b, Quotient how, unsigned m, int k) {
-    using T = typename D::T;
-    const int cn = b.cn, n = b.w * cn;
-    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const int wsn = (b.w + nCols - 1) * cn;
-    if (!b.work->reserve(sizeof(S) * (std::size_t(wsn) + std::size_t(n)))) return false;
-    S* run = b.work->as<S>();
-    C* col = reinterpret_cast<C*>(run + n);
-    const i64 count = i64(nCols) * nRows, half = count / 2;
-    // x = sum + half - lo * count lies in [0, (hi - lo) * count + half].
-    const Divider div(count, (D::hi - D::lo) * count + half + 1);
-    const i64 offset = half - D::lo * count;
-    std::fill(col, col + wsn, C(0));
-    for (int c = 0; c < nRows; ++c) {
-      const T* s = srcRow<D>(b, c);
-      for (int j = 0; j < wsn; ++j) col[j] = static_cast<C>(col[j] + s[j]);
-    }
-    for (int r = 0; r < b.h; ++r) {
-      if (r > 0) {
-        slide(col, srcRow<D>(b, r + nRows - 1), srcRow<D>(b, r - 1), wsn);
-      }
-      runningSums(col, run, n, nCols, cn);
-      T* d = dstRow<D>(b, r);
-      if constexpr (std::is_same_v<S, std::uint16_t>) {
-        divideShort(run, reinterpret_cast<std::uint8_t*>(d), n, static_cast<std::uint16_t>(half),
-                    static_cast<std::uint16_t>(m), k);
-      } else if (std::is_same_v<S, std::int32_t> && how == Quotient::kSingle) {
-        divideSingle(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
-                     static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
-      } else if (div.fast()) {
-        divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
-      } else {
-        for (int j = 0; j < n; ++j) d[j] = static_cast<T>(div(i64(run[j]) + offset) + D::lo);
-      }
-    }
-    return true;
-  }
-
   // A folded block: the weighted sum across of every held row for every
   // destination column (of the values above the depth's lowest, so every
   // sum is positive), split by the window's width into a quotient and a
@@ -581,26 +353,24 @@ struct Blur {
   }
 
   template <class D>
-  static bool run(const Block& b, const void* arg) {
-    (void)arg;
+  static bool run(const Block& b, const void*) {
     if (b.fx.period || b.fy.period) return folded<D>(b);
+    constexpr unsigned depth = depthOf<D>();
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     const i64 largest = std::max(-D::lo, D::hi);
+    MeanArgs a{false, 0, 0};
     if constexpr (D::bits == 8 && !D::isSigned) {
-      unsigned m = 0;
-      int k = 0;
-      if (255 * count + count / 2 < (i64(1) << 16) && shortDivider(count, 255 * count + count / 2, &m, &k))
-        return sums<D, std::uint16_t>(b, Quotient::kShort, m, k);
+      if (255 * count + count / 2 < (i64(1) << 16) && shortDivider(count, 255 * count + count / 2, &a.m, &a.k))
+        return boxMeans(depth, 2, 2)(b, &a);
     }
-    const bool single = (D::hi - D::lo) * count + count / 2 < (i64(1) << 23);
+    a.single = (D::hi - D::lo) * count + count / 2 < (i64(1) << 23);
     if constexpr (D::bits == 8 && !D::isSigned) {
       // Columns short enough keep their sums in 16 bits: half the traffic.
-      if (single && 255 * (b.win.top + b.win.bottom + 1) < (1 << 16))
-        return sums<D, std::int32_t, std::uint16_t>(b, Quotient::kSingle, 0, 0);
+      if (a.single && 255 * (b.win.top + b.win.bottom + 1) < (1 << 16)) return boxMeans(depth, 4, 2)(b, &a);
     }
-    if (largest * count < (i64(1) << 31))
-      return sums<D, std::int32_t>(b, single ? Quotient::kSingle : Quotient::kExact, 0, 0);
-    return sums<D, i64>(b, Quotient::kExact, 0, 0);
+    if (largest * count < (i64(1) << 31)) return boxMeans(depth, 4, 4)(b, &a);
+    a.single = false;
+    return boxMeans(depth, 8, 8)(b, &a);
   }
 };
 
@@ -628,27 +398,6 @@ struct Extreme {
 
 // Windows of up to this many values take the sorting network.
 constexpr int kNetwork = 32;
-
-// The histograms of the constant-time median: 256 counts of C in 16 groups
-// of 16, each group with its total.
-template <class C>
-struct Counts {
-  typedef C Group __attribute__((vector_size(16 * sizeof(C))));
-  // The window's running counts.
-  using Sum = std::conditional_t<sizeof(C) == 2, int, i64>;
-};
-constexpr int kStripe = 256;  // destination columns whose column histograms are kept together
-
-// The 8-bit histograms' bin of a value: signed values shifted by half
-// the range so the bins run in order.
-template <class D>
-constexpr unsigned flipOf() {
-  return D::isSigned ? 0x80u : 0u;
-}
-template <class D>
-inline unsigned binOf(typename D::T v) {
-  return (static_cast<unsigned>(v) & 0xFFu) ^ flipOf<D>();
-}
 
 // A value and how many times the window holds it.
 template <class T>
@@ -693,114 +442,6 @@ T weightedSelect(Weighted<T>* e, int n, u64 k) {
 }
 
 struct Median {
-  // 8-bit values: a histogram per source column (its group totals beside
-  // it) follows the rows; along a row the window's group totals take one
-  // column in and one out per step, and only the group that holds the
-  // median brings its counts up to date, from where it was last used or
-  // anew when that is cheaper. Columns are taken in stripes so that their
-  // histograms stay in the caches. C counts the window's values. A folded
-  // block (Folded) takes its rows and columns at their held places and
-  // starts each window with the weights of its held positions.
-  template <class D, class C, bool Folded>
-  static bool groups(const Block& b) {
-    using T = typename D::T;
-    using Group = typename Counts<C>::Group;
-    using Sum = typename Counts<C>::Sum;
-    const int cn = b.cn;
-    const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    const Sum middle = static_cast<Sum>((i64(nCols) * nRows - 1) / 2);
-    constexpr unsigned flip = flipOf<D>();
-    // Folded columns are held once for the whole row.
-    const int stripe = Folded && b.fx.period ? b.w : std::min(kStripe, b.w);
-    const int cols = Folded && b.fx.period ? b.fx.size : stripe + nCols - 1;
-    const u64 histBytes = sizeof(Group) * (17 * u64(cols) + 16);
-    if (!reserveWork(b, histBytes + (Folded ? 2 * sizeof(C) * u64(cols) : 0))) return false;
-    Group* fine = b.work->as<Group>();
-    Group* coarse = fine + 16 * std::ptrdiff_t(cols);
-    Group* window = coarse + cols;  // the window's counts, group by group
-    C* start = reinterpret_cast<C*>(b.work->as<char>() + std::ptrdiff_t(histBytes));  // the weights of a row's first window
-    C* now = start + cols;                                              // and of the window at hand
-    const auto key = binOf<D>;
-    auto rowAt = [&](i64 r) { return Folded ? b.fy.at(r) : static_cast<int>(r); };
-    for (int x0 = 0; x0 < b.w; x0 += stripe) {
-      const int w = std::min(stripe, b.w - x0), ws = Folded && b.fx.period ? cols : w + nCols - 1;
-      // The held column of column u of the stripe's unfolded columns.
-      auto colAt = [&](i64 u) { return Folded ? b.fx.at(x0 + u) - x0 : static_cast<int>(u); };
-      // Recounting a group anew costs the columns a window may weigh.
-      const int reach = Folded ? ws : nCols;
-      if constexpr (Folded)
-        for (int f = 0; f < ws; ++f) start[f] = static_cast<C>(b.fx.weight(x0, x0 + i64(nCols) - 1, x0 + f));
-      for (int ch = 0; ch < cn; ++ch) {
-        auto count = [&](int r, C step) {
-          const T* s = srcRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
-          for (int c = 0; c < ws; ++c) {
-            const unsigned k = key(s[std::ptrdiff_t(c) * cn]);
-            fine[16 * c + (k >> 4)][k & 15] = static_cast<C>(fine[16 * c + (k >> 4)][k & 15] + step);
-            coarse[c][k >> 4] = static_cast<C>(coarse[c][k >> 4] + step);
-          }
-        };
-        std::fill(fine, fine + 16 * std::ptrdiff_t(ws), Group{});
-        std::fill(coarse, coarse + ws, Group{});
-        if constexpr (Folded) {
-          for (int r = 0; r < b.fy.size; ++r)
-            if (const C k = static_cast<C>(b.fy.weight(0, nRows - 1, r))) count(r, k);
-        } else {
-          for (int r = 0; r < nRows; ++r) count(r, 1);
-        }
-        for (int r = 0; r < b.h; ++r) {
-          if (r > 0) {
-            count(rowAt(r - 1), static_cast<C>(-1));
-            count(rowAt(i64(r) + nRows - 1), 1);
-          }
-          Group totals{};
-          if constexpr (Folded) {
-            std::copy(start, start + ws, now);
-            for (int c = 0; c < ws; ++c) totals += coarse[c] * now[c];
-          } else {
-            for (int c = 0; c < nCols; ++c) totals += coarse[c];
-          }
-          int last[16];
-          std::fill(last, last + 16, -reach);  // every group out of date
-          T* d = dstRow<D>(b, r) + std::ptrdiff_t(x0) * cn + ch;
-          for (int x = 0; x < w; ++x) {
-            if (x > 0) {
-              const int in = colAt(i64(x) + nCols - 1), out = colAt(x - 1);
-              totals += coarse[in] - coarse[out];
-              if constexpr (Folded) ++now[in], --now[out];
-            }
-            Sum below = 0;
-            int g = 0;
-            while (below + static_cast<Sum>(totals[g]) <= middle) below += static_cast<Sum>(totals[g++]);
-            Group& counts = window[g];
-            if (2 * (x - last[g]) > reach) {
-              counts = Group{};
-              if constexpr (Folded)
-                for (int c = 0; c < ws; ++c) counts += fine[16 * c + g] * now[c];
-              else
-                for (int c = x; c < x + nCols; ++c) counts += fine[16 * c + g];
-            } else {
-              for (int p = last[g] + 1; p <= x; ++p)
-                counts += fine[16 * colAt(i64(p) + nCols - 1) + g] - fine[16 * colAt(p - 1) + g];
-            }
-            last[g] = x;
-            int k = 0;
-            while (below + static_cast<Sum>(counts[k]) <= middle) below += static_cast<Sum>(counts[k++]);
-            d[std::ptrdiff_t(x) * cn] = static_cast<T>((16 * g + k) ^ static_cast<int>(flip));
-          }
-        }
-      }
-    }
-    return true;
-  }
-
-  // 8-bit values: the counts as wide as the window's values need.
-  template <class D, bool Folded>
-  static bool groups(const Block& b, i64 count) {
-    if (count < 0x10000) return groups<D, std::uint16_t, Folded>(b);
-    if (count <= 0xFFFFFFFFLL) return groups<D, std::uint32_t, Folded>(b);
-    return groups<D, u64, Folded>(b);
-  }
-
   // Wider values: the window's values, partly ordered around the middle.
   template <class D>
   static bool select(const Block& b) {
@@ -1008,13 +649,11 @@ struct Median {
 
   template <class D>
   static bool run(const Block& b, const void* arg) {
-    constexpr unsigned code = D::bits == 8    ? (D::isSigned ? MOX_DEPTH_8S : MOX_DEPTH_8U)
-                              : D::bits == 16 ? (D::isSigned ? MOX_DEPTH_16S : MOX_DEPTH_16U)
-                                              : MOX_DEPTH_32S;
+    constexpr unsigned code = depthOf<D>();
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     if (b.fx.period || b.fy.period) {
       if constexpr (D::bits == 8) {
-        return groups<D, true>(b, count);
+        return medianHistograms(code, count, true)(b, nullptr);
       } else {
         // Ranking the block pays when a window weighs many of its values.
         const i64 weighs = std::min<i64>(b.fx.size, b.win.left + i64(b.win.right) + 1) *
@@ -1026,7 +665,7 @@ struct Median {
       return net(b, arg);
     if (count <= kNetwork) return network<D>(b, static_cast<int>(count));
     if constexpr (D::bits == 8)
-      return groups<D, false>(b, count);
+      return medianHistograms(code, count, false)(b, nullptr);
     else
       return select<D>(b);
   }

@@ -3,9 +3,18 @@
 // 8-bit functions (the driver hands them values 0 and 1).
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 #include "filter/neigh.h"
 
 namespace mox::filt {
+
+// The working memory of a block function: `bytes` counted in 64 bits,
+// refused when more than an address reaches.
+inline bool reserveWork(const Block& b, unsigned long long bytes) {
+  return bytes <= static_cast<unsigned long long>(PTRDIFF_MAX) && b.work->reserve(static_cast<std::size_t>(bytes));
+}
 
 // One non-zero weight of a kernel at its place in the operation's window.
 struct Tap {
@@ -36,10 +45,22 @@ struct SepArgs {
   Acc acc;  // k64, or 32 bits when every sum fits
 };
 
+// The box mean of a plain block: how its sums are divided.
+struct MeanArgs {
+  bool single;  // 32-bit sums below 2^23, divided in single precision
+  unsigned m;   // 16-bit sums: the multiplier,
+  int k;        // and the shift (from 16) of the quotient
+};
+
 BlockFn convBlock(unsigned depth);
 BlockFn sepBlock(unsigned depth);
 // Mean of the window, rounded half up.
 BlockFn blurBlock(unsigned depth);
+// The box mean of plain blocks (arg: MeanArgs) whose window sums take
+// sumBytes bytes and column sums colBytes (2 only for unsigned 8-bit
+// values), with the widest vectors this processor runs; null for a
+// combination it does not serve.
+BlockFn boxMeans(unsigned depth, int sumBytes, int colBytes);
 // Minimum (max false) or maximum of the window.
 BlockFn rankBlock(unsigned depth, bool max);
 // Median of the window; the lower middle value of an even count.
@@ -47,6 +68,10 @@ BlockFn medianBlock(unsigned depth);
 // The median of small windows by comparison networks on whole vectors, with
 // the widest vectors this processor runs; null for windows it does not serve.
 BlockFn medianNet(unsigned depth, int nCols, int nRows);
+// The median of 8-bit windows of `count` values by histograms (arg: none),
+// folded blocks or not, with the widest vectors this processor runs; null
+// for other depths.
+BlockFn medianHistograms(unsigned depth, long long count, bool folded);
 
 // The minimum (max false) or maximum of boxes of up to 6 x 6 for two
 // destination rows: d0 from source rows src[0 .. nRows - 1], d1 (unless

@@ -161,12 +161,49 @@ inline V load(const void* p) {
   return v;
 }
 
+// Windows of three rows and columns: each vector of results sorts its own
+// three columns in registers and merges them at once, nothing written
+// between. The last vector steps back to end with the row (the results it
+// repeats are the same), so every load stays within the rows.
+template <class T>
+void nineRows(const Block& b) {
+  using N = Nets<3, 3>;
+  using V = typename Lanes<T>::V;
+  constexpr int L = Lanes<T>::kCount;
+  const int cn = b.cn, n = b.w * cn;
+  for (int r = 0; r < b.h; ++r) {
+    const T* rows[3];
+    for (int i = 0; i < 3; ++i) rows[i] = static_cast<const T*>(b.src[r + i]);
+    T* d = static_cast<T*>(b.dst[r]);
+    for (int j0 = 0; j0 < n; j0 += L) {
+      const int j = n - j0 < L ? n - L : j0;
+      V v[N::kBlock * 3];
+      for (int c = 0; c < 3; ++c) {
+        for (int i = 0; i < 3; ++i) v[c * N::kBlock + i] = load<V>(rows[i] + j + std::ptrdiff_t(c) * cn);
+        runPlan<N::kSort>(v + c * N::kBlock);
+        V s[N::kBlock];
+        for (int i = 0; i < 3; ++i) s[i] = v[c * N::kBlock + N::kSort.out[i]];
+        for (int i = 0; i < 3; ++i) v[c * N::kBlock + i] = s[i];
+      }
+      runPlan<N::kMerge>(v);
+      const V out = v[N::kMerge.out[N::kMiddle]];
+      std::memcpy(d + j, &out, sizeof(V));
+    }
+  }
+}
+
 template <int nCols, int nRows, class T>
 bool medianNet(const Block& b, const void*) {
   using N = Nets<nCols, nRows>;
   using V = typename Lanes<T>::V;
   constexpr int L = Lanes<T>::kCount;
   const int cn = b.cn, n = b.w * cn, wsn = (b.w + nCols - 1) * cn;
+  if constexpr (nCols == 3 && nRows == 3) {
+    if (n >= L) {
+      nineRows<T>(b);
+      return true;
+    }
+  }
   // The sorted columns, each padded by a vector so that merges read whole
   // vectors past the last value.
   const std::size_t stride = std::size_t(wsn) + 2 * L;

@@ -14,12 +14,16 @@ namespace mox::filt {
 BlockFn baseMedianNet(unsigned depth, int nCols, int nRows);
 BoxRowsFn baseBoxRows(bool max, int bytes, bool isSigned, int nCols, int nRows);
 BlockFn baseLargeBoxes(bool max, int bytes, bool isSigned);
+BlockFn baseBoxMeans(unsigned depth, int sumBytes, int colBytes);
+BlockFn baseMedianHistograms(unsigned depth, long long count, bool folded);
 
 #if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
 #define MOX_FILTER_HAVE_WIDE 1
 BlockFn wideMedianNet(unsigned depth, int nCols, int nRows);
 BoxRowsFn wideBoxRows(bool max, int bytes, bool isSigned, int nCols, int nRows);
 BlockFn wideLargeBoxes(bool max, int bytes, bool isSigned);
+BlockFn wideBoxMeans(unsigned depth, int sumBytes, int colBytes);
+BlockFn wideMedianHistograms(unsigned depth, long long count, bool folded);
 
 // One row of an 8-bit convolution whose products fit 16 bits, 32 values at
 // a time (see pairedTaps in kernels.cpp); returns the number of values done.

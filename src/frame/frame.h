@@ -36,6 +36,26 @@ enum : int { kIdOk = 1, kIdCancel = 2, kIdYes = 6, kIdNo = 7 };
 
 // The calling thread's context slot; null when the thread has none.
 MoxContext* contextSlot();
+
+// Records other parts of the library keep per thread (the transforms'
+// engines). The platform layer calls each kept record's release when its
+// thread ends, on every system, so an ended thread leaves nothing behind.
+enum ThreadRecord : int { kFourierRecord, kCosineRecord, kThreadRecords };
+struct ThreadRecords {
+  void* record[kThreadRecords];
+  void (*release[kThreadRecords])(void*);
+};
+// The calling thread's records (all null at first); null when the thread
+// has no slot.
+ThreadRecords* threadRecords();
+// Releases and clears every kept record of a thread.
+inline void releaseRecords(ThreadRecords& r) {
+  for (int i = 0; i < kThreadRecords; ++i)
+    if (void* kept = r.record[i]) {
+      r.record[i] = nullptr;
+      r.release[i](kept);
+    }
+}
 // Shows a box and returns the button chosen.
 int messageBox(const char* text, const char* caption, unsigned style);
 // Ends the process through the system's fatal-exit service.

@@ -48,6 +48,10 @@ unsigned creationFaults(const MoxImage* image) {
 
 namespace {
 
+// Pixel blocks of kPagedBytes or more start on a page of kPage bytes.
+constexpr std::uintptr_t kPage = 4096;
+constexpr int kPagedBytes = 1 << 16;
+
 // Copies a 4-character name; a shorter text ends at its terminator and the
 // rest is zero, so that short literals ("RGB") are never read past.
 void copyName(char* to, const char* from) {
@@ -116,10 +120,16 @@ MOX_API void MOX_CALL moxAllocateImage(MoxImage* image, int fillValue) {
     image->imageSize = 0;
     return;
   }
-  char* block = static_cast<char*>(std::malloc(static_cast<std::size_t>(size) + image->align - 1));
+  // A large block starts on a page. Images allocated one after another then
+  // start at the same place in a page, so a kernel's stores never trail its
+  // loads by a few bytes modulo the page: such stores stall the loads that
+  // follow them (a 16 MB threshold ran a quarter slower from a destination
+  // 16 to 64 bytes past its source in the page).
+  const std::uintptr_t a =
+      size >= kPagedBytes ? kPage : static_cast<std::uintptr_t>(image->align);
+  char* block = static_cast<char*>(std::malloc(static_cast<std::size_t>(size) + (a - 1)));
   image->imageDataOrigin = block;
   if (!block) return;
-  const std::uintptr_t a = static_cast<std::uintptr_t>(image->align);
   image->imageData = reinterpret_cast<char*>((reinterpret_cast<std::uintptr_t>(block) + a - 1) &
                                              ~(a - 1));
   image->imageSize = size;

@@ -8,6 +8,7 @@
 #include "frame/trig.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <new>
@@ -51,8 +52,12 @@ void unitRoot(long long k, long long n, int sign, double* re, double* im) {
 
 // ------------------------------------------------------------------ plans
 
-Engine::Engine() = default;
-Engine::~Engine() = default;
+namespace {
+std::atomic<int> liveCount{0};
+}  // namespace
+
+Engine::Engine() { ++liveCount; }
+Engine::~Engine() { --liveCount; }
 
 void Engine::release() {
   plans_.clear();
@@ -261,34 +266,34 @@ const Kernels& kernels() {
   return kBaselineKernels;
 }
 
-#if defined(_WIN32)
-// The Windows runtimes may free a thread's thread_local storage before they
-// run the destructors of the objects in it, so a thread that ended after an
-// FFT crashed in the engine's destructor. There each thread's engines live on
-// the heap behind a plain pointer and are never destroyed at thread exit: a
-// thread gives its tables back with MOX_FFT_FREE or MOX_DCT_FREE and keeps
-// only the small engine records.
-Engine& fourierEngine() {
-  thread_local Engine* engine = nullptr;
-  if (!engine) engine = new Engine;
-  return *engine;
+namespace {
+
+void dropEngine(void* engine) { delete static_cast<Engine*>(engine); }
+
+// Each thread's engines are records the platform layer releases when the
+// thread ends. (Engines kept in thread_local objects crashed on Windows,
+// whose runtimes may free a thread's thread_local storage before they run
+// the destructors of the objects in it.)
+Engine& threadEngine(platform::ThreadRecord which) {
+  if (platform::ThreadRecords* r = platform::threadRecords()) {
+    if (!r->record[which]) {
+      r->record[which] = new Engine;
+      r->release[which] = dropEngine;
+    }
+    return *static_cast<Engine*>(r->record[which]);
+  }
+  // A thread the library was never told of keeps its engines to the end.
+  thread_local Engine* unkept[platform::kThreadRecords] = {};
+  if (!unkept[which]) unkept[which] = new Engine;
+  return *unkept[which];
 }
 
-Engine& cosineEngine() {
-  thread_local Engine* engine = nullptr;
-  if (!engine) engine = new Engine;
-  return *engine;
-}
-#else
-Engine& fourierEngine() {
-  thread_local Engine engine;
-  return engine;
-}
+}  // namespace
 
-Engine& cosineEngine() {
-  thread_local Engine engine;
-  return engine;
-}
-#endif
+int liveEngines() { return liveCount.load(); }
+
+Engine& fourierEngine() { return threadEngine(platform::kFourierRecord); }
+
+Engine& cosineEngine() { return threadEngine(platform::kCosineRecord); }
 
 }  // namespace mox::fft

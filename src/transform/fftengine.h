@@ -95,5 +95,7 @@ class Engine {
 // cosine transform, so that releasing one leaves the other's tables).
 Engine& fourierEngine();
 Engine& cosineEngine();
+// Engines in existence, for the tests.
+int liveEngines();
 
 }  // namespace mox::fft

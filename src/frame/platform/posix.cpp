@@ -1,5 +1,5 @@
 // POSIX platform layer: a thread_local context made on a thread's first call
-// and freed when the thread ends; the message box is a prompt on the
+// and freed, with the thread's kept records, when the thread ends; the message box is a prompt on the
 // controlling terminal, and without a terminal the box's text goes to
 // standard error and its default button (Yes, or OK) is taken, so that the
 // reason of a report is never lost.
@@ -17,7 +17,9 @@ namespace {
 
 struct ContextHolder {
   MoxContext* context = nullptr;
+  ThreadRecords records{};
   ~ContextHolder() {
+    releaseRecords(records);
     std::free(context);
     context = nullptr;
   }
@@ -35,6 +37,8 @@ MoxContext* contextSlot() {
   }
   return holder.context;
 }
+
+ThreadRecords* threadRecords() { return &holder.records; }
 
 int messageBox(const char* text, const char* caption, unsigned style) {
   const unsigned buttons = style & 0xF;

@@ -1,5 +1,5 @@
 // Windows platform layer: one TLS slot reserved at process attach, a
-// LocalAlloc'ed context per attached thread, MessageBoxA, FatalAppExitA and
+// LocalAlloc'ed context and kept records per attached thread, MessageBoxA, FatalAppExitA and
 // wsprintfA.
 #if defined(_WIN32)
 
@@ -17,17 +17,29 @@ namespace {
 DWORD slotIndex = TLS_OUT_OF_INDEXES;
 int attachCount = 0;
 
+// What the slot points to: the context, then the kept records.
+struct ThreadBlock {
+  MoxContext context;
+  ThreadRecords records;
+};
+
+ThreadBlock* threadBlock() {
+  if (slotIndex == TLS_OUT_OF_INDEXES) return nullptr;
+  return static_cast<ThreadBlock*>(TlsGetValue(slotIndex));
+}
+
 BOOL threadAttach() {
-  void* block = LocalAlloc(LPTR, sizeof(MoxContext));
+  // LPTR: zeroed, so the records start empty.
+  auto* block = static_cast<ThreadBlock*>(LocalAlloc(LPTR, sizeof(ThreadBlock)));
   if (!block) return FALSE;
   TlsSetValue(slotIndex, block);
-  std::memcpy(block, &contextTemplate, sizeof(MoxContext));
+  std::memcpy(&block->context, &contextTemplate, sizeof(MoxContext));
   return TRUE;
 }
 
 void threadDetach() {
-  if (slotIndex == TLS_OUT_OF_INDEXES) return;
-  if (void* block = TlsGetValue(slotIndex)) {
+  if (ThreadBlock* block = threadBlock()) {
+    releaseRecords(block->records);
     LocalFree(block);
     TlsSetValue(slotIndex, nullptr);
   }
@@ -63,8 +75,13 @@ int entry(unsigned long reason) {
 }
 
 MoxContext* contextSlot() {
-  if (slotIndex == TLS_OUT_OF_INDEXES) return nullptr;
-  return static_cast<MoxContext*>(TlsGetValue(slotIndex));
+  ThreadBlock* block = threadBlock();
+  return block ? &block->context : nullptr;
+}
+
+ThreadRecords* threadRecords() {
+  ThreadBlock* block = threadBlock();
+  return block ? &block->records : nullptr;
 }
 
 int messageBox(const char* text, const char* caption, unsigned style) {
