@@ -13,7 +13,7 @@
 
 namespace mox::geom {
 
-int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
+int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream) {
   // Sixteen pixels a step: the 48 bytes as three loads a, b, c; each stored
   // sixteen bytes gathers from two of them (a window across b and c, and one
   // across a and b, for the middle sixteen).
@@ -31,13 +31,17 @@ int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
     const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
     std::uint8_t* q = d + 3 * std::ptrdiff_t(w - 16 - i);
     const __m128i bc = _mm_alignr_epi8(c, b, 1), ab = _mm_alignr_epi8(b, a, 15);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(q),
-                     _mm_or_si128(_mm_shuffle_epi8(c, c0), _mm_shuffle_epi8(b, b0)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(q + 16),
-                     _mm_or_si128(_mm_shuffle_epi8(bc, x1), _mm_shuffle_epi8(ab, y1)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(q + 32),
-                     _mm_or_si128(_mm_shuffle_epi8(a, a2), _mm_shuffle_epi8(b, b2)));
+    const __m128i r0 = _mm_or_si128(_mm_shuffle_epi8(c, c0), _mm_shuffle_epi8(b, b0));
+    const __m128i r1 = _mm_or_si128(_mm_shuffle_epi8(bc, x1), _mm_shuffle_epi8(ab, y1));
+    const __m128i r2 = _mm_or_si128(_mm_shuffle_epi8(a, a2), _mm_shuffle_epi8(b, b2));
+    __m128i* to = reinterpret_cast<__m128i*>(q);
+    if (stream) {
+      _mm_stream_si128(to, r0), _mm_stream_si128(to + 1, r1), _mm_stream_si128(to + 2, r2);
+    } else {
+      _mm_storeu_si128(to, r0), _mm_storeu_si128(to + 1, r1), _mm_storeu_si128(to + 2, r2);
+    }
   }
+  if (stream) return i;
   // The rest five pixels a step: sixteen bytes loaded from the five's first byte
   // (one byte of the pixel after them too), stored as one byte that the next
   // step overwrites followed by the five in reverse order (the loop stops
@@ -51,7 +55,7 @@ int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
   return i;
 }
 
-int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
+int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream) {
   // Thirty-two bytes a step: reversed within each half, then the halves
   // exchanged.
   const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
@@ -60,8 +64,11 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
   for (; i + 32 <= w; i += 32) {
     const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
     const __m256i r = _mm256_shuffle_epi8(v, order);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 32),
-                        _mm256_permute2x128_si256(r, r, 1));
+    __m256i* to = reinterpret_cast<__m256i*>(d + w - i - 32);
+    if (stream)
+      _mm256_stream_si256(to, _mm256_permute2x128_si256(r, r, 1));
+    else
+      _mm256_storeu_si256(to, _mm256_permute2x128_si256(r, r, 1));
   }
   return i;
 }
