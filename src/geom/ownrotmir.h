@@ -188,37 +188,98 @@ inline __m128i reversedLanes(__m128i v, std::uint32_t) { return _mm_shuffle_epi3
 
 // d[j] = s[w - 1 - j] for j below w. The source is read forwards (where
 // the processor's prefetching expects it) and the destination written
-// backwards. Streamed, the vectors go past the caches and the end of d must
-// lie on a boundary of the vectors' size (32 bytes for one-byte values on
-// processors with 256-bit vectors, else 16).
-template <class T, bool Stream = false>
+// backwards.
+template <class T>
 inline void reverseRun(const T* s, T* d, int w) {
   int i = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (sizeof(T) == 1) {
-    if (wideVectors()) i = reverseBytesWide(s, d, w, Stream);
+    if (wideVectors()) i = reverseBytesWide(s, d, w);
   }
 #endif
 #if defined(__SSE2__)
   constexpr int kLanes = 16 / sizeof(T);
   for (; i + kLanes <= w; i += kLanes) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
-    __m128i* to = reinterpret_cast<__m128i*>(d + w - i - kLanes);
-    if constexpr (Stream)
-      _mm_stream_si128(to, reversedLanes(v, T{}));
-    else
-      _mm_storeu_si128(to, reversedLanes(v, T{}));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + w - i - kLanes), reversedLanes(v, T{}));
   }
 #endif
   for (; i < w; ++i) d[w - 1 - i] = s[i];
 }
 
 
+// Reverses w packed pixels of K values of T (pixel j of d takes pixel
+// w - 1 - j of s) with vectors stored on their own boundaries, and past the
+// caches when streamed (the caller fences the stores). One vector's pixels
+// from each end of s go plainly to the ends of d, where they may straddle
+// the boundaries; the aligned vectors between them start from the last
+// boundary in d. False, with nothing written, where no vectors can do it
+// (other pixel sizes, short runs, or d off its values' boundary).
+template <class T, int K, bool Stream>
+inline bool reverseAligned(const T* s, T* d, int w) {
+  constexpr int kPixel = int(sizeof(T)) * K;
+  int boundary = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (kPixel == 3) {
+    if (wideVectors()) boundary = 16;
+  }
+  if constexpr (kPixel == 1) {
+    if (wideVectors()) boundary = 32;
+  }
+#endif
+#if defined(__SSE2__)
+  if constexpr (K == 1) {
+    if (!boundary) boundary = 16;
+  }
+#endif
+  // Pixels of one vector step.
+  const int step = kPixel == 3 ? 16 : boundary / kPixel;
+  const auto end = reinterpret_cast<std::uintptr_t>(d + std::ptrdiff_t(w) * K);
+  if (!boundary || end % sizeof(T) || w < 4 * step) return false;
+  auto plain = [step]([[maybe_unused]] const T* from, [[maybe_unused]] T* to) {
+#if defined(MOX_GEOM_HAVE_WIDE)
+    if constexpr (kPixel == 3) reversePixels3Wide(from, to, step);
+#endif
+    if constexpr (K == 1) reverseRun(from, to, step);
+  };
+  const int off = static_cast<int>(end % unsigned(boundary));
+  // Three-byte steps: 11 * 3 = 1 modulo 16.
+  const int head = kPixel == 3 ? (11 * off) % 16 : off / kPixel;
+  const int n = w - head;
+  if (head) plain(s, d + std::ptrdiff_t(w - step) * K);
+  const T* rest = s + std::ptrdiff_t(head) * K;
+  int i = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (kPixel == 3) i = reversePixels3Wide(rest, d, n, Stream);
+  if constexpr (kPixel == 1) {
+    if (boundary == 32) i = reverseBytesWide(rest, d, n, Stream);
+  }
+#endif
+#if defined(__SSE2__)
+  if constexpr (K == 1) {
+    constexpr int kLanes = 16 / sizeof(T);
+    for (; i + kLanes <= n; i += kLanes) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rest + i));
+      __m128i* to = reinterpret_cast<__m128i*>(d + n - i - kLanes);
+      if constexpr (Stream)
+        _mm_stream_si128(to, reversedLanes(v, T{}));
+      else
+        _mm_store_si128(to, reversedLanes(v, T{}));
+    }
+  }
+#endif
+  if (i < n) plain(s + std::ptrdiff_t(w - step) * K, d);
+  return true;
+}
+
 // Copies w pixels of `count` samples, pixels `ss` and `ds` samples apart;
 // reversed, pixel j of d takes pixel w - 1 - j of s.
 template <class T, int K>
 inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool reverse) {
   const int k = K ? K : count;
+  if constexpr (K == 1 || K == 3) {
+    if (reverse && ss == K && ds == K && reverseAligned<T, K, false>(s, d, w)) return;
+  }
   if (reverse && k == 1 && ss == 1 && ds == 1) return reverseRun(s, d, w);
   if (!reverse) {
     if (ss == k && ds == k) {
@@ -238,49 +299,6 @@ inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool 
   T* last = d + std::ptrdiff_t(w - 1) * ds;
   for (; i < w; ++i)
     for (int c = 0; c < k; ++c) last[-std::ptrdiff_t(i) * ds + c] = s[std::ptrdiff_t(i) * ss + c];
-}
-
-// Reverses w packed pixels of K values of T (pixel j of d takes pixel
-// w - 1 - j of s) with d's vectors stored past the caches (the caller fences
-// the stores). The last pixels of d go first, plainly, so many that the
-// vectors' stores then fall on their boundaries. False, with nothing
-// written, where no vectors can do it (pixels of other sizes, or values of
-// d off their own boundary).
-template <class T, int K>
-inline bool reverseStreamed(const T* s, T* d, int w) {
-  constexpr int kPixel = int(sizeof(T)) * K;
-  int boundary = 0;
-#if defined(MOX_GEOM_HAVE_WIDE)
-  if constexpr (kPixel == 3) {
-    if (wideVectors()) boundary = 16;
-  }
-  if constexpr (kPixel == 1) {
-    if (wideVectors()) boundary = 32;
-  }
-#endif
-#if defined(__SSE2__)
-  if constexpr (K == 1) {
-    if (!boundary) boundary = 16;
-  }
-#endif
-  const auto end = reinterpret_cast<std::uintptr_t>(d + std::ptrdiff_t(w) * K);
-  if (!boundary || end % sizeof(T) || w < 4 * boundary) return false;
-  const int off = static_cast<int>(end % unsigned(boundary));
-  // Three-byte steps: 11 * 3 = 1 modulo 16.
-  const int head = kPixel == 3 ? (11 * off) % 16 : off / kPixel;
-  const int n = w - head;
-  copyPixels<T, K>(s, K, d + std::ptrdiff_t(n) * K, K, head, K, true);
-  const T* rest = s + std::ptrdiff_t(head) * K;
-  if constexpr (K == 1) {
-    reverseRun<T, true>(rest, d, n);
-  } else {
-    int i = 0;
-#if defined(MOX_GEOM_HAVE_WIDE)
-    if constexpr (kPixel == 3) i = reversePixels3Wide(rest, d, n, true);
-#endif
-    copyPixels<T, K>(rest + std::ptrdiff_t(i) * K, K, d, K, n - i, K, true);
-  }
-  return true;
 }
 
 // Reverses w packed bits: bit j of out is bit w - 1 - j of in (both from
@@ -346,8 +364,8 @@ void copyRow(const View& s, int sy, const View& d, int dy, int w, bool reverse) 
       // of the whole block would be (reversed rows through a small buffer
       // first); the caller fences the stores.
       if (!reverse) return streamCopy(sp, dp, std::size_t(w) * count);
-      if (count == 1 && reverseStreamed<T, 1>(sp, dp, w)) return;
-      if (count == 3 && reverseStreamed<T, 3>(sp, dp, w)) return;
+      if (count == 1 && reverseAligned<T, 1, true>(sp, dp, w)) return;
+      if (count == 3 && reverseAligned<T, 3, true>(sp, dp, w)) return;
       alignas(16) T buffer[4096 / sizeof(T)];
       const int per = static_cast<int>(sizeof buffer / sizeof(T)) / count;
       // Source pieces in order, each to its place from the row's end.
