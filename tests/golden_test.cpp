@@ -147,6 +147,7 @@ const Golden kCases[] = {
     {"rotate 8U one channel linear", k8U1w, k8U1w, RUN(moxRotate(a, d, 3000, 30, 20, MOX_INTER_LINEAR, nullptr)), 0x40df77162ac7d6aeull},
     {"rotate 8U cubic", k8U3, k8U3, RUN(moxRotate(a, d, 3000, 40, 30, MOX_INTER_CUBIC, nullptr)), 0x01cf24e804c54c7full},
     {"rotate 8U one channel cubic", k8U1w, k8U1w, RUN(moxRotate(a, d, 33000, 30, 20, MOX_INTER_CUBIC, nullptr)), 0xaa266ebe2412e471ull},
+    {"rotate 8U one channel nearest", k8U1w, k8U1w, RUN(moxRotate(a, d, 3000, 30, 20, MOX_INTER_NN, nullptr)), 0x964d96971cf747a8ull},
     {"rotate 8U three channels quarter turn", k8U3, k8U3, RUN(moxRotate(a, d, 9000, 40, 30, MOX_INTER_NN, nullptr)), 0x75ac81762f251244ull},
     {"mirror 8U one channel both axes", k8U1w, k8U1w, RUN(moxMirror(a, d, -1)), 0xfab1a87c99ddc330ull},
     {"zoom nearest 8U 5/3 x 7/4", k8U1, {MOX_DEPTH_8U, 1, 0, 70, 95}, RUN(moxZoom(a, d, 5, 3, 7, 4, MOX_INTER_NN, nullptr)), 0xadc563e2276a12efull},

@@ -166,6 +166,11 @@ struct RowMap {
   int x0, width, height;
 };
 int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy);
+// Nearest neighbour on one-byte pixels straight from the row's map: for
+// each position its sample where its indices lie in the view (s's data,
+// step and extent; its positions and indices unused), else 0. Returns how
+// many it did (a multiple of eight). Sizes up to 2^24.
+int nearestBytesWide(const RowMap& m, const ByteSamples& s, int n, std::uint8_t* out);
 // The same for cubic interpolation (the 4 x 4 samples inside the view,
 // away from the image's first and last columns and rows).
 template <int K>
