@@ -210,16 +210,17 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
       moxMirror(s, d, axis);
       EXPECT_TRUE(pixels(d) == want) << large << " " << axis;  // no dump of millions of values
     }
-  // Large one-channel rows reversed: the ROIs put the rows' ends off the
-  // vectors' boundaries.
+  // Long rows reversed by vectors, in the caches and (large) past them: the
+  // ROIs put the rows' ends off the vectors' boundaries.
   struct Wide {
     unsigned depth;
-    int width, axis;
+    int channels, rows, width, axis;
   };
-  for (const Wide& c : {Wide{MOX_DEPTH_8U, 8200, 1}, Wide{MOX_DEPTH_16U, 4100, -1},
-                        Wide{MOX_DEPTH_32S, 2050, 1}}) {
-    const int rows = 1030, sr[5] = {0, 1, 0, rows, c.width - 1}, dr[5] = {0, 5, 0, rows, c.width - 5};
-    Image s({c.depth, 1, 0, rows, c.width}, 3, sr), d({c.depth, 1, 0, rows, c.width}, 4, dr);
+  for (const Wide& c : {Wide{MOX_DEPTH_8U, 1, 1030, 8200, 1}, Wide{MOX_DEPTH_16U, 1, 1030, 4100, -1},
+                        Wide{MOX_DEPTH_32S, 1, 1030, 2050, 1}, Wide{MOX_DEPTH_8U, 3, 9, 301, 1},
+                        Wide{MOX_DEPTH_8U, 1, 5, 700, -1}}) {
+    const int rows = c.rows, sr[5] = {0, 1, 0, rows, c.width - 1}, dr[5] = {0, 5, 0, rows, c.width - 5};
+    Image s({c.depth, c.channels, 0, rows, c.width}, 3, sr), d({c.depth, c.channels, 0, rows, c.width}, 4, dr);
     const auto want = referenceMirror(s, d, c.axis);
     moxMirror(s, d, c.axis);
     EXPECT_TRUE(pixels(d) == want) << std::hex << c.depth;
