@@ -225,6 +225,15 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
     moxMirror(s, d, c.axis);
     EXPECT_TRUE(pixels(d) == want) << std::hex << c.depth;
   }
+  // Whole images whose rows follow each other without a gap turned half
+  // round, in the caches and (large) past them.
+  for (const Wide& c : {Wide{MOX_DEPTH_8U, 3, 7, 40, -1}, Wide{MOX_DEPTH_16U, 1, 10, 50, -1},
+                        Wide{MOX_DEPTH_32S, 1, 9, 8, -1}, Wide{MOX_DEPTH_8U, 3, 1700, 1700, -1}}) {
+    Image s({c.depth, c.channels, 0, c.rows, c.width}, 5), d({c.depth, c.channels, 0, c.rows, c.width}, 6);
+    const auto want = referenceMirror(s, d, c.axis);
+    moxMirror(s, d, c.axis);
+    EXPECT_TRUE(pixels(d) == want) << std::hex << c.depth << " " << c.width;
+  }
   EXPECT_TRUE(reports().empty());
 }
 

@@ -46,13 +46,15 @@ bool outOfMemory() {
 template <int P>
 void reversePacked(const char* s, char* d, int w) {
   using mox::geom::copyPixels;
-  using mox::geom::reverseRun;
   if constexpr (P == 1)
-    reverseRun(reinterpret_cast<const std::uint8_t*>(s), reinterpret_cast<std::uint8_t*>(d), w);
+    copyPixels<std::uint8_t, 1>(reinterpret_cast<const std::uint8_t*>(s), 1,
+                                reinterpret_cast<std::uint8_t*>(d), 1, w, 1, true);
   else if constexpr (P == 2)
-    reverseRun(reinterpret_cast<const std::uint16_t*>(s), reinterpret_cast<std::uint16_t*>(d), w);
+    copyPixels<std::uint16_t, 1>(reinterpret_cast<const std::uint16_t*>(s), 1,
+                                 reinterpret_cast<std::uint16_t*>(d), 1, w, 1, true);
   else if constexpr (P == 4)
-    reverseRun(reinterpret_cast<const std::uint32_t*>(s), reinterpret_cast<std::uint32_t*>(d), w);
+    copyPixels<std::uint32_t, 1>(reinterpret_cast<const std::uint32_t*>(s), 1,
+                                 reinterpret_cast<std::uint32_t*>(d), 1, w, 1, true);
   else if constexpr (P == 3)
     copyPixels<std::uint8_t, 3>(reinterpret_cast<const std::uint8_t*>(s), 3,
                                 reinterpret_cast<std::uint8_t*>(d), 3, w, 3, true);
@@ -82,9 +84,23 @@ PackedReversal packedReversal(const View& s, const View& d) {
   }
 }
 
+// Whether the view's rows are whole pixels of bytes packed together and
+// follow each other without a gap.
+bool oneRun(const View& v) {
+  const mox::geom::RowShape a = mox::geom::rowShape(v);
+  return mox::depthBits(v.depth) != 1 && a.lanes == 1 && a.count == a.stride && a.offset == 0 &&
+         v.widthStep == rowBytes(v);
+}
+
 // Distinct memory: every destination row straight from its source row.
-void mirrorApart(const View& s, const View& d, bool flipRows, bool flipColumns,
-                 mox::geom::RowCopy copy) {
+void mirrorApart(View s, View d, bool flipRows, bool flipColumns, mox::geom::RowCopy copy) {
+  // A half turn of rectangles that are each one run of pixels is that run
+  // reversed, without the rows' seams.
+  if (flipRows && flipColumns && oneRun(s) && oneRun(d) &&
+      static_cast<long long>(d.width) * d.height <= 0x7fffffff) {
+    s.width = d.width = d.width * d.height;
+    s.height = d.height = 1;
+  }
   if (const PackedReversal reverse = packedReversal(s, d)) {
     const std::size_t bytes = static_cast<std::size_t>(mox::geom::rowBytes(d));
     for (int k = 0; k < d.height; ++k) {
