@@ -152,6 +152,7 @@ const Golden kCases[] = {
     {"mirror 8U one channel both axes", k8U1w, k8U1w, RUN(moxMirror(a, d, -1)), 0xfab1a87c99ddc330ull},
     {"zoom nearest 8U 5/3 x 7/4", k8U1, {MOX_DEPTH_8U, 1, 0, 70, 95}, RUN(moxZoom(a, d, 5, 3, 7, 4, MOX_INTER_NN, nullptr)), 0xadc563e2276a12efull},
     {"zoom linear 8U one channel 5/2 x 3/2", k8U1w, {MOX_DEPTH_8U, 1, 0, 70, 158}, RUN(moxZoom(a, d, 5, 2, 3, 2, MOX_INTER_LINEAR, nullptr)), 0x162c70101af242cdull},
+    {"zoom linear 8U 2/1 x 3/2 of 140 rows", {MOX_DEPTH_8U, 3, 0, 140, 40}, {MOX_DEPTH_8U, 3, 0, 210, 80}, RUN(moxZoom(a, d, 2, 1, 3, 2, MOX_INTER_LINEAR, nullptr)), 0x72fa5b46cc8faab3ull},
     {"decimate nearest 8U 2/3", k8U1w, {MOX_DEPTH_8U, 1, 0, 32, 43}, RUN(moxDecimate(a, d, 2, 3, 2, 3, MOX_INTER_NN, nullptr)), 0xcc99b01b620c4df0ull},
     {"decimate linear 8U 3/4 x 2/3", k8U1w, {MOX_DEPTH_8U, 1, 0, 32, 48}, RUN(moxDecimate(a, d, 3, 4, 2, 3, MOX_INTER_LINEAR, nullptr)),
      0x098bd40d26d3056eull},

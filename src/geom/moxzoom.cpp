@@ -141,6 +141,9 @@ void Zoom<D>::runLayer(const Piece& p, const Source& s, const mox::geom::Layer& 
   }
 }
 
+// Source rows a piece must take for the byte shuffles' plans to pay.
+constexpr i64 kPlannedRows = 128;
+
 // Linear and cubic: source rows resampled along x into row buffers (kept
 // by source row, slot = row mod taps), then combined along y.
 template <class D>
@@ -172,10 +175,13 @@ void Zoom<D>::interpolate(const Piece& p, const Source& s, const mox::geom::Laye
   // Linear on 8-bit pixels whose values lie together reads the source row
   // in place through byte shuffles where the processor has them: the
   // second samples' offsets follow the first ones', and the plans of both
-  // follow the weights.
+  // follow the weights. Planning costs about as much as a row's pass, so
+  // pieces of few source rows (small tiles) widen their rows instead.
   const mox::geom::ByteLoops& bytes = mox::geom::rowLoops().bytes;
-  const bool shuffled =
-      std::is_same_v<T, std::uint8_t> && taps == 2 && sps == k && bytes.zoomLinearX;
+  double unused;
+  const i64 sourceRows = y_.index(p.dy1 - 1, &unused) - y_.index(p.dy0, &unused) + 2;
+  const bool shuffled = std::is_same_v<T, std::uint8_t> && taps == 2 && sps == k &&
+                        bytes.zoomLinearX && sourceRows >= kPlannedRows;
   const int groups = n / 16;
   auto* planned = reinterpret_cast<int*>(weight + n);
   const mox::geom::BytePlan plan0{planned, reinterpret_cast<std::uint8_t*>(planned + 2 * groups)};
