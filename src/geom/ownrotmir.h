@@ -252,7 +252,7 @@ inline bool reverseAligned(const T* s, T* d, int w) {
   const int head = kPixel == 3 ? (11 * off) % 16 : off / kPixel;
   const int n = w - head;
   if (head) plain(s, d + std::ptrdiff_t(w - step) * K);
-  const T* rest = s + std::ptrdiff_t(head) * K;
+  [[maybe_unused]] const T* rest = s + std::ptrdiff_t(head) * K;
   int i = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
   if constexpr (kPixel == 3) i = reversePixels3Wide(rest, d, n, Stream);
