@@ -203,13 +203,37 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
     }
   const int n = 1700, sroi[5] = {0, 3, 0, n, n - 3}, droi[5] = {0, 0, 0, n, n - 5};
   for (bool large : {false, true})
-    for (int axis : {0, -1}) {
+    for (int axis : {0, 1, -1}) {
       Image s({MOX_DEPTH_8U, 3, 0, large ? n : 6, large ? n : 9}, 1, large ? sroi : nullptr),
           d({MOX_DEPTH_8U, 3, !large, large ? n : 7, large ? n : 8}, 2, large ? droi : nullptr);
       const auto want = referenceMirror(s, d, axis);
       moxMirror(s, d, axis);
       EXPECT_TRUE(pixels(d) == want) << large << " " << axis;  // no dump of millions of values
     }
+  // Long rows reversed by vectors, in the caches and (large) past them: the
+  // ROIs put the rows' ends off the vectors' boundaries.
+  struct Wide {
+    unsigned depth;
+    int channels, rows, width, axis;
+  };
+  for (const Wide& c : {Wide{MOX_DEPTH_8U, 1, 1030, 8200, 1}, Wide{MOX_DEPTH_16U, 1, 1030, 4100, -1},
+                        Wide{MOX_DEPTH_32S, 1, 1030, 2050, 1}, Wide{MOX_DEPTH_8U, 3, 9, 301, 1},
+                        Wide{MOX_DEPTH_8U, 1, 5, 700, -1}}) {
+    const int rows = c.rows, sr[5] = {0, 1, 0, rows, c.width - 1}, dr[5] = {0, 5, 0, rows, c.width - 5};
+    Image s({c.depth, c.channels, 0, rows, c.width}, 3, sr), d({c.depth, c.channels, 0, rows, c.width}, 4, dr);
+    const auto want = referenceMirror(s, d, c.axis);
+    moxMirror(s, d, c.axis);
+    EXPECT_TRUE(pixels(d) == want) << std::hex << c.depth;
+  }
+  // Whole images whose rows follow each other without a gap turned half
+  // round, in the caches and (large) past them.
+  for (const Wide& c : {Wide{MOX_DEPTH_8U, 3, 7, 40, -1}, Wide{MOX_DEPTH_16U, 1, 10, 50, -1},
+                        Wide{MOX_DEPTH_32S, 1, 9, 8, -1}, Wide{MOX_DEPTH_8U, 3, 1700, 1700, -1}}) {
+    Image s({c.depth, c.channels, 0, c.rows, c.width}, 5), d({c.depth, c.channels, 0, c.rows, c.width}, 6);
+    const auto want = referenceMirror(s, d, c.axis);
+    moxMirror(s, d, c.axis);
+    EXPECT_TRUE(pixels(d) == want) << std::hex << c.depth << " " << c.width;
+  }
   EXPECT_TRUE(reports().empty());
 }
 

@@ -191,6 +191,22 @@ TEST(ZoomAndDecimate, MatchTheFormulasOnEveryDepthAndLayout) {
             }
 }
 
+// Linear zoom of 8-bit sources tall enough for the byte shuffles' plans
+// to be made, on every layout.
+TEST(ZoomAndDecimate, TallLinearBytesMatchTheFormulas) {
+  Capture capture;
+  unsigned seed = 7;
+  for (const Shape& l : kShapes)
+    for (Call c : {Call{2, 1, 2, 1, MOX_INTER_LINEAR}, Call{3, 2, 3, 2, MOX_INTER_LINEAR},
+                   Call{7, 3, 5, 4, MOX_INTER_LINEAR}}) {
+      Pair p = makePair(kZoom, MOX_DEPTH_8U, l, 45, 150, c, seed += 2);
+      const std::vector<ll> want = kZoom.reference(p.src, p.dst, c);
+      run(kZoom, p.src, p.dst, c);
+      ASSERT_TRUE(reports().empty()) << reports()[0].message;
+      ASSERT_EQ(pixels(p.dst), want) << l.name << " x" << c.xU << "/" << c.xL;
+    }
+}
+
 // Hand-worked values: zoom on rows of 0 100 200 40, decimation on rows of
 // 0 10 20 .. 150; the values from column `first` of row 0.
 TEST(ZoomAndDecimate, KnownValues) {

@@ -42,17 +42,31 @@ bool outOfMemory() {
   return false;
 }
 
-// The reversal of a row of w packed pixels of P bytes.
-template <int P>
+// Pixels of 1, 2 or 4 bytes reversed: rows as they come (storing on the
+// vectors' boundaries, with one unaligned vector at each end, cost more
+// than it saved on rows of a few thousand bytes), a whole rectangle in one
+// run aligned.
+template <class T, bool Whole>
+void reverseValues(const char* s, char* d, int w) {
+  const auto* from = reinterpret_cast<const T*>(s);
+  auto* to = reinterpret_cast<T*>(d);
+  if constexpr (Whole)
+    mox::geom::copyPixels<T, 1>(from, 1, to, 1, w, 1, true);
+  else
+    mox::geom::reverseRun(from, to, w);
+}
+
+// The reversal of a row of w packed pixels of P bytes (Whole: of a whole
+// rectangle as one run).
+template <int P, bool Whole>
 void reversePacked(const char* s, char* d, int w) {
   using mox::geom::copyPixels;
-  using mox::geom::reverseRun;
   if constexpr (P == 1)
-    reverseRun(reinterpret_cast<const std::uint8_t*>(s), reinterpret_cast<std::uint8_t*>(d), w);
+    reverseValues<std::uint8_t, Whole>(s, d, w);
   else if constexpr (P == 2)
-    reverseRun(reinterpret_cast<const std::uint16_t*>(s), reinterpret_cast<std::uint16_t*>(d), w);
+    reverseValues<std::uint16_t, Whole>(s, d, w);
   else if constexpr (P == 4)
-    reverseRun(reinterpret_cast<const std::uint32_t*>(s), reinterpret_cast<std::uint32_t*>(d), w);
+    reverseValues<std::uint32_t, Whole>(s, d, w);
   else if constexpr (P == 3)
     copyPixels<std::uint8_t, 3>(reinterpret_cast<const std::uint8_t*>(s), 3,
                                 reinterpret_cast<std::uint8_t*>(d), 3, w, 3, true);
@@ -66,6 +80,7 @@ using PackedReversal = void (*)(const char* s, char* d, int w);
 // Rows of whole pixels packed together in both views (all channels of
 // pixel-order images, or one-channel images) that fit the caches are
 // reversed or copied with the row loop chosen once per call, not per row.
+template <bool Whole>
 PackedReversal packedReversal(const View& s, const View& d) {
   const mox::geom::RowShape a = mox::geom::rowShape(s), b = mox::geom::rowShape(d);
   const unsigned bits = mox::depthBits(d.depth);
@@ -73,19 +88,34 @@ PackedReversal packedReversal(const View& s, const View& d) {
       b.count != b.stride || a.count != b.count || a.offset != 0 || b.offset != 0)
     return nullptr;
   switch (static_cast<int>(bits / 8) * b.count) {
-    case 1: return &reversePacked<1>;
-    case 2: return &reversePacked<2>;
-    case 3: return &reversePacked<3>;
-    case 4: return &reversePacked<4>;
-    case 6: return &reversePacked<6>;
+    case 1: return &reversePacked<1, Whole>;
+    case 2: return &reversePacked<2, Whole>;
+    case 3: return &reversePacked<3, Whole>;
+    case 4: return &reversePacked<4, Whole>;
+    case 6: return &reversePacked<6, Whole>;
     default: return nullptr;
   }
 }
 
+// Whether the view's rows are whole pixels of bytes packed together and
+// follow each other without a gap.
+bool oneRun(const View& v) {
+  const mox::geom::RowShape a = mox::geom::rowShape(v);
+  return mox::depthBits(v.depth) != 1 && a.lanes == 1 && a.count == a.stride && a.offset == 0 &&
+         v.widthStep == rowBytes(v);
+}
+
 // Distinct memory: every destination row straight from its source row.
-void mirrorApart(const View& s, const View& d, bool flipRows, bool flipColumns,
-                 mox::geom::RowCopy copy) {
-  if (const PackedReversal reverse = packedReversal(s, d)) {
+void mirrorApart(View s, View d, bool flipRows, bool flipColumns, mox::geom::RowCopy copy) {
+  // A half turn of rectangles that are each one run of pixels is that run
+  // reversed, without the rows' seams.
+  const bool whole = flipRows && flipColumns && oneRun(s) && oneRun(d) &&
+                     static_cast<long long>(d.width) * d.height <= 0x7fffffff;
+  if (whole) {
+    s.width = d.width = d.width * d.height;
+    s.height = d.height = 1;
+  }
+  if (const PackedReversal reverse = whole ? packedReversal<true>(s, d) : packedReversal<false>(s, d)) {
     const std::size_t bytes = static_cast<std::size_t>(mox::geom::rowBytes(d));
     for (int k = 0; k < d.height; ++k) {
       const char* from = s.data + std::ptrdiff_t(k) * s.widthStep;

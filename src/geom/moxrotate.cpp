@@ -150,18 +150,26 @@ inline __m128i indices4(__m128 p, __m128d size) {
 }
 #endif
 
+#if defined(MOX_GEOM_HAVE_WIDE)
+// The map of row i's pixels from column j0 on, for the wide kernels; false
+// when the source's sizes are more than float holds exactly.
+bool rowMap(const Plan& p, int i, int j0, mox::geom::RowMap* m) {
+  if (!mox::wideVectors() || p.srcWidth > (1 << 24) || p.srcHeight > (1 << 24)) return false;
+  const float fy = static_cast<float>(static_cast<long long>(p.src.y) + i);
+  *m = {p.cosA,  p.sinA,   p.sinA * fy, p.cosA * fy, p.xShift, p.yShift, p.src.x + j0,
+        p.srcWidth, p.srcHeight};
+  return true;
+}
+#endif
+
 void positions(const Plan& p, int i, int j0, int n, RowPositions& r) {
   const float fy = static_cast<float>(static_cast<long long>(p.src.y) + i);
   const float a = p.sinA * fy, b = p.cosA * fy;
   const long long x0 = static_cast<long long>(p.src.x) + j0;
   int j = 0;
 #if defined(MOX_GEOM_HAVE_WIDE)
-  // (Sizes float holds exactly.)
-  if (mox::wideVectors() && p.srcWidth <= (1 << 24) && p.srcHeight <= (1 << 24)) {
-    const mox::geom::RowMap m{p.cosA,    p.sinA,     a, b, p.xShift, p.yShift, static_cast<int>(x0),
-                              p.srcWidth, p.srcHeight};
+  if (mox::geom::RowMap m; rowMap(p, i, j0, &m))
     j = mox::geom::positionsWide(m, n, r.xs, r.ys, r.ix, r.iy);
-  }
 #endif
 #if defined(__SSE2__)
   // x0 + j stays below 2^31: the rectangle lies in the image.
@@ -368,6 +376,34 @@ void rotateBitChunk(const Plan& p, const Source& s, const View& d, int row, int 
 using ChunkKernel = void (*)(const Plan&, const Source&, const View&, int, int, int,
                              const RowPositions&);
 
+// Nearest neighbour on one-byte samples, one per pixel, goes from the
+// row's map straight to the samples, without the positions a chunk keeps
+// for the other kernels: n pixels of rectangle row i from its column j on,
+// to row y of d from column x on. Returns how many it did.
+int nearestBytes([[maybe_unused]] const Plan& p, [[maybe_unused]] const Source& s,
+                 [[maybe_unused]] const View& d, [[maybe_unused]] int i, [[maybe_unused]] int j,
+                 [[maybe_unused]] int y, [[maybe_unused]] int x, [[maybe_unused]] int n) {
+#if defined(MOX_GEOM_HAVE_WIDE)
+  // (A piece that samples nothing has no view to read.)
+  if (p.interpolate != MOX_INTER_NN || mox::depthBits(d.depth) != 8 || s.view.width < 1 ||
+      s.view.height < 1)
+    return 0;
+  const mox::geom::RowShape a = mox::geom::rowShape(s.view), b = mox::geom::rowShape(d);
+  if (a.lanes != 1 || b.lanes != 1 || a.count != 1 || b.count != 1 || a.stride != 1 ||
+      b.stride != 1)
+    return 0;
+  mox::geom::RowMap m;
+  if (!rowMap(p, i, j, &m)) return 0;
+  const mox::geom::ByteSamples samples{s.view.data + a.offset, s.view.widthStep, s.x0, s.y0,
+                                       s.view.width, s.view.height, nullptr, nullptr, nullptr,
+                                       nullptr};
+  auto* out = reinterpret_cast<std::uint8_t*>(d.data + std::ptrdiff_t(y) * d.widthStep + b.offset) + x;
+  return mox::geom::nearestBytesWide(m, samples, n, out);
+#else
+  return 0;
+#endif
+}
+
 // Any angle but the quarter turns, on the destination piece d whose first
 // pixel is (px, py) in destination image coordinates.
 void rotatePiece(const Plan& p, const Source& s, const View& d, int px, int py) {
@@ -379,8 +415,10 @@ void rotatePiece(const Plan& p, const Source& s, const View& d, int px, int py) 
     const int i = py + y - p.dst.y;
     for (int x0 = 0, n = 0; x0 < d.width; x0 += n) {
       n = d.width - x0 < kChunk ? d.width - x0 : kChunk;
-      positions(p, i, px + x0 - p.dst.x, n, r);
-      kernel(p, s, d, y, x0, n, r);
+      const int done = nearestBytes(p, s, d, i, px + x0 - p.dst.x, y, x0, n);
+      if (done == n) continue;
+      positions(p, i, px + x0 + done - p.dst.x, n - done, r);
+      kernel(p, s, d, y, x0 + done, n - done, r);
     }
   }
 }

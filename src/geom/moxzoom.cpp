@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <new>
+#include <type_traits>
 
 #include "geom/resample.h"
 #include "geom/rowloops.h"
@@ -140,6 +141,9 @@ void Zoom<D>::runLayer(const Piece& p, const Source& s, const mox::geom::Layer& 
   }
 }
 
+// Source rows a piece must take for the byte shuffles' plans to pay.
+constexpr i64 kPlannedRows = 128;
+
 // Linear and cubic: source rows resampled along x into row buffers (kept
 // by source row, slot = row mod taps), then combined along y.
 template <class D>
@@ -168,12 +172,36 @@ void Zoom<D>::interpolate(const Piece& p, const Source& s, const mox::geom::Laye
       weight[2 * n + e] = c.c3;
     }
   }
+  // Linear on 8-bit pixels whose values lie together reads the source row
+  // in place through byte shuffles where the processor has them: the
+  // second samples' offsets follow the first ones', and the plans of both
+  // follow the weights. Planning costs about as much as a row's pass, so
+  // pieces of few source rows (small tiles) widen their rows instead.
+  const mox::geom::ByteLoops& bytes = mox::geom::rowLoops().bytes;
+  double unused;
+  const i64 sourceRows = y_.index(p.dy1 - 1, &unused) - y_.index(p.dy0, &unused) + 2;
+  const bool shuffled = std::is_same_v<T, std::uint8_t> && taps == 2 && sps == k &&
+                        bytes.zoomLinearX && sourceRows >= kPlannedRows;
+  const int groups = n / 16;
+  auto* planned = reinterpret_cast<int*>(weight + n);
+  const mox::geom::BytePlan plan0{planned, reinterpret_cast<std::uint8_t*>(planned + 2 * groups)};
+  const mox::geom::BytePlan plan1{planned + groups, plan0.masks + 32 * groups};
+  if (shuffled) {
+    for (int e = 0; e < n; ++e) offset[n + e] = offset[e] + k;
+    mox::geom::planBytes(offset, n, span * k, plan0);
+    mox::geom::planBytes(offset + n, n, span * k, plan1);
+  }
   i64 held[4] = {-1, -1, -1, -1};
   auto buffered = [&](i64 row) -> const float* {
     float* buf = rows + std::ptrdiff_t(row % taps) * n;
     if (held[row % taps] == row) return buf;
     held[row % taps] = row;
     const T* src = mox::geom::rowOf<T>(s.view, int(row - s.y0), layer.srcChannel);
+    if (shuffled) {
+      bytes.zoomLinearX(reinterpret_cast<const std::uint8_t*>(src + (first - s.x0) * sps), offset,
+                        weight, plan0, plan1, buf, n);
+      return buf;
+    }
     loops.widen(src + (first - s.x0) * sps, sps, k, wide, span);
     (taps == 2 ? loops.linearX : loops.cubicX)(wide, offset, k, weight, buf, n);
     return buf;

@@ -124,10 +124,11 @@ inline RowShape rowShape(const View& v) {
 // Reverses a run of w three-byte pixels (d[j] takes s[w - 1 - j]) with byte
 // shuffles, from the source's first pixel on: returns how many source
 // pixels it did (the same number of the destination's last pixels). Only on
-// processors with 256-bit vectors.
-int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w);
-// The same for one-byte pixels.
-int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w);
+// processors with 256-bit vectors. With `stream` the vectors are stored
+// past the caches, and the end of d must lie on a 16-byte boundary.
+int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
+// The same for one-byte pixels (streamed: the end of d on a 32-byte boundary).
+int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
 #endif
 
 #if defined(MOX_GEOM_HAVE_WIDE)
@@ -165,6 +166,11 @@ struct RowMap {
   int x0, width, height;
 };
 int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy);
+// Nearest neighbour on one-byte pixels straight from the row's map: for
+// each position its sample where its indices lie in the view (s's data,
+// step and extent; its positions and indices unused), else 0. Returns how
+// many it did (a multiple of eight). Sizes up to 2^24.
+int nearestBytesWide(const RowMap& m, const ByteSamples& s, int n, std::uint8_t* out);
 // The same for cubic interpolation (the 4 x 4 samples inside the view,
 // away from the image's first and last columns and rows).
 template <int K>
@@ -207,11 +213,78 @@ inline void reverseRun(const T* s, T* d, int w) {
 }
 
 
+// Reverses w packed pixels of K values of T (pixel j of d takes pixel
+// w - 1 - j of s) with vectors stored on their own boundaries, and past the
+// caches when streamed (the caller fences the stores). One vector's pixels
+// from each end of s go plainly to the ends of d, where they may straddle
+// the boundaries; the aligned vectors between them start from the last
+// boundary in d. False, with nothing written, where no vectors can do it
+// (other pixel sizes, short runs, or d off its values' boundary).
+template <class T, int K, bool Stream>
+inline bool reverseAligned(const T* s, T* d, int w) {
+  constexpr int kPixel = int(sizeof(T)) * K;
+  int boundary = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (kPixel == 3) {
+    if (wideVectors()) boundary = 16;
+  }
+  if constexpr (kPixel == 1) {
+    if (wideVectors()) boundary = 32;
+  }
+#endif
+#if defined(__SSE2__)
+  if constexpr (K == 1) {
+    if (!boundary) boundary = 16;
+  }
+#endif
+  // Pixels of one vector step.
+  const int step = kPixel == 3 ? 16 : boundary / kPixel;
+  const auto end = reinterpret_cast<std::uintptr_t>(d + std::ptrdiff_t(w) * K);
+  if (!boundary || end % sizeof(T) || w < 4 * step) return false;
+  auto plain = [step]([[maybe_unused]] const T* from, [[maybe_unused]] T* to) {
+#if defined(MOX_GEOM_HAVE_WIDE)
+    if constexpr (kPixel == 3) reversePixels3Wide(from, to, step);
+#endif
+    if constexpr (K == 1) reverseRun(from, to, step);
+  };
+  const int off = static_cast<int>(end % unsigned(boundary));
+  // Three-byte steps: 11 * 3 = 1 modulo 16.
+  const int head = kPixel == 3 ? (11 * off) % 16 : off / kPixel;
+  const int n = w - head;
+  if (head) plain(s, d + std::ptrdiff_t(w - step) * K);
+  [[maybe_unused]] const T* rest = s + std::ptrdiff_t(head) * K;
+  int i = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if constexpr (kPixel == 3) i = reversePixels3Wide(rest, d, n, Stream);
+  if constexpr (kPixel == 1) {
+    if (boundary == 32) i = reverseBytesWide(rest, d, n, Stream);
+  }
+#endif
+#if defined(__SSE2__)
+  if constexpr (K == 1) {
+    constexpr int kLanes = 16 / sizeof(T);
+    for (; i + kLanes <= n; i += kLanes) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rest + i));
+      __m128i* to = reinterpret_cast<__m128i*>(d + n - i - kLanes);
+      if constexpr (Stream)
+        _mm_stream_si128(to, reversedLanes(v, T{}));
+      else
+        _mm_store_si128(to, reversedLanes(v, T{}));
+    }
+  }
+#endif
+  if (i < n) plain(s + std::ptrdiff_t(w - step) * K, d);
+  return true;
+}
+
 // Copies w pixels of `count` samples, pixels `ss` and `ds` samples apart;
 // reversed, pixel j of d takes pixel w - 1 - j of s.
 template <class T, int K>
 inline void copyPixels(const T* s, int ss, T* d, int ds, int w, int count, bool reverse) {
   const int k = K ? K : count;
+  if constexpr (K == 1 || K == 3) {
+    if (reverse && ss == K && ds == K && reverseAligned<T, K, false>(s, d, w)) return;
+  }
   if (reverse && k == 1 && ss == 1 && ds == 1) return reverseRun(s, d, w);
   if (!reverse) {
     if (ss == k && ds == k) {
@@ -296,6 +369,8 @@ void copyRow(const View& s, int sy, const View& d, int dy, int w, bool reverse) 
       // of the whole block would be (reversed rows through a small buffer
       // first); the caller fences the stores.
       if (!reverse) return streamCopy(sp, dp, std::size_t(w) * count);
+      if (count == 1 && reverseAligned<T, 1, true>(sp, dp, w)) return;
+      if (count == 3 && reverseAligned<T, 3, true>(sp, dp, w)) return;
       alignas(16) T buffer[4096 / sizeof(T)];
       const int per = static_cast<int>(sizeof buffer / sizeof(T)) / count;
       // Source pieces in order, each to its place from the row's end.

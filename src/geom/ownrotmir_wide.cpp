@@ -13,7 +13,7 @@
 
 namespace mox::geom {
 
-int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
+int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream) {
   // Sixteen pixels a step: the 48 bytes as three loads a, b, c; each stored
   // sixteen bytes gathers from two of them (a window across b and c, and one
   // across a and b, for the middle sixteen).
@@ -31,13 +31,17 @@ int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
     const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
     std::uint8_t* q = d + 3 * std::ptrdiff_t(w - 16 - i);
     const __m128i bc = _mm_alignr_epi8(c, b, 1), ab = _mm_alignr_epi8(b, a, 15);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(q),
-                     _mm_or_si128(_mm_shuffle_epi8(c, c0), _mm_shuffle_epi8(b, b0)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(q + 16),
-                     _mm_or_si128(_mm_shuffle_epi8(bc, x1), _mm_shuffle_epi8(ab, y1)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(q + 32),
-                     _mm_or_si128(_mm_shuffle_epi8(a, a2), _mm_shuffle_epi8(b, b2)));
+    const __m128i r0 = _mm_or_si128(_mm_shuffle_epi8(c, c0), _mm_shuffle_epi8(b, b0));
+    const __m128i r1 = _mm_or_si128(_mm_shuffle_epi8(bc, x1), _mm_shuffle_epi8(ab, y1));
+    const __m128i r2 = _mm_or_si128(_mm_shuffle_epi8(a, a2), _mm_shuffle_epi8(b, b2));
+    __m128i* to = reinterpret_cast<__m128i*>(q);
+    if (stream) {
+      _mm_stream_si128(to, r0), _mm_stream_si128(to + 1, r1), _mm_stream_si128(to + 2, r2);
+    } else {
+      _mm_storeu_si128(to, r0), _mm_storeu_si128(to + 1, r1), _mm_storeu_si128(to + 2, r2);
+    }
   }
+  if (stream) return i;
   // The rest five pixels a step: sixteen bytes loaded from the five's first byte
   // (one byte of the pixel after them too), stored as one byte that the next
   // step overwrites followed by the five in reverse order (the loop stops
@@ -51,7 +55,7 @@ int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w) {
   return i;
 }
 
-int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
+int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream) {
   // Thirty-two bytes a step: reversed within each half, then the halves
   // exchanged.
   const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
@@ -60,8 +64,11 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w) {
   for (; i + 32 <= w; i += 32) {
     const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
     const __m256i r = _mm256_shuffle_epi8(v, order);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 32),
-                        _mm256_permute2x128_si256(r, r, 1));
+    __m256i* to = reinterpret_cast<__m256i*>(d + w - i - 32);
+    if (stream)
+      _mm256_stream_si256(to, _mm256_permute2x128_si256(r, r, 1));
+    else
+      _mm256_storeu_si256(to, _mm256_permute2x128_si256(r, r, 1));
   }
   return i;
 }
@@ -226,6 +233,47 @@ int positionsWide(const RowMap& m, int n, float* xs, float* ys, int* ix, int* iy
     _mm256_storeu_ps(ys + j, v);
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(ix + j), indices8(u, m.width));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(iy + j), indices8(v, m.height));
+  }
+  return j;
+}
+
+int nearestBytesWide(const RowMap& m, const ByteSamples& s, int n, std::uint8_t* out) {
+  const __m256 c = _mm256_set1_ps(m.c), sn = _mm256_set1_ps(m.s), a = _mm256_set1_ps(m.a);
+  const __m256 b = _mm256_set1_ps(m.b), xShift = _mm256_set1_ps(m.xShift);
+  const __m256 yShift = _mm256_set1_ps(m.yShift);
+  const __m256i left = _mm256_set1_epi32(s.x0), top = _mm256_set1_epi32(s.y0);
+  const __m256i lastX = _mm256_set1_epi32(s.width - 1), lastY = _mm256_set1_epi32(s.height - 1);
+  const __m256i step = _mm256_set1_epi32(static_cast<int>(s.step));
+  // The low byte of each 32-bit lane, packed into the low eight bytes.
+  const __m256i low = _mm256_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                       0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+  __m256i x = _mm256_add_epi32(_mm256_set1_epi32(m.x0), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+  const auto* data = reinterpret_cast<const std::uint8_t*>(s.data);
+  int j = 0;
+  for (; j + 8 <= n; j += 8, x = _mm256_add_epi32(x, _mm256_set1_epi32(8))) {
+    // The positions and indices exactly as positionsWide has them.
+    const __m256 fx = _mm256_cvtepi32_ps(x);
+    const __m256 u = _mm256_add_ps(_mm256_sub_ps(_mm256_mul_ps(c, fx), a), xShift);
+    const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(sn, fx), b), yShift);
+    const __m256i cx = _mm256_sub_epi32(indices8(u, m.width), left);
+    const __m256i cy = _mm256_sub_epi32(indices8(v, m.height), top);
+    // Unsigned: 0 <= cx < width and 0 <= cy < height of the view.
+    const __m256i in = _mm256_and_si256(
+        _mm256_cmpeq_epi32(_mm256_min_epu32(cx, lastX), cx),
+        _mm256_cmpeq_epi32(_mm256_min_epu32(cy, lastY), cy));
+    // Pixels outside read the view's first sample and are then cleared.
+    // Offsets fit 32 bits: they lie in the view's block.
+    const __m256i offset =
+        _mm256_and_si256(in, _mm256_add_epi32(_mm256_mullo_epi32(cy, step), cx));
+    alignas(32) std::uint32_t at[8];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(at), offset);
+    const __m256i keep = _mm256_shuffle_epi8(in, low);
+    const std::uint64_t mask = static_cast<std::uint32_t>(_mm256_extract_epi32(keep, 0)) |
+                               std::uint64_t(static_cast<std::uint32_t>(_mm256_extract_epi32(keep, 4))) << 32;
+    std::uint64_t bytes = 0;
+    for (int l = 0; l < 8; ++l) bytes |= std::uint64_t(data[at[l]]) << (8 * l);
+    bytes &= mask;
+    std::memcpy(out + j, &bytes, 8);
   }
   return j;
 }

@@ -79,15 +79,19 @@ inline void planBytes(const int* off, int n, int limit, const BytePlan& plan) {
 }
 
 // The byte loops, present only where the processor has byte shuffles
-// (null otherwise): out[e] = src[off[e]]; and the linear weighing of
+// (null otherwise): out[e] = src[off[e]]; the linear weighing of
 // decimation along x on 8-bit samples, out[e] = (256 - f[e]) * src[off[e]]
 // + f[e] * src[off[n + e]], with a plan for each of the two runs of
-// offsets.
+// offsets; and zoom's linear pass along x on 8-bit samples, the same
+// single-precision a + (b - a) * w[e] as ZoomLoops::linearX with a the
+// sample at off[e] and b the one at off[n + e].
 struct ByteLoops {
   void (*gather)(const std::uint8_t* src, const int* off, const BytePlan& plan, std::uint8_t* out,
                  int n);
   void (*decimLinearX)(const std::uint8_t* src, const int* off, const int* f, const BytePlan& p0,
                        const BytePlan& p1, int* out, int n);
+  void (*zoomLinearX)(const std::uint8_t* src, const int* off, const float* w, const BytePlan& p0,
+                      const BytePlan& p1, float* out, int n);
 };
 
 struct RowLoops {

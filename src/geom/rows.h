@@ -72,13 +72,16 @@ inline int linearY2Bytes(const float* r0, const float* r1, double t0, double t1,
   auto value = [&](__m256d a, __m256d d, __m256d t) {
     return _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_add_pd(a, _mm256_mul_pd(d, t)), tolerance));
   };
+  // The first row often lies on r0 (t0 = 0, every other row of a zoom by
+  // two): its values are r0's, a + (b - a) * 0 being a.
+  const bool flat = t0 == 0;
   int e = 0;
   for (; e + 16 <= n; e += 16) {
     __m128i w0[4], w1[4];
     for (int q = 0; q < 4; ++q) {
       const __m256d a = _mm256_cvtps_pd(_mm_loadu_ps(r0 + e + 4 * q));
       const __m256d d = _mm256_sub_pd(_mm256_cvtps_pd(_mm_loadu_ps(r1 + e + 4 * q)), a);
-      w0[q] = value(a, d, vt0);
+      w0[q] = flat ? _mm256_cvttpd_epi32(_mm256_add_pd(a, tolerance)) : value(a, d, vt0);
       w1[q] = value(a, d, vt1);
     }
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out0 + e),
@@ -163,6 +166,17 @@ inline __m256 sample(const float* src, int at, __m256i idx) {
   }
 }
 
+// e % next for e = 0, 8, 16, ... without a division per step.
+struct Phase {
+  int next, step, at = 0;
+  explicit Phase(int n) : next(n), step(8 % n) {}
+  int operator()() const { return at; }
+  void advance() {
+    at += step;
+    if (at >= next) at -= next;
+  }
+};
+
 inline __m256i within(const int* off, int base) {
   return _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(off)),
                           _mm256_set1_epi32(base));
@@ -172,8 +186,8 @@ template <int W>
 int linearXPermuted(const float* src, const int* off, int next, const float* w, float* out,
                     int n) {
   int e = 0;
-  for (; e + 8 <= n; e += 8) {
-    const int base = off[e] - e % next;
+  for (Phase phase(next); e + 8 <= n; e += 8, phase.advance()) {
+    const int base = off[e] - phase();
     if (off[e + 7] + next - 1 - base >= W) break;
     const __m256i idx = within(off + e, base);
     const __m256 a = sample<W>(src, base, idx), b = sample<W>(src, base + next, idx);
@@ -188,8 +202,8 @@ int cubicXPermuted(const float* src, const int* off, int next, const float* w, f
                    int n) {
   int e = 0;
   const __m256 two = _mm256_set1_ps(2);
-  for (; e + 8 <= n; e += 8) {
-    const int base = off[e] - e % next;
+  for (Phase phase(next); e + 8 <= n; e += 8, phase.advance()) {
+    const int base = off[e] - phase();
     if (off[e + 7] + next - 1 - base >= W) break;
     const __m256i idx = within(off + e, base);
     const __m256 p0 = sample<W>(src, base, idx), p1 = sample<W>(src, base + next, idx);
@@ -278,8 +292,8 @@ inline __m256i times(__m256i a, int k) { return _mm256_mullo_epi32(a, _mm256_set
 template <int Taps, int W>
 void decimXPermuted(const int* src, const int* off, const int* f, int* out, int n, int next) {
   int e = 0;
-  for (; e + 8 <= n; e += 8) {
-    const int base = off[e] - e % next;
+  for (Phase phase(next); e + 8 <= n; e += 8, phase.advance()) {
+    const int base = off[e] - phase();
     if (off[(Taps - 1) * n + e + 7] + next - 1 - base >= W) {
       for (int g = e; g < e + 8; ++g) out[g] = decimXScalar<Taps>(src, off, f, g, n);
       continue;
@@ -416,9 +430,39 @@ void decimLinearXBytes(const std::uint8_t* __restrict src, const int* __restrict
   for (; e < n; ++e) out[e] = (256 - f[e]) * src[off[e]] + f[e] * src[off[n + e]];
 }
 
-constexpr ByteLoops byteLoops() { return ByteLoops{&gatherBytes, &decimLinearXBytes}; }
+// The low eight bytes as floats (exactly).
+inline __m256 floatsOf(__m128i bytes) { return _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(bytes)); }
+
+// The samples as floats, sixteen values at a time.
+void zoomLinearXBytes(const std::uint8_t* __restrict src, const int* __restrict off,
+                      const float* __restrict w, const BytePlan& p0, const BytePlan& p1,
+                      float* __restrict out, int n) {
+  auto one = [&](int e) {
+    const float a = src[off[e]], b = src[off[n + e]];
+    out[e] = a + (b - a) * w[e];
+  };
+  int e = 0;
+  for (int g = 0; e + 16 <= n; ++g, e += 16) {
+    if (p0.base[g] < 0 || p1.base[g] < 0) {
+      for (int i = e; i < e + 16; ++i) one(i);
+      continue;
+    }
+    const __m128i q0 = gathered(src, p0, g), q1 = gathered(src, p1, g);
+    for (int h = 0; h < 2; ++h) {
+      const __m256 a = floatsOf(h ? _mm_srli_si128(q0, 8) : q0);
+      const __m256 b = floatsOf(h ? _mm_srli_si128(q1, 8) : q1);
+      const __m256 t = _mm256_loadu_ps(w + e + 8 * h);
+      _mm256_storeu_ps(out + e + 8 * h, _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), t)));
+    }
+  }
+  for (; e < n; ++e) one(e);
+}
+
+constexpr ByteLoops byteLoops() {
+  return ByteLoops{&gatherBytes, &decimLinearXBytes, &zoomLinearXBytes};
+}
 #else
-constexpr ByteLoops byteLoops() { return ByteLoops{nullptr, nullptr}; }
+constexpr ByteLoops byteLoops() { return ByteLoops{nullptr, nullptr, nullptr}; }
 #endif
 
 template <class T>
