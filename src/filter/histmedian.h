@@ -135,8 +135,10 @@ bool groups(const Block& b, const void*) {
           coarse[c][k >> 4] = static_cast<C>(coarse[c][k >> 4] + step);
         }
       };
-      std::fill(fine, fine + 16 * std::ptrdiff_t(ws), Group{});
-      std::fill(coarse, coarse + ws, Group{});
+      // Cleared as bytes: a vector type handed to a template loses its
+      // reduced alignment.
+      std::memset(static_cast<void*>(fine), 0, sizeof(Group) * 16 * std::size_t(ws));
+      std::memset(static_cast<void*>(coarse), 0, sizeof(Group) * std::size_t(ws));
       if constexpr (Folded) {
         for (int r = 0; r < b.fy.size; ++r)
           if (const C k = static_cast<C>(b.fy.weight(0, nRows - 1, r))) count(r, k);

@@ -241,7 +241,7 @@ inline bool reverseAligned(const T* s, T* d, int w) {
   const int step = kPixel == 3 ? 16 : boundary / kPixel;
   const auto end = reinterpret_cast<std::uintptr_t>(d + std::ptrdiff_t(w) * K);
   if (!boundary || end % sizeof(T) || w < 4 * step) return false;
-  auto plain = [step]([[maybe_unused]] const T* from, [[maybe_unused]] T* to) {
+  auto plain = [&]([[maybe_unused]] const T* from, [[maybe_unused]] T* to) {
 #if defined(MOX_GEOM_HAVE_WIDE)
     if constexpr (kPixel == 3) reversePixels3Wide(from, to, step);
 #endif
