@@ -203,8 +203,8 @@ TEST(Filter, WindowsOfBillionsOfValuesCountEveryOne) {
 }
 
 // Rows wider than several vectors, of every channel count and an odd
-// width, so the vector paths (small medians, small extrema, box sums) run
-// whole vectors and a short tail on every depth.
+// width, so the vector paths (small medians, small extrema, extrema by
+// doubling runs, box sums) run whole vectors and a short tail on every depth.
 TEST(Filter, WideRowsMatchTheirWindowsForEveryChannelCount) {
   Capture capture;
   for (unsigned depth : kDepths)
@@ -212,7 +212,8 @@ TEST(Filter, WideRowsMatchTheirWindowsForEveryChannelCount) {
       if (depth == MOX_DEPTH_1U && ch > 1) continue;
       Image src({depth, ch, 0, 8, 71}, 7 * depth + ch);
       moxSetBorderMode(src, MOX_BORDER_REPLICATE, MOX_SIDE_ALL, 0);
-      expectBoxes(src, {{3, 3, 1, 1}, {5, 5, 2, 2}, {7, 7, 3, 3}, {3, 3, 0, 2}, {5, 5, 4, 0}, {2, 3, 1, 1}, {6, 4, 2, 3}},
+      expectBoxes(src, {{3, 3, 1, 1}, {5, 5, 2, 2}, {7, 7, 3, 3}, {3, 3, 0, 2}, {5, 5, 4, 0}, {2, 3, 1, 1}, {6, 4, 2, 3},
+                         {45, 3, 20, 1}, {130, 2, 7, 1}},
                   "wide depth " + std::to_string(depth) + " channels " + std::to_string(ch));
     }
   EXPECT_TRUE(reports().empty());

@@ -166,11 +166,13 @@ void blockRuns(const T* __restrict s, T* __restrict g, T* __restrict h, int n, i
   }
 }
 
-// Rows up to this many columns wide take the extremes of runs of 2, 4, 8
-// and 16 columns (whole-vector passes, at most four), then the extreme of
-// the two runs that cover the window; the running extrema take a chain of
-// comparisons along the row.
-constexpr int kDoubling = 32;
+// Rows up to this many columns wide take the extremes of runs of 2, 4, 8,
+// ... columns (whole-vector passes, one per doubling), then the extreme of
+// the two runs that cover the window. The running extrema of blocks take a
+// chain of comparisons along the row, one value at a time: on 2048² 8-bit
+// images, 1 channel, doubling took 3.3 ms against 13 at 101 columns, 7.3
+// against 21 at 255 and 36 against 56 at 1001.
+constexpr int kDoubling = 4096;
 
 // o[j] (j < n) = the extreme of s[j], s[j + cn], ..., s[j + (nCols - 1) cn]
 // through runs of doubling length in a and b (wsn values each).
