@@ -189,68 +189,82 @@ void doubledRuns(const T* s, T* a, T* b, T* __restrict o, int n, int wsn, int nC
   pickOf<Max>(cur, cur + std::ptrdiff_t(nCols - run) * cn, o, n);
 }
 
-// Larger boxes: the extreme across each source row (directly, by runs of
-// doubling length, or by the running extrema of blocks), then down the
-// columns (directly, or by the suffixes and prefixes of blocks of nRows
-// rows).
+// The extreme across source row r of a block into o (n values): directly,
+// by runs of doubling length, or by the running extrema of blocks (g and h
+// hold wsn values each).
+template <bool Max, class T>
+void acrossOf(const Block& b, int r, T* o, T* g, T* h) {
+  const int cn = b.cn, n = b.w * cn, nCols = b.win.left + b.win.right + 1;
+  const int wsn = (b.w + nCols - 1) * cn;
+  const T* s = static_cast<const T*>(b.src[r]);
+  if (nCols <= kSmallBox) return acrossRow<Max>(s, o, n, cn, nCols);
+  if (nCols <= kDoubling) return doubledRuns<Max>(s, g, h, o, n, wsn, nCols, cn);
+  switch (cn) {
+    case 1:
+      blockRuns<Max, 1>(s, g, h, wsn, nCols, 1);
+      break;
+    case 3:
+      blockRuns<Max, 3>(s, g, h, wsn, nCols, 3);
+      break;
+    default:
+      blockRuns<Max, 0>(s, g, h, wsn, nCols, cn);
+  }
+  pickOf<Max>(h, g + std::ptrdiff_t(nCols - 1) * cn, o, n);
+}
+
+// Larger boxes: the extreme across each source row, then down the columns,
+// holding nRows rows of extremes across at a time, however tall the block.
+// Windows of a few rows take their rows directly. Taller ones go in blocks
+// of nRows source rows (block k from row k nRows): a destination row's
+// window is the tail of one block and the head of the next, so its extreme
+// is that of the backward run of the one (held in place of its rows) and
+// the forward run of the other, which goes on as the next block's rows come
+// in, each into the place of the run it no longer needs.
 template <bool Max, class T>
 bool largeBox(const Block& b, const void*) {
   const int cn = b.cn, n = b.w * cn;
   const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-  const int ws = b.w + nCols - 1, wsn = ws * cn, hs = b.h + nRows - 1;
-  const std::size_t rows = std::size_t(hs) * n;
-  if (!b.work->reserve(sizeof(T) * (2 * rows + 2 * std::size_t(wsn)))) return false;
-  T* across = b.work->as<T>();  // the extreme of each row's nCols values
-  T* suffix = across + rows;
-  T* g = suffix + rows;
+  const int wsn = (b.w + nCols - 1) * cn, hs = b.h + nRows - 1;
+  if (!b.work->reserve(sizeof(T) * ((std::size_t(nRows) + 1) * n + 2 * std::size_t(wsn)))) return false;
+  T* held = b.work->as<T>();
+  T* run = held + std::size_t(nRows) * n;
+  T* g = run + n;
   T* h = g + wsn;
-  for (int r = 0; r < hs; ++r) {
-    const T* s = static_cast<const T*>(b.src[r]);
-    T* o = across + std::ptrdiff_t(r) * n;
-    if (nCols <= kSmallBox) {
-      acrossRow<Max>(s, o, n, cn, nCols);
-      continue;
-    }
-    if (nCols <= kDoubling) {
-      doubledRuns<Max>(s, g, h, o, n, wsn, nCols, cn);
-      continue;
-    }
-    switch (cn) {
-      case 1:
-        blockRuns<Max, 1>(s, g, h, wsn, nCols, 1);
-        break;
-      case 3:
-        blockRuns<Max, 3>(s, g, h, wsn, nCols, 3);
-        break;
-      default:
-        blockRuns<Max, 0>(s, g, h, wsn, nCols, cn);
-    }
-    pickOf<Max>(h, g + std::ptrdiff_t(nCols - 1) * cn, o, n);
-  }
+  auto row = [&](int i) { return held + std::ptrdiff_t(i) * n; };
+  auto dst = [&](int r) { return static_cast<T*>(b.dst[r]); };
   if (nRows <= kSmallBox) {
-    for (int r = 0; r < b.h; ++r) {
-      T* d = static_cast<T*>(b.dst[r]);
-      const T* o = across + std::ptrdiff_t(r) * n;
-      std::copy(o, o + n, d);
-      for (int c = 1; c < nRows; ++c) pickInto<Max>(d, o + std::ptrdiff_t(c) * n, n);
+    for (int r = 0; r < hs; ++r) {
+      acrossOf<Max>(b, r, row(r % nRows), g, h);
+      if (r < nRows - 1) continue;
+      T* d = dst(r - nRows + 1);
+      std::copy(row(0), row(1), d);
+      for (int i = 1; i < nRows; ++i) pickInto<Max>(d, row(i), n);
     }
     return true;
   }
-  // Down the columns in blocks of nRows rows: the suffixes first, then
-  // the prefixes in place of the rows they start from.
-  for (int r = hs - 1; r >= 0; --r) {
-    const T* o = across + std::ptrdiff_t(r) * n;
-    T* p = suffix + std::ptrdiff_t(r) * n;
-    if (r % nRows == nRows - 1 || r == hs - 1)
-      std::copy(o, o + n, p);
-    else
-      pickOf<Max>(p + n, o, p, n);
-  }
-  for (int r = 1; r < hs; ++r)
-    if (r % nRows != 0) pickInto<Max>(across + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r - 1) * n, n);
-  for (int r = 0; r < b.h; ++r) {
-    pickOf<Max>(suffix + std::ptrdiff_t(r) * n, across + std::ptrdiff_t(r + nRows - 1) * n,
-                static_cast<T*>(b.dst[r]), n);
+  auto backward = [&](int m) {
+    for (int i = m - 2; i >= 0; --i) pickInto<Max>(row(i), row(i + 1), n);
+  };
+  for (int i = 0; i < nRows; ++i) acrossOf<Max>(b, i, row(i), g, h);
+  backward(nRows);
+  std::copy(row(0), row(1), dst(0));
+  for (int k0 = nRows; k0 < hs; k0 += nRows) {
+    const int m = std::min(nRows, hs - k0);
+    for (int i = 0; i < m; ++i) {
+      // Row i of the block before is spent: its place takes row i of this one.
+      acrossOf<Max>(b, k0 + i, row(i), g, h);
+      if (i == 0)
+        std::copy(row(0), row(1), run);
+      else
+        pickInto<Max>(run, row(i), n);
+      const int r = k0 - nRows + i + 1;
+      if (r >= b.h) continue;
+      if (i + 1 < nRows)
+        pickOf<Max>(row(i + 1), run, dst(r), n);
+      else
+        std::copy(run, run + n, dst(r));
+    }
+    if (m == nRows) backward(nRows);
   }
   return true;
 }
