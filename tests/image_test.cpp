@@ -4,9 +4,13 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "capture.h"
 #include "image/image.h"
+#include "image/turn.h"
 
 namespace {
 using moxtest::Capture;
@@ -230,3 +234,23 @@ TEST(Validation, TilesTooLargeForAnySizeAreRefused) {
 }
 
 }  // namespace
+
+// Turned rectangles: every pixel size the squares take and some they do
+// not, sizes with and without whole squares, rows with gaps on both sides.
+TEST(Turn, EveryPixelLandsAcrossTheDiagonal) {
+  for (int pix : {1, 2, 3, 4, 5, 8})
+    for (auto [cols, rows] : {std::pair{1, 1}, std::pair{16, 16}, std::pair{17, 33}, std::pair{40, 9}, std::pair{3, 70}}) {
+      const std::ptrdiff_t fromStep = std::ptrdiff_t(cols) * pix + 5, toStep = std::ptrdiff_t(rows) * pix + 3;
+      std::vector<char> from(std::size_t(fromStep) * rows), to(std::size_t(toStep) * cols, 'x');
+      for (std::size_t i = 0; i < from.size(); ++i) from[i] = static_cast<char>(i * 7 + i / 251);
+      mox::turnPixels(from.data(), fromStep, cols, rows, pix, to.data(), toStep);
+      bool same = true;
+      for (int r = 0; r < rows; ++r)
+        for (int i = 0; i < cols; ++i)
+          same = same && std::memcmp(&to[std::size_t(i * toStep + r * pix)], &from[std::size_t(r * fromStep + i * pix)],
+                                     std::size_t(pix)) == 0;
+      for (int i = 0; i < cols; ++i)  // the gap after each row stays
+        same = same && std::string(&to[std::size_t(i * toStep + rows * pix)], 3) == "xxx";
+      EXPECT_TRUE(same) << "pixel " << pix << " bytes, " << cols << " x " << rows;
+    }
+}

@@ -234,6 +234,10 @@ bool largeBox(const Block& b, const void*) {
   auto dst = [&](int r) { return static_cast<T*>(b.dst[r]); };
   if (nRows <= kSmallBox) {
     for (int r = 0; r < hs; ++r) {
+      if (nRows == 1) {
+        acrossOf<Max>(b, r, dst(r), g, h);
+        continue;
+      }
       acrossOf<Max>(b, r, row(r % nRows), g, h);
       if (r < nRows - 1) continue;
       T* d = dst(r - nRows + 1);

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "image/turn.h"
+
 namespace mox::filt {
 namespace {
 
@@ -168,43 +170,6 @@ bool runBlock(Job& job, const View& dv, int sx, int sy) {
   return true;
 }
 
-// Turns a rectangle of n columns (N when known, else 0) and `rows` rows of
-// pixels of `pix` bytes (P when known, else 0) on its side: column i of
-// `from` becomes row i of `to`, rows `toStep` bytes apart.
-template <int P, int N>
-void turnPixels(const View& from, int n, int rows, int pix, char* to, std::ptrdiff_t toStep) {
-  if constexpr (P > 0) pix = P;
-  if constexpr (N > 0) n = N;
-  const char* s = from.data;
-  for (int r = 0; r < rows; ++r, s += from.widthStep, to += pix)
-    for (int i = 0; i < n; ++i) std::memcpy(to + i * toStep, s + std::ptrdiff_t(i) * pix, static_cast<std::size_t>(pix));
-}
-
-template <int P>
-void turnOf(const View& from, int n, int rows, int pix, char* to, std::ptrdiff_t toStep) {
-  switch (n) {
-    case 1:
-      return turnPixels<P, 1>(from, 1, rows, pix, to, toStep);
-    case 2:
-      return turnPixels<P, 2>(from, 2, rows, pix, to, toStep);
-    case 3:
-      return turnPixels<P, 3>(from, 3, rows, pix, to, toStep);
-    default:
-      return turnPixels<P, 0>(from, n, rows, pix, to, toStep);
-  }
-}
-
-void turn(const View& from, int n, int rows, int pix, char* to, std::ptrdiff_t toStep) {
-  switch (pix) {
-    case 1:
-      return turnOf<1>(from, n, rows, 1, to, toStep);
-    case 3:
-      return turnOf<3>(from, n, rows, 3, to, toStep);
-    default:
-      return turnOf<0>(from, n, rows, pix, to, toStep);
-  }
-}
-
 // The end of the stretch of one axis that starts at c and reads in one
 // piece, up to `end`: a tile (`tile` long) of an image n long, with what
 // lies beyond the image on either side, which the reader then fills from
@@ -246,8 +211,8 @@ bool runTurned(Job& job, const View& dv, int sx, int sy) {
       if (!job.reader->readInPlace(static_cast<int>(cx), static_cast<int>(cy), static_cast<int>(nx - cx),
                                    static_cast<int>(ny - cy), &v))
         return false;
-      turn(v, static_cast<int>(nx - cx), static_cast<int>(ny - cy), pix,
-           turned + (cx - x0) * inStep + (cy - y0) * pix, inStep);
+      turnPixels(v.data, v.widthStep, static_cast<int>(nx - cx), static_cast<int>(ny - cy), pix,
+                 turned + (cx - x0) * inStep + (cy - y0) * pix, inStep);
     }
   }
   const void** srcPtr = job.pointers.as<const void*>();
@@ -260,10 +225,7 @@ bool runTurned(Job& job, const View& dv, int sx, int sy) {
     outOfMemory(*job.table, job.lines->memory);
     return false;
   }
-  View back{};
-  back.data = result;
-  back.widthStep = static_cast<int>(outStep);
-  turn(back, h, w, pix, dv.data, dv.widthStep);
+  turnPixels(result, outStep, h, w, pix, dv.data, dv.widthStep);
   return true;
 }
 

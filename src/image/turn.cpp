@@ -1,0 +1,104 @@
+// Turning rectangles on their side. Pixels of 1, 2, 4 or 8 bytes go in
+// squares of 16 bytes a side, turned in vectors by rounds of zips; other
+// sizes, and what is left at the right and bottom edges, pixel by pixel in
+// squares small enough for the caches.
+#include "image/turn.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+namespace mox {
+namespace {
+
+template <class T>
+using Lane [[gnu::vector_size(16)]] = T;
+template <class T>
+constexpr int kLanes = int(16 / sizeof(T));
+
+template <class T, std::size_t... I>
+inline Lane<T> zipLow(Lane<T> a, Lane<T> b, std::index_sequence<I...>) {
+  return __builtin_shufflevector(a, b, (I % 2 ? kLanes<T> + int(I / 2) : int(I / 2))...);
+}
+template <class T, std::size_t... I>
+inline Lane<T> zipHigh(Lane<T> a, Lane<T> b, std::index_sequence<I...>) {
+  return __builtin_shufflevector(a, b, (I % 2 ? kLanes<T> * 3 / 2 + int(I / 2) : kLanes<T> / 2 + int(I / 2))...);
+}
+
+// Turns a square of kLanes rows of kLanes values: value k of row i becomes
+// value i of row k. Each round zips row i with row i + half into rows 2i
+// and 2i + 1; as many rounds as the lane count has bits.
+template <class T>
+inline void turnSquare(Lane<T>* r) {
+  constexpr int L = kLanes<T>, half = L / 2;
+  constexpr auto lanes = std::make_index_sequence<std::size_t(L)>{};
+  for (int round = 1; round < L; round *= 2) {
+    Lane<T> o[L];
+    for (int i = 0; i < half; ++i) {
+      o[2 * i] = zipLow<T>(r[i], r[i + half], lanes);
+      o[2 * i + 1] = zipHigh<T>(r[i], r[i + half], lanes);
+    }
+    for (int i = 0; i < L; ++i) r[i] = o[i];
+  }
+}
+
+// Pixels of P bytes (pix when P is 0) one at a time, in squares of kSide.
+template <int P>
+void turnEach(const char* from, std::ptrdiff_t fromStep, int cols, int rows, int pix, char* to,
+              std::ptrdiff_t toStep) {
+  if constexpr (P > 0) pix = P;
+  constexpr int kSide = 32;
+  for (int r0 = 0; r0 < rows; r0 += kSide)
+    for (int i0 = 0; i0 < cols; i0 += kSide) {
+      const int r1 = std::min(rows, r0 + kSide), i1 = std::min(cols, i0 + kSide);
+      for (int r = r0; r < r1; ++r) {
+        const char* s = from + std::ptrdiff_t(r) * fromStep;
+        for (int i = i0; i < i1; ++i)
+          std::memcpy(to + std::ptrdiff_t(i) * toStep + std::ptrdiff_t(r) * pix, s + std::ptrdiff_t(i) * pix,
+                      static_cast<std::size_t>(pix));
+      }
+    }
+}
+
+// Values of T in squares of kLanes, the edges one at a time.
+template <class T>
+void turnSquares(const char* from, std::ptrdiff_t fromStep, int cols, int rows, char* to, std::ptrdiff_t toStep) {
+  constexpr int L = kLanes<T>;
+  const int rs = rows / L * L, cs = cols / L * L;
+  for (int r0 = 0; r0 < rs; r0 += L)
+    for (int i0 = 0; i0 < cs; i0 += L) {
+      Lane<T> v[L];
+      for (int k = 0; k < L; ++k)
+        std::memcpy(&v[k], from + std::ptrdiff_t(r0 + k) * fromStep + std::ptrdiff_t(i0) * sizeof(T), sizeof v[k]);
+      turnSquare<T>(v);
+      for (int k = 0; k < L; ++k)
+        std::memcpy(to + std::ptrdiff_t(i0 + k) * toStep + std::ptrdiff_t(r0) * sizeof(T), &v[k], sizeof v[k]);
+    }
+  constexpr int P = int(sizeof(T));
+  // The columns right of the squares, then the rows below them.
+  turnEach<P>(from + std::ptrdiff_t(cs) * P, fromStep, cols - cs, rs, P, to + std::ptrdiff_t(cs) * toStep, toStep);
+  turnEach<P>(from + std::ptrdiff_t(rs) * fromStep, fromStep, cols, rows - rs, P, to + std::ptrdiff_t(rs) * P, toStep);
+}
+
+}  // namespace
+
+void turnPixels(const char* from, std::ptrdiff_t fromStep, int cols, int rows, int pix, char* to,
+                std::ptrdiff_t toStep) {
+  switch (pix) {
+    case 1:
+      return turnSquares<std::uint8_t>(from, fromStep, cols, rows, to, toStep);
+    case 2:
+      return turnSquares<std::uint16_t>(from, fromStep, cols, rows, to, toStep);
+    case 3:
+      return turnEach<3>(from, fromStep, cols, rows, 3, to, toStep);
+    case 4:
+      return turnSquares<std::uint32_t>(from, fromStep, cols, rows, to, toStep);
+    case 8:
+      return turnSquares<std::uint64_t>(from, fromStep, cols, rows, to, toStep);
+    default:
+      return turnEach<0>(from, fromStep, cols, rows, pix, to, toStep);
+  }
+}
+
+}  // namespace mox
