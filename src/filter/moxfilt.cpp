@@ -188,6 +188,7 @@ struct BoxOp {
   BlockFn (*pick)(unsigned depth);
   bool extreme;  // the result depends only on the set of values the window covers
   bool fold;     // the block function takes folded blocks
+  bool turns;    // the result is the same whichever way the window runs
 };
 
 // Beyond each edge of an image of n columns (rows) the border modes repeat
@@ -207,10 +208,10 @@ Window cutToPeriods(Window w, int width, int height) {
 BlockFn pickMin(unsigned depth) { return rankBlock(depth, false); }
 BlockFn pickMax(unsigned depth) { return rankBlock(depth, true); }
 
-constexpr BoxOp kBlur{neighTable("moxBlur", kFile, 300), sourceLines(300), &blurBlock, false, true};
-constexpr BoxOp kMin{neighTable("moxMinFilter", kFile, 400), sourceLines(400), &pickMin, true, false};
-constexpr BoxOp kMax{neighTable("moxMaxFilter", kFile, 500), sourceLines(500), &pickMax, true, false};
-constexpr BoxOp kMedian{neighTable("moxMedianFilter", kFile, 600), sourceLines(600), &medianBlock, false, true};
+constexpr BoxOp kBlur{neighTable("moxBlur", kFile, 300), sourceLines(300), &blurBlock, false, true, true};
+constexpr BoxOp kMin{neighTable("moxMinFilter", kFile, 400), sourceLines(400), &pickMin, true, false, true};
+constexpr BoxOp kMax{neighTable("moxMaxFilter", kFile, 500), sourceLines(500), &pickMax, true, false, true};
+constexpr BoxOp kMedian{neighTable("moxMedianFilter", kFile, 600), sourceLines(600), &medianBlock, false, true, true};
 
 void boxFilter(const BoxOp& op, const MoxImage* src, MoxImage* dst, int nCols, int nRows,
                int anchorX, int anchorY) {
@@ -224,7 +225,7 @@ void boxFilter(const BoxOp& op, const MoxImage* src, MoxImage* dst, int nCols, i
   if (anchorY < 0 || anchorY >= nRows) return fail(3, "(anchorY < 0 || anchorY >= nRows)");
   Window win{anchorX, anchorY, nCols - 1 - anchorX, nRows - 1 - anchorY};
   if (op.extreme) win = cutToPeriods(win, src->width, src->height);
-  run(t, op.source, src, dst, win, op.pick(dst->depth), nullptr, op.fold, op.extreme);
+  run(t, op.source, src, dst, win, op.pick(dst->depth), nullptr, op.fold, op.turns);
 }
 
 }  // namespace

@@ -265,6 +265,10 @@ bool piece(const View& dst, int x, int y, void* arg) {
     cuts(0, w, w, cols);
     cuts(0, h, h, rows);
   }
+  // Each margin block reads its window's whole reach again: when that is
+  // more than an eighth of the piece, copying the piece whole costs less.
+  if (8 * (i64(win.left) + win.right) > w) cuts(0, w, w, cols);
+  if (8 * (i64(win.top) + win.bottom) > h) cuts(0, h, h, rows);
   // Rows in runs of about 256 KiB of source, so that a block's rows stay
   // in the caches while the kernel reads them; each run's margins follow
   // its middle while its rows are still there.
@@ -386,6 +390,13 @@ bool copyWhole(const OpTable& t, const SourceLines& lines, const MoxImage* src, 
   return true;
 }
 
+// Whether some block of the job may be folded: a window side reaches more
+// than a period past the image only when it is longer than that period.
+static bool foldsAny(bool fold, const MoxImage* s, const Window& win) {
+  const i64 across = 2 * i64(s->width), down = 2 * i64(s->height);
+  return fold && (win.left > across || win.right > across || win.top > down || win.bottom > down);
+}
+
 bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxImage* dst,
          const Window& win, BlockFn fn, const void* arg, bool fold, bool turns) {
   PlainCopy copy;
@@ -396,7 +407,7 @@ bool run(const OpTable& t, const SourceLines& lines, const MoxImage* src, MoxIma
   }
   SourceReader reader(s, Edge::kModes, sitesOf(t, lines));
   Job job{&t, &lines, &reader, s->tileInfo, s->width, s->height, 0, 0, 0, 0, 0, 0,
-          win, fold, turns && !fold && turnable(s) && turnable(dst), fn, arg, {}, {}, {}, {}, {}};
+          win, fold, turns && !foldsAny(fold, s, win) && turnable(s) && turnable(dst), fn, arg, {}, {}, {}, {}, {}};
   i64 sw, sh, dw, dh;
   clipped(s, &job.sx0, &job.sy0, &sw, &sh);
   clipped(dst, &job.dx0, &job.dy0, &dw, &dh);
