@@ -255,6 +255,42 @@ TEST(Filter, LargeBoxMeansMatchTheirWindows) {
   EXPECT_TRUE(reports().empty());
 }
 
+// Means of windows whose sums pass 2^20, 2^23 and (16-bit values) 2^31,
+// over an image large enough that no window reaches a period past its
+// edges; each window summed from a table of the bordered image.
+TEST(Filter, WideSumsOfLargeBoxesMatchTheirMeans) {
+  Capture capture;
+  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U})
+    for (int ch : {1, 3}) {
+      Image src({depth, ch, 0, 60, 100}, 5 * depth + ch);
+      moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+      for (const Box& box : {Box{31, 31, 15, 15}, Box{65, 64, 64, 0}, Box{129, 41, 64, 20}, Box{301, 111, 150, 55}}) {
+        const int ws = 100 + box.nCols - 1, hs = 60 + box.nRows - 1, side = ws + 1;
+        std::vector<std::vector<ll>> sums(std::size_t(ch) + 1, std::vector<ll>(std::size_t(side) * (hs + 1), 0));
+        for (int c = 1; c <= ch; ++c) {
+          auto& t = sums[std::size_t(c)];
+          for (int y = 0; y < hs; ++y)
+            for (int x = 0; x < ws; ++x)
+              t[std::size_t((y + 1) * side + x + 1)] = at(src, x - box.anchorX, y - box.anchorY, c) +
+                                                       t[std::size_t(y * side + x + 1)] +
+                                                       t[std::size_t((y + 1) * side + x)] - t[std::size_t(y * side + x)];
+        }
+        const ll count = ll(box.nCols) * box.nRows;
+        Image dst({depth, ch, 0, 60, 100}, 4);
+        expectEach(src, dst, [&](MoxImage* d) { moxBlur(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
+                   [&](int x, int y, int c) {
+                     const auto& t = sums[std::size_t(c)];
+                     const auto cell = [&](int cx, int cy) { return t[std::size_t(cy * side + cx)]; };
+                     const ll sum = cell(x + box.nCols, y + box.nRows) - cell(x, y + box.nRows) -
+                                    cell(x + box.nCols, y) + cell(x, y);
+                     return floorDiv(sum + count / 2, count);
+                   },
+                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " box " + std::to_string(box.nCols));
+      }
+    }
+  EXPECT_TRUE(reports().empty());
+}
+
 struct Kernel { Box box; std::vector<int> values; int shift; };
 
 ll convolveAt(const MoxImage* im, int x, int y, int c, const Kernel& k) {

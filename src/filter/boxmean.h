@@ -1,6 +1,7 @@
 // The box mean of plain blocks: the sums of each column follow the rows,
 // the window's sums run along each row, and the quotients come from a
-// multiply and a shift, or in single precision where that is exact.
+// multiply and a shift, or in single or double precision where that is
+// exact.
 //
 // Included once per vector width (boxmean.cpp with the build's own vectors,
 // boxmean_wide.cpp for 256-bit vectors chosen at run time); everything here
@@ -248,16 +249,12 @@ inline void divideShort(const std::uint16_t* __restrict run, std::uint8_t* __res
   }
 }
 
-// d[j] = floor((run[j] + offset) / count) + lo for sums below 2^23: the
-// quotient of a product with the reciprocal in single precision, then put
-// right by the exact remainder. Every value here is an integer below 2^24,
-// exact in single precision, and the product is off by less than one, so
-// every rounding mode gives the same quotients.
-// The same for sums below 2^20 (x = run[j] + offset, x + 1/2 < 2^20), with
-// no correction: (x + 1/2) / count lies at least 1 / (2 count) from every
-// integer, farther than the product of x + 1/2 with the rounded reciprocal
-// strays from it (less than (x + 1/2) 2^-22 / count, in every rounding
-// mode). 2x + 1 and the halved reciprocal give the same product.
+// d[j] = floor((run[j] + offset) / count) + lo, with x = run[j] + offset
+// and x + 1/2 below 2^20, in single precision: (x + 1/2) / count lies at
+// least 1 / (2 count) from every integer, farther than the product of
+// x + 1/2 with the rounded reciprocal strays from it (less than
+// (x + 1/2) 2^-22 / count, in every rounding mode). 2x + 1 and the halved
+// reciprocal give the same product.
 template <class T>
 void divideQuick(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
                  std::int32_t count, std::int32_t lo) {
@@ -267,17 +264,16 @@ void divideQuick(const std::int32_t* __restrict run, T* __restrict d, int n, std
     d[j] = static_cast<T>(static_cast<std::int32_t>(static_cast<float>(2 * run[j] + odd) * inv) + lo);
 }
 
+// The same for any 32-bit sum, in double precision, where x + 1/2 is below
+// 2^33 and the product strays by less than (x + 1/2) 2^-51 / count. Every
+// step before the product is exact.
 template <class T>
-void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
-                  std::int32_t count, std::int32_t lo) {
-  const float c = static_cast<float>(count), inv = 1.0f / c;
-  for (int j = 0; j < n; ++j) {
-    const float x = static_cast<float>(run[j] + offset);
-    const float q = static_cast<float>(static_cast<std::int32_t>(x * inv));
-    const float r = x - q * c;
-    const float up = r >= c ? 1.0f : 0.0f, down = r < 0.0f ? 1.0f : 0.0f;
-    d[j] = static_cast<T>(static_cast<std::int32_t>(q + up - down) + lo);
-  }
+void divideDouble(const std::int32_t* __restrict run, T* __restrict d, int n, long long offset,
+                  long long count, std::int32_t lo) {
+  const double inv = 0.5 * (1.0 / static_cast<double>(count));
+  const double odd = 2.0 * static_cast<double>(offset) + 1.0;
+  for (int j = 0; j < n; ++j)
+    d[j] = static_cast<T>(static_cast<std::int32_t>((2.0 * static_cast<double>(run[j]) + odd) * inv) + lo);
 }
 
 // The mean of a plain block (arg: its MeanArgs). C holds the sums of a
@@ -316,9 +312,8 @@ bool sums(const Block& b, const void* arg) {
     } else if (std::is_same_v<S, std::int32_t> && quick) {
       divideQuick(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
                   static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
-    } else if (std::is_same_v<S, std::int32_t> && a.single) {
-      divideSingle(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
-                   static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
+    } else if (std::is_same_v<S, std::int32_t>) {
+      divideDouble(reinterpret_cast<const std::int32_t*>(run), d, n, offset, count, static_cast<std::int32_t>(D::lo));
     } else if (div.fast()) {
       divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
     } else {

@@ -358,18 +358,17 @@ struct Blur {
     constexpr unsigned depth = depthOf<D>();
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
     const i64 largest = std::max(-D::lo, D::hi);
-    MeanArgs a{false, 0, 0};
+    MeanArgs a{0, 0};
     if constexpr (D::bits == 8 && !D::isSigned) {
       if (255 * count + count / 2 < (i64(1) << 16) && shortDivider(count, 255 * count + count / 2, &a.m, &a.k))
         return boxMeans(depth, 2, 2)(b, &a);
     }
-    a.single = (D::hi - D::lo) * count + count / 2 < (i64(1) << 23);
+    const bool narrow = largest * count < (i64(1) << 31);
     if constexpr (D::bits == 8 && !D::isSigned) {
       // Columns short enough keep their sums in 16 bits: half the traffic.
-      if (a.single && 255 * (b.win.top + b.win.bottom + 1) < (1 << 16)) return boxMeans(depth, 4, 2)(b, &a);
+      if (narrow && 255 * (b.win.top + b.win.bottom + 1) < (1 << 16)) return boxMeans(depth, 4, 2)(b, &a);
     }
-    if (largest * count < (i64(1) << 31)) return boxMeans(depth, 4, 4)(b, &a);
-    a.single = false;
+    if (narrow) return boxMeans(depth, 4, 4)(b, &a);
     return boxMeans(depth, 8, 8)(b, &a);
   }
 };

@@ -47,7 +47,6 @@ struct SepArgs {
 
 // The box mean of a plain block: how its sums are divided.
 struct MeanArgs {
-  bool single;  // 32-bit sums below 2^23, divided in single precision
   unsigned m;   // 16-bit sums: the multiplier,
   int k;        // and the shift (from 16) of the quotient
 };
