@@ -237,57 +237,45 @@ TEST(Filter, LargeEightBitMediansAcrossStripes) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Means of large boxes divide sums of every size the quotient paths take:
-// below 2^16, below 2^20 (64 x 64 is the last 8-bit box there), and above.
+// Means of large boxes, each window summed from a table of the bordered
+// image: on a short image, windows many times its height (folded blocks);
+// on a larger one, sums past 2^16, 2^20, 2^23 and (16-bit values) 2^31
+// that no window folds.
 TEST(Filter, LargeBoxMeansMatchTheirWindows) {
   Capture capture;
-  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U})
-    for (int ch : {1, 3}) {
-      Image src({depth, ch, 0, 4, 150}, 3 * depth + ch);
-      moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
-      for (const Box& box : {Box{15, 15, 7, 7}, Box{31, 31, 15, 15}, Box{64, 64, 30, 33}, Box{65, 64, 64, 0}}) {
-        Image dst({depth, ch, 0, 4, 150}, 4);
-        expectEach(src, dst, [&](MoxImage* d) { moxBlur(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
-                   [&](int x, int y, int c) { return kBoxOps[0].reduce(window(src, x, y, c, box)); },
-                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " box " + std::to_string(box.nCols));
-      }
-    }
-  EXPECT_TRUE(reports().empty());
-}
-
-// Means of windows whose sums pass 2^20, 2^23 and (16-bit values) 2^31,
-// over an image large enough that no window reaches a period past its
-// edges; each window summed from a table of the bordered image.
-TEST(Filter, WideSumsOfLargeBoxesMatchTheirMeans) {
-  Capture capture;
-  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U})
-    for (int ch : {1, 3}) {
-      Image src({depth, ch, 0, 60, 100}, 5 * depth + ch);
-      moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
-      for (const Box& box : {Box{31, 31, 15, 15}, Box{65, 64, 64, 0}, Box{129, 41, 64, 20}, Box{301, 111, 150, 55}}) {
-        const int ws = 100 + box.nCols - 1, hs = 60 + box.nRows - 1, side = ws + 1;
-        std::vector<std::vector<ll>> sums(std::size_t(ch) + 1, std::vector<ll>(std::size_t(side) * (hs + 1), 0));
-        for (int c = 1; c <= ch; ++c) {
-          auto& t = sums[std::size_t(c)];
-          for (int y = 0; y < hs; ++y)
-            for (int x = 0; x < ws; ++x)
-              t[std::size_t((y + 1) * side + x + 1)] = at(src, x - box.anchorX, y - box.anchorY, c) +
-                                                       t[std::size_t(y * side + x + 1)] +
-                                                       t[std::size_t((y + 1) * side + x)] - t[std::size_t(y * side + x)];
+  struct Case { int height, width; std::vector<Box> boxes; };
+  const Case cases[] = {{4, 150, {{15, 15, 7, 7}, {31, 31, 15, 15}, {64, 64, 30, 33}, {65, 64, 64, 0}}},
+                        {60, 100, {{31, 31, 15, 15}, {65, 64, 64, 0}, {129, 41, 64, 20}, {301, 111, 150, 55}}}};
+  for (const Case& k : cases)
+    for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16U})
+      for (int ch : {1, 3}) {
+        Image src({depth, ch, 0, k.height, k.width}, 5 * depth + ch);
+        moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+        for (const Box& box : k.boxes) {
+          const int ws = k.width + box.nCols - 1, hs = k.height + box.nRows - 1, side = ws + 1;
+          std::vector<std::vector<ll>> sums(std::size_t(ch) + 1, std::vector<ll>(std::size_t(side) * (hs + 1), 0));
+          for (int c = 1; c <= ch; ++c) {
+            auto& t = sums[std::size_t(c)];
+            for (int y = 0; y < hs; ++y)
+              for (int x = 0; x < ws; ++x)
+                t[std::size_t((y + 1) * side + x + 1)] = at(src, x - box.anchorX, y - box.anchorY, c) +
+                                                         t[std::size_t(y * side + x + 1)] +
+                                                         t[std::size_t((y + 1) * side + x)] - t[std::size_t(y * side + x)];
+          }
+          const ll count = ll(box.nCols) * box.nRows;
+          Image dst({depth, ch, 0, k.height, k.width}, 4);
+          expectEach(src, dst, [&](MoxImage* d) { moxBlur(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
+                     [&](int x, int y, int c) {
+                       const auto& t = sums[std::size_t(c)];
+                       const auto cell = [&](int cx, int cy) { return t[std::size_t(cy * side + cx)]; };
+                       const ll sum = cell(x + box.nCols, y + box.nRows) - cell(x, y + box.nRows) -
+                                      cell(x + box.nCols, y) + cell(x, y);
+                       return floorDiv(sum + count / 2, count);
+                     },
+                     "height " + std::to_string(k.height) + " depth " + std::to_string(depth) + " channels " +
+                         std::to_string(ch) + " box " + std::to_string(box.nCols));
         }
-        const ll count = ll(box.nCols) * box.nRows;
-        Image dst({depth, ch, 0, 60, 100}, 4);
-        expectEach(src, dst, [&](MoxImage* d) { moxBlur(src, d, box.nCols, box.nRows, box.anchorX, box.anchorY); },
-                   [&](int x, int y, int c) {
-                     const auto& t = sums[std::size_t(c)];
-                     const auto cell = [&](int cx, int cy) { return t[std::size_t(cy * side + cx)]; };
-                     const ll sum = cell(x + box.nCols, y + box.nRows) - cell(x, y + box.nRows) -
-                                    cell(x + box.nCols, y) + cell(x, y);
-                     return floorDiv(sum + count / 2, count);
-                   },
-                   "depth " + std::to_string(depth) + " channels " + std::to_string(ch) + " box " + std::to_string(box.nCols));
       }
-    }
   EXPECT_TRUE(reports().empty());
 }
 
