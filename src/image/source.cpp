@@ -98,10 +98,14 @@ bool SourceReader::fetch(int sx, int sy, View* tile, int* ox, int* oy) {
   return true;
 }
 
-bool SourceReader::release() {
-  if (!held_) return true;
+void SourceReader::handBack() {
   held_ = kept_ = false;
   image_->tileInfo->callBack(image_, heldX_, heldY_, MOX_RELEASE_TILE);
+}
+
+bool SourceReader::release() {
+  if (!held_) return true;
+  handBack();
   return !image_->tileInfo->tileData || fail(kBorderKept, sites_.releaseLine);
 }
 
@@ -276,24 +280,18 @@ bool SourceReader::fillOutside(const View& block, i64 x, i64 y, i64 ix0, i64 iy0
   }
   // One copy on the rows [ra, rb) of a class.
   auto apply = [&](const Copy& op, const BorderRule& rule, i64 ra, i64 rb) {
-    if (op.kind == Copy::kFromBlock && pix) {
-      // Within the block's rows: a tight loop down the rows.
+    // Within the block's rows, or from the rows of a plain image beside
+    // it (the same columns of the same rows): a tight loop down the rows.
+    const bool fromBlock = op.kind == Copy::kFromBlock;
+    if (pix && (fromBlock || (op.kind == Copy::kFromSource && !im->tileInfo && ra >= 0 && rb <= im->height))) {
+      const View& from = fromBlock ? block : whole;
+      const i64 fx = fromBlock ? x : 0, fy = fromBlock ? y : 0;
       const std::size_t bytes = static_cast<std::size_t>(op.n * pix);
       char* d = block.data + (ra - y) * block.widthStep + (op.c - x) * pix;
-      const char* from = block.data + (ra - y) * block.widthStep + (op.from - x) * pix;
-      for (i64 r = ra; r < rb; ++r, d += block.widthStep, from += block.widthStep)
+      const char* f = from.data + (ra - fy) * from.widthStep + (op.from - fx) * pix;
+      for (i64 r = ra; r < rb; ++r, d += block.widthStep, f += from.widthStep)
         for (int p = 0; p < planes; ++p)
-          copyBytes(d + p * block.planeStep, from + p * block.planeStep, bytes);
-      return true;
-    }
-    if (op.kind == Copy::kFromSource && pix && !im->tileInfo && ra >= 0 && rb <= im->height) {
-      // Rows of a plain image beside it: the same columns of the same rows.
-      const std::size_t bytes = static_cast<std::size_t>(op.n * pix);
-      char* d = block.data + (ra - y) * block.widthStep + (op.c - x) * pix;
-      const char* from = whole.data + ra * whole.widthStep + op.from * pix;
-      for (i64 r = ra; r < rb; ++r, d += block.widthStep, from += whole.widthStep)
-        for (int p = 0; p < planes; ++p)
-          copyBytes(d + p * block.planeStep, from + p * whole.planeStep, bytes);
+          copyBytes(d + p * block.planeStep, f + p * from.planeStep, bytes);
       return true;
     }
     for (i64 r = ra; r < rb; ++r) {
@@ -347,10 +345,7 @@ bool SourceReader::readInPlace(int x, int y, int w, int h, View* out) {
 
 bool SourceReader::finish(bool check) {
   if (check) return release();
-  if (held_ && kept_) {
-    held_ = kept_ = false;
-    image_->tileInfo->callBack(image_, heldX_, heldY_, MOX_RELEASE_TILE);
-  }
+  if (held_ && kept_) handBack();
   return true;
 }
 

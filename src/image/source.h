@@ -77,6 +77,8 @@ class SourceReader {
                   long long ix1, long long iy1);
   bool fetch(int sx, int sy, View* tile, int* ox, int* oy);
   bool release();
+  // Hands the held tile back, unchecked.
+  void handBack();
   bool fail(int status, int line);
 
   const MoxImage* image_;
