@@ -191,16 +191,14 @@ struct BoxOp {
   bool turns;    // the result is the same whichever way the window runs
 };
 
-// Beyond each edge of an image of n columns (rows) the border modes repeat
-// every 2n columns (rows): reflection has that period, wrapping and
-// replication repeat within it, a constant trivially. A window side that
-// reaches 3n - 1 past its pixel therefore covers a whole period beyond the
-// edge for every pixel of the image, and reaching further adds no value
-// the window has not seen. Minimum and maximum take their window cut there,
-// so their work stays bounded by the image, however large the window.
+// A window side that reaches a period and n - 1 past its pixel covers a
+// whole period beyond the edge for every pixel of an image n long, and
+// reaching further adds no value the window has not seen. Minimum and
+// maximum take their window cut there, so their work stays bounded by the
+// image, however large the window.
 Window cutToPeriods(Window w, int width, int height) {
-  const int across = static_cast<int>(std::min<i64>(3 * i64(width) - 1, INT_MAX));
-  const int down = static_cast<int>(std::min<i64>(3 * i64(height) - 1, INT_MAX));
+  const int across = static_cast<int>(std::min<i64>(borderPeriod(width) + width - 1, INT_MAX));
+  const int down = static_cast<int>(std::min<i64>(borderPeriod(height) + height - 1, INT_MAX));
   return Window{std::min(w.left, across), std::min(w.top, down), std::min(w.right, across),
                 std::min(w.bottom, down)};
 }

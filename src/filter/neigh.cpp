@@ -105,7 +105,7 @@ struct Job {
 // to c1 over an image n long: folded on a side where it reaches more than
 // a period past the image (when the operation folds).
 Fold foldAxis(bool fold, i64 c0, i64 c1, int n) {
-  const i64 period = 2 * i64(n);
+  const i64 period = borderPeriod(n);
   const bool near = fold && c0 < -period, far = fold && c1 > n - 1 + period;
   const i64 f0 = near ? -period : c0, f1 = far ? n - 1 + period : c1;
   return Fold{c0 - f0, static_cast<int>(f1 - f0 + 1), near || far ? static_cast<int>(period) : 0, near, far};
@@ -393,7 +393,7 @@ bool copyWhole(const OpTable& t, const SourceLines& lines, const MoxImage* src, 
 // Whether some block of the job may be folded: a window side reaches more
 // than a period past the image only when it is longer than that period.
 static bool foldsAny(bool fold, const MoxImage* s, const Window& win) {
-  const i64 across = 2 * i64(s->width), down = 2 * i64(s->height);
+  const i64 across = borderPeriod(s->width), down = borderPeriod(s->height);
   return fold && (win.left > across || win.right > across || win.top > down || win.bottom > down);
 }
 

@@ -41,8 +41,12 @@ struct Window {
 
 class Scratch;
 
-// One axis of a source block, folded or not. Beyond each edge of an image of
-// n columns (rows) the border modes repeat every 2n columns (rows), so a
+// Beyond each edge of an image of n columns (rows) the border modes repeat
+// every 2n columns (rows): reflection has that period, wrapping and
+// replication repeat within it, a constant trivially.
+constexpr long long borderPeriod(int n) { return 2 * static_cast<long long>(n); }
+
+// One axis of a source block, folded or not. As the border modes repeat, a
 // window that reaches more than that period past an edge sees there only
 // values it also sees within the first period. A folded block holds the
 // image and one period beyond each edge that a window overreaches; every
