@@ -1,7 +1,7 @@
 // The box mean of plain blocks: the sums of each column follow the rows,
 // the window's sums run along each row, and the quotients come from a
-// multiply and a shift, or in single or double precision where that is
-// exact.
+// multiply and a shift, or in single precision (with a correction where
+// needed).
 //
 // Included once per vector width (boxmean.cpp with the build's own vectors,
 // boxmean_wide.cpp for 256-bit vectors chosen at run time); everything here
@@ -264,16 +264,23 @@ void divideQuick(const std::int32_t* __restrict run, T* __restrict d, int n, std
     d[j] = static_cast<T>(static_cast<std::int32_t>(static_cast<float>(2 * run[j] + odd) * inv) + lo);
 }
 
-// The same for any 32-bit sum, in double precision, where x + 1/2 is below
-// 2^33 and the product strays by less than (x + 1/2) 2^-51 / count. Every
-// step before the product is exact.
+// The same for any x below 2^31: the product of x with the reciprocal in
+// single precision strays from x / count by less than (x / count) 2^-21
+// (three roundings, in any mode), and x / count is below 2^16, so the
+// truncated product is off by at most one, which the exact remainder in
+// integers puts right.
 template <class T>
-void divideDouble(const std::int32_t* __restrict run, T* __restrict d, int n, long long offset,
-                  long long count, std::int32_t lo) {
-  const double inv = 0.5 * (1.0 / static_cast<double>(count));
-  const double odd = 2.0 * static_cast<double>(offset) + 1.0;
-  for (int j = 0; j < n; ++j)
-    d[j] = static_cast<T>(static_cast<std::int32_t>((2.0 * static_cast<double>(run[j]) + odd) * inv) + lo);
+void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
+                  std::int32_t count, std::int32_t lo) {
+  const float inv = 1.0f / static_cast<float>(count);
+  for (int j = 0; j < n; ++j) {
+    const std::int32_t x = run[j] + offset;
+    const std::int32_t q = static_cast<std::int32_t>(static_cast<float>(x) * inv);
+    // Within [-count, 2 count): exact through wrapping unsigned products.
+    const auto r = static_cast<std::int32_t>(static_cast<std::uint32_t>(x) -
+                                             static_cast<std::uint32_t>(q) * static_cast<std::uint32_t>(count));
+    d[j] = static_cast<T>(q + (r >= count ? 1 : 0) - (r < 0 ? 1 : 0) + lo);
+  }
 }
 
 // The mean of a plain block (arg: its MeanArgs). C holds the sums of a
@@ -313,7 +320,8 @@ bool sums(const Block& b, const void* arg) {
       divideQuick(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
                   static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
     } else if (std::is_same_v<S, std::int32_t>) {
-      divideDouble(reinterpret_cast<const std::int32_t*>(run), d, n, offset, count, static_cast<std::int32_t>(D::lo));
+      divideSingle(reinterpret_cast<const std::int32_t*>(run), d, n, static_cast<std::int32_t>(offset),
+                   static_cast<std::int32_t>(count), static_cast<std::int32_t>(D::lo));
     } else if (div.fast()) {
       divideAll(run, d, n, offset, div.multiplier(), div.shift(), D::lo);
     } else {

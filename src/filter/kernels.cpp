@@ -357,13 +357,13 @@ struct Blur {
     if (b.fx.period || b.fy.period) return folded<D>(b);
     constexpr unsigned depth = depthOf<D>();
     const i64 count = i64(b.win.left + b.win.right + 1) * (b.win.top + b.win.bottom + 1);
-    const i64 largest = std::max(-D::lo, D::hi);
     MeanArgs a{0, 0};
     if constexpr (D::bits == 8 && !D::isSigned) {
       if (255 * count + count / 2 < (i64(1) << 16) && shortDivider(count, 255 * count + count / 2, &a.m, &a.k))
         return boxMeans(depth, 2, 2)(b, &a);
     }
-    const bool narrow = largest * count < (i64(1) << 31);
+    // Sums with their offset below 2^31 (then the window's sums too).
+    const bool narrow = (D::hi - D::lo) * count + count / 2 < (i64(1) << 31);
     if constexpr (D::bits == 8 && !D::isSigned) {
       // Columns short enough keep their sums in 16 bits: half the traffic.
       if (narrow && 255 * (b.win.top + b.win.bottom + 1) < (1 << 16)) return boxMeans(depth, 4, 2)(b, &a);
