@@ -30,64 +30,46 @@ inline T toValue(double v, double lo, double hi) {
 }
 
 #if defined(MOX_GEOM_WIDE_BODY)
-// linearY on bytes, sixteen values a step, each lane the same double
-// operations as the loop below; a row at t = 0 takes its first row's values
-// (a + (b - a) * 0 is a for the finite values of a row buffer). Returns the
-// values done.
-inline int linearYBytes(const float* r0, const float* r1, double t, std::uint8_t* out, int n,
-                        double lo, double hi) {
-  // Buffered rows hold interpolations of bytes a pixel or two from their
-  // samples, so every value lies far inside the 32-bit range: truncated
-  // and then saturated by the packs to [0, 255], it is the value clamped
-  // and then truncated.
-  (void)lo, (void)hi;
-  const __m256d vt = _mm256_set1_pd(t), tolerance = _mm256_set1_pd(1e-7);
-  const bool flat = t == 0;
-  auto four = [&](int e) {
-    __m256d v = _mm256_cvtps_pd(_mm_loadu_ps(r0 + e));
-    if (!flat) {
-      const __m256d b = _mm256_cvtps_pd(_mm_loadu_ps(r1 + e));
-      v = _mm256_add_pd(v, _mm256_mul_pd(_mm256_sub_pd(b, v), vt));
-    }
-    return _mm256_cvttpd_epi32(_mm256_add_pd(v, tolerance));
-  };
-  int e = 0;
-  for (; e + 16 <= n; e += 16) {
-    const __m128i w0 = _mm_packs_epi32(four(e), four(e + 4));
-    const __m128i w1 = _mm_packs_epi32(four(e + 8), four(e + 12));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + e), _mm_packus_epi16(w0, w1));
-  }
-  return e;
-}
-#endif
+// Four buffered values widened to double precision.
+inline __m256d widened(const float* p) { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
 
-#if defined(MOX_GEOM_WIDE_BODY)
-// linearYBytes for two rows at once: the values of the buffered rows and
-// their differences are loaded and widened once for both.
-inline int linearY2Bytes(const float* r0, const float* r1, double t0, double t1, std::uint8_t* out0,
-                         std::uint8_t* out1, int n, double lo, double hi) {
-  // As in linearYBytes, the packs' saturation is the clamp.
-  (void)lo, (void)hi;
-  const __m256d vt0 = _mm256_set1_pd(t0), vt1 = _mm256_set1_pd(t1), tolerance = _mm256_set1_pd(1e-7);
-  auto value = [&](__m256d a, __m256d d, __m256d t) {
-    return _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_add_pd(a, _mm256_mul_pd(d, t)), tolerance));
-  };
-  // The first row often lies on r0 (t0 = 0, every other row of a zoom by
-  // two): its values are r0's, a + (b - a) * 0 being a.
+// Four values after the tolerance, truncated. Buffered rows hold
+// interpolations of bytes a pixel or two from their samples, so every value
+// lies far inside the 32-bit range: truncated and then saturated by the
+// packs to [0, 255], it is the value clamped and then truncated.
+inline __m128i truncated(__m256d v) { return _mm256_cvttpd_epi32(_mm256_add_pd(v, _mm256_set1_pd(1e-7))); }
+
+// Sixteen truncated values, saturated to bytes and stored.
+inline void storeBytes(std::uint8_t* out, const __m128i* w) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                   _mm_packus_epi16(_mm_packs_epi32(w[0], w[1]), _mm_packs_epi32(w[2], w[3])));
+}
+
+// linearY on bytes for one row (out1 null) or two, sixteen values a step,
+// each lane the same double operations as the loop below; the values of
+// the buffered rows and their differences are loaded and widened once for
+// both rows. The first row often lies on r0 (t0 = 0, every other row of a
+// zoom by two): its values are r0's, a + (b - a) * 0 being a for the finite
+// values of a row buffer. Returns the values done.
+inline int linearYBytes(const float* r0, const float* r1, double t0, double t1, std::uint8_t* out0,
+                        std::uint8_t* out1, int n) {
+  const __m256d vt0 = _mm256_set1_pd(t0), vt1 = _mm256_set1_pd(t1);
   const bool flat = t0 == 0;
   int e = 0;
   for (; e + 16 <= n; e += 16) {
     __m128i w0[4], w1[4];
     for (int q = 0; q < 4; ++q) {
-      const __m256d a = _mm256_cvtps_pd(_mm_loadu_ps(r0 + e + 4 * q));
-      const __m256d d = _mm256_sub_pd(_mm256_cvtps_pd(_mm_loadu_ps(r1 + e + 4 * q)), a);
-      w0[q] = flat ? _mm256_cvttpd_epi32(_mm256_add_pd(a, tolerance)) : value(a, d, vt0);
-      w1[q] = value(a, d, vt1);
+      const __m256d a = widened(r0 + e + 4 * q);
+      if (flat && !out1) {
+        w0[q] = truncated(a);
+        continue;
+      }
+      const __m256d d = _mm256_sub_pd(widened(r1 + e + 4 * q), a);
+      w0[q] = truncated(flat ? a : _mm256_add_pd(a, _mm256_mul_pd(d, vt0)));
+      if (out1) w1[q] = truncated(_mm256_add_pd(a, _mm256_mul_pd(d, vt1)));
     }
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out0 + e),
-                     _mm_packus_epi16(_mm_packs_epi32(w0[0], w0[1]), _mm_packs_epi32(w0[2], w0[3])));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out1 + e),
-                     _mm_packus_epi16(_mm_packs_epi32(w1[0], w1[1]), _mm_packs_epi32(w1[2], w1[3])));
+    storeBytes(out0 + e, w0);
+    if (out1) storeBytes(out1 + e, w1);
   }
   return e;
 }
@@ -98,7 +80,7 @@ void linearY(const float* __restrict r0, const float* __restrict r1, double t, T
              int n, double lo, double hi) {
   int e = 0;
 #if defined(MOX_GEOM_WIDE_BODY)
-  if constexpr (std::is_same_v<T, std::uint8_t>) e = linearYBytes(r0, r1, t, out, n, lo, hi);
+  if constexpr (std::is_same_v<T, std::uint8_t>) e = linearYBytes(r0, r1, t, t, out, nullptr, n);
 #endif
   for (; e < n; ++e) {
     const double a = r0[e], b = r1[e];
@@ -112,7 +94,7 @@ void linearY2(const float* __restrict r0, const float* __restrict r1, double t0,
   int e = 0;
 #if defined(MOX_GEOM_WIDE_BODY)
   // (At t = 0 a + (b - a) * t is a: finite row values need no flat case.)
-  if constexpr (std::is_same_v<T, std::uint8_t>) e = linearY2Bytes(r0, r1, t0, t1, out0, out1, n, lo, hi);
+  if constexpr (std::is_same_v<T, std::uint8_t>) e = linearYBytes(r0, r1, t0, t1, out0, out1, n);
 #endif
   linearY<T>(r0 + e, r1 + e, t0, out0 + e, n - e, lo, hi);
   linearY<T>(r0 + e, r1 + e, t1, out1 + e, n - e, lo, hi);
