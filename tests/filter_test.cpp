@@ -2,7 +2,9 @@
 // windows read through the border routines on every depth, border mode, box
 // and anchor; tiled, in-place and channel-of-interest runs; the checks.
 #include <numeric>
+#include <thread>
 
+#include "frame/frame.h"
 #include "image/border.h"
 #include "op_cases.h"
 
@@ -277,6 +279,27 @@ TEST(Filter, LargeBoxMeansMatchTheirWindows) {
         }
       }
   EXPECT_TRUE(reports().empty());
+}
+
+// Working blocks stay with their thread between calls, give the same
+// results the second time, and go when the thread ends.
+TEST(Filter, WorkingBlocksStayWithTheirThreadTillItEnds) {
+  const int live = mox::platform::liveSpares();
+  bool same = false;
+  int kept = 0;
+  std::thread t([&] {
+    Image src({MOX_DEPTH_8U, 3, 0, 300, 400}, 7), first({MOX_DEPTH_8U, 3, 0, 300, 400}), again({MOX_DEPTH_8U, 3, 0, 300, 400});
+    moxSetBorderMode(src, MOX_BORDER_REFLECT, MOX_SIDE_ALL, 0);
+    moxMinFilter(src, first, 61, 41, 30, 20);
+    for (int i = 0; i < 3; ++i) moxMinFilter(src, again, 61, 41, 30, 20);
+    kept = mox::platform::keptSpares();
+    same = first.bytes() == again.bytes();
+  });
+  t.join();
+  EXPECT_GT(kept, 0);
+  EXPECT_LE(kept, 8);
+  EXPECT_TRUE(same);
+  EXPECT_EQ(mox::platform::liveSpares(), live);
 }
 
 struct Kernel { Box box; std::vector<int> values; int shift; };

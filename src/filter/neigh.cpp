@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/frame.h"
 #include "image/turn.h"
 
 namespace mox::filt {
@@ -325,12 +326,17 @@ SourceSites sitesOf(const OpTable& t, const SourceLines& lines) {
 
 }  // namespace
 
+Scratch::~Scratch() { platform::giveSpare(p_, size_); }
+
 bool Scratch::reserve(std::size_t bytes) {
   if (bytes <= size_) return true;
-  void* grown = std::realloc(p_, bytes);
+  std::size_t size = 0;
+  void* grown = platform::takeSpare(bytes, &size);
   if (!grown) return false;
+  if (size_) std::memcpy(grown, p_, size_);
+  platform::giveSpare(p_, size_);
   p_ = grown;
-  size_ = bytes;
+  size_ = size;
   return true;
 }
 

@@ -107,7 +107,7 @@ struct SourceLines {
 class Scratch {
  public:
   Scratch() = default;
-  ~Scratch() { std::free(p_); }
+  ~Scratch();
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
   bool reserve(std::size_t bytes);

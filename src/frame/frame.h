@@ -40,7 +40,7 @@ MoxContext* contextSlot();
 // Records other parts of the library keep per thread (the transforms'
 // engines). The platform layer calls each kept record's release when its
 // thread ends, on every system, so an ended thread leaves nothing behind.
-enum ThreadRecord : int { kFourierRecord, kCosineRecord, kThreadRecords };
+enum ThreadRecord : int { kFourierRecord, kCosineRecord, kSpareRecord, kThreadRecords };
 struct ThreadRecords {
   void* record[kThreadRecords];
   void (*release[kThreadRecords])(void*);
@@ -48,6 +48,20 @@ struct ThreadRecords {
 // The calling thread's records (all null at first); null when the thread
 // has no slot.
 ThreadRecords* threadRecords();
+
+// Working blocks kept between calls. Large blocks taken from the system and
+// given back on every call are mapped and faulted in afresh each time; a
+// thread keeps the blocks its calls give back (a few, up to kSpareBytes in
+// all) for its next calls instead, and frees them when it ends.
+constexpr std::size_t kSpareBytes = std::size_t(64) << 20;
+// A block of at least `bytes` (a kept one when one is large enough), its
+// size in *size; null when there is no memory. Its contents are undefined.
+void* takeSpare(std::size_t bytes, std::size_t* size);
+// Gives a block of `size` bytes from takeSpare back (null: nothing).
+void giveSpare(void* block, std::size_t size);
+// The blocks the calling thread keeps, and all threads keep.
+int keptSpares();
+int liveSpares();
 // Releases and clears every kept record of a thread.
 inline void releaseRecords(ThreadRecords& r) {
   for (int i = 0; i < kThreadRecords; ++i)

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/frame.h"
 #include "image/pointop.h"
 
 namespace mox {
@@ -67,7 +68,7 @@ struct SourceReader::Copy {
 };
 
 SourceReader::~SourceReader() {
-  std::free(scratch_);
+  platform::giveSpare(scratch_, scratchSize_);
   std::free(plan_);
 }
 
@@ -369,12 +370,16 @@ bool SourceReader::read(int x, int y, int w, int h, View* out) {
       bytes > INT_MAX)
     return fail(kBorderOk, sites_.memoryLine);
   if (bytes > capacity_) {
-    char* grown = static_cast<char*>(std::realloc(scratch_, static_cast<std::size_t>(bytes)));
+    std::size_t size = 0;
+    char* grown = static_cast<char*>(platform::takeSpare(static_cast<std::size_t>(bytes), &size));
     if (!grown) return fail(kBorderOk, sites_.memoryLine);
     // Row padding and the spare bits of 1-bit rows are never written by a
-    // read; zeroed once, no result can depend on what the heap held.
+    // read; zeroed once, no result can depend on what the block held.
+    if (capacity_) std::memcpy(grown, scratch_, static_cast<std::size_t>(capacity_));
     std::memset(grown + capacity_, 0, static_cast<std::size_t>(bytes - capacity_));
+    platform::giveSpare(scratch_, scratchSize_);
     scratch_ = grown;
+    scratchSize_ = size;
     capacity_ = bytes;
   }
   View block = blockView(im, scratch_, step, step * h, x, y, x, y, w, h);

@@ -89,7 +89,8 @@ class SourceReader {
   bool kept_ = false;  // the held tile was shown in place
   int heldX_ = 0, heldY_ = 0;
   char* scratch_ = nullptr;
-  long long capacity_ = 0;
+  long long capacity_ = 0;     // the bytes in use (zeroed when first used)
+  std::size_t scratchSize_ = 0;  // the block's own size
   // The copies that fill a block's outside, kept between reads.
   struct Copy;
   Copy* plan_ = nullptr;
