@@ -237,14 +237,15 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Packed rows of three-byte and one-byte pixels reversed sixteen, five and
-// one pixel at a time (and 32 bytes at a time): every width around those
-// steps, each row ending where the vector loops hand over to the rest.
+// Packed rows of three-byte and one-byte pixels reversed thirty-two,
+// sixteen, five and one pixel at a time (and 64 or 32 bytes at a time), and
+// copied 64 bytes at a time: every width around those steps, each row ending
+// where the vector loops hand over to the rest.
 TEST(Mirror, PackedRowsOfEveryWidthAroundTheVectorSteps) {
   Capture capture;
   for (int channels : {1, 3})
-    for (int w = 1; w <= 70; ++w)
-      for (int axis : {1, -1}) {
+    for (int w = 1; w <= 140; ++w)
+      for (int axis : {0, 1, -1}) {
         Image s({MOX_DEPTH_8U, channels, 0, 3, w}, w), d({MOX_DEPTH_8U, channels, 0, 3, w}, 7);
         const auto want = referenceMirror(s, d, axis);
         moxMirror(s, d, axis);

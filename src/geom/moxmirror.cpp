@@ -45,37 +45,65 @@ bool outOfMemory() {
 // Pixels of 1, 2 or 4 bytes reversed: rows as they come (storing on the
 // vectors' boundaries, with one unaligned vector at each end, cost more
 // than it saved on rows of a few thousand bytes), a whole rectangle in one
-// run aligned.
+// run aligned. `ahead` (may be null) is the row the walk does next.
 template <class T, bool Whole>
-void reverseValues(const char* s, char* d, int w) {
+void reverseValues(const char* s, char* d, int w, [[maybe_unused]] const char* ahead) {
   const auto* from = reinterpret_cast<const T*>(s);
   auto* to = reinterpret_cast<T*>(d);
-  if constexpr (Whole)
+  if constexpr (Whole) {
     mox::geom::copyPixels<T, 1>(from, 1, to, 1, w, 1, true);
-  else
-    mox::geom::reverseRun(from, to, w);
+  } else {
+    int i = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+    if constexpr (sizeof(T) == 1) {
+      if (mox::wideVectors())
+        i = mox::geom::reverseBytesAhead(from, to, w, reinterpret_cast<const T*>(ahead));
+    }
+#endif
+    mox::geom::reverseRun(from + i, to, w - i);
+  }
 }
 
 // The reversal of a row of w packed pixels of P bytes (Whole: of a whole
 // rectangle as one run).
 template <int P, bool Whole>
-void reversePacked(const char* s, char* d, int w) {
+void reversePacked(const char* s, char* d, int w, const char* ahead) {
   using mox::geom::copyPixels;
-  if constexpr (P == 1)
-    reverseValues<std::uint8_t, Whole>(s, d, w);
-  else if constexpr (P == 2)
-    reverseValues<std::uint16_t, Whole>(s, d, w);
-  else if constexpr (P == 4)
-    reverseValues<std::uint32_t, Whole>(s, d, w);
-  else if constexpr (P == 3)
-    copyPixels<std::uint8_t, 3>(reinterpret_cast<const std::uint8_t*>(s), 3,
-                                reinterpret_cast<std::uint8_t*>(d), 3, w, 3, true);
-  else
+  if constexpr (P == 1) {
+    reverseValues<std::uint8_t, Whole>(s, d, w, ahead);
+  } else if constexpr (P == 2) {
+    reverseValues<std::uint16_t, Whole>(s, d, w, ahead);
+  } else if constexpr (P == 4) {
+    reverseValues<std::uint32_t, Whole>(s, d, w, ahead);
+  } else if constexpr (P == 3) {
+    const auto* from = reinterpret_cast<const std::uint8_t*>(s);
+    auto* to = reinterpret_cast<std::uint8_t*>(d);
+    int i = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+    // The permutes store 32 bytes a vector where the shuffles store 16.
+    if (mox::geom::byteTables())
+      i = mox::geom::reversePixels3Table(from, to, w, reinterpret_cast<const std::uint8_t*>(ahead));
+#endif
+    copyPixels<std::uint8_t, 3>(from + 3 * std::ptrdiff_t(i), 3, to, 3, w - i, 3, true);
+  } else {
     copyPixels<std::uint16_t, 3>(reinterpret_cast<const std::uint16_t*>(s), 3,
                                  reinterpret_cast<std::uint16_t*>(d), 3, w, 3, true);
+  }
 }
 
-using PackedReversal = void (*)(const char* s, char* d, int w);
+using PackedReversal = void (*)(const char* s, char* d, int w, const char* ahead);
+
+// A row's bytes copied as they are.
+void copyBytes(const char* s, char* d, std::size_t n) {
+  std::size_t i = 0;
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if (mox::wideVectors() && n <= 0x7fffffff)
+    i = static_cast<std::size_t>(mox::geom::copyBytesWide(reinterpret_cast<const std::uint8_t*>(s),
+                                                          reinterpret_cast<std::uint8_t*>(d),
+                                                          static_cast<int>(n)));
+#endif
+  std::memcpy(d + i, s + i, n - i);
+}
 
 // Rows of whole pixels packed together in both views (all channels of
 // pixel-order images, or one-channel images) that fit the caches are
@@ -117,13 +145,18 @@ void mirrorApart(View s, View d, bool flipRows, bool flipColumns, mox::geom::Row
   }
   if (const PackedReversal reverse = whole ? packedReversal<true>(s, d) : packedReversal<false>(s, d)) {
     const std::size_t bytes = static_cast<std::size_t>(mox::geom::rowBytes(d));
+    // Columns alone reversed: rows from the last one up, so the destination
+    // is written backwards throughout and only the source jumps back at each
+    // row's end; each row fetches the one above as it goes.
+    const bool up = flipColumns && !flipRows;
     for (int k = 0; k < d.height; ++k) {
-      const char* from = s.data + std::ptrdiff_t(k) * s.widthStep;
-      char* to = d.data + std::ptrdiff_t(flipRows ? d.height - 1 - k : k) * d.widthStep;
+      const int r = up ? d.height - 1 - k : k;
+      const char* from = s.data + std::ptrdiff_t(r) * s.widthStep;
+      char* to = d.data + std::ptrdiff_t(flipRows ? d.height - 1 - r : r) * d.widthStep;
       if (flipColumns)
-        reverse(from, to, d.width);
+        reverse(from, to, d.width, up && r > 0 ? from - s.widthStep : nullptr);
       else
-        std::memcpy(to, from, bytes);
+        copyBytes(from, to, bytes);
     }
     return;
   }

@@ -129,6 +129,17 @@ inline RowShape rowShape(const View& v) {
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
 // The same for one-byte pixels (streamed: the end of d on a 32-byte boundary).
 int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
+// Copies the first bytes of n, 64 a step; returns how many.
+int copyBytesWide(const std::uint8_t* s, std::uint8_t* d, int n);
+// reverseBytesWide 64 bytes a step, each step fetching the line at the same
+// place from `ahead` (when not null) into the first-level cache.
+int reverseBytesAhead(const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead);
+// True when the processor has the byte permutes across two 256-bit vectors
+// (and the system keeps their registers); asked once.
+bool byteTables();
+// reversePixels3Wide thirty-two pixels a step through those permutes (only
+// where byteTables()), fetching ahead as reverseBytesAhead does.
+int reversePixels3Table(const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead);
 #endif
 
 #if defined(MOX_GEOM_HAVE_WIDE)

@@ -73,6 +73,94 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream)
   return i;
 }
 
+int copyBytesWide(const std::uint8_t* s, std::uint8_t* d, int n) {
+  // Two unaligned vectors a step: on rows of a few thousand bytes this keeps
+  // up with a copy of the whole block, where a library copy per row (its
+  // setup, its aligned head) does not.
+  int i = 0;
+  for (; i + 64 <= n; i += 64) {
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i + 32));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + i), a);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + i + 32), b);
+  }
+  return i;
+}
+
+int reverseBytesAhead(const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead) {
+  const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
+                                         14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  int i = 0;
+  for (; i + 64 <= w; i += 64) {
+    // One line of the next row per step, so that row is in the first-level
+    // cache when the walk turns to it.
+    if (ahead) _mm_prefetch(reinterpret_cast<const char*>(ahead + i), _MM_HINT_T0);
+    const __m256i a =
+        _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i)), order);
+    const __m256i b =
+        _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i + 32)), order);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 32), _mm256_permute2x128_si256(a, a, 1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 64), _mm256_permute2x128_si256(b, b, 1));
+  }
+  return i;
+}
+
+bool byteTables() {
+  static const bool have = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512bw");
+  }();
+  return have;
+}
+
+namespace {
+
+// For reversePixels3Table: destination byte o of a step of 32 pixels takes
+// source byte 3 * (31 - o / 3) + o % 3; each stored 32 bytes picks from a
+// 64-byte window of the source: bytes 32 to 95 for the first, 30 to 93 for
+// the middle, 0 to 63 for the last.
+struct Pick3 {
+  alignas(32) std::uint8_t pick[3][32] = {};
+  constexpr Pick3() {
+    constexpr int kWindow[3] = {32, 30, 0};
+    for (int k = 0; k < 3; ++k)
+      for (int o = 0; o < 32; ++o) {
+        const int at = 32 * k + o;
+        pick[k][o] = static_cast<std::uint8_t>(3 * (31 - at / 3) + at % 3 - kWindow[k]);
+      }
+  }
+};
+constexpr Pick3 kPick3;
+
+}  // namespace
+
+__attribute__((target("avx2,avx512f,avx512vl,avx512bw,avx512vbmi"))) int reversePixels3Table(
+    const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead) {
+  // Thirty-two pixels (96 bytes) a step, three permutes of two vectors each.
+  const __m256i p0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[0]));
+  const __m256i p1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[1]));
+  const __m256i p2 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[2]));
+  int i = 0;
+  for (; i + 32 <= w; i += 32) {
+    const std::uint8_t* p = s + 3 * std::ptrdiff_t(i);
+    if (ahead) {
+      _mm_prefetch(reinterpret_cast<const char*>(ahead + 3 * std::ptrdiff_t(i)), _MM_HINT_T0);
+      _mm_prefetch(reinterpret_cast<const char*>(ahead + 3 * std::ptrdiff_t(i) + 64), _MM_HINT_T0);
+    }
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
+    const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 64));
+    const __m256i m0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 30));
+    const __m256i m1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 62));
+    __m256i* q = reinterpret_cast<__m256i*>(d + 3 * std::ptrdiff_t(w - 32 - i));
+    _mm256_storeu_si256(q, _mm256_permutex2var_epi8(b, p0, c));
+    _mm256_storeu_si256(q + 1, _mm256_permutex2var_epi8(m0, p1, m1));
+    _mm256_storeu_si256(q + 2, _mm256_permutex2var_epi8(a, p2, b));
+  }
+  return i;
+}
+
 namespace {
 
 // The result plus the tolerance, clamped to 0..255 and truncated, for two
