@@ -120,6 +120,7 @@ std::vector<Case> cases(unsigned depth) {
   else
     v.insert(v.end(), {Case{"coi", 3, 0, 11, 14, 11, 14, {2, 1, 1, 9, 12}, {2, 2, 0, 10, 11}},
                        Case{"coi planes", 4, 1, 11, 14, 11, 14, {3, 1, 1, 9, 12}, {3, 0, 2, 8, 13}},
+                       Case{"first plane", 3, 1, 11, 14, 11, 14, {1, 1, 1, 9, 12}, {1, 0, 2, 8, 13}},
                        Case{"coi into one channel", 3, 0, 9, 9, 9, 9, {3, 0, 0, 9, 9}, {}}});
   return v;
 }

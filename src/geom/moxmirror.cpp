@@ -45,64 +45,42 @@ bool outOfMemory() {
 // Pixels of 1, 2 or 4 bytes reversed: rows as they come (storing on the
 // vectors' boundaries, with one unaligned vector at each end, cost more
 // than it saved on rows of a few thousand bytes), a whole rectangle in one
-// run aligned. `ahead` (may be null) is the row the walk does next.
+// run aligned.
 template <class T, bool Whole>
-void reverseValues(const char* s, char* d, int w, [[maybe_unused]] const char* ahead) {
+void reverseValues(const char* s, char* d, int w) {
   const auto* from = reinterpret_cast<const T*>(s);
   auto* to = reinterpret_cast<T*>(d);
-  if constexpr (Whole) {
+  if constexpr (Whole)
     mox::geom::copyPixels<T, 1>(from, 1, to, 1, w, 1, true);
-  } else {
-    int i = 0;
-#if defined(MOX_GEOM_HAVE_WIDE)
-    if constexpr (sizeof(T) == 1) {
-      if (mox::wideVectors())
-        i = mox::geom::reverseBytesAhead(from, to, w, reinterpret_cast<const T*>(ahead));
-    }
-#endif
-    mox::geom::reverseRun(from + i, to, w - i);
-  }
+  else
+    mox::geom::reverseRun(from, to, w);
 }
 
 // The reversal of a row of w packed pixels of P bytes (Whole: of a whole
 // rectangle as one run).
 template <int P, bool Whole>
-void reversePacked(const char* s, char* d, int w, const char* ahead) {
+void reversePacked(const char* s, char* d, int w) {
   using mox::geom::copyPixels;
-  if constexpr (P == 1) {
-    reverseValues<std::uint8_t, Whole>(s, d, w, ahead);
-  } else if constexpr (P == 2) {
-    reverseValues<std::uint16_t, Whole>(s, d, w, ahead);
-  } else if constexpr (P == 4) {
-    reverseValues<std::uint32_t, Whole>(s, d, w, ahead);
-  } else if constexpr (P == 3) {
-    const auto* from = reinterpret_cast<const std::uint8_t*>(s);
-    auto* to = reinterpret_cast<std::uint8_t*>(d);
-    int i = 0;
-#if defined(MOX_GEOM_HAVE_WIDE)
-    // The permutes store 32 bytes a vector where the shuffles store 16.
-    if (mox::geom::byteTables())
-      i = mox::geom::reversePixels3Table(from, to, w, reinterpret_cast<const std::uint8_t*>(ahead));
-#endif
-    copyPixels<std::uint8_t, 3>(from + 3 * std::ptrdiff_t(i), 3, to, 3, w - i, 3, true);
-  } else {
+  if constexpr (P == 1)
+    reverseValues<std::uint8_t, Whole>(s, d, w);
+  else if constexpr (P == 2)
+    reverseValues<std::uint16_t, Whole>(s, d, w);
+  else if constexpr (P == 4)
+    reverseValues<std::uint32_t, Whole>(s, d, w);
+  else if constexpr (P == 3)
+    copyPixels<std::uint8_t, 3>(reinterpret_cast<const std::uint8_t*>(s), 3,
+                                reinterpret_cast<std::uint8_t*>(d), 3, w, 3, true);
+  else
     copyPixels<std::uint16_t, 3>(reinterpret_cast<const std::uint16_t*>(s), 3,
                                  reinterpret_cast<std::uint16_t*>(d), 3, w, 3, true);
-  }
 }
 
-using PackedReversal = void (*)(const char* s, char* d, int w, const char* ahead);
+using PackedReversal = void (*)(const char* s, char* d, int w);
 
-// A row's bytes copied as they are.
-void copyBytes(const char* s, char* d, std::size_t n) {
-  std::size_t i = 0;
-#if defined(MOX_GEOM_HAVE_WIDE)
-  if (mox::wideVectors() && n <= 0x7fffffff)
-    i = static_cast<std::size_t>(mox::geom::copyBytesWide(reinterpret_cast<const std::uint8_t*>(s),
-                                                          reinterpret_cast<std::uint8_t*>(d),
-                                                          static_cast<int>(n)));
-#endif
-  std::memcpy(d + i, s + i, n - i);
+// Bytes of a pixel of the rows packedReversal takes (the channel of
+// interest alone in plane order: one plane's sample).
+int packedPixelBytes(const View& v) {
+  return static_cast<int>(mox::depthBits(v.depth) / 8) * mox::geom::rowShape(v).count;
 }
 
 // Rows of whole pixels packed together in both views (all channels of
@@ -125,6 +103,32 @@ PackedReversal packedReversal(const View& s, const View& d) {
   }
 }
 
+#if defined(MOX_GEOM_HAVE_WIDE)
+// Packed rows (as packedReversal takes them) copied or reversed in one call
+// for all rows; false, with nothing written, where the vectors do not take
+// them. Columns alone reversed walk the rows from the last one up: the
+// destination is then written backwards throughout and only the source
+// jumps back at each row's end, which the kernel's fetch of the next row
+// covers. A whole rectangle's run of one-byte pixels stays with the aligned
+// stores of packedReversal<true>.
+bool packedRowsWide(const View& s, const View& d, bool flipRows, bool flipColumns, bool whole) {
+  const int rows = d.height;
+  const std::ptrdiff_t last = rows - 1;
+  const auto* from = reinterpret_cast<const std::uint8_t*>(s.data);
+  auto* to = reinterpret_cast<std::uint8_t*>(d.data);
+  std::ptrdiff_t ss = s.widthStep, ds = d.widthStep;
+  if (flipRows) to += last * ds, ds = -ds;
+  const int pixelBytes = packedPixelBytes(d);
+  if (!flipColumns) {
+    mox::geom::copyRowsWide(from, ss, to, ds, rows, std::ptrdiff_t(d.width) * pixelBytes);
+    return true;
+  }
+  if (whole && pixelBytes == 1) return false;
+  if (!flipRows) from += last * ss, ss = -ss, to += last * ds, ds = -ds;
+  return mox::geom::reverseRowsWide(from, ss, to, ds, rows, d.width, pixelBytes);
+}
+#endif
+
 // Whether the view's rows are whole pixels of bytes packed together and
 // follow each other without a gap.
 bool oneRun(const View& v) {
@@ -144,19 +148,17 @@ void mirrorApart(View s, View d, bool flipRows, bool flipColumns, mox::geom::Row
     s.height = d.height = 1;
   }
   if (const PackedReversal reverse = whole ? packedReversal<true>(s, d) : packedReversal<false>(s, d)) {
-    const std::size_t bytes = static_cast<std::size_t>(mox::geom::rowBytes(d));
-    // Columns alone reversed: rows from the last one up, so the destination
-    // is written backwards throughout and only the source jumps back at each
-    // row's end; each row fetches the one above as it goes.
-    const bool up = flipColumns && !flipRows;
+    const std::size_t bytes = static_cast<std::size_t>(d.width) * packedPixelBytes(d);
+#if defined(MOX_GEOM_HAVE_WIDE)
+    if (mox::wideVectors() && packedRowsWide(s, d, flipRows, flipColumns, whole)) return;
+#endif
     for (int k = 0; k < d.height; ++k) {
-      const int r = up ? d.height - 1 - k : k;
-      const char* from = s.data + std::ptrdiff_t(r) * s.widthStep;
-      char* to = d.data + std::ptrdiff_t(flipRows ? d.height - 1 - r : r) * d.widthStep;
+      const char* from = s.data + std::ptrdiff_t(k) * s.widthStep;
+      char* to = d.data + std::ptrdiff_t(flipRows ? d.height - 1 - k : k) * d.widthStep;
       if (flipColumns)
-        reverse(from, to, d.width, up && r > 0 ? from - s.widthStep : nullptr);
+        reverse(from, to, d.width);
       else
-        copyBytes(from, to, bytes);
+        std::memcpy(to, from, bytes);
     }
     return;
   }

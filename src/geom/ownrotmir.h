@@ -129,17 +129,20 @@ inline RowShape rowShape(const View& v) {
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
 // The same for one-byte pixels (streamed: the end of d on a 32-byte boundary).
 int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
-// Copies the first bytes of n, 64 a step; returns how many.
-int copyBytesWide(const std::uint8_t* s, std::uint8_t* d, int n);
-// reverseBytesWide 64 bytes a step, each step fetching the line at the same
-// place from `ahead` (when not null) into the first-level cache.
-int reverseBytesAhead(const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead);
+// Copies `rows` rows of n bytes, the next source row ss bytes on and the
+// next destination row ds bytes on (either may be negative); the two share
+// no memory. Only on processors with 256-bit vectors.
+void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                  int rows, std::ptrdiff_t n);
 // True when the processor has the byte permutes across two 256-bit vectors
 // (and the system keeps their registers); asked once.
 bool byteTables();
-// reversePixels3Wide thirty-two pixels a step through those permutes (only
-// where byteTables()), fetching ahead as reverseBytesAhead does.
-int reversePixels3Table(const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead);
+// Reverses rows as copyRowsWide copies them, each of w packed pixels of
+// pixelBytes bytes, fetching the next source row as it goes. False, with
+// nothing written, where it cannot: pixels other than one byte (or three
+// without byteTables()), rows under 64 (three bytes: 32) pixels.
+bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                     int rows, int w, int pixelBytes);
 #endif
 
 #if defined(MOX_GEOM_HAVE_WIDE)

@@ -73,53 +73,28 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream)
   return i;
 }
 
-int copyBytesWide(const std::uint8_t* s, std::uint8_t* d, int n) {
-  // Two unaligned vectors a step: on rows of a few thousand bytes this keeps
-  // up with a copy of the whole block, where a library copy per row (its
-  // setup, its aligned head) does not.
-  int i = 0;
-  for (; i + 64 <= n; i += 64) {
-    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
-    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i + 32));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + i), a);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + i + 32), b);
-  }
-  return i;
-}
-
-int reverseBytesAhead(const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead) {
-  const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
-                                         14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-  int i = 0;
-  for (; i + 64 <= w; i += 64) {
-    // One line of the next row per step, so that row is in the first-level
-    // cache when the walk turns to it.
-    if (ahead) _mm_prefetch(reinterpret_cast<const char*>(ahead + i), _MM_HINT_T0);
-    const __m256i a =
-        _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i)), order);
-    const __m256i b =
-        _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i + 32)), order);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 32), _mm256_permute2x128_si256(a, a, 1));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + w - i - 64), _mm256_permute2x128_si256(b, b, 1));
-  }
-  return i;
-}
-
-bool byteTables() {
-  static const bool have = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vl") &&
-           __builtin_cpu_supports("avx512bw");
-  }();
-  return have;
-}
-
 namespace {
 
-// For reversePixels3Table: destination byte o of a step of 32 pixels takes
-// source byte 3 * (31 - o / 3) + o % 3; each stored 32 bytes picks from a
-// 64-byte window of the source: bytes 32 to 95 for the first, 30 to 93 for
-// the middle, 0 to 63 for the last.
+// Destination bytes 0 to 63 from the 64 source bytes at s reversed.
+inline void reverse64(const std::uint8_t* s, std::uint8_t* d, __m256i order) {
+  const __m256i a = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), order);
+  const __m256i b =
+      _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32)), order);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute2x128_si256(a, a, 1));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute2x128_si256(b, b, 1));
+}
+
+inline void copy64(const std::uint8_t* s, std::uint8_t* d) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), a);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), b);
+}
+
+// For the three-byte permutes: destination byte o of a step of 32 pixels
+// takes source byte 3 * (31 - o / 3) + o % 3; each stored 32 bytes picks
+// from a 64-byte window of the source: bytes 32 to 95 for the first, 30 to
+// 93 for the middle, 0 to 63 for the last.
 struct Pick3 {
   alignas(32) std::uint8_t pick[3][32] = {};
   constexpr Pick3() {
@@ -133,32 +108,93 @@ struct Pick3 {
 };
 constexpr Pick3 kPick3;
 
-}  // namespace
+#define MOX_GEOM_TABLES __attribute__((target("avx2,avx512f,avx512vl,avx512bw,avx512vbmi")))
 
-__attribute__((target("avx2,avx512f,avx512vl,avx512bw,avx512vbmi"))) int reversePixels3Table(
-    const std::uint8_t* s, std::uint8_t* d, int w, const std::uint8_t* ahead) {
-  // Thirty-two pixels (96 bytes) a step, three permutes of two vectors each.
+// Destination bytes 0 to 95 from the 32 three-byte pixels at s reversed.
+MOX_GEOM_TABLES inline void reverse32Pixels3(const std::uint8_t* s, std::uint8_t* d, __m256i p0,
+                                             __m256i p1, __m256i p2) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+  const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 64));
+  const __m256i m0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 30));
+  const __m256i m1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 62));
+  __m256i* q = reinterpret_cast<__m256i*>(d);
+  _mm256_storeu_si256(q, _mm256_permutex2var_epi8(b, p0, c));
+  _mm256_storeu_si256(q + 1, _mm256_permutex2var_epi8(m0, p1, m1));
+  _mm256_storeu_si256(q + 2, _mm256_permutex2var_epi8(a, p2, b));
+}
+
+// The row walk of reverseRowsWide for three-byte pixels (w at least 32).
+MOX_GEOM_TABLES void reverseRows3(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d,
+                                  std::ptrdiff_t ds, int rows, int w) {
   const __m256i p0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[0]));
   const __m256i p1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[1]));
   const __m256i p2 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[2]));
-  int i = 0;
-  for (; i + 32 <= w; i += 32) {
-    const std::uint8_t* p = s + 3 * std::ptrdiff_t(i);
-    if (ahead) {
-      _mm_prefetch(reinterpret_cast<const char*>(ahead + 3 * std::ptrdiff_t(i)), _MM_HINT_T0);
-      _mm_prefetch(reinterpret_cast<const char*>(ahead + 3 * std::ptrdiff_t(i) + 64), _MM_HINT_T0);
+  const std::ptrdiff_t bytes = 3 * std::ptrdiff_t(w);
+  for (int r = 0; r < rows; ++r, s += ss, d += ds) {
+    const bool next = r + 1 < rows;
+    std::ptrdiff_t i = 0;
+    for (; i + 96 <= bytes; i += 96) {
+      if (next) {
+        _mm_prefetch(reinterpret_cast<const char*>(s + ss + i), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(s + ss + i + 64), _MM_HINT_T0);
+      }
+      reverse32Pixels3(s + i, d + bytes - 96 - i, p0, p1, p2);
     }
-    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
-    const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 64));
-    const __m256i m0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 30));
-    const __m256i m1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 62));
-    __m256i* q = reinterpret_cast<__m256i*>(d + 3 * std::ptrdiff_t(w - 32 - i));
-    _mm256_storeu_si256(q, _mm256_permutex2var_epi8(b, p0, c));
-    _mm256_storeu_si256(q + 1, _mm256_permutex2var_epi8(m0, p1, m1));
-    _mm256_storeu_si256(q + 2, _mm256_permutex2var_epi8(a, p2, b));
+    // The row's first pixels again with the last step's: the same values.
+    if (i < bytes) reverse32Pixels3(s + bytes - 96, d, p0, p1, p2);
   }
-  return i;
+}
+
+}  // namespace
+
+bool byteTables() {
+  static const bool have = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512bw");
+  }();
+  return have;
+}
+
+void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                  int rows, std::ptrdiff_t n) {
+  // Two unaligned vectors a step, one call for all rows: on rows of a few
+  // thousand bytes this keeps up with a copy of the whole block, where a
+  // library copy per row (its setup, its aligned head) does not.
+  for (int r = 0; r < rows; ++r, s += ss, d += ds) {
+    if (n < 64) {
+      std::memcpy(d, s, static_cast<std::size_t>(n));
+      continue;
+    }
+    std::ptrdiff_t i = 0;
+    for (; i + 64 <= n; i += 64) copy64(s + i, d + i);
+    if (i < n) copy64(s + n - 64, d + n - 64);
+  }
+}
+
+bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                     int rows, int w, int pixelBytes) {
+  if (pixelBytes == 3) {
+    if (w < 32 || !byteTables()) return false;
+    reverseRows3(s, ss, d, ds, rows, w);
+    return true;
+  }
+  if (pixelBytes != 1 || w < 64) return false;
+  const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
+                                         14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  for (int r = 0; r < rows; ++r, s += ss, d += ds) {
+    const bool next = r + 1 < rows;
+    int i = 0;
+    for (; i + 64 <= w; i += 64) {
+      // One line of the next row per step, so that row is in the
+      // first-level cache when the walk turns to it.
+      if (next) _mm_prefetch(reinterpret_cast<const char*>(s + ss + i), _MM_HINT_T0);
+      reverse64(s + i, d + w - 64 - i, order);
+    }
+    if (i < w) reverse64(s + w - 64, d, order);
+  }
+  return true;
 }
 
 namespace {
