@@ -131,18 +131,20 @@ MOX_GEOM_TABLES void reverseRows3(const std::uint8_t* s, std::ptrdiff_t ss, std:
   const __m256i p1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[1]));
   const __m256i p2 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[2]));
   const std::ptrdiff_t bytes = 3 * std::ptrdiff_t(w);
-  for (int r = 0; r < rows; ++r, s += ss, d += ds) {
+  for (int r = 0; r < rows; ++r) {
+    const std::uint8_t* from = s + r * ss;
+    std::uint8_t* to = d + r * ds;
     const bool next = r + 1 < rows;
     std::ptrdiff_t i = 0;
     for (; i + 96 <= bytes; i += 96) {
       if (next) {
-        _mm_prefetch(reinterpret_cast<const char*>(s + ss + i), _MM_HINT_T0);
-        _mm_prefetch(reinterpret_cast<const char*>(s + ss + i + 64), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(from + ss + i + 64), _MM_HINT_T0);
       }
-      reverse32Pixels3(s + i, d + bytes - 96 - i, p0, p1, p2);
+      reverse32Pixels3(from + i, to + bytes - 96 - i, p0, p1, p2);
     }
     // The row's first pixels again with the last step's: the same values.
-    if (i < bytes) reverse32Pixels3(s + bytes - 96, d, p0, p1, p2);
+    if (i < bytes) reverse32Pixels3(from + bytes - 96, to, p0, p1, p2);
   }
 }
 
@@ -162,14 +164,16 @@ void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std
   // Two unaligned vectors a step, one call for all rows: on rows of a few
   // thousand bytes this keeps up with a copy of the whole block, where a
   // library copy per row (its setup, its aligned head) does not.
-  for (int r = 0; r < rows; ++r, s += ss, d += ds) {
+  for (int r = 0; r < rows; ++r) {
+    const std::uint8_t* from = s + r * ss;
+    std::uint8_t* to = d + r * ds;
     if (n < 64) {
-      std::memcpy(d, s, static_cast<std::size_t>(n));
+      std::memcpy(to, from, static_cast<std::size_t>(n));
       continue;
     }
     std::ptrdiff_t i = 0;
-    for (; i + 64 <= n; i += 64) copy64(s + i, d + i);
-    if (i < n) copy64(s + n - 64, d + n - 64);
+    for (; i + 64 <= n; i += 64) copy64(from + i, to + i);
+    if (i < n) copy64(from + n - 64, to + n - 64);
   }
 }
 
@@ -183,16 +187,19 @@ bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, 
   if (pixelBytes != 1 || w < 64) return false;
   const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
                                          14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-  for (int r = 0; r < rows; ++r, s += ss, d += ds) {
+  for (int r = 0; r < rows; ++r) {
+    const std::uint8_t* from = s + r * ss;
+    std::uint8_t* to = d + r * ds;
     const bool next = r + 1 < rows;
     int i = 0;
     for (; i + 64 <= w; i += 64) {
       // One line of the next row per step, so that row is in the
       // first-level cache when the walk turns to it.
-      if (next) _mm_prefetch(reinterpret_cast<const char*>(s + ss + i), _MM_HINT_T0);
-      reverse64(s + i, d + w - 64 - i, order);
+      if (next) _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
+      reverse64(from + i, to + w - 64 - i, order);
     }
-    if (i < w) reverse64(s + w - 64, d, order);
+    // The row's first values again with the last step's: the same values.
+    if (i < w) reverse64(from + w - 64, to, order);
   }
   return true;
 }
