@@ -106,23 +106,25 @@ PackedReversal packedReversal(const View& s, const View& d) {
 #if defined(MOX_GEOM_HAVE_WIDE)
 // Packed rows (as packedReversal takes them) copied or reversed in one call
 // for all rows; false, with nothing written, where the vectors do not take
-// them. Columns alone reversed walk the rows from the last one up: the
-// destination is then written backwards throughout and only the source
-// jumps back at each row's end, which the kernel's fetch of the next row
-// covers. A whole rectangle's run of one-byte pixels stays with the aligned
-// stores of packedReversal<true>.
+// them. The walks keep the destination one stream, forwards when rows
+// alone flip (the source rows taken from the last one up), backwards when
+// columns alone flip (all rows from the last one up); only the source
+// jumps at each row's end, which the kernels' fetch of the next row covers.
+// A whole rectangle's run of one-byte pixels stays with the aligned stores
+// of packedReversal<true>.
 bool packedRowsWide(const View& s, const View& d, bool flipRows, bool flipColumns, bool whole) {
   const int rows = d.height;
   const std::ptrdiff_t last = rows - 1;
   const auto* from = reinterpret_cast<const std::uint8_t*>(s.data);
   auto* to = reinterpret_cast<std::uint8_t*>(d.data);
   std::ptrdiff_t ss = s.widthStep, ds = d.widthStep;
-  if (flipRows) to += last * ds, ds = -ds;
   const int pixelBytes = packedPixelBytes(d);
   if (!flipColumns) {
+    if (flipRows) from += last * ss, ss = -ss;
     mox::geom::copyRowsWide(from, ss, to, ds, rows, std::ptrdiff_t(d.width) * pixelBytes);
     return true;
   }
+  if (flipRows) to += last * ds, ds = -ds;
   if (whole && pixelBytes == 1) return false;
   if (!flipRows) from += last * ss, ss = -ss, to += last * ds, ds = -ds;
   return mox::geom::reverseRowsWide(from, ss, to, ds, rows, d.width, pixelBytes);

@@ -130,8 +130,9 @@ int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w, bool strea
 // The same for one-byte pixels (streamed: the end of d on a 32-byte boundary).
 int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
 // Copies `rows` rows of n bytes, the next source row ss bytes on and the
-// next destination row ds bytes on (either may be negative); the two share
-// no memory. Only on processors with 256-bit vectors.
+// next destination row ds bytes on (either may be negative), fetching the
+// next source row into the first-level cache as it goes; the two share no
+// memory. Only on processors with 256-bit vectors.
 void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
                   int rows, std::ptrdiff_t n);
 // True when the processor has the byte permutes across two 256-bit vectors
