@@ -153,6 +153,8 @@ const Golden kCases[] = {
     {"mirror 8U rows flipped", zoomed8U, zoomed8U, RUN(moxMirror(a, d, 0)), 0x1ebab542e2dfc895ull},
     {"mirror 8U one channel about the vertical axis", k8U1w, k8U1w, RUN(moxMirror(a, d, 1)), 0x59e4730de7af873cull},
     {"mirror 8U three channels both axes", zoomed8U, zoomed8U, RUN(moxMirror(a, d, -1)), 0x1b13088746aaa6b7ull},
+    {"mirror 16U one channel about the vertical axis", k16U1, k16U1, RUN(moxMirror(a, d, 1)), 0xb0dc25c2fa3caf13ull},
+    {"mirror 8U four channels both axes", k8U4, k8U4, RUN(moxMirror(a, d, -1)), 0xe154d3fddd013857ull},
     {"zoom nearest 8U 5/3 x 7/4", k8U1, {MOX_DEPTH_8U, 1, 0, 70, 95}, RUN(moxZoom(a, d, 5, 3, 7, 4, MOX_INTER_NN, nullptr)), 0xadc563e2276a12efull},
     {"zoom linear 8U one channel 5/2 x 3/2", k8U1w, {MOX_DEPTH_8U, 1, 0, 70, 158}, RUN(moxZoom(a, d, 5, 2, 3, 2, MOX_INTER_LINEAR, nullptr)), 0x162c70101af242cdull},
     {"zoom linear 8U 2/1 x 3/2 of 140 rows", {MOX_DEPTH_8U, 3, 0, 140, 40}, {MOX_DEPTH_8U, 3, 0, 210, 80}, RUN(moxZoom(a, d, 2, 1, 3, 2, MOX_INTER_LINEAR, nullptr)), 0x72fa5b46cc8faab3ull},

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cmath>
 #include <tuple>
+#include <utility>
 
 #include "op_cases.h"
 
@@ -238,19 +239,22 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Packed rows of three-byte and one-byte pixels reversed thirty-two,
-// sixteen, five and one pixel at a time (and 64 or 32 bytes at a time), and
+// Packed rows of one- to four-byte pixels reversed thirty-two, sixteen,
+// five and one pixel at a time (and 64, 32 or 16 bytes at a time), and
 // copied 64 bytes at a time: every width around those steps, each row ending
 // where the vector loops hand over to the rest.
 TEST(Mirror, PackedRowsOfEveryWidthAroundTheVectorSteps) {
   Capture capture;
-  for (int channels : {1, 3})
+  const std::pair<unsigned, int> kinds[] = {
+      {MOX_DEPTH_8U, 1}, {MOX_DEPTH_8U, 3}, {MOX_DEPTH_8U, 4}, {MOX_DEPTH_16U, 1}, {MOX_DEPTH_16U, 2}};
+  for (const auto& [depth, channels] : kinds)
     for (int w = 1; w <= 140; ++w)
       for (int axis : {0, 1, -1}) {
-        Image s({MOX_DEPTH_8U, channels, 0, 3, w}, w), d({MOX_DEPTH_8U, channels, 0, 3, w}, 7);
+        Image s({depth, channels, 0, 3, w}, w), d({depth, channels, 0, 3, w}, 7);
         const auto want = referenceMirror(s, d, axis);
         moxMirror(s, d, axis);
-        EXPECT_EQ(pixels(d), want) << "channels " << channels << " width " << w << " axis " << axis;
+        EXPECT_EQ(pixels(d), want) << std::hex << depth << std::dec << " channels " << channels
+                                   << " width " << w << " axis " << axis;
       }
   EXPECT_TRUE(reports().empty());
 }

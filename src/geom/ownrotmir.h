@@ -140,8 +140,8 @@ void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std
 bool byteTables();
 // Reverses rows as copyRowsWide copies them, each of w packed pixels of
 // pixelBytes bytes, fetching the next source row as it goes. False, with
-// nothing written, where it cannot: pixels other than one byte (or three
-// without byteTables()), rows under 64 (three bytes: 32) pixels.
+// nothing written, where it cannot: pixels other than 1, 2 or 4 bytes (or
+// 3 without byteTables()), rows under 64 bytes (three-byte pixels: 32).
 bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
                      int rows, int w, int pixelBytes);
 #endif

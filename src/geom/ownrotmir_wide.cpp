@@ -75,7 +75,8 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream)
 
 namespace {
 
-// Destination bytes 0 to 63 from the 64 source bytes at s reversed.
+// Destination bytes 0 to 63 from the 64 source bytes at s, their pixels
+// reversed (`order` reverses them within each 128-bit half).
 inline void reverse64(const std::uint8_t* s, std::uint8_t* d, __m256i order) {
   const __m256i a = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), order);
   const __m256i b =
@@ -189,22 +190,28 @@ bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, 
     reverseRows3(s, ss, d, ds, rows, w);
     return true;
   }
-  if (pixelBytes != 1 || w < 64) return false;
-  const __m256i order = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
-                                         14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || std::ptrdiff_t(w) * pixelBytes < 64)
+    return false;
+  // Within each 128-bit half, the byte taking byte j comes from the pixel
+  // mirrored about the half's centre (its bytes kept in order).
+  alignas(32) std::int8_t pick[32];
+  for (int j = 0; j < 32; ++j)
+    pick[j] = static_cast<std::int8_t>(16 - pixelBytes * ((j % 16) / pixelBytes + 1) + j % pixelBytes);
+  const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
+  const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
   for (int r = 0; r < rows; ++r) {
     const std::uint8_t* from = s + r * ss;
     std::uint8_t* to = d + r * ds;
     const bool next = r + 1 < rows;
-    int i = 0;
-    for (; i + 64 <= w; i += 64) {
+    std::ptrdiff_t i = 0;
+    for (; i + 64 <= bytes; i += 64) {
       // One line of the next row per step, so that row is in the
       // first-level cache when the walk turns to it.
       if (next) _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
-      reverse64(from + i, to + w - 64 - i, order);
+      reverse64(from + i, to + bytes - 64 - i, order);
     }
-    // The row's first values again with the last step's: the same values.
-    if (i < w) reverse64(from + w - 64, to, order);
+    // The row's first pixels again with the last step's: the same values.
+    if (i < bytes) reverse64(from + bytes - 64, to, order);
   }
   return true;
 }
