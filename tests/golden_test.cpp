@@ -155,6 +155,7 @@ const Golden kCases[] = {
     {"mirror 8U three channels both axes", zoomed8U, zoomed8U, RUN(moxMirror(a, d, -1)), 0x1b13088746aaa6b7ull},
     {"mirror 16U one channel about the vertical axis", k16U1, k16U1, RUN(moxMirror(a, d, 1)), 0xb0dc25c2fa3caf13ull},
     {"mirror 8U four channels both axes", k8U4, k8U4, RUN(moxMirror(a, d, -1)), 0xe154d3fddd013857ull},
+    {"mirror 16U three channels about the vertical axis", k16U3, k16U3, RUN(moxMirror(a, d, 1)), 0x468da4f25809e249ull},
     {"zoom nearest 8U 5/3 x 7/4", k8U1, {MOX_DEPTH_8U, 1, 0, 70, 95}, RUN(moxZoom(a, d, 5, 3, 7, 4, MOX_INTER_NN, nullptr)), 0xadc563e2276a12efull},
     {"zoom linear 8U one channel 5/2 x 3/2", k8U1w, {MOX_DEPTH_8U, 1, 0, 70, 158}, RUN(moxZoom(a, d, 5, 2, 3, 2, MOX_INTER_LINEAR, nullptr)), 0x162c70101af242cdull},
     {"zoom linear 8U 2/1 x 3/2 of 140 rows", {MOX_DEPTH_8U, 3, 0, 140, 40}, {MOX_DEPTH_8U, 3, 0, 210, 80}, RUN(moxZoom(a, d, 2, 1, 3, 2, MOX_INTER_LINEAR, nullptr)), 0x72fa5b46cc8faab3ull},

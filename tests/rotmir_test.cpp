@@ -239,14 +239,15 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Packed rows of one- to four-byte pixels reversed thirty-two, sixteen,
+// Packed rows of one- to six-byte pixels reversed thirty-two, sixteen,
 // five and one pixel at a time (and 64, 32 or 16 bytes at a time), and
 // copied 64 bytes at a time: every width around those steps, each row ending
 // where the vector loops hand over to the rest.
 TEST(Mirror, PackedRowsOfEveryWidthAroundTheVectorSteps) {
   Capture capture;
   const std::pair<unsigned, int> kinds[] = {
-      {MOX_DEPTH_8U, 1}, {MOX_DEPTH_8U, 3}, {MOX_DEPTH_8U, 4}, {MOX_DEPTH_16U, 1}, {MOX_DEPTH_16U, 2}};
+      {MOX_DEPTH_8U, 1},  {MOX_DEPTH_8U, 3},  {MOX_DEPTH_8U, 4},
+      {MOX_DEPTH_16U, 1}, {MOX_DEPTH_16U, 2}, {MOX_DEPTH_16U, 3}};
   for (const auto& [depth, channels] : kinds)
     for (int w = 1; w <= 140; ++w)
       for (int axis : {0, 1, -1}) {

@@ -141,7 +141,7 @@ bool byteTables();
 // Reverses rows as copyRowsWide copies them, each of w packed pixels of
 // pixelBytes bytes, fetching the next source row as it goes. False, with
 // nothing written, where it cannot: pixels other than 1, 2 or 4 bytes (or
-// 3 without byteTables()), rows under 64 bytes (three-byte pixels: 32).
+// 3 or 6 with byteTables()), rows under 64 bytes (3 or 6: 96).
 bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
                      int rows, int w, int pixelBytes);
 #endif

@@ -92,28 +92,32 @@ inline void copy64(const std::uint8_t* s, std::uint8_t* d) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), b);
 }
 
-// For the three-byte permutes: destination byte o of a step of 32 pixels
-// takes source byte 3 * (31 - o / 3) + o % 3; each stored 32 bytes picks
-// from a 64-byte window of the source: bytes 32 to 95 for the first, 30 to
-// 93 for the middle, 0 to 63 for the last.
-struct Pick3 {
+// For the permutes of three- and six-byte pixels, 96 bytes a step:
+// destination byte o of a step takes source byte P * (96 / P - 1 - o / P)
+// + o % P; each stored 32 bytes picks from a 64-byte window of the source:
+// bytes 32 to 95 for the first, 30 to 93 for the middle, 0 to 63 for the
+// last.
+template <int P>
+struct Pick {
   alignas(32) std::uint8_t pick[3][32] = {};
-  constexpr Pick3() {
+  constexpr Pick() {
     constexpr int kWindow[3] = {32, 30, 0};
     for (int k = 0; k < 3; ++k)
       for (int o = 0; o < 32; ++o) {
         const int at = 32 * k + o;
-        pick[k][o] = static_cast<std::uint8_t>(3 * (31 - at / 3) + at % 3 - kWindow[k]);
+        pick[k][o] = static_cast<std::uint8_t>(P * (96 / P - 1 - at / P) + at % P - kWindow[k]);
       }
   }
 };
-constexpr Pick3 kPick3;
+template <int P>
+constexpr Pick<P> kPick;
 
 #define MOX_GEOM_TABLES __attribute__((target("avx2,avx512f,avx512vl,avx512bw,avx512vbmi")))
 
-// Destination bytes 0 to 95 from the 32 three-byte pixels at s reversed.
-MOX_GEOM_TABLES inline void reverse32Pixels3(const std::uint8_t* s, std::uint8_t* d, __m256i p0,
-                                             __m256i p1, __m256i p2) {
+// Destination bytes 0 to 95 from the 96 source bytes at s, their pixels
+// reversed.
+MOX_GEOM_TABLES inline void reverse96(const std::uint8_t* s, std::uint8_t* d, __m256i p0, __m256i p1,
+                                      __m256i p2) {
   const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
   const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
   const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 64));
@@ -125,13 +129,15 @@ MOX_GEOM_TABLES inline void reverse32Pixels3(const std::uint8_t* s, std::uint8_t
   _mm256_storeu_si256(q + 2, _mm256_permutex2var_epi8(a, p2, b));
 }
 
-// The row walk of reverseRowsWide for three-byte pixels (w at least 32).
-MOX_GEOM_TABLES void reverseRows3(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d,
-                                  std::ptrdiff_t ds, int rows, int w) {
-  const __m256i p0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[0]));
-  const __m256i p1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[1]));
-  const __m256i p2 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick3.pick[2]));
-  const std::ptrdiff_t bytes = 3 * std::ptrdiff_t(w);
+// The row walk of reverseRowsWide for three- and six-byte pixels (rows of
+// at least 96 bytes).
+template <int P>
+MOX_GEOM_TABLES void reverseRowsTable(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d,
+                                      std::ptrdiff_t ds, int rows, int w) {
+  const __m256i p0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick<P>.pick[0]));
+  const __m256i p1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick<P>.pick[1]));
+  const __m256i p2 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick<P>.pick[2]));
+  const std::ptrdiff_t bytes = P * std::ptrdiff_t(w);
   for (int r = 0; r < rows; ++r) {
     const std::uint8_t* from = s + r * ss;
     std::uint8_t* to = d + r * ds;
@@ -142,10 +148,10 @@ MOX_GEOM_TABLES void reverseRows3(const std::uint8_t* s, std::ptrdiff_t ss, std:
         _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
         _mm_prefetch(reinterpret_cast<const char*>(from + ss + i + 64), _MM_HINT_T0);
       }
-      reverse32Pixels3(from + i, to + bytes - 96 - i, p0, p1, p2);
+      reverse96(from + i, to + bytes - 96 - i, p0, p1, p2);
     }
     // The row's first pixels again with the last step's: the same values.
-    if (i < bytes) reverse32Pixels3(from + bytes - 96, to, p0, p1, p2);
+    if (i < bytes) reverse96(from + bytes - 96, to, p0, p1, p2);
   }
 }
 
@@ -185,9 +191,12 @@ void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std
 
 bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
                      int rows, int w, int pixelBytes) {
-  if (pixelBytes == 3) {
-    if (w < 32 || !byteTables()) return false;
-    reverseRows3(s, ss, d, ds, rows, w);
+  if (pixelBytes == 3 || pixelBytes == 6) {
+    if (std::ptrdiff_t(w) * pixelBytes < 96 || !byteTables()) return false;
+    if (pixelBytes == 3)
+      reverseRowsTable<3>(s, ss, d, ds, rows, w);
+    else
+      reverseRowsTable<6>(s, ss, d, ds, rows, w);
     return true;
   }
   if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || std::ptrdiff_t(w) * pixelBytes < 64)
