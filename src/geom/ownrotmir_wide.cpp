@@ -92,6 +92,27 @@ inline void copy64(const std::uint8_t* s, std::uint8_t* d) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), b);
 }
 
+// Walks `rows` rows of `bytes` bytes (at least 64), calling step(from, to,
+// i) for the 64 bytes from byte i of the source row `from` (destination row
+// `to`), the last step moved back to end with the row (its bytes done
+// twice, with the same values), and fetching the next source row a line a
+// step, so that row is in the first-level cache when the walk turns to it.
+template <class Step>
+inline void walkRows64(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                       int rows, std::ptrdiff_t bytes, Step step) {
+  for (int r = 0; r < rows; ++r) {
+    const std::uint8_t* from = s + r * ss;
+    std::uint8_t* to = d + r * ds;
+    const bool next = r + 1 < rows;
+    std::ptrdiff_t i = 0;
+    for (; i + 64 <= bytes; i += 64) {
+      if (next) _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
+      step(from, to, i);
+    }
+    if (i < bytes) step(from, to, bytes - 64);
+  }
+}
+
 // For the permutes of three- and six-byte pixels, 96 bytes a step:
 // destination byte o of a step takes source byte P * (96 / P - 1 - o / P)
 // + o % P; each stored 32 bytes picks from a 64-byte window of the source:
@@ -168,25 +189,16 @@ bool byteTables() {
 
 void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
                   int rows, std::ptrdiff_t n) {
-  // Two unaligned vectors a step, one call for all rows, the next row
-  // fetched a line a step: on rows of a few thousand bytes this keeps up
-  // with a copy of the whole block, where a library copy per row (its
-  // setup, its aligned head) does not.
-  for (int r = 0; r < rows; ++r) {
-    const std::uint8_t* from = s + r * ss;
-    std::uint8_t* to = d + r * ds;
-    if (n < 64) {
-      std::memcpy(to, from, static_cast<std::size_t>(n));
-      continue;
-    }
-    std::ptrdiff_t i = 0;
-    const bool next = r + 1 < rows;
-    for (; i + 64 <= n; i += 64) {
-      if (next) _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
-      copy64(from + i, to + i);
-    }
-    if (i < n) copy64(from + n - 64, to + n - 64);
+  // Two unaligned vectors a step, one call for all rows: on rows of a few
+  // thousand bytes this keeps up with a copy of the whole block, where a
+  // library copy per row (its setup, its aligned head) does not.
+  if (n < 64) {
+    for (int r = 0; r < rows; ++r) std::memcpy(d + r * ds, s + r * ss, static_cast<std::size_t>(n));
+    return;
   }
+  walkRows64(s, ss, d, ds, rows, n, [](const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t i) {
+    copy64(from + i, to + i);
+  });
 }
 
 bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
@@ -208,20 +220,9 @@ bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, 
     pick[j] = static_cast<std::int8_t>(16 - pixelBytes * ((j % 16) / pixelBytes + 1) + j % pixelBytes);
   const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
   const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
-  for (int r = 0; r < rows; ++r) {
-    const std::uint8_t* from = s + r * ss;
-    std::uint8_t* to = d + r * ds;
-    const bool next = r + 1 < rows;
-    std::ptrdiff_t i = 0;
-    for (; i + 64 <= bytes; i += 64) {
-      // One line of the next row per step, so that row is in the
-      // first-level cache when the walk turns to it.
-      if (next) _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
-      reverse64(from + i, to + bytes - 64 - i, order);
-    }
-    // The row's first pixels again with the last step's: the same values.
-    if (i < bytes) reverse64(from + bytes - 64, to, order);
-  }
+  walkRows64(s, ss, d, ds, rows, bytes, [&](const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t i) {
+    reverse64(from + i, to + bytes - 64 - i, order);
+  });
   return true;
 }
 
