@@ -151,7 +151,8 @@ MOX_GEOM_TABLES inline void reverse96(const std::uint8_t* s, std::uint8_t* d, __
 }
 
 // The row walk of reverseRowsWide for three- and six-byte pixels (rows of
-// at least 96 bytes).
+// at least 96 bytes): walkRows64's, 96 bytes a step, written out here
+// because the permutes cannot be inlined into code built without them.
 template <int P>
 MOX_GEOM_TABLES void reverseRowsTable(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d,
                                       std::ptrdiff_t ds, int rows, int w) {
