@@ -256,6 +256,8 @@ TEST(Mirror, PackedRowsOfEveryWidthAroundTheVectorSteps) {
         moxMirror(s, d, axis);
         EXPECT_EQ(pixels(d), want) << std::hex << depth << std::dec << " channels " << channels
                                    << " width " << w << " axis " << axis;
+        moxMirror(s, s, axis);
+        EXPECT_EQ(pixels(s), want) << "in place";
       }
   EXPECT_TRUE(reports().empty());
 }

@@ -172,8 +172,47 @@ void mirrorApart(View s, View d, bool flipRows, bool flipColumns, mox::geom::Row
   }
 }
 
-// The same rectangle: rows r and rows - 1 - r (or r alone when rows stay)
-// are read into the buffer before either is written.
+// One packed row (as packedReversal takes them) to memory it does not
+// share, reversed when columns flip.
+void moveRow(const char* from, char* to, int w, int pixelBytes, bool flipColumns,
+             PackedReversal reverse) {
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if (mox::wideVectors()) {
+    const auto* s = reinterpret_cast<const std::uint8_t*>(from);
+    auto* d = reinterpret_cast<std::uint8_t*>(to);
+    if (!flipColumns) return mox::geom::copyRowsWide(s, 0, d, 0, 1, std::ptrdiff_t(w) * pixelBytes);
+    if (mox::geom::reverseRowsWide(s, 0, d, 0, 1, w, pixelBytes)) return;
+  }
+#endif
+  if (flipColumns)
+    reverse(from, to, w);
+  else
+    std::memcpy(to, from, static_cast<std::size_t>(w) * pixelBytes);
+}
+
+// The same rectangle of packed rows: of rows r and rows - 1 - r, r is set
+// aside and the other moved straight across (a row that stays in its place
+// is set aside and moved back).
+bool mirrorInPlacePacked(const View& v, bool flipRows, bool flipColumns, PackedReversal reverse) {
+  const int pixelBytes = packedPixelBytes(v);
+  const std::size_t bytes = static_cast<std::size_t>(v.width) * pixelBytes;
+  Buffer buffer = allocate(static_cast<long long>(bytes));
+  if (!buffer) return outOfMemory();
+  char* aside = buffer.get();
+  const int rows = v.height;
+  const int pairs = flipRows ? (rows + 1) / 2 : rows;
+  for (int r = 0; r < pairs; ++r) {
+    char* row = v.data + std::ptrdiff_t(r) * v.widthStep;
+    char* other = v.data + std::ptrdiff_t(flipRows ? rows - 1 - r : r) * v.widthStep;
+    std::memcpy(aside, row, bytes);
+    if (other != row) moveRow(other, row, v.width, pixelBytes, flipColumns, reverse);
+    moveRow(aside, other, v.width, pixelBytes, flipColumns, reverse);
+  }
+  return true;
+}
+
+// The same rectangle otherwise: rows r and rows - 1 - r (or r alone when
+// rows stay) are read into the buffer before either is written.
 bool mirrorInPlace(const View& v, bool flipRows, bool flipColumns, mox::geom::RowCopy copy) {
   Buffer buffer = allocate(2 * rowBytes(v));
   if (!buffer) return outOfMemory();
@@ -275,7 +314,10 @@ extern "C" MOX_API void MOX_CALL moxMirror(const MoxImage* srcImage, MoxImage* d
   }
   if (s.data == d.data && s.widthStep == d.widthStep && s.bitOffset == d.bitOffset &&
       s.dataOrder == d.dataOrder && s.planeStep == d.planeStep) {
-    mirrorInPlace(d, flipRows, flipColumns, copy);
+    if (const PackedReversal reverse = packedReversal<false>(d, d))
+      mirrorInPlacePacked(d, flipRows, flipColumns, reverse);
+    else
+      mirrorInPlace(d, flipRows, flipColumns, copy);
     return;
   }
   // Overlapping otherwise: the source rectangle is copied aside first.

@@ -92,6 +92,19 @@ inline void copy64(const std::uint8_t* s, std::uint8_t* d) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), b);
 }
 
+// For reverse64 on pixels of P bytes: within each 128-bit half, the byte
+// taking byte j comes from the pixel mirrored about the half's centre (its
+// bytes kept in order).
+template <int P>
+struct Order {
+  alignas(32) std::uint8_t pick[32] = {};
+  constexpr Order() {
+    for (int j = 0; j < 32; ++j) pick[j] = static_cast<std::uint8_t>(16 - P * ((j % 16) / P + 1) + j % P);
+  }
+};
+template <int P>
+constexpr Order<P> kOrder;
+
 // Walks `rows` rows of `bytes` bytes (at least 64), calling step(from, to,
 // i) for the 64 bytes from byte i of the source row `from` (destination row
 // `to`), the last step moved back to end with the row (its bytes done
@@ -214,11 +227,7 @@ bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, 
   }
   if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || std::ptrdiff_t(w) * pixelBytes < 64)
     return false;
-  // Within each 128-bit half, the byte taking byte j comes from the pixel
-  // mirrored about the half's centre (its bytes kept in order).
-  alignas(32) std::int8_t pick[32];
-  for (int j = 0; j < 32; ++j)
-    pick[j] = static_cast<std::int8_t>(16 - pixelBytes * ((j % 16) / pixelBytes + 1) + j % pixelBytes);
+  const std::uint8_t* pick = pixelBytes == 1 ? kOrder<1>.pick : pixelBytes == 2 ? kOrder<2>.pick : kOrder<4>.pick;
   const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
   const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
   walkRows64(s, ss, d, ds, rows, bytes, [&](const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t i) {
