@@ -204,6 +204,13 @@ bool mirrorInPlacePacked(const View& v, bool flipRows, bool flipColumns, PackedR
   for (int r = 0; r < pairs; ++r) {
     char* row = v.data + std::ptrdiff_t(r) * v.widthStep;
     char* other = v.data + std::ptrdiff_t(flipRows ? rows - 1 - r : r) * v.widthStep;
+#if defined(MOX_GEOM_HAVE_WIDE)
+    // Reversed rows exchanged in the vectors, without the row set aside.
+    if (flipColumns && mox::wideVectors() &&
+        mox::geom::reverseRowPairWide(reinterpret_cast<std::uint8_t*>(row),
+                                      reinterpret_cast<std::uint8_t*>(other), v.width, pixelBytes))
+      continue;
+#endif
     std::memcpy(aside, row, bytes);
     if (other != row) moveRow(other, row, v.width, pixelBytes, flipColumns, reverse);
     moveRow(aside, other, v.width, pixelBytes, flipColumns, reverse);

@@ -144,6 +144,10 @@ bool byteTables();
 // 3 or 6 with byteTables()), rows under 64 bytes (3 or 6: 96).
 bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
                      int rows, int w, int pixelBytes);
+// In place: row a takes row b reversed and b takes a reversed (a and b the
+// same row, or rows that share no memory), for w pixels of 1, 2 or 4 bytes
+// in rows of at least 128 bytes; false, with nothing written, otherwise.
+bool reverseRowPairWide(std::uint8_t* a, std::uint8_t* b, int w, int pixelBytes);
 #endif
 
 #if defined(MOX_GEOM_HAVE_WIDE)

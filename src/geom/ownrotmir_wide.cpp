@@ -215,6 +215,61 @@ void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std
   });
 }
 
+namespace {
+
+// The 64 bytes loaded from s with their pixels reversed (`order` as in
+// reverse64), stored at d.
+struct Reversed64 {
+  __m256i lo, hi;
+  Reversed64(const std::uint8_t* s, __m256i order)
+      : lo(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), order)),
+        hi(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32)), order)) {}
+  void store(std::uint8_t* d) const {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute2x128_si256(hi, hi, 1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute2x128_si256(lo, lo, 1));
+  }
+};
+
+// The n bytes of pixels of p bytes at `from` reversed into `to` (apart).
+void reverseFew(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t n, int p) {
+  for (std::ptrdiff_t j = 0; j < n; j += p) std::memcpy(to + n - p - j, from + j, static_cast<std::size_t>(p));
+}
+
+}  // namespace
+
+bool reverseRowPairWide(std::uint8_t* a, std::uint8_t* b, int w, int pixelBytes) {
+  const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
+  if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || bytes < 128) return false;
+  const std::uint8_t* pick = pixelBytes == 1 ? kOrder<1>.pick : pixelBytes == 2 ? kOrder<2>.pick : kOrder<4>.pick;
+  const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
+  // 64 bytes from the start of one row and the end of the other, both
+  // loaded before either is stored.
+  auto swap = [&](std::ptrdiff_t i) {
+    const Reversed64 x(a + i, order), y(b + bytes - 64 - i, order);
+    y.store(a + i);
+    x.store(b + bytes - 64 - i);
+  };
+  std::ptrdiff_t i = 0;
+  if (a != b) {
+    for (; i + 64 <= bytes; i += 64) swap(i);
+    // Left: the end of a and the start of b, under 64 bytes each.
+    const std::ptrdiff_t n = bytes - i;
+    std::uint8_t x[64], y[64];
+    std::memcpy(x, a + i, static_cast<std::size_t>(n));
+    std::memcpy(y, b, static_cast<std::size_t>(n));
+    reverseFew(y, a + i, n, pixelBytes);
+    reverseFew(x, b, n, pixelBytes);
+    return true;
+  }
+  for (; 2 * i + 128 <= bytes; i += 64) swap(i);
+  // Left: the middle of the row, under 128 bytes.
+  const std::ptrdiff_t n = bytes - 2 * i;
+  std::uint8_t middle[128];
+  std::memcpy(middle, a + i, static_cast<std::size_t>(n));
+  reverseFew(middle, a + i, n, pixelBytes);
+  return true;
+}
+
 bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
                      int rows, int w, int pixelBytes) {
   if (pixelBytes == 3 || pixelBytes == 6) {
