@@ -75,15 +75,18 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream)
 
 namespace {
 
-// Destination bytes 0 to 63 from the 64 source bytes at s, their pixels
-// reversed (`order` reverses them within each 128-bit half).
-inline void reverse64(const std::uint8_t* s, std::uint8_t* d, __m256i order) {
-  const __m256i a = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), order);
-  const __m256i b =
-      _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32)), order);
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute2x128_si256(a, a, 1));
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute2x128_si256(b, b, 1));
-}
+// The 64 bytes loaded from s with their pixels reversed (`order` reverses
+// them within each 128-bit half), stored at d.
+struct Reversed64 {
+  __m256i lo, hi;
+  Reversed64(const std::uint8_t* s, __m256i order)
+      : lo(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), order)),
+        hi(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32)), order)) {}
+  void store(std::uint8_t* d) const {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute2x128_si256(hi, hi, 1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute2x128_si256(lo, lo, 1));
+  }
+};
 
 inline void copy64(const std::uint8_t* s, std::uint8_t* d) {
   const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
@@ -92,7 +95,7 @@ inline void copy64(const std::uint8_t* s, std::uint8_t* d) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), b);
 }
 
-// For reverse64 on pixels of P bytes: within each 128-bit half, the byte
+// For Reversed64 on pixels of P bytes: within each 128-bit half, the byte
 // taking byte j comes from the pixel mirrored about the half's centre (its
 // bytes kept in order).
 template <int P>
@@ -217,19 +220,6 @@ void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std
 
 namespace {
 
-// The 64 bytes loaded from s with their pixels reversed (`order` as in
-// reverse64), stored at d.
-struct Reversed64 {
-  __m256i lo, hi;
-  Reversed64(const std::uint8_t* s, __m256i order)
-      : lo(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), order)),
-        hi(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32)), order)) {}
-  void store(std::uint8_t* d) const {
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute2x128_si256(hi, hi, 1));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute2x128_si256(lo, lo, 1));
-  }
-};
-
 // The n bytes of pixels of p bytes at `from` reversed into `to` (apart).
 void reverseFew(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t n, int p) {
   for (std::ptrdiff_t j = 0; j < n; j += p) std::memcpy(to + n - p - j, from + j, static_cast<std::size_t>(p));
@@ -286,7 +276,7 @@ bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, 
   const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
   const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
   walkRows64(s, ss, d, ds, rows, bytes, [&](const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t i) {
-    reverse64(from + i, to + bytes - 64 - i, order);
+    Reversed64(from + i, order).store(to + bytes - 64 - i);
   });
   return true;
 }
