@@ -12,10 +12,12 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #ifdef MOXPX_HAVE_OPENCV
 #include <opencv2/core.hpp>
@@ -84,7 +86,8 @@ void setBytes(benchmark::State& state, const Shape& s) {
 #ifdef MOXPX_HAVE_OPENCV
 cv::Mat wrap(const PlainImage& image) {
   const Shape& s = image.shape();
-  return cv::Mat(s.height, s.width, CV_MAKETYPE(CV_8U, s.channels), image.data(), s.rowBytes());
+  const int depth = s.depth == MOX_DEPTH_16U ? CV_16U : CV_8U;
+  return cv::Mat(s.height, s.width, CV_MAKETYPE(depth, s.channels), image.data(), s.rowBytes());
 }
 
 int cvInterpolation(int interpolate) {
@@ -217,8 +220,16 @@ int registerAll() {
       {MOX_DEPTH_8U, 2048, 2048, 1},
       {MOX_DEPTH_8U, 2048, 2048, 3},
   };
-  for (const Shape& s : shapes)
+  // Mirrors also of four-byte and two-byte pixels.
+  const Shape mirrorShapes[] = {{MOX_DEPTH_8U, 1024, 1024, 4}, {MOX_DEPTH_16U, 1024, 1024, 1}};
+  auto mirrorsOnly = [&](const Shape& s, const Op& op) {
+    return isMirror(op) || std::find(std::begin(shapes), std::end(shapes), s) != std::end(shapes);
+  };
+  std::vector<Shape> all(std::begin(shapes), std::end(shapes));
+  all.insert(all.end(), std::begin(mirrorShapes), std::end(mirrorShapes));
+  for (const Shape& s : all)
     for (const Op& op : kOps) {
+      if (!mirrorsOnly(s, op)) continue;
       std::string entry = op.name;
       entry.append("/").append(caseName(s));
       auto add = [&](const char* peer, auto run) { addEntry(peer, entry, "", run, op, s); };

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cmath>
 #include <tuple>
+#include <utility>
 
 #include "op_cases.h"
 
@@ -120,6 +121,7 @@ std::vector<Case> cases(unsigned depth) {
   else
     v.insert(v.end(), {Case{"coi", 3, 0, 11, 14, 11, 14, {2, 1, 1, 9, 12}, {2, 2, 0, 10, 11}},
                        Case{"coi planes", 4, 1, 11, 14, 11, 14, {3, 1, 1, 9, 12}, {3, 0, 2, 8, 13}},
+                       Case{"first plane", 3, 1, 11, 14, 11, 14, {1, 1, 1, 9, 12}, {1, 0, 2, 8, 13}},
                        Case{"coi into one channel", 3, 0, 9, 9, 9, 9, {3, 0, 0, 9, 9}, {}}});
   return v;
 }
@@ -237,18 +239,25 @@ TEST(Mirror, OverlappingViewsMixedOrdersAndLargeImages) {
   EXPECT_TRUE(reports().empty());
 }
 
-// Packed rows of three-byte and one-byte pixels reversed sixteen, five and
-// one pixel at a time (and 32 bytes at a time): every width around those
-// steps, each row ending where the vector loops hand over to the rest.
+// Packed rows of one- to six-byte pixels reversed thirty-two, sixteen,
+// five and one pixel at a time (and 64, 32 or 16 bytes at a time), and
+// copied 64 bytes at a time: every width around those steps, each row ending
+// where the vector loops hand over to the rest.
 TEST(Mirror, PackedRowsOfEveryWidthAroundTheVectorSteps) {
   Capture capture;
-  for (int channels : {1, 3})
-    for (int w = 1; w <= 70; ++w)
-      for (int axis : {1, -1}) {
-        Image s({MOX_DEPTH_8U, channels, 0, 3, w}, w), d({MOX_DEPTH_8U, channels, 0, 3, w}, 7);
+  const std::pair<unsigned, int> kinds[] = {
+      {MOX_DEPTH_8U, 1},  {MOX_DEPTH_8U, 3},  {MOX_DEPTH_8U, 4},
+      {MOX_DEPTH_16U, 1}, {MOX_DEPTH_16U, 2}, {MOX_DEPTH_16U, 3}};
+  for (const auto& [depth, channels] : kinds)
+    for (int w = 1; w <= 140; ++w)
+      for (int axis : {0, 1, -1}) {
+        Image s({depth, channels, 0, 3, w}, w), d({depth, channels, 0, 3, w}, 7);
         const auto want = referenceMirror(s, d, axis);
         moxMirror(s, d, axis);
-        EXPECT_EQ(pixels(d), want) << "channels " << channels << " width " << w << " axis " << axis;
+        EXPECT_EQ(pixels(d), want) << std::hex << depth << std::dec << " channels " << channels
+                                   << " width " << w << " axis " << axis;
+        moxMirror(s, s, axis);
+        EXPECT_EQ(pixels(s), want) << "in place";
       }
   EXPECT_TRUE(reports().empty());
 }

@@ -77,6 +77,12 @@ void reversePacked(const char* s, char* d, int w) {
 
 using PackedReversal = void (*)(const char* s, char* d, int w);
 
+// Bytes of a pixel of the rows packedReversal takes (the channel of
+// interest alone in plane order: one plane's sample).
+int packedPixelBytes(const View& v) {
+  return static_cast<int>(mox::depthBits(v.depth) / 8) * mox::geom::rowShape(v).count;
+}
+
 // Rows of whole pixels packed together in both views (all channels of
 // pixel-order images, or one-channel images) that fit the caches are
 // reversed or copied with the row loop chosen once per call, not per row.
@@ -97,6 +103,34 @@ PackedReversal packedReversal(const View& s, const View& d) {
   }
 }
 
+#if defined(MOX_GEOM_HAVE_WIDE)
+// Packed rows (as packedReversal takes them) copied or reversed in one call
+// for all rows; false, with nothing written, where the vectors do not take
+// them. The walks keep the destination one stream, forwards when rows
+// alone flip (the source rows taken from the last one up), backwards when
+// columns alone flip (all rows from the last one up); only the source
+// jumps at each row's end, which the kernels' fetch of the next row covers.
+// A whole rectangle's run of one-byte pixels stays with the aligned stores
+// of packedReversal<true>.
+bool packedRowsWide(const View& s, const View& d, bool flipRows, bool flipColumns, bool whole) {
+  const int rows = d.height;
+  const std::ptrdiff_t last = rows - 1;
+  const auto* from = reinterpret_cast<const std::uint8_t*>(s.data);
+  auto* to = reinterpret_cast<std::uint8_t*>(d.data);
+  std::ptrdiff_t ss = s.widthStep, ds = d.widthStep;
+  const int pixelBytes = packedPixelBytes(d);
+  if (!flipColumns) {
+    if (flipRows) from += last * ss, ss = -ss;
+    mox::geom::copyRowsWide(from, ss, to, ds, rows, std::ptrdiff_t(d.width) * pixelBytes);
+    return true;
+  }
+  if (flipRows) to += last * ds, ds = -ds;
+  if (whole && pixelBytes == 1) return false;
+  if (!flipRows) from += last * ss, ss = -ss, to += last * ds, ds = -ds;
+  return mox::geom::reverseRowsWide(from, ss, to, ds, rows, d.width, pixelBytes);
+}
+#endif
+
 // Whether the view's rows are whole pixels of bytes packed together and
 // follow each other without a gap.
 bool oneRun(const View& v) {
@@ -116,7 +150,10 @@ void mirrorApart(View s, View d, bool flipRows, bool flipColumns, mox::geom::Row
     s.height = d.height = 1;
   }
   if (const PackedReversal reverse = whole ? packedReversal<true>(s, d) : packedReversal<false>(s, d)) {
-    const std::size_t bytes = static_cast<std::size_t>(mox::geom::rowBytes(d));
+    const std::size_t bytes = static_cast<std::size_t>(d.width) * packedPixelBytes(d);
+#if defined(MOX_GEOM_HAVE_WIDE)
+    if (mox::wideVectors() && packedRowsWide(s, d, flipRows, flipColumns, whole)) return;
+#endif
     for (int k = 0; k < d.height; ++k) {
       const char* from = s.data + std::ptrdiff_t(k) * s.widthStep;
       char* to = d.data + std::ptrdiff_t(flipRows ? d.height - 1 - k : k) * d.widthStep;
@@ -135,8 +172,54 @@ void mirrorApart(View s, View d, bool flipRows, bool flipColumns, mox::geom::Row
   }
 }
 
-// The same rectangle: rows r and rows - 1 - r (or r alone when rows stay)
-// are read into the buffer before either is written.
+// One packed row (as packedReversal takes them) to memory it does not
+// share, reversed when columns flip.
+void moveRow(const char* from, char* to, int w, int pixelBytes, bool flipColumns,
+             PackedReversal reverse) {
+#if defined(MOX_GEOM_HAVE_WIDE)
+  if (mox::wideVectors()) {
+    const auto* s = reinterpret_cast<const std::uint8_t*>(from);
+    auto* d = reinterpret_cast<std::uint8_t*>(to);
+    if (!flipColumns) return mox::geom::copyRowsWide(s, 0, d, 0, 1, std::ptrdiff_t(w) * pixelBytes);
+    if (mox::geom::reverseRowsWide(s, 0, d, 0, 1, w, pixelBytes)) return;
+  }
+#endif
+  if (flipColumns)
+    reverse(from, to, w);
+  else
+    std::memcpy(to, from, static_cast<std::size_t>(w) * pixelBytes);
+}
+
+// The same rectangle of packed rows: of rows r and rows - 1 - r, r is set
+// aside and the other moved straight across (a row that stays in its place
+// is set aside and moved back).
+bool mirrorInPlacePacked(const View& v, bool flipRows, bool flipColumns, PackedReversal reverse) {
+  const int pixelBytes = packedPixelBytes(v);
+  const std::size_t bytes = static_cast<std::size_t>(v.width) * pixelBytes;
+  Buffer buffer = allocate(static_cast<long long>(bytes));
+  if (!buffer) return outOfMemory();
+  char* aside = buffer.get();
+  const int rows = v.height;
+  const int pairs = flipRows ? (rows + 1) / 2 : rows;
+  for (int r = 0; r < pairs; ++r) {
+    char* row = v.data + std::ptrdiff_t(r) * v.widthStep;
+    char* other = v.data + std::ptrdiff_t(flipRows ? rows - 1 - r : r) * v.widthStep;
+#if defined(MOX_GEOM_HAVE_WIDE)
+    // Reversed rows exchanged in the vectors, without the row set aside.
+    if (flipColumns && mox::wideVectors() &&
+        mox::geom::reverseRowPairWide(reinterpret_cast<std::uint8_t*>(row),
+                                      reinterpret_cast<std::uint8_t*>(other), v.width, pixelBytes))
+      continue;
+#endif
+    std::memcpy(aside, row, bytes);
+    if (other != row) moveRow(other, row, v.width, pixelBytes, flipColumns, reverse);
+    moveRow(aside, other, v.width, pixelBytes, flipColumns, reverse);
+  }
+  return true;
+}
+
+// The same rectangle otherwise: rows r and rows - 1 - r (or r alone when
+// rows stay) are read into the buffer before either is written.
 bool mirrorInPlace(const View& v, bool flipRows, bool flipColumns, mox::geom::RowCopy copy) {
   Buffer buffer = allocate(2 * rowBytes(v));
   if (!buffer) return outOfMemory();
@@ -238,7 +321,10 @@ extern "C" MOX_API void MOX_CALL moxMirror(const MoxImage* srcImage, MoxImage* d
   }
   if (s.data == d.data && s.widthStep == d.widthStep && s.bitOffset == d.bitOffset &&
       s.dataOrder == d.dataOrder && s.planeStep == d.planeStep) {
-    mirrorInPlace(d, flipRows, flipColumns, copy);
+    if (const PackedReversal reverse = packedReversal<false>(d, d))
+      mirrorInPlacePacked(d, flipRows, flipColumns, reverse);
+    else
+      mirrorInPlace(d, flipRows, flipColumns, copy);
     return;
   }
   // Overlapping otherwise: the source rectangle is copied aside first.

@@ -129,6 +129,25 @@ inline RowShape rowShape(const View& v) {
 int reversePixels3Wide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
 // The same for one-byte pixels (streamed: the end of d on a 32-byte boundary).
 int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream = false);
+// Copies `rows` rows of n bytes, the next source row ss bytes on and the
+// next destination row ds bytes on (either may be negative), fetching the
+// next source row into the first-level cache as it goes; the two share no
+// memory. Only on processors with 256-bit vectors.
+void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                  int rows, std::ptrdiff_t n);
+// True when the processor has the byte permutes across two 256-bit vectors
+// (and the system keeps their registers); asked once.
+bool byteTables();
+// Reverses rows as copyRowsWide copies them, each of w packed pixels of
+// pixelBytes bytes, fetching the next source row as it goes. False, with
+// nothing written, where it cannot: pixels other than 1, 2 or 4 bytes (or
+// 3 or 6 with byteTables()), rows under 64 bytes (3 or 6: 96).
+bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                     int rows, int w, int pixelBytes);
+// In place: row a takes row b reversed and b takes a reversed (a and b the
+// same row, or rows that share no memory), for w pixels of 1, 2 or 4 bytes
+// in rows of at least 128 bytes; false, with nothing written, otherwise.
+bool reverseRowPairWide(std::uint8_t* a, std::uint8_t* b, int w, int pixelBytes);
 #endif
 
 #if defined(MOX_GEOM_HAVE_WIDE)

@@ -75,6 +75,214 @@ int reverseBytesWide(const std::uint8_t* s, std::uint8_t* d, int w, bool stream)
 
 namespace {
 
+// The 64 bytes loaded from s with their pixels reversed (`order` reverses
+// them within each 128-bit half), stored at d.
+struct Reversed64 {
+  __m256i lo, hi;
+  Reversed64(const std::uint8_t* s, __m256i order)
+      : lo(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), order)),
+        hi(_mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32)), order)) {}
+  void store(std::uint8_t* d) const {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute2x128_si256(hi, hi, 1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute2x128_si256(lo, lo, 1));
+  }
+};
+
+inline void copy64(const std::uint8_t* s, std::uint8_t* d) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), a);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), b);
+}
+
+// For Reversed64 on pixels of P bytes: within each 128-bit half, the byte
+// taking byte j comes from the pixel mirrored about the half's centre (its
+// bytes kept in order).
+template <int P>
+struct Order {
+  alignas(32) std::uint8_t pick[32] = {};
+  constexpr Order() {
+    for (int j = 0; j < 32; ++j) pick[j] = static_cast<std::uint8_t>(16 - P * ((j % 16) / P + 1) + j % P);
+  }
+};
+template <int P>
+constexpr Order<P> kOrder;
+
+// Walks `rows` rows of `bytes` bytes (at least 64), calling step(from, to,
+// i) for the 64 bytes from byte i of the source row `from` (destination row
+// `to`), the last step moved back to end with the row (its bytes done
+// twice, with the same values), and fetching the next source row a line a
+// step, so that row is in the first-level cache when the walk turns to it.
+template <class Step>
+inline void walkRows64(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                       int rows, std::ptrdiff_t bytes, Step step) {
+  for (int r = 0; r < rows; ++r) {
+    const std::uint8_t* from = s + r * ss;
+    std::uint8_t* to = d + r * ds;
+    const bool next = r + 1 < rows;
+    std::ptrdiff_t i = 0;
+    for (; i + 64 <= bytes; i += 64) {
+      if (next) _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
+      step(from, to, i);
+    }
+    if (i < bytes) step(from, to, bytes - 64);
+  }
+}
+
+// For the permutes of three- and six-byte pixels, 96 bytes a step:
+// destination byte o of a step takes source byte P * (96 / P - 1 - o / P)
+// + o % P; each stored 32 bytes picks from a 64-byte window of the source:
+// bytes 32 to 95 for the first, 30 to 93 for the middle, 0 to 63 for the
+// last.
+template <int P>
+struct Pick {
+  alignas(32) std::uint8_t pick[3][32] = {};
+  constexpr Pick() {
+    constexpr int kWindow[3] = {32, 30, 0};
+    for (int k = 0; k < 3; ++k)
+      for (int o = 0; o < 32; ++o) {
+        const int at = 32 * k + o;
+        pick[k][o] = static_cast<std::uint8_t>(P * (96 / P - 1 - at / P) + at % P - kWindow[k]);
+      }
+  }
+};
+template <int P>
+constexpr Pick<P> kPick;
+
+#define MOX_GEOM_TABLES __attribute__((target("avx2,avx512f,avx512vl,avx512bw,avx512vbmi")))
+
+// Destination bytes 0 to 95 from the 96 source bytes at s, their pixels
+// reversed.
+MOX_GEOM_TABLES inline void reverse96(const std::uint8_t* s, std::uint8_t* d, __m256i p0, __m256i p1,
+                                      __m256i p2) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+  const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 64));
+  const __m256i m0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 30));
+  const __m256i m1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 62));
+  __m256i* q = reinterpret_cast<__m256i*>(d);
+  _mm256_storeu_si256(q, _mm256_permutex2var_epi8(b, p0, c));
+  _mm256_storeu_si256(q + 1, _mm256_permutex2var_epi8(m0, p1, m1));
+  _mm256_storeu_si256(q + 2, _mm256_permutex2var_epi8(a, p2, b));
+}
+
+// The row walk of reverseRowsWide for three- and six-byte pixels (rows of
+// at least 96 bytes): walkRows64's, 96 bytes a step, written out here
+// because the permutes cannot be inlined into code built without them.
+template <int P>
+MOX_GEOM_TABLES void reverseRowsTable(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d,
+                                      std::ptrdiff_t ds, int rows, int w) {
+  const __m256i p0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick<P>.pick[0]));
+  const __m256i p1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick<P>.pick[1]));
+  const __m256i p2 = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPick<P>.pick[2]));
+  const std::ptrdiff_t bytes = P * std::ptrdiff_t(w);
+  for (int r = 0; r < rows; ++r) {
+    const std::uint8_t* from = s + r * ss;
+    std::uint8_t* to = d + r * ds;
+    const bool next = r + 1 < rows;
+    std::ptrdiff_t i = 0;
+    for (; i + 96 <= bytes; i += 96) {
+      if (next) {
+        _mm_prefetch(reinterpret_cast<const char*>(from + ss + i), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(from + ss + i + 64), _MM_HINT_T0);
+      }
+      reverse96(from + i, to + bytes - 96 - i, p0, p1, p2);
+    }
+    // The row's first pixels again with the last step's: the same values.
+    if (i < bytes) reverse96(from + bytes - 96, to, p0, p1, p2);
+  }
+}
+
+}  // namespace
+
+bool byteTables() {
+  static const bool have = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512bw");
+  }();
+  return have;
+}
+
+void copyRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                  int rows, std::ptrdiff_t n) {
+  // Two unaligned vectors a step, one call for all rows: on rows of a few
+  // thousand bytes this keeps up with a copy of the whole block, where a
+  // library copy per row (its setup, its aligned head) does not.
+  if (n < 64) {
+    for (int r = 0; r < rows; ++r) std::memcpy(d + r * ds, s + r * ss, static_cast<std::size_t>(n));
+    return;
+  }
+  walkRows64(s, ss, d, ds, rows, n, [](const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t i) {
+    copy64(from + i, to + i);
+  });
+}
+
+namespace {
+
+// The n bytes of pixels of p bytes at `from` reversed into `to` (apart).
+void reverseFew(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t n, int p) {
+  for (std::ptrdiff_t j = 0; j < n; j += p) std::memcpy(to + n - p - j, from + j, static_cast<std::size_t>(p));
+}
+
+}  // namespace
+
+bool reverseRowPairWide(std::uint8_t* a, std::uint8_t* b, int w, int pixelBytes) {
+  const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
+  if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || bytes < 128) return false;
+  const std::uint8_t* pick = pixelBytes == 1 ? kOrder<1>.pick : pixelBytes == 2 ? kOrder<2>.pick : kOrder<4>.pick;
+  const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
+  // 64 bytes from the start of one row and the end of the other, both
+  // loaded before either is stored.
+  auto swap = [&](std::ptrdiff_t i) {
+    const Reversed64 x(a + i, order), y(b + bytes - 64 - i, order);
+    y.store(a + i);
+    x.store(b + bytes - 64 - i);
+  };
+  std::ptrdiff_t i = 0;
+  if (a != b) {
+    for (; i + 64 <= bytes; i += 64) swap(i);
+    // Left: the end of a and the start of b, under 64 bytes each.
+    const std::ptrdiff_t n = bytes - i;
+    std::uint8_t x[64], y[64];
+    std::memcpy(x, a + i, static_cast<std::size_t>(n));
+    std::memcpy(y, b, static_cast<std::size_t>(n));
+    reverseFew(y, a + i, n, pixelBytes);
+    reverseFew(x, b, n, pixelBytes);
+    return true;
+  }
+  for (; 2 * i + 128 <= bytes; i += 64) swap(i);
+  // Left: the middle of the row, under 128 bytes.
+  const std::ptrdiff_t n = bytes - 2 * i;
+  std::uint8_t middle[128];
+  std::memcpy(middle, a + i, static_cast<std::size_t>(n));
+  reverseFew(middle, a + i, n, pixelBytes);
+  return true;
+}
+
+bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, std::ptrdiff_t ds,
+                     int rows, int w, int pixelBytes) {
+  if (pixelBytes == 3 || pixelBytes == 6) {
+    if (std::ptrdiff_t(w) * pixelBytes < 96 || !byteTables()) return false;
+    if (pixelBytes == 3)
+      reverseRowsTable<3>(s, ss, d, ds, rows, w);
+    else
+      reverseRowsTable<6>(s, ss, d, ds, rows, w);
+    return true;
+  }
+  if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || std::ptrdiff_t(w) * pixelBytes < 64)
+    return false;
+  const std::uint8_t* pick = pixelBytes == 1 ? kOrder<1>.pick : pixelBytes == 2 ? kOrder<2>.pick : kOrder<4>.pick;
+  const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
+  const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
+  walkRows64(s, ss, d, ds, rows, bytes, [&](const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t i) {
+    Reversed64(from + i, order).store(to + bytes - 64 - i);
+  });
+  return true;
+}
+
+namespace {
+
 // The result plus the tolerance, clamped to 0..255 and truncated, for two
 // halves of four doubles; the eight results as bytes in the low half.
 inline __m128i bytesOf(__m256d lo, __m256d hi) {
