@@ -239,7 +239,8 @@ int registerAll() {
       add("opencv", runOpenCv);
 #endif
 #ifdef MOXPX_HAVE_VIPS
-      addEntry("vips", entry, "", runVips, op, s)->UseRealTime();
+      // The libvips peer wraps 8-bit images only.
+      if (s.depth == MOX_DEPTH_8U) addEntry("vips", entry, "", runVips, op, s)->UseRealTime();
 #endif
     }
   return 0;
