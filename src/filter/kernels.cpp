@@ -381,8 +381,9 @@ struct Extreme {
   static bool run(const Block& b, const void*) {
     using T = typename D::T;
     const int nCols = b.win.left + b.win.right + 1, nRows = b.win.top + b.win.bottom + 1;
-    if (nCols <= kSmallBox && nRows <= kSmallBox) {
-      // Small boxes: two rows at a time in one pass (see extreme.h).
+    // Small boxes: two rows at a time in one pass (see extreme.h); for
+    // one channel the passes across and down cost less from 4 x 4 on.
+    if (nCols <= kSmallBox && nRows <= kSmallBox && (b.cn > 1 || (nCols <= 3 && nRows <= 3))) {
       const BoxRowsFn rows = boxRows(Max, int(sizeof(T)), D::isSigned, nCols, nRows);
       for (int r = 0; r < b.h; r += 2)
         rows(b.src + r, dstRow<D>(b, r), r + 1 < b.h ? dstRow<D>(b, r + 1) : nullptr, b.w * b.cn,

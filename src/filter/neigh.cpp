@@ -340,8 +340,11 @@ bool Scratch::reserve(std::size_t bytes) {
   return true;
 }
 
+PlainCopy::~PlainCopy() { platform::giveSpare(image_.imageData, held_); }
+
 bool PlainCopy::make(const MoxImage* like) {
-  std::free(image_.imageData);
+  platform::giveSpare(image_.imageData, held_);
+  held_ = 0;
   image_ = *like;
   image_.tileInfo = nullptr;
   image_.maskRoi = nullptr;
@@ -352,9 +355,12 @@ bool PlainCopy::make(const MoxImage* like) {
     return false;
   image_.widthStep = step;
   image_.imageSize = size;
-  image_.imageData = image_.imageDataOrigin =
-      static_cast<char*>(std::calloc(static_cast<std::size_t>(std::max(size, 1)), 1));
-  return image_.imageData != nullptr;
+  // Zeroed, so that no result can depend on what the row padding held.
+  const std::size_t bytes = static_cast<std::size_t>(std::max(size, 1));
+  image_.imageData = image_.imageDataOrigin = static_cast<char*>(platform::takeSpare(bytes, &held_));
+  if (!image_.imageData) return false;
+  std::memset(image_.imageData, 0, bytes);
+  return true;
 }
 
 void outOfMemory(const OpTable& t, int line) {

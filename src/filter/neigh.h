@@ -126,7 +126,7 @@ class Scratch {
 class PlainCopy {
  public:
   PlainCopy() = default;
-  ~PlainCopy() { std::free(image_.imageData); }
+  ~PlainCopy();
   PlainCopy(const PlainCopy&) = delete;
   PlainCopy& operator=(const PlainCopy&) = delete;
   // The layout of `like`, pixels not set; false when it cannot be had.
@@ -135,6 +135,7 @@ class PlainCopy {
 
  private:
   MoxImage image_{};
+  std::size_t held_ = 0;  // the size of the block under imageData
 };
 
 // Runs fn (the block function of the destination's depth; for 1-bit images
