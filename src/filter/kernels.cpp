@@ -278,6 +278,11 @@ struct Sep {
   template <class D>
   static bool run(const Block& b, const void* arg) {
     const SepArgs& a = *static_cast<const SepArgs*>(arg);
+    if constexpr (D::bits == 8) {
+      // Whole vectors of 16-bit sums (see sepshort.h).
+      if (a.acc == Acc::k16 && b.w * b.cn >= kShortRow && a.nx <= kShortTaps && a.ny <= kShortTaps)
+        return sepShort(D::isSigned)(b, &a);
+    }
     return a.acc == Acc::k64 ? passes<D, i64>(b, a) : passes<D, std::int32_t>(b, a);
   }
 };

@@ -60,6 +60,11 @@ BlockFn blurBlock(unsigned depth);
 // values), with the widest vectors this processor runs; null for a
 // combination it does not serve.
 BlockFn boxMeans(unsigned depth, int sumBytes, int colBytes);
+// Separable convolution of 8-bit values (signed or not) whose sums fit 16
+// bits (SepArgs::acc Acc::k16), for rows of at least kShortRow values and
+// at most kShortTaps taps each way (arg: the SepArgs).
+constexpr int kShortRow = 16, kShortTaps = 64;
+BlockFn sepShort(bool isSigned);
 // Minimum (max false) or maximum of the window.
 BlockFn rankBlock(unsigned depth, bool max);
 // Median of the window; the lower middle value of an even count.

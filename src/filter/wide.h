@@ -15,6 +15,7 @@ BlockFn baseMedianNet(unsigned depth, int nCols, int nRows);
 BoxRowsFn baseBoxRows(bool max, int bytes, bool isSigned, int nCols, int nRows);
 BlockFn baseLargeBoxes(bool max, int bytes, bool isSigned);
 BlockFn baseBoxMeans(unsigned depth, int sumBytes, int colBytes);
+BlockFn baseSepShort(bool isSigned);
 BlockFn baseMedianHistograms(unsigned depth, long long count, bool folded);
 
 #if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
@@ -23,6 +24,7 @@ BlockFn wideMedianNet(unsigned depth, int nCols, int nRows);
 BoxRowsFn wideBoxRows(bool max, int bytes, bool isSigned, int nCols, int nRows);
 BlockFn wideLargeBoxes(bool max, int bytes, bool isSigned);
 BlockFn wideBoxMeans(unsigned depth, int sumBytes, int colBytes);
+BlockFn wideSepShort(bool isSigned);
 BlockFn wideMedianHistograms(unsigned depth, long long count, bool folded);
 
 // One row of an 8-bit convolution whose products fit 16 bits, 32 values at
