@@ -384,29 +384,43 @@ TEST(Filter, WideEightBitConvolutionMatchesItsWindows) {
   EXPECT_TRUE(reports().empty());
 }
 
-// The row kernel's sums (shifted, not clamped) feed the column kernel.
+// The row kernel's sums (shifted, not clamped) feed the column kernel: on
+// rows narrower and wider than a vector, and with 8-bit weights at the edge
+// of what 16-bit sums hold (every sum across 128 x 255, every shifted row
+// value times the column weights just below 2^15).
 TEST(Filter, SeparableConvolutionRowThenColumn) {
   Capture capture;
-  const Kernel kx{{4, 1, 2, 0}, {1, -4, 6, 3}, 1}, ky{{1, 3, 0, 0}, {2, 5, -1}, 2};
-  MoxConvKernel* x = moxCreateConvKernel(4, 1, 2, 0, kx.values.data(), 1);
-  MoxConvKernel* y = moxCreateConvKernel(1, 3, 0, 0, ky.values.data(), 2);
-  for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_16S, MOX_DEPTH_32S})
-    for (int modes = 0; modes < kModeCases; ++modes) {
-      Image src({depth, 2, 1, 9, 10}, depth + modes);
-      setModes(src, modes);
-      for (int which = 0; which < 4; ++which) {
-        const bool useX = which & 1, useY = which & 2;
-        auto rowAt = [&](int px, int py, int c) { return useX ? convolveAt(src, px, py, c, kx) : at(src, px, py, c); };
-        Image dst({depth, 2, 1, 9, 10}, 4);
-        expectEach(src, dst, [&](MoxImage* d) { moxConvolveSep2D(src, d, useX ? x : nullptr, useY ? y : nullptr); },
-                   [&](int px, int py, int c) {
-                     return useY ? (2 * rowAt(px, py, c) + 5 * rowAt(px, py + 1, c) - rowAt(px, py + 2, c)) >> 2
-                                 : rowAt(px, py, c);
-                   }, "sep " + std::to_string(which) + " depth " + std::to_string(depth));
-      }
-    }
-  moxDeleteConvKernel(x);
-  moxDeleteConvKernel(y);
+  const std::pair<Kernel, Kernel> pairs[] = {
+      {{{4, 1, 2, 0}, {1, -4, 6, 3}, 1}, {{1, 3, 0, 0}, {2, 5, -1}, 2}},
+      {{{2, 1, 1, 0}, {-60, 68}, 2}, {{1, 2, 0, 1}, {3, -1}, 1}},
+  };
+  for (const auto& [kx, ky] : pairs) {
+    MoxConvKernel* x = moxCreateConvKernel(kx.box.nCols, 1, kx.box.anchorX, 0, kx.values.data(), kx.shift);
+    MoxConvKernel* y = moxCreateConvKernel(1, ky.box.nRows, 0, ky.box.anchorY, ky.values.data(), ky.shift);
+    for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16S, MOX_DEPTH_32S})
+      for (int width : {10, 40})
+        for (int modes = 0; modes < kModeCases; ++modes) {
+          Image src({depth, 2, 1, 9, width}, depth + modes);
+          setModes(src, modes);
+          for (int which = 0; which < 4; ++which) {
+            const bool useX = which & 1, useY = which & 2;
+            auto rowAt = [&](int px, int py, int c) { return useX ? convolveAt(src, px, py, c, kx) : at(src, px, py, c); };
+            Image dst({depth, 2, 1, 9, width}, 4);
+            expectEach(src, dst, [&](MoxImage* d) { moxConvolveSep2D(src, d, useX ? x : nullptr, useY ? y : nullptr); },
+                       [&](int px, int py, int c) {
+                         if (!useY) return rowAt(px, py, c);
+                         ll sum = 0;
+                         for (int k = 0; k < ky.box.nRows; ++k)
+                           sum += ky.values[std::size_t(k)] * rowAt(px, py + k - ky.box.anchorY, c);
+                         return sum >> ky.shift;
+                       },
+                       "sep " + std::to_string(which) + " depth " + std::to_string(depth) + " width " +
+                           std::to_string(width) + " weights " + std::to_string(kx.values[0]));
+          }
+        }
+    moxDeleteConvKernel(x);
+    moxDeleteConvKernel(y);
+  }
   EXPECT_TRUE(reports().empty());
 }
 
