@@ -129,6 +129,31 @@ void pickOf(const T* __restrict a, const T* __restrict b, T* __restrict o, int n
   for (int j = 0; j < n; ++j) o[j] = pick<Max>(a[j], b[j]);
 }
 
+// d[j] = extreme of rows[0][j], ..., rows[C - 1][j]: one pass.
+template <bool Max, int C, class T>
+void downFixed(const T* const* rows, T* d, int n) {
+  constexpr int K = int(sizeof(Vec<T>) / sizeof(T));
+  int j = 0;
+  for (; j + K <= n; j += K) {
+    Vec<T> m = loadVec(rows[0] + j);
+    for (int i = 1; i < C; ++i) m = pick<Max>(m, loadVec(rows[i] + j));
+    storeVec(d + j, m);
+  }
+  for (; j < n; ++j) {
+    T m = rows[0][j];
+    for (int i = 1; i < C; ++i) m = pick<Max>(m, rows[i][j]);
+    d[j] = m;
+  }
+}
+
+// The same for c (1 to 6) rows.
+template <bool Max, class T, std::size_t... C>
+void downRows(const T* const* rows, T* d, int n, int c, std::index_sequence<C...>) {
+  using Fn = void (*)(const T* const*, T*, int);
+  static constexpr Fn kByCount[] = {&downFixed<Max, int(C) + 1, T>...};
+  kByCount[c - 1](rows, d, n);
+}
+
 // d[j] = extreme of s[j], s[j + k], ..., s[j + (C - 1) k]: one pass.
 template <bool Max, int C, class T>
 void acrossFixed(const T* __restrict s, T* __restrict d, int n, int k) {
@@ -240,17 +265,17 @@ bool largeBox(const Block& b, const void*) {
       }
       acrossOf<Max>(b, r, row(r % nRows), g, h);
       if (r < nRows - 1) continue;
-      T* d = dst(r - nRows + 1);
-      std::copy(row(0), row(1), d);
-      for (int i = 1; i < nRows; ++i) pickInto<Max>(d, row(i), n);
+      const T* rows[kSmallBox];
+      for (int i = 0; i < nRows; ++i) rows[i] = row(i);
+      downRows<Max>(rows, dst(r - nRows + 1), n, nRows, std::make_index_sequence<kSmallBox>{});
     }
     return true;
   }
-  auto backward = [&](int m) {
-    for (int i = m - 2; i >= 0; --i) pickInto<Max>(row(i), row(i + 1), n);
+  auto backward = [&] {
+    for (int i = nRows - 2; i >= 0; --i) pickInto<Max>(row(i), row(i + 1), n);
   };
   for (int i = 0; i < nRows; ++i) acrossOf<Max>(b, i, row(i), g, h);
-  backward(nRows);
+  backward();
   std::copy(row(0), row(1), dst(0));
   for (int k0 = nRows; k0 < hs; k0 += nRows) {
     const int m = std::min(nRows, hs - k0);
@@ -268,7 +293,7 @@ bool largeBox(const Block& b, const void*) {
       else
         std::copy(run, run + n, dst(r));
     }
-    if (m == nRows) backward(nRows);
+    if (m == nRows) backward();
   }
   return true;
 }
