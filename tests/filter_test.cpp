@@ -394,7 +394,8 @@ TEST(Filter, SeparableConvolutionRowThenColumn) {
       {{{4, 1, 2, 0}, {1, -4, 6, 3}, 1}, {{1, 3, 0, 0}, {2, 5, -1}, 2}},
       {{{2, 1, 1, 0}, {-60, 68}, 2}, {{1, 2, 0, 1}, {3, -1}, 1}},
   };
-  for (const auto& [kx, ky] : pairs) {
+  for (const auto& pair : pairs) {
+    const Kernel &kx = pair.first, &ky = pair.second;
     MoxConvKernel* x = moxCreateConvKernel(kx.box.nCols, 1, kx.box.anchorX, 0, kx.values.data(), kx.shift);
     MoxConvKernel* y = moxCreateConvKernel(1, ky.box.nRows, 0, ky.box.anchorY, ky.values.data(), ky.shift);
     for (unsigned depth : {MOX_DEPTH_8U, MOX_DEPTH_8S, MOX_DEPTH_16S, MOX_DEPTH_32S})

@@ -85,7 +85,7 @@ std::vector<ll> referenceRotate(MoxImage* s, MoxImage* d, int angle, int cx, int
         } else if (inter == MOX_INTER_LINEAR) {
           const ll x0 = ix == W - 1 ? ix - 1 : ix, y0 = iy == H - 1 ? iy - 1 : iy;
           const float tx = xs - float(x0), ty = ys - float(y0);
-          auto row = [&](ll y) { return at(x0, y, sc) + (at(x0 + 1, y, sc) - at(x0, y, sc)) * tx; };
+          auto row = [&, c = sc](ll y) { return at(x0, y, c) + (at(x0 + 1, y, c) - at(x0, y, c)) * tx; };
           out[o + dc] = finish(double(row(y0) + (row(y0 + 1) - row(y0)) * ty));
         } else {
           auto centre = [](ll i, int n) { return i == 0 ? 1 : i == n - 1 ? i - 2 : i == n - 2 ? i - 1 : i; };
@@ -446,7 +446,7 @@ TEST(RotMirTiles, TiledRunsEqualPlainRuns) {
                                      {27000, 20, 17}, {12345, 20, 17}, {4500, 2000, -2000}})
           for (int inter : {MOX_INTER_NN, MOX_INTER_LINEAR, MOX_INTER_CUBIC})
             for (int channels : {1, 3})
-              expectTiledEqualsPlain(depth, order, tile, [&](MoxImage* s, MoxImage* d) {
+              expectTiledEqualsPlain(depth, order, tile, [&, angle = angle, cx = cx, cy = cy](MoxImage* s, MoxImage* d) {
                 moxRotate(s, d, angle, cx, cy, inter, nullptr);
               }, "rotate", channels);
       }
