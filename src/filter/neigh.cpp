@@ -329,15 +329,7 @@ SourceSites sitesOf(const OpTable& t, const SourceLines& lines) {
 Scratch::~Scratch() { platform::giveSpare(p_, size_); }
 
 bool Scratch::reserve(std::size_t bytes) {
-  if (bytes <= size_) return true;
-  std::size_t size = 0;
-  void* grown = platform::takeSpare(bytes, &size);
-  if (!grown) return false;
-  if (size_) std::memcpy(grown, p_, size_);
-  platform::giveSpare(p_, size_);
-  p_ = grown;
-  size_ = size;
-  return true;
+  return bytes <= size_ || platform::growSpare(&p_, &size_, size_, bytes);
 }
 
 PlainCopy::~PlainCopy() { platform::giveSpare(image_.imageData, held_); }

@@ -59,6 +59,10 @@ constexpr std::size_t kSpareBytes = std::size_t(64) << 20;
 void* takeSpare(std::size_t bytes, std::size_t* size);
 // Gives a block of `size` bytes from takeSpare back (null: nothing).
 void giveSpare(void* block, std::size_t size);
+// Replaces *block (of *size bytes, null at first) by one of at least
+// `bytes`, its first `keep` bytes carried over, the old one given back;
+// false, with *block and *size as they were, when there is no memory.
+bool growSpare(void** block, std::size_t* size, std::size_t keep, std::size_t bytes);
 // The blocks the calling thread keeps, and all threads keep.
 int keptSpares();
 int liveSpares();

@@ -1,6 +1,7 @@
 // Working blocks kept per thread between calls.
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 
 #include "frame.h"
 
@@ -83,6 +84,17 @@ void giveSpare(void* block, std::size_t size) {
     total -= s->size[s->count];
     std::free(s->block[s->count]);
   }
+}
+
+bool growSpare(void** block, std::size_t* size, std::size_t keep, std::size_t bytes) {
+  std::size_t got = 0;
+  void* grown = takeSpare(bytes, &got);
+  if (!grown) return false;
+  if (keep) std::memcpy(grown, *block, keep);
+  giveSpare(*block, *size);
+  *block = grown;
+  *size = got;
+  return true;
 }
 
 int keptSpares() {

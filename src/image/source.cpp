@@ -370,16 +370,13 @@ bool SourceReader::read(int x, int y, int w, int h, View* out) {
       bytes > INT_MAX)
     return fail(kBorderOk, sites_.memoryLine);
   if (bytes > capacity_) {
-    std::size_t size = 0;
-    char* grown = static_cast<char*>(platform::takeSpare(static_cast<std::size_t>(bytes), &size));
-    if (!grown) return fail(kBorderOk, sites_.memoryLine);
+    void* block = scratch_;
+    if (!platform::growSpare(&block, &scratchSize_, static_cast<std::size_t>(capacity_), static_cast<std::size_t>(bytes)))
+      return fail(kBorderOk, sites_.memoryLine);
+    scratch_ = static_cast<char*>(block);
     // Row padding and the spare bits of 1-bit rows are never written by a
     // read; zeroed once, no result can depend on what the block held.
-    if (capacity_) std::memcpy(grown, scratch_, static_cast<std::size_t>(capacity_));
-    std::memset(grown + capacity_, 0, static_cast<std::size_t>(bytes - capacity_));
-    platform::giveSpare(scratch_, scratchSize_);
-    scratch_ = grown;
-    scratchSize_ = size;
+    std::memset(scratch_ + capacity_, 0, static_cast<std::size_t>(bytes - capacity_));
     capacity_ = bytes;
   }
   View block = blockView(im, scratch_, step, step * h, x, y, x, y, w, h);
