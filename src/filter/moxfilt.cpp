@@ -177,12 +177,13 @@ void convolveSeparable(const MoxImage* src, MoxImage* dst, const MoxConvKernel* 
   // 16 bits hold every sum across (largest times the row weights) and down
   // (the largest row value after its shift, rounded down, times the column
   // weights), and every product on the way.
-  const i64 across = std::max<i64>(xs, 1) * largest, down = (across >> (xKernel ? xKernel->nShiftR : 0)) + 1;
-  const Acc acc = across <= 0x7FFF && std::max<i64>(ys, 1) * down <= 0x7FFF ? Acc::k16
-                  : std::max<i64>(xs, 1) * std::max<i64>(ys, 1) * largest <= 0x7FFFFFFF ? Acc::k32
-                                                                                          : Acc::k64;
-  const SepArgs args{xTaps, static_cast<int>(yTaps - xTaps), xKernel ? xKernel->nShiftR : 0,
-                     yTaps, static_cast<int>(end - yTaps), yKernel ? yKernel->nShiftR : 0, acc};
+  const int xShift = xKernel ? xKernel->nShiftR : 0, yShift = yKernel ? yKernel->nShiftR : 0;
+  const i64 wx = std::max<i64>(xs, 1), wy = std::max<i64>(ys, 1);
+  const i64 across = wx * largest, down = (across >> xShift) + 1;
+  const Acc acc = across <= 0x7FFF && wy * down <= 0x7FFF ? Acc::k16
+                  : wx * wy * largest <= 0x7FFFFFFF       ? Acc::k32
+                                                          : Acc::k64;
+  const SepArgs args{xTaps, static_cast<int>(yTaps - xTaps), xShift, yTaps, static_cast<int>(end - yTaps), yShift, acc};
   run(t, kSepSource, src, dst, win, fn, &args);
 }
 
