@@ -249,6 +249,17 @@ inline void divideShort(const std::uint16_t* __restrict run, std::uint8_t* __res
   }
 }
 
+#if MOX_FILTER_MEAN_BYTES == 32
+// Four vectors of 32-bit quotients (each in 0..255) as 32 bytes in order.
+inline void storeBytes(std::uint8_t* d, __m256i q0, __m256i q1, __m256i q2, __m256i q3) {
+  // The packs work per half: afterwards the eight quads of bytes are the
+  // quads 0, 2, 4, 6, 1, 3, 5, 7 of the row.
+  const __m256i b = _mm256_packus_epi16(_mm256_packs_epi32(q0, q1), _mm256_packs_epi32(q2, q3));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
+                      _mm256_permutevar8x32_epi32(b, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7)));
+}
+#endif
+
 // d[j] = floor((run[j] + offset) / count) + lo, with x = run[j] + offset
 // and x + 1/2 below 2^20, in single precision: (x + 1/2) / count lies at
 // least 1 / (2 count) from every integer, farther than the product of
@@ -260,26 +271,68 @@ void divideQuick(const std::int32_t* __restrict run, T* __restrict d, int n, std
                  std::int32_t count, std::int32_t lo) {
   const float inv = 0.5f * (1.0f / static_cast<float>(count));
   const std::int32_t odd = 2 * offset + 1;
-  for (int j = 0; j < n; ++j)
+  int j = 0;
+#if MOX_FILTER_MEAN_BYTES == 32
+  if constexpr (std::is_same_v<T, std::uint8_t>) {
+    if (lo == 0) {
+      const __m256 vInv = _mm256_set1_ps(inv);
+      const __m256i vOdd = _mm256_set1_epi32(odd);
+      const auto quotient = [&](const std::int32_t* p) {
+        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+        const __m256i y = _mm256_add_epi32(_mm256_add_epi32(x, x), vOdd);
+        return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(y), vInv));
+      };
+      for (; j + 32 <= n; j += 32)
+        storeBytes(d + j, quotient(run + j), quotient(run + j + 8), quotient(run + j + 16),
+                   quotient(run + j + 24));
+    }
+  }
+#endif
+  for (; j < n; ++j)
     d[j] = static_cast<T>(static_cast<std::int32_t>(static_cast<float>(2 * run[j] + odd) * inv) + lo);
 }
 
-// The same for any x below 2^31: the product of x with the reciprocal in
-// single precision strays from x / count by less than (x / count) 2^-21
-// (three roundings, in any mode), and x / count is below 2^16, so the
-// truncated product is off by at most one, which the exact remainder in
-// integers puts right.
+// The same for any x below 2^31. The reciprocal is raised by a factor of
+// 1 + 2^-20 (in every rounding mode at least 1 + 2^-21 over 1 / count, at
+// most 1 + 2^-19), which outweighs the roundings of x and of the product
+// (2^-23 each at most): the product is never below x / count and, as
+// x / count is below 2^16, less than 1/4 above it. So the truncated
+// product is the quotient or one more, and the exact remainder in integers
+// (negative only in the second case) takes the one back.
+inline float raisedReciprocal(std::int32_t count) {
+  return (1.0f / static_cast<float>(count)) * (1.0f + 1.0f / 1048576.0f);
+}
+
 template <class T>
 void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, std::int32_t offset,
                   std::int32_t count, std::int32_t lo) {
-  const float inv = 1.0f / static_cast<float>(count);
-  for (int j = 0; j < n; ++j) {
+  const float inv = raisedReciprocal(count);
+  int j = 0;
+#if MOX_FILTER_MEAN_BYTES == 32
+  if constexpr (std::is_same_v<T, std::uint8_t>) {
+    if (lo == 0) {
+      const __m256 vInv = _mm256_set1_ps(inv);
+      const __m256i vOffset = _mm256_set1_epi32(offset), vCount = _mm256_set1_epi32(count);
+      const auto quotient = [&](const std::int32_t* p) {
+        const __m256i x =
+            _mm256_add_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), vOffset);
+        const __m256i q = _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(x), vInv));
+        const __m256i r = _mm256_sub_epi32(x, _mm256_mullo_epi32(q, vCount));
+        return _mm256_add_epi32(q, _mm256_srai_epi32(r, 31));
+      };
+      for (; j + 32 <= n; j += 32)
+        storeBytes(d + j, quotient(run + j), quotient(run + j + 8), quotient(run + j + 16),
+                   quotient(run + j + 24));
+    }
+  }
+#endif
+  for (; j < n; ++j) {
     const std::int32_t x = run[j] + offset;
     const std::int32_t q = static_cast<std::int32_t>(static_cast<float>(x) * inv);
-    // Within [-count, 2 count): exact through wrapping unsigned products.
+    // Within [-count, count): exact through wrapping unsigned products.
     const auto r = static_cast<std::int32_t>(static_cast<std::uint32_t>(x) -
                                              static_cast<std::uint32_t>(q) * static_cast<std::uint32_t>(count));
-    d[j] = static_cast<T>(q + (r >= count ? 1 : 0) - (r < 0 ? 1 : 0) + lo);
+    d[j] = static_cast<T>(q - (r < 0 ? 1 : 0) + lo);
   }
 }
 
