@@ -1,6 +1,7 @@
 // Convolution, box mean, minimum, maximum and median filters against their
 // windows read through the border routines on every depth, border mode, box
 // and anchor; tiled, in-place and channel-of-interest runs; the checks.
+#include <deque>
 #include <numeric>
 #include <thread>
 
@@ -218,6 +219,71 @@ TEST(Filter, WideRowsMatchTheirWindowsForEveryChannelCount) {
                          {16, 1, 15, 0}, {17, 4, 0, 3}, {3, 9, 1, 8}, {8, 12, 3, 4}, {45, 3, 20, 1}, {70, 9, 35, 4}, {130, 2, 7, 1}},
                   "wide depth " + std::to_string(depth) + " channels " + std::to_string(ch));
     }
+  EXPECT_TRUE(reports().empty());
+}
+
+// The extremes of every run of n values of v, through a queue of the
+// values that can still be one.
+std::vector<ll> runExtremes(const std::vector<ll>& v, int n, bool max) {
+  std::vector<ll> out;
+  std::deque<int> q;
+  for (int i = 0; i < int(v.size()); ++i) {
+    while (!q.empty() && (max ? v[std::size_t(q.back())] <= v[std::size_t(i)] : v[std::size_t(q.back())] >= v[std::size_t(i)]))
+      q.pop_back();
+    q.push_back(i);
+    if (q.front() <= i - n) q.pop_front();
+    if (i >= n - 1) out.push_back(v[std::size_t(q.front())]);
+  }
+  return out;
+}
+
+// Minimum and maximum of windows thousands of columns wide, narrower than
+// the image so that each sees part of its row: runs of doubling length,
+// and past them the running extrema of blocks on groups of rows turned on
+// their side (groups of 32, 16 or 2 rows by pixel size, full and short),
+// under mixed borders. The values climb along each row (with some noise),
+// so that a window's extremes lie near its ends and move with it.
+TEST(Filter, VeryWideExtremaMatchTheirWindows) {
+  Capture capture;
+  struct Case { unsigned depth; int ch, width, height, modes; Box box; };
+  const Case cases[] = {{MOX_DEPTH_8U, 1, 1100, 33, 5, {1051, 2, 525, 1}}, {MOX_DEPTH_8U, 1, 4200, 34, 4, {4101, 2, 2050, 0}},
+                        {MOX_DEPTH_8U, 3, 4200, 3, 2, {4101, 2, 100, 1}}, {MOX_DEPTH_16S, 3, 4200, 17, 5, {4200, 1, 4000, 0}},
+                        {MOX_DEPTH_32S, 4, 4150, 3, 4, {4130, 3, 515, 2}}};
+  for (const Case& k : cases) {
+    const Box& b = k.box;
+    Image src({k.depth, k.ch, 0, k.height, k.width}, 3 * k.depth + k.ch + k.modes);
+    setModes(src, k.modes);
+    const ll span = k.depth == MOX_DEPTH_8U ? 250 : 30000;
+    std::uint32_t noise = 12345;
+    for (int y = 0; y < k.height; ++y)
+      for (int x = 0; x < k.width; ++x)
+        for (int c = 0; c < k.ch; ++c) {
+          noise = noise * 1664525u + 1013904223u;
+          set(src, x, y, c, (ll(x) * span / k.width + 3 * y + c) % span + (noise >> 29) - (k.depth == MOX_DEPTH_8U ? 0 : span / 2));
+        }
+    for (const bool max : {false, true}) {
+      // The extremes across every bordered row, then down the window's rows.
+      std::vector<std::vector<std::vector<ll>>> across(std::size_t(k.ch) + 1);
+      for (int c = 1; c <= k.ch; ++c)
+        for (int y = 0; y < k.height + b.nRows - 1; ++y) {
+          std::vector<ll> row;
+          for (int x = 0; x < k.width + b.nCols - 1; ++x) row.push_back(at(src, x - b.anchorX, y - b.anchorY, c));
+          across[std::size_t(c)].push_back(runExtremes(row, b.nCols, max));
+        }
+      Image dst({k.depth, k.ch, 0, k.height, k.width}, 4);
+      expectEach(src, dst, [&](MoxImage* d) { (max ? moxMaxFilter : moxMinFilter)(src, d, b.nCols, b.nRows, b.anchorX, b.anchorY); },
+                 [&](int x, int y, int c) {
+                   ll v = across[std::size_t(c)][std::size_t(y)][std::size_t(x)];
+                   for (int r = 1; r < b.nRows; ++r) {
+                     const ll u = across[std::size_t(c)][std::size_t(y + r)][std::size_t(x)];
+                     v = max ? std::max(v, u) : std::min(v, u);
+                   }
+                   return v;
+                 },
+                 std::string(max ? "max" : "min") + " depth " + std::to_string(k.depth) + " channels " +
+                     std::to_string(k.ch) + " box " + std::to_string(b.nCols));
+    }
+  }
   EXPECT_TRUE(reports().empty());
 }
 
