@@ -1,7 +1,12 @@
 // Turning rectangles on their side. Pixels of 1, 2, 4 or 8 bytes go in
-// squares of 16 bytes a side, turned in vectors by rounds of zips; other
-// sizes, and what is left at the right and bottom edges, pixel by pixel in
-// squares small enough for the caches.
+// squares of 16 bytes a side, turned in vectors by rounds of zips, a tile
+// of squares at a time so that the destination's cache lines are written
+// whole; three-, six- and twelve-byte pixels go block by block through a
+// packed buffer; other sizes, and what the squares leave at the right and
+// bottom edges, pixel by pixel in squares small enough for the caches.
+//
+// Every address is a row's start plus its index times the step, so steps
+// of either sign work alike.
 #include "image/turn.h"
 
 #include <algorithm>
@@ -61,24 +66,65 @@ void turnEach(const char* from, std::ptrdiff_t fromStep, int cols, int rows, int
     }
 }
 
-// Values of T in squares of kLanes, the edges one at a time.
+// Values of T in squares of kLanes, kTile values a side at a time, the
+// edges one at a time.
 template <class T>
 void turnSquares(const char* from, std::ptrdiff_t fromStep, int cols, int rows, char* to, std::ptrdiff_t toStep) {
-  constexpr int L = kLanes<T>;
+  constexpr int L = kLanes<T>, P = int(sizeof(T)), kTile = 64 / P;
   const int rs = rows / L * L, cs = cols / L * L;
-  for (int r0 = 0; r0 < rs; r0 += L)
-    for (int i0 = 0; i0 < cs; i0 += L) {
-      Lane<T> v[L];
-      for (int k = 0; k < L; ++k)
-        std::memcpy(&v[k], from + std::ptrdiff_t(r0 + k) * fromStep + std::ptrdiff_t(i0) * sizeof(T), sizeof v[k]);
-      turnSquare<T>(v);
-      for (int k = 0; k < L; ++k)
-        std::memcpy(to + std::ptrdiff_t(i0 + k) * toStep + std::ptrdiff_t(r0) * sizeof(T), &v[k], sizeof v[k]);
+  for (int r0 = 0; r0 < rs; r0 += kTile)
+    for (int i0 = 0; i0 < cs; i0 += kTile) {
+      const int r1 = std::min(rs, r0 + kTile), i1 = std::min(cs, i0 + kTile);
+      for (int i = i0; i < i1; i += L)
+        for (int r = r0; r < r1; r += L) {
+          Lane<T> v[L];
+          for (int k = 0; k < L; ++k)
+            std::memcpy(&v[k], from + std::ptrdiff_t(r + k) * fromStep + std::ptrdiff_t(i) * P, sizeof v[k]);
+          turnSquare<T>(v);
+          for (int k = 0; k < L; ++k)
+            std::memcpy(to + std::ptrdiff_t(i + k) * toStep + std::ptrdiff_t(r) * P, &v[k], sizeof v[k]);
+        }
     }
-  constexpr int P = int(sizeof(T));
   // The columns right of the squares, then the rows below them.
   turnEach<P>(from + std::ptrdiff_t(cs) * P, fromStep, cols - cs, rs, P, to + std::ptrdiff_t(cs) * toStep, toStep);
   turnEach<P>(from + std::ptrdiff_t(rs) * fromStep, fromStep, cols, rows - rs, P, to + std::ptrdiff_t(rs) * P, toStep);
+}
+
+// Pixels of P bytes, each moved as M bytes (the bytes past a pixel are
+// overwritten by the next one; the last of a row is moved as P), in blocks
+// of kSide. A block's source rows are first copied into a packed buffer:
+// the rows of an image whose row length is near a power of two fall into
+// few cache sets, and a column read straight from them would evict itself.
+// The block's destination rows are then filled from the buffer's columns.
+template <int P, int M>
+void turnBuffered(const char* from, std::ptrdiff_t fromStep, int cols, int rows, char* to, std::ptrdiff_t toStep) {
+  constexpr int kSide = P <= 4 ? 64 : 32, kRowBytes = kSide * P;
+  alignas(64) char buffer[kSide * kRowBytes];
+  for (int r0 = 0; r0 < rows; r0 += kSide) {
+    const int n = std::min(kSide, rows - r0);
+    for (int i0 = 0; i0 < cols; i0 += kSide) {
+      const int m = std::min(kSide, cols - i0);
+      const char* s = from + std::ptrdiff_t(r0) * fromStep + std::ptrdiff_t(i0) * P;
+      // A whole row of a block is copied with a constant length (a few
+      // vector moves rather than a string copy that is slow to start).
+      for (int r = 0; r < n; ++r, s += fromStep) {
+        if (m == kSide)
+          std::memcpy(buffer + r * kRowBytes, s, kRowBytes);
+        else
+          std::memcpy(buffer + r * kRowBytes, s, std::size_t(m) * P);
+      }
+      for (int c = 0; c < m; ++c) {
+        const char* b = buffer + c * P;
+        char* d = to + std::ptrdiff_t(i0 + c) * toStep + std::ptrdiff_t(r0) * P;
+        for (int r = 1; r < n; ++r, b += kRowBytes, d += P) {
+          char v[M];
+          std::memcpy(v, b, M);
+          std::memcpy(d, v, M);
+        }
+        std::memcpy(d, b, P);
+      }
+    }
+  }
 }
 
 }  // namespace
@@ -91,11 +137,15 @@ void turnPixels(const char* from, std::ptrdiff_t fromStep, int cols, int rows, i
     case 2:
       return turnSquares<std::uint16_t>(from, fromStep, cols, rows, to, toStep);
     case 3:
-      return turnEach<3>(from, fromStep, cols, rows, 3, to, toStep);
+      return turnBuffered<3, 4>(from, fromStep, cols, rows, to, toStep);
     case 4:
       return turnSquares<std::uint32_t>(from, fromStep, cols, rows, to, toStep);
+    case 6:
+      return turnBuffered<6, 8>(from, fromStep, cols, rows, to, toStep);
     case 8:
       return turnSquares<std::uint64_t>(from, fromStep, cols, rows, to, toStep);
+    case 12:
+      return turnBuffered<12, 16>(from, fromStep, cols, rows, to, toStep);
     default:
       return turnEach<0>(from, fromStep, cols, rows, pix, to, toStep);
   }
