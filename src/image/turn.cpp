@@ -1,9 +1,10 @@
 // Turning rectangles on their side. Pixels of 1, 2, 4 or 8 bytes go in
 // squares of 16 bytes a side, turned in vectors by rounds of zips, a tile
 // of squares at a time so that the destination's cache lines are written
-// whole; three-, six- and twelve-byte pixels go block by block through a
-// packed buffer; other sizes, and what the squares leave at the right and
-// bottom edges, pixel by pixel in squares small enough for the caches.
+// whole; three- and six-byte pixels go block by block through a packed
+// buffer; other sizes, rectangles too narrow for the blocks to pay, and
+// what the squares leave at the right and bottom edges, pixel by pixel in
+// squares small enough for the caches.
 //
 // Every address is a row's start plus its index times the step, so steps
 // of either sign work alike.
@@ -96,9 +97,12 @@ void turnSquares(const char* from, std::ptrdiff_t fromStep, int cols, int rows, 
 // the rows of an image whose row length is near a power of two fall into
 // few cache sets, and a column read straight from them would evict itself.
 // The block's destination rows are then filled from the buffer's columns.
+// A rectangle less than half a block wide or high is turned pixel by pixel:
+// its few rows or columns stay in the caches anyway.
 template <int P, int M>
 void turnBuffered(const char* from, std::ptrdiff_t fromStep, int cols, int rows, char* to, std::ptrdiff_t toStep) {
-  constexpr int kSide = P <= 4 ? 64 : 32, kRowBytes = kSide * P;
+  constexpr int kSide = 64, kRowBytes = kSide * P;
+  if (cols < kSide / 2 || rows < kSide / 2) return turnEach<P>(from, fromStep, cols, rows, P, to, toStep);
   alignas(64) char buffer[kSide * kRowBytes];
   for (int r0 = 0; r0 < rows; r0 += kSide) {
     const int n = std::min(kSide, rows - r0);
@@ -144,8 +148,6 @@ void turnPixels(const char* from, std::ptrdiff_t fromStep, int cols, int rows, i
       return turnBuffered<6, 8>(from, fromStep, cols, rows, to, toStep);
     case 8:
       return turnSquares<std::uint64_t>(from, fromStep, cols, rows, to, toStep);
-    case 12:
-      return turnBuffered<12, 16>(from, fromStep, cols, rows, to, toStep);
     default:
       return turnEach<0>(from, fromStep, cols, rows, pix, to, toStep);
   }
