@@ -91,33 +91,47 @@ void turnSquares(const char* from, std::ptrdiff_t fromStep, int cols, int rows, 
   turnEach<P>(from + std::ptrdiff_t(rs) * fromStep, fromStep, cols, rows - rs, P, to + std::ptrdiff_t(rs) * P, toStep);
 }
 
+// Where block k of `count` blocks of kSide (the last one short) starts
+// among `size` rows or columns, counted backwards when `up`; returns its
+// length.
+inline int blockAt(int k, int count, bool up, int side, int size, int* first) {
+  *first = (up ? count - 1 - k : k) * side;
+  return std::min(side, size - *first);
+}
+
 // Pixels of P bytes, each moved as M bytes (the bytes past a pixel are
 // overwritten by the next one; the last of a row is moved as P), in blocks
 // of kSide. A block's source rows are first copied into a packed buffer:
 // the rows of an image whose row length is near a power of two fall into
 // few cache sets, and a column read straight from them would evict itself.
 // The block's destination rows are then filled from the buffer's columns.
-// A rectangle less than half a block wide or high is turned pixel by pixel:
-// its few rows or columns stay in the caches anyway.
+// Blocks, and the rows within them, go the way the rows lie in memory,
+// whatever the steps' signs. A rectangle less than half a block wide or
+// high is turned pixel by pixel: its few rows or columns stay in the
+// caches anyway.
 template <int P, int M>
 void turnBuffered(const char* from, std::ptrdiff_t fromStep, int cols, int rows, char* to, std::ptrdiff_t toStep) {
   constexpr int kSide = 64, kRowBytes = kSide * P;
   if (cols < kSide / 2 || rows < kSide / 2) return turnEach<P>(from, fromStep, cols, rows, P, to, toStep);
   alignas(64) char buffer[kSide * kRowBytes];
-  for (int r0 = 0; r0 < rows; r0 += kSide) {
-    const int n = std::min(kSide, rows - r0);
-    for (int i0 = 0; i0 < cols; i0 += kSide) {
-      const int m = std::min(kSide, cols - i0);
+  const bool upFrom = fromStep < 0, upTo = toStep < 0;
+  const int nr = (rows + kSide - 1) / kSide, nc = (cols + kSide - 1) / kSide;
+  for (int kr = 0; kr < nr; ++kr)
+    for (int kc = 0; kc < nc; ++kc) {
+      int r0, i0;
+      const int n = blockAt(kr, nr, upFrom, kSide, rows, &r0), m = blockAt(kc, nc, upTo, kSide, cols, &i0);
       const char* s = from + std::ptrdiff_t(r0) * fromStep + std::ptrdiff_t(i0) * P;
       // A whole row of a block is copied with a constant length (a few
       // vector moves rather than a string copy that is slow to start).
-      for (int r = 0; r < n; ++r, s += fromStep) {
+      for (int k = 0; k < n; ++k) {
+        const int r = upFrom ? n - 1 - k : k;
         if (m == kSide)
-          std::memcpy(buffer + r * kRowBytes, s, kRowBytes);
+          std::memcpy(buffer + r * kRowBytes, s + std::ptrdiff_t(r) * fromStep, kRowBytes);
         else
-          std::memcpy(buffer + r * kRowBytes, s, std::size_t(m) * P);
+          std::memcpy(buffer + r * kRowBytes, s + std::ptrdiff_t(r) * fromStep, std::size_t(m) * P);
       }
-      for (int c = 0; c < m; ++c) {
+      for (int k = 0; k < m; ++k) {
+        const int c = upTo ? m - 1 - k : k;
         const char* b = buffer + c * P;
         char* d = to + std::ptrdiff_t(i0 + c) * toStep + std::ptrdiff_t(r0) * P;
         for (int r = 1; r < n; ++r, b += kRowBytes, d += P) {
@@ -128,7 +142,6 @@ void turnBuffered(const char* from, std::ptrdiff_t fromStep, int cols, int rows,
         std::memcpy(d, b, P);
       }
     }
-  }
 }
 
 }  // namespace
