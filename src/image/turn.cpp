@@ -91,9 +91,9 @@ void turnSquares(const char* from, std::ptrdiff_t fromStep, int cols, int rows, 
   turnEach<P>(from + std::ptrdiff_t(rs) * fromStep, fromStep, cols, rows - rs, P, to + std::ptrdiff_t(rs) * P, toStep);
 }
 
-// Where block k of `count` blocks of kSide (the last one short) starts
-// among `size` rows or columns, counted backwards when `up`; returns its
-// length.
+// Where block k of the `count` blocks of `side` (the last one short) that
+// cut `size` rows or columns starts, counted from the end when `up`;
+// returns its length.
 inline int blockAt(int k, int count, bool up, int side, int size, int* first) {
   *first = (up ? count - 1 - k : k) * side;
   return std::min(side, size - *first);
