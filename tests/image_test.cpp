@@ -235,22 +235,31 @@ TEST(Validation, TilesTooLargeForAnySizeAreRefused) {
 
 }  // namespace
 
-// Turned rectangles: every pixel size the squares take and some they do
-// not, sizes with and without whole squares, rows with gaps on both sides.
+// Turned rectangles: every pixel size the squares or the buffered blocks
+// take and some they do not, sizes with and without whole squares and
+// blocks, rows with gaps on both sides, and each step reversed (the pointer
+// then at the last row in memory), as the quarter turns use them.
 TEST(Turn, EveryPixelLandsAcrossTheDiagonal) {
-  for (int pix : {1, 2, 3, 4, 5, 8})
-    for (auto [cols, rows] : {std::pair{1, 1}, std::pair{16, 16}, std::pair{17, 33}, std::pair{40, 9}, std::pair{3, 70}}) {
-      const std::ptrdiff_t fromStep = std::ptrdiff_t(cols) * pix + 5, toStep = std::ptrdiff_t(rows) * pix + 3;
-      std::vector<char> from(std::size_t(fromStep) * rows), to(std::size_t(toStep) * cols, 'x');
-      for (std::size_t i = 0; i < from.size(); ++i) from[i] = static_cast<char>(i * 7 + i / 251);
-      mox::turnPixels(from.data(), fromStep, cols, rows, pix, to.data(), toStep);
-      bool same = true;
-      for (int r = 0; r < rows; ++r)
-        for (int i = 0; i < cols; ++i)
-          same = same && std::memcmp(&to[std::size_t(i * toStep + r * pix)], &from[std::size_t(r * fromStep + i * pix)],
-                                     std::size_t(pix)) == 0;
-      for (int i = 0; i < cols; ++i)  // the gap after each row stays
-        same = same && std::string(&to[std::size_t(i * toStep + rows * pix)], 3) == "xxx";
-      EXPECT_TRUE(same) << "pixel " << pix << " bytes, " << cols << " x " << rows;
-    }
+  const std::pair<int, int> sizes[] = {{1, 1}, {16, 16}, {17, 33}, {40, 9}, {3, 70}, {64, 64}, {131, 67}};
+  for (int pix : {1, 2, 3, 4, 5, 6, 8, 12})
+    for (auto [cols, rows] : sizes)
+      for (int sign : {0, 1, 2, 3}) {
+        const bool fromBack = sign & 1, toBack = sign & 2;
+        const std::ptrdiff_t fromStep = std::ptrdiff_t(cols) * pix + 5, toStep = std::ptrdiff_t(rows) * pix + 3;
+        std::vector<char> from(std::size_t(fromStep) * rows), to(std::size_t(toStep) * cols, 'x');
+        for (std::size_t i = 0; i < from.size(); ++i) from[i] = static_cast<char>(i * 7 + i / 251);
+        // Row r of the turn lies at memory row fr(r) of `from`, row i at tr(i) of `to`.
+        auto fr = [&](int r) { return fromBack ? rows - 1 - r : r; };
+        auto tr = [&](int i) { return toBack ? cols - 1 - i : i; };
+        mox::turnPixels(from.data() + fr(0) * fromStep, fromBack ? -fromStep : fromStep, cols, rows, pix,
+                        to.data() + tr(0) * toStep, toBack ? -toStep : toStep);
+        bool same = true;
+        for (int r = 0; r < rows; ++r)
+          for (int i = 0; i < cols; ++i)
+            same = same && std::memcmp(&to[std::size_t(tr(i) * toStep + r * pix)],
+                                       &from[std::size_t(fr(r) * fromStep + i * pix)], std::size_t(pix)) == 0;
+        for (int i = 0; i < cols; ++i)  // the gap after each row stays
+          same = same && std::string(&to[std::size_t(i * toStep + rows * pix)], 3) == "xxx";
+        EXPECT_TRUE(same) << "pixel " << pix << " bytes, " << cols << " x " << rows << ", steps reversed " << sign;
+      }
 }

@@ -26,6 +26,7 @@
 #include "frame/trig.h"
 #include "geom/ownrotmir.h"
 #include "image/source.h"
+#include "image/turn.h"
 
 namespace {
 
@@ -457,19 +458,6 @@ void validRange(long long a, long long b, int size, int w, long long* lo, long l
 
 // Copies n pixels from a source column (rows `rowStep` bytes apart) into a
 // destination row.
-// Three-byte pixels whose column is not the source's last: each copied as
-// four bytes, the fourth overwritten by the next pixel (the last of the run
-// is copied as three).
-void columnToRowPadded3(const char* s, std::ptrdiff_t rowStep, std::uint8_t* d, int n) {
-  int j = 0;
-  for (; j + 1 < n; ++j, s += rowStep, d += 3) {
-    std::uint32_t v;
-    std::memcpy(&v, s, 4);
-    std::memcpy(d, &v, 4);
-  }
-  if (j < n) std::memcpy(d, s, 3);
-}
-
 template <class T, int K>
 void columnToRow(const char* s, std::ptrdiff_t rowStep, T* d, int ds, int n, int count) {
   const int k = K ? K : count;
@@ -499,106 +487,32 @@ void quarterSpan(const Plan& p, const Source& s, const View& d, int px, int py, 
     const char* from = sAt + so + std::ptrdiff_t(xs - s.x0) * ss * std::ptrdiff_t(sizeof(T));
     T* to = reinterpret_cast<T*>(dRow + dof) + lo * ds;
     const int n = static_cast<int>(hi - lo + 1);
-    switch (count) {
-      case 1: columnToRow<T, 1>(from, rowStep, to, ds, n, 1); break;
-      case 3:
-        if (sizeof(T) == 1 && ss == 3 && ds == 3 && xs - s.x0 + 1 < s.view.width)
-          columnToRowPadded3(from, rowStep, reinterpret_cast<std::uint8_t*>(to), n);
-        else
-          columnToRow<T, 3>(from, rowStep, to, ds, n, 3);
-        break;
-      default: columnToRow<T, 0>(from, rowStep, to, ds, n, count); break;
-    }
+    if (count == 1)
+      columnToRow<T, 1>(from, rowStep, to, ds, n, 1);
+    else
+      columnToRow<T, 0>(from, rowStep, to, ds, n, count);
   });
 }
 
-#if defined(__SSE2__)
-// Transposes eight rows of eight bytes: out[c] holds byte c of every row.
-inline void transpose8(const __m128i* rows, __m128i* out) {
-  const __m128i a0 = _mm_unpacklo_epi8(rows[0], rows[1]), a1 = _mm_unpacklo_epi8(rows[2], rows[3]);
-  const __m128i a2 = _mm_unpacklo_epi8(rows[4], rows[5]), a3 = _mm_unpacklo_epi8(rows[6], rows[7]);
-  const __m128i b0 = _mm_unpacklo_epi16(a0, a1), b1 = _mm_unpackhi_epi16(a0, a1);
-  const __m128i b2 = _mm_unpacklo_epi16(a2, a3), b3 = _mm_unpackhi_epi16(a2, a3);
-  out[0] = _mm_unpacklo_epi32(b0, b2);  // bytes 0 and 1 of every row
-  out[1] = _mm_unpackhi_epi32(b0, b2);  // 2 and 3
-  out[2] = _mm_unpacklo_epi32(b1, b3);  // 4 and 5
-  out[3] = _mm_unpackhi_epi32(b1, b3);  // 6 and 7
-}
-
-// One-byte samples, one per pixel: the whole 8 x 8 blocks of the covered
-// part (rows ya..yb, columns ja..jb, counted from their first), transposed
-// in registers; the rest is left to the spans.
-void quarterBlocks8(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e,
-                    long long ya, long long yb, long long ja, long long jb) {
-  const std::ptrdiff_t so = mox::geom::rowShape(s.view).offset;
-  const std::ptrdiff_t dof = mox::geom::rowShape(d).offset;
-  const long long jBase = px - p.dst.x;
-  for (long long y = ya; y + 8 <= yb + 1; y += 8) {
-    const long long xs = e.x0 + e.xi * (py + y - p.dst.y);
-    const long long col = (e.xi < 0 ? xs - 7 : xs) - s.x0;
-    for (long long j = ja; j + 8 <= jb + 1; j += 8) {
-      const long long ys = e.y0 + e.yj * (jBase + j);
-      __m128i rows[8], t[4];
-      for (int r = 0; r < 8; ++r)
-        rows[r] = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(
-            s.view.data + so + std::ptrdiff_t(ys + e.yj * r - s.y0) * s.view.widthStep + col));
-      transpose8(rows, t);
-      for (int a = 0; a < 8; ++a) {
-        const int c = e.xi < 0 ? 7 - a : a;
-        const __m128i v = c & 1 ? _mm_unpackhi_epi64(t[c >> 1], t[c >> 1]) : t[c >> 1];
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(d.data + dof +
-                                                    std::ptrdiff_t(y + a) * d.widthStep + j),
-                         v);
-      }
-    }
-  }
-}
-#endif
-
-// Three-byte pixels, all channels together: the covered part (rows ya..yb,
-// columns ja..jb, counted from their first) in square blocks. Each block's
-// source rows are first copied into a small packed buffer: rows of an image
-// whose row length is near a power of two fall into few cache sets, and a
-// column read straight from them would evict itself. The destination rows
-// of the block are then filled from the buffer's columns.
-void quarterBlocks3(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e,
-                    long long ya, long long yb, long long ja, long long jb) {
-  constexpr int kSide = 64, kRowBytes = 3 * kSide;
-  // One byte more than the pixels: each pixel is read as four bytes.
-  alignas(64) std::uint8_t buffer[kSide * kRowBytes + 1];
-  const long long jBase = px - p.dst.x;
-  for (long long y = ya; y <= yb; y += kSide) {
-    const int rows = static_cast<int>(yb - y + 1 < kSide ? yb - y + 1 : kSide);
-    // The source columns of these destination rows, from the first on.
-    const long long xa = e.x0 + e.xi * (py + y - p.dst.y);
-    const long long xFirst = e.xi < 0 ? xa - (rows - 1) : xa;
-    for (long long j = ja; j <= jb; j += kSide) {
-      const int cols = static_cast<int>(jb - j + 1 < kSide ? jb - j + 1 : kSide);
-      const long long ra = e.y0 + e.yj * (jBase + j);
-      const long long yFirst = e.yj < 0 ? ra - (cols - 1) : ra;
-      const char* from = s.view.data + std::ptrdiff_t(yFirst - s.y0) * s.view.widthStep +
-                         std::ptrdiff_t(xFirst - s.x0) * 3;
-      // A whole row of the block is copied with a constant length (a few
-      // vector moves rather than a string copy that is slow to start).
-      for (int r = 0; r < cols; ++r, from += s.view.widthStep) {
-        if (rows == kSide)
-          std::memcpy(buffer + r * kRowBytes, from, kRowBytes);
-        else
-          std::memcpy(buffer + r * kRowBytes, from, std::size_t(rows) * 3);
-      }
-      for (int a = 0; a < rows; ++a) {
-        // Destination row y + a reads buffer column c; its pixel b reads
-        // buffer row b, or cols - 1 - b when the source rows run backwards.
-        const int c = e.xi < 0 ? rows - 1 - a : a;
-        const std::ptrdiff_t down = e.yj < 0 ? -kRowBytes : kRowBytes;
-        const std::uint8_t* column = buffer + 3 * c + (e.yj < 0 ? (cols - 1) * kRowBytes : 0);
-        columnToRowPadded3(reinterpret_cast<const char*>(column), down,
-                           reinterpret_cast<std::uint8_t*>(d.data) +
-                               std::ptrdiff_t(y + a) * d.widthStep + 3 * j,
-                           cols);
-      }
-    }
-  }
+// Pixels whose samples lie together in both images (all channels of pixel
+// order, or a single channel): the covered part (rows ya..yb, columns
+// ja..jb of the piece) is a turned rectangle of the source. Its rows are
+// the source rows of the destination columns, from column ja's on (going
+// up the source when the turn reverses them); its columns are the source
+// columns from the leftmost on, and they fill the destination rows from
+// the first on, or from the last up when the turn runs the columns the
+// other way.
+void quarterTurned(const Plan& p, const Source& s, const View& d, int px, int py, const Exact& e,
+                   int pix, long long ya, long long yb, long long ja, long long jb) {
+  const long long xa = e.x0 + e.xi * (py + ya - p.dst.y), xb = e.x0 + e.xi * (py + yb - p.dst.y);
+  const long long ys = e.y0 + e.yj * (px + ja - p.dst.x);
+  const char* from = s.view.data + mox::geom::rowShape(s.view).offset +
+                     std::ptrdiff_t(ys - s.y0) * s.view.widthStep +
+                     std::ptrdiff_t((xa < xb ? xa : xb) - s.x0) * pix;
+  char* to = d.data + mox::geom::rowShape(d).offset + std::ptrdiff_t(e.xi > 0 ? ya : yb) * d.widthStep +
+             std::ptrdiff_t(ja) * pix;
+  mox::turnPixels(from, e.yj * std::ptrdiff_t(s.view.widthStep), static_cast<int>(yb - ya + 1),
+                  static_cast<int>(jb - ja + 1), pix, to, e.xi * std::ptrdiff_t(d.widthStep));
 }
 
 template <class T>
@@ -610,21 +524,8 @@ void quarterRows(const Plan& p, const Source& s, const View& d, int px, int py, 
   validRange(e.x0 + e.xi * (py - p.dst.y), e.xi, p.srcWidth, d.height, &ya, &yb);
   validRange(e.y0 + e.yj * (px - p.dst.x), e.yj, p.srcHeight, d.width, &ja, &jb);
   if (ya > yb || ja > jb) return;
-  if (sizeof(T) == 1 && a.lanes == 1 && a.count == 3 && a.stride == 3 && a.offset == 0 &&
-      b.lanes == 1 && b.count == 3 && b.stride == 3 && b.offset == 0)
-    return quarterBlocks3(p, s, d, px, py, e, ya, yb, ja, jb);
-#if defined(__SSE2__)
-  if (sizeof(T) == 1 && a.lanes == 1 && a.count == 1 && a.stride == 1 && b.lanes == 1 &&
-      b.count == 1 && b.stride == 1) {
-    quarterBlocks8(p, s, d, px, py, e, ya, yb, ja, jb);
-    const long long rowsDone = (yb - ya + 1) / 8 * 8, colsDone = (jb - ja + 1) / 8 * 8;
-    for (long long y = ya; y <= yb; ++y) {
-      const long long from = y < ya + rowsDone ? ja + colsDone : ja;
-      if (from <= jb) quarterSpan<T>(p, s, d, px, py, e, static_cast<int>(y), from, jb);
-    }
-    return;
-  }
-#endif
+  if (a.lanes == 1 && b.lanes == 1 && a.count == b.count && a.stride == a.count && b.stride == b.count)
+    return quarterTurned(p, s, d, px, py, e, a.count * int(sizeof(T)), ya, yb, ja, jb);
   // Rows in bands and columns in blocks, so that a band's source columns
   // stay in the cache while it is written.
   constexpr int kBand = 16, kBlock = 64;
