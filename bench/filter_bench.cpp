@@ -93,7 +93,7 @@ std::vector<Filter> filters() {
                  }),
                  false});
   }
-  for (int k : {3, 15, 31, 61, 101}) {
+  for (int k : {3, 15, 31, 61, 101, 255}) {
     const std::string n = std::to_string(k);
     f.push_back({"Blur" + n, [=](const MoxImage* s, MoxImage* d) { moxBlur(s, d, k, k, k / 2, k / 2); }
                  CV(cv::blur(s, d, cv::Size(k, k), cv::Point(-1, -1), cv::BORDER_REPLICATE)),

@@ -237,12 +237,11 @@ std::vector<ll> runExtremes(const std::vector<ll>& v, int n, bool max) {
   return out;
 }
 
-// Minimum and maximum of windows thousands of columns wide, narrower than
-// the image so that each sees part of its row: runs of doubling length,
-// and past them the running extrema of blocks on groups of rows turned on
-// their side (groups of 32, 16 or 2 rows by pixel size, full and short),
-// under mixed borders. The values climb along each row (with some noise),
-// so that a window's extremes lie near its ends and move with it.
+// Minimum and maximum of windows thousands of columns wide, past 4096 too,
+// narrower than the image so that each sees part of its row, on pixels of
+// 1 to 16 bytes under mixed borders. The values climb along each row (with
+// some noise), so that a window's extremes lie near its ends and move with
+// it.
 TEST(Filter, VeryWideExtremaMatchTheirWindows) {
   Capture capture;
   struct Case { unsigned depth; int ch, width, height, modes; Box box; };
