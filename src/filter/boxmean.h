@@ -258,6 +258,16 @@ inline void storeBytes(std::uint8_t* d, __m256i q0, __m256i q1, __m256i q2, __m2
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
                       _mm256_permutevar8x32_epi32(b, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7)));
 }
+
+// d[j] for j below n rounded down to whole groups of 32, from the vectors of
+// quotients that `quotient` makes of eight sums at a time; returns that j.
+template <class Quotient>
+int storeQuotients(const std::int32_t* run, std::uint8_t* d, int n, Quotient quotient) {
+  int j = 0;
+  for (; j + 32 <= n; j += 32)
+    storeBytes(d + j, quotient(run + j), quotient(run + j + 8), quotient(run + j + 16), quotient(run + j + 24));
+  return j;
+}
 #endif
 
 // d[j] = floor((run[j] + offset) / count) + lo, with x = run[j] + offset
@@ -277,14 +287,11 @@ void divideQuick(const std::int32_t* __restrict run, T* __restrict d, int n, std
     if (lo == 0) {
       const __m256 vInv = _mm256_set1_ps(inv);
       const __m256i vOdd = _mm256_set1_epi32(odd);
-      const auto quotient = [&](const std::int32_t* p) {
+      j = storeQuotients(run, d, n, [&](const std::int32_t* p) {
         const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
         const __m256i y = _mm256_add_epi32(_mm256_add_epi32(x, x), vOdd);
         return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(y), vInv));
-      };
-      for (; j + 32 <= n; j += 32)
-        storeBytes(d + j, quotient(run + j), quotient(run + j + 8), quotient(run + j + 16),
-                   quotient(run + j + 24));
+      });
     }
   }
 #endif
@@ -313,16 +320,13 @@ void divideSingle(const std::int32_t* __restrict run, T* __restrict d, int n, st
     if (lo == 0) {
       const __m256 vInv = _mm256_set1_ps(inv);
       const __m256i vOffset = _mm256_set1_epi32(offset), vCount = _mm256_set1_epi32(count);
-      const auto quotient = [&](const std::int32_t* p) {
+      j = storeQuotients(run, d, n, [&](const std::int32_t* p) {
         const __m256i x =
             _mm256_add_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), vOffset);
         const __m256i q = _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(x), vInv));
         const __m256i r = _mm256_sub_epi32(x, _mm256_mullo_epi32(q, vCount));
         return _mm256_add_epi32(q, _mm256_srai_epi32(r, 31));
-      };
-      for (; j + 32 <= n; j += 32)
-        storeBytes(d + j, quotient(run + j), quotient(run + j + 8), quotient(run + j + 16),
-                   quotient(run + j + 24));
+      });
     }
   }
 #endif
