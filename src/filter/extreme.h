@@ -64,13 +64,16 @@ void boxRows(const void* const* src, void* dst0, void* dst1, int n, int cn, int 
   if constexpr (R > 0) nRows = R;
   using V = Vec<T>;
   constexpr int K = int(sizeof(V) / sizeof(T));
-  const T* const* rows = reinterpret_cast<const T* const*>(src);
+  // The rows in locals, so that the loops keep them in registers rather
+  // than read them again after every store.
+  const T* rows[kSmallBox + 1];
   T* d0 = static_cast<T*>(dst0);
   T* d1 = static_cast<T*>(dst1);
   // Without a second destination row there is no row nRows to read.
-  const T* last = d1 ? rows[nRows] : rows[nRows - 1];
-  // Values j .. j + K - 1 of both rows.
-  auto vectorAt = [&](int j) {
+  for (int r = 0; r < nRows + (d1 ? 1 : 0); ++r) rows[r] = static_cast<const T*>(src[r]);
+  const T* last = rows[d1 ? nRows : nRows - 1];
+  // Values j .. j + K - 1 of both rows (of the first only without `two`).
+  auto vectorAt = [&](int j, bool two) {
     V a0{}, a1{};
     if (nRows > 1) {
       // Rows 1 .. nRows - 1 are both windows' own.
@@ -79,29 +82,38 @@ void boxRows(const void* const* src, void* dst0, void* dst1, int n, int cn, int 
         V common = loadVec(rows[1] + off);
         for (int r = 2; r < nRows; ++r) common = pick<Max>(common, loadVec(rows[r] + off));
         const V e0 = pick<Max>(common, loadVec(rows[0] + off));
-        const V e1 = pick<Max>(common, loadVec(last + off));
         a0 = c ? pick<Max>(a0, e0) : e0;
-        a1 = c ? pick<Max>(a1, e1) : e1;
+        if (two) {
+          const V e1 = pick<Max>(common, loadVec(last + off));
+          a1 = c ? pick<Max>(a1, e1) : e1;
+        }
       }
     } else {
       a0 = loadVec(rows[0] + j), a1 = loadVec(last + j);
       for (int c = 1; c < nCols; ++c) {
         const std::ptrdiff_t off = j + std::ptrdiff_t(c) * cn;
         a0 = pick<Max>(a0, loadVec(rows[0] + off));
-        a1 = pick<Max>(a1, loadVec(last + off));
+        if (two) a1 = pick<Max>(a1, loadVec(last + off));
       }
     }
     storeVec(d0 + j, a0);
-    if (d1) storeVec(d1 + j, a1);
+    if (two) storeVec(d1 + j, a1);
   };
   // Whole vectors, the last one overlapping the one before it; rows
   // shorter than a vector value by value.
   int j0 = 0;
   if (n >= K) {
-    for (;; j0 = std::min(j0 + K, n - K)) {
-      vectorAt(j0);
-      if (j0 + K >= n) break;
-    }
+    // One loop for each case, so that neither tests it per vector.
+    const auto each = [&](bool two) {
+      for (int j = 0;; j = std::min(j + K, n - K)) {
+        vectorAt(j, two);
+        if (j + K >= n) break;
+      }
+    };
+    if (d1)
+      each(true);
+    else
+      each(false);
     j0 = n;
   }
   for (; j0 < n; ++j0) {
