@@ -108,6 +108,12 @@ struct Order {
 template <int P>
 constexpr Order<P> kOrder;
 
+// The order of Reversed64 for pixels of 1, 2 or 4 bytes.
+inline __m256i reversalOrder(int pixelBytes) {
+  const std::uint8_t* pick = pixelBytes == 1 ? kOrder<1>.pick : pixelBytes == 2 ? kOrder<2>.pick : kOrder<4>.pick;
+  return _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
+}
+
 // Walks `rows` rows of `bytes` bytes (at least 64), calling step(from, to,
 // i) for the 64 bytes from byte i of the source row `from` (destination row
 // `to`), the last step moved back to end with the row (its bytes done
@@ -230,8 +236,7 @@ void reverseFew(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t n, in
 bool reverseRowPairWide(std::uint8_t* a, std::uint8_t* b, int w, int pixelBytes) {
   const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
   if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || bytes < 128) return false;
-  const std::uint8_t* pick = pixelBytes == 1 ? kOrder<1>.pick : pixelBytes == 2 ? kOrder<2>.pick : kOrder<4>.pick;
-  const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
+  const __m256i order = reversalOrder(pixelBytes);
   // 64 bytes from the start of one row and the end of the other, both
   // loaded before either is stored.
   auto swap = [&](std::ptrdiff_t i) {
@@ -272,8 +277,7 @@ bool reverseRowsWide(const std::uint8_t* s, std::ptrdiff_t ss, std::uint8_t* d, 
   }
   if ((pixelBytes != 1 && pixelBytes != 2 && pixelBytes != 4) || std::ptrdiff_t(w) * pixelBytes < 64)
     return false;
-  const std::uint8_t* pick = pixelBytes == 1 ? kOrder<1>.pick : pixelBytes == 2 ? kOrder<2>.pick : kOrder<4>.pick;
-  const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i*>(pick));
+  const __m256i order = reversalOrder(pixelBytes);
   const std::ptrdiff_t bytes = std::ptrdiff_t(w) * pixelBytes;
   walkRows64(s, ss, d, ds, rows, bytes, [&](const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t i) {
     Reversed64(from + i, order).store(to + bytes - 64 - i);
